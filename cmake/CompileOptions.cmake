@@ -1,0 +1,17 @@
+# nolk_compile_options: what every target of ours is compiled with.
+add_library(nolk_compile_options INTERFACE)
+target_compile_features(nolk_compile_options INTERFACE cxx_std_17)
+
+# Results are fixed to the bit: a product and a sum are fused only where std::fma says so, and integers wrap.
+target_compile_options(nolk_compile_options INTERFACE -ffp-contract=off -fwrapv -Wall -Wextra -Wpedantic -Wshadow)
+if(NOLK_WARNINGS_AS_ERRORS)
+  target_compile_options(nolk_compile_options INTERFACE -Werror)
+endif()
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+  target_compile_options(nolk_compile_options INTERFACE -march=${NOLK_X86_ARCH})
+endif()
+if(NOLK_SANITIZE)
+  target_compile_options(nolk_compile_options INTERFACE -fsanitize=${NOLK_SANITIZE} -fno-sanitize-recover=all
+                                                       -fno-omit-frame-pointer)
+  target_link_options(nolk_compile_options INTERFACE -fsanitize=${NOLK_SANITIZE})
+endif()

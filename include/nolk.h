@@ -1,0 +1,379 @@
+// nolk: inference for neural networks on CPUs. This is the library's only public header.
+//
+//   nolk::Runner* runner = nolk_new_runner(nullptr, bytes, size, 1);   // bytes of a model file, batch 1
+//   nolk::Tensor in{{1, 1, 28, 28, 3}, pixels}, out{{1, 10, 1, 1, 1}, scores};
+//   runner->run(&in, 1, &out, 1);
+//   runner->destroy();
+//
+// Everything handed to a host is released through its own destroy(), never with delete. A function that fails
+// returns null or false and leaves a text that nolk_pop_error_message fetches. Tensors are float32, dense and
+// row-major in the order [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
+#ifndef NOLK_H
+#define NOLK_H
+
+#include <cstddef>
+#include <cstdint>
+
+#define NOLK_API __attribute__((visibility("default")))
+
+// Operation codes that a builder passes on to its layers.
+enum ActivateType : std::int32_t {
+    ACT_RELU = 0,
+    ACT_SIGMOID = 1,
+    ACT_EXP = 2,
+    ACT_CLIP = 3,
+    ACT_HARD_SIGMOID = 4,
+    ACT_ABS = 5,
+    ACT_LEAKY_RELU = 6,
+    ACT_TANH = 7,
+    ACT_PRELU = 8
+};
+
+enum EltwiseType : std::int32_t { ELTWISE_ADD = 0, ELTWISE_SUB = 1, ELTWISE_MUL = 2, ELTWISE_DIV = 3, ELTWISE_MAX = 4 };
+
+enum PoolingType : std::int32_t { POOL_MAX = 0, POOL_AVG = 1 };
+
+namespace nolk {
+
+// A symbolic tensor of a network that is being recorded. Opaque to hosts; owned by the builder that returned it and
+// valid until that builder is destroyed.
+class TensorX;
+
+// Extents of a tensor. Two shapes are equal only if all five fields are: [1, 8, 1, 1] with dims 1 and with dims 3 are
+// different shapes, and Runner::run tells them apart. The element count, n * c * h * w, must fit 32 bits.
+struct TensorShape {
+    std::int32_t n = 0;     // batch size
+    std::int32_t c = 0;     // channels
+    std::int32_t h = 0;     // rows
+    std::int32_t w = 0;     // columns
+    std::int32_t dims = 3;  // dimensions after the batch: 3 for [n, c, h, w], 1 for a matrix [n, c] (then h = w = 1)
+};
+
+// A view of a tensor: n * c * h * w floats that stay the property of whoever supplies them.
+struct Tensor {
+    TensorShape shape;
+    float* data = nullptr;
+};
+
+// A kernel size, stride or dilation, in rows and columns.
+struct DimsHW {
+    std::int32_t h = 0;
+    std::int32_t w = 0;
+};
+
+// Rows and columns added around a plane: h becomes top + h + bottom, w becomes left + w + right.
+struct Padding {
+    std::int32_t top = 0;
+    std::int32_t bottom = 0;
+    std::int32_t left = 0;
+    std::int32_t right = 0;
+};
+
+// Weights of a convolution, deconvolution or fully connected operation. The arrays must stay valid, and belong to one
+// operation only, until RunnerBuilder::build has returned: the layers copy them then, and folding a batch
+// normalisation into a convolution rewrites them in place.
+struct Weights {
+    std::int32_t groups = 0;
+    std::int32_t outChannels = 0;  // of one group
+    std::int32_t inChannels = 0;   // of one group
+    std::int32_t kernelH = 0;      // rows of the kernel
+    std::int32_t kernelW = 0;      // columns of the kernel
+    bool shared = false;           // true: the arrays hold one group's values, and every group uses them
+    float* weight = nullptr;       // [groups, outChannels, inChannels, kernelH, kernelW]; without groups when shared.
+                                   // deConvolve reads [inChannels, outChannels, kernelH, kernelW]
+    float* bias = nullptr;         // [groups, outChannels], [outChannels] when shared, or null for none
+};
+
+// Parameters per channel: count floats.
+struct Vector {
+    std::int32_t count = 0;
+    float* data = nullptr;
+};
+
+// Order of time in an LSTM. Both runs two passes and puts the backward outputs behind the forward ones.
+enum class Direction : std::int32_t { forward = 0, backward = 1, both = 2 };
+
+// Weights of an LSTM with H = hiddenSize, I = inputSize. Each direction's block stands behind the one before, forward
+// first; a block holds the gates in the order input, output, forget, candidate. The arrays must stay valid until
+// RunnerBuilder::build has returned.
+struct LstmWeights {
+    Direction direction = Direction::forward;
+    std::int32_t numDirections = 1;     // 2 when direction is both, else 1
+    std::int32_t inputSize = 0;         // I: features of one time step
+    std::int32_t hiddenSize = 0;        // H: outputs of one time step and direction
+    float* inputWeights = nullptr;      // [numDirections, 4, H, I]
+    float* recurrentWeights = nullptr;  // [numDirections, 4, H, H]
+    float* bias = nullptr;              // [numDirections, 2, 4, H] (input half, recurrent half), or null for zeros
+    bool splitBias = true;              // the two halves of the bias are summed; false: the bias is not used
+};
+
+// Indices start, start + step, ... below end, along axis (-4 to 3). A negative start counts as 0 and an end beyond the
+// extent as the extent.
+struct SlicePos {
+    std::int32_t axis = 0;
+    std::int32_t start = 0;
+    std::int32_t end = 0;
+    std::int32_t step = 1;
+};
+
+// A permutation of the axes n = 0, c = 1, h = 2, w = 3: dimension i of the output is dimension axes[i] of the input.
+struct Perm {
+    std::int32_t axes[4] = {0, 1, 2, 3};
+};
+
+// An axis; the values -4 to -1 name n, c, h and w counted from the end.
+enum class Axis : std::int32_t { n = 0, c = 1, h = 2, w = 3 };
+
+enum class BasicOp : std::int32_t { maximum = 0, mean = 1, sum = 2, minimum = 3 };
+
+// What reshape does with the elements: nchw leaves them where they are, nhwc reorders them to channel-last.
+enum class TensorLayout : std::int32_t { nchw = 0, nhwc = 1 };
+
+enum class ResizeMode : std::int32_t { linear = 1, nearest = 2 };
+
+// Source coordinate of output index d when an extent goes from `in` to `out` (linear mode only):
+// halfPixel (d + 0.5) * in / out - 0.5, alignCorners d * (in - 1) / (out - 1).
+enum class ResizeTransMode : std::int32_t { halfPixel = 0, alignCorners = 1 };
+
+// A network that is ready to run.
+class Runner {
+public:
+    // Runs the network once. inputs and outputs are arrays in the order in which the network was given its inputs and
+    // outputs; shapes must match exactly, data must not be null and stays the caller's. Returns false, with a line on
+    // standard error and nothing written, when a count, shape or pointer is wrong. Allocates nothing beyond the
+    // growth of its scratch memory in the first run.
+    virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
+
+    // Releases the runner and all that it owns. No call may be under way.
+    virtual void destroy() = 0;
+
+    // Whether run may be called from several threads at once.
+    virtual bool isThreadSafe() { return false; }
+
+protected:
+    ~Runner() = default;
+};
+
+// Records a network, operation by operation, and builds a runner from it. One thread at a time.
+//
+// Every operation returns the tensor that it makes, of the stated shape. Given a null tensor it returns null, so that a
+// chain can be written without checks; build reports the null output. x is [n, c, h, w] below. In quotients division
+// truncates, and a quotient by 0 is 0. An operation whose layer would leave its tensors' memory (channel counts that
+// disagree with weights, say) makes build throw std::invalid_argument. "inputs empty" and its like on standard error,
+// with exit status 1, tell of a graph that cannot be meant: a concat of nothing.
+class RunnerBuilder {
+public:
+    // The next input of the network; Runner::run takes inputs in the order of these calls.
+    virtual TensorX* input(TensorShape shape) = 0;
+
+    // A constant. The data is copied; the host may free it after the call.
+    virtual TensorX* constTensor(Tensor* tensor) = 0;
+
+    // y[o, oh, ow] = bias[o] + sum over i, kh, kw of x[i, oh * stride.h - top + kh * dilation.h, ...] * weight[o, i,
+    // kh, kw], zeros outside x; c must be groups * inChannels. Result [n, groups * outChannels, (h + top + bottom -
+    // ((kernelH - 1) * dilation.h + 1)) / stride.h + 1, w likewise].
+    virtual TensorX* convolve(TensorX* x, Padding padding, DimsHW stride, DimsHW dilation, Weights weights) = 0;
+
+    // Zeros around every plane. Result [n, c, top + h + bottom, left + w + right]. Amounts must not be negative.
+    virtual TensorX* pad(TensorX* x, Padding padding) = 0;
+
+    // Dimension i of the result is dimension perm.axes[i] of x.
+    virtual TensorX* transpose(TensorX* x, Perm perm) = 0;
+
+    // Result: x with (end - start) / step elements along the axis; dims as x has.
+    virtual TensorX* slice(TensorX* x, SlicePos pos) = 0;
+
+    // y = x * weight^T + bias over the c channels (h and w are expected to be 1). With groups > 1, each sample's
+    // channels are cut into that many rows, and all rows use the same weights and bias. Result [n, groups *
+    // outChannels], dims 1.
+    virtual TensorX* fullConnect(TensorX* x, Weights weights) = 0;
+
+    // y = (x - mean[c]) * scale[c] / sqrt(variance[c] + epsilon) + bias[c]. Vectors of at least c floats, which are
+    // copied. Result as x.
+    virtual TensorX* batchNormalize(TensorX* x, Vector scale, Vector bias, Vector mean, Vector variance,
+                                    float epsilon) = 0;
+
+    // Maximum or average of each window; positions in the padding take no part, nor are they counted.
+    // Result [n, c, (h + top + bottom - kernel.h) / stride.h + 1, w likewise].
+    virtual TensorX* maxPool(TensorX* x, DimsHW kernel, Padding padding, DimsHW stride) = 0;
+    virtual TensorX* avgPool(TensorX* x, DimsHW kernel, Padding padding, DimsHW stride) = 0;
+
+    // y = x < 0 ? 0 : x. Result as x, and so for every activation below.
+    virtual TensorX* relu(TensorX* x) = 0;
+
+    // y = exp(x - m) / sum of exp(x - m) along the axis c, h or w, m being the line's maximum. Result as x. With
+    // another axis the layer prints a line to standard error and writes nothing.
+    virtual TensorX* softmax(TensorX* x, Axis axis) = 0;
+
+    // Joins count tensors along the axis n, c, h or w; their other extents must agree. The array is copied.
+    virtual TensorX* concat(TensorX** inputs, int count, Axis axis) = 0;
+
+    // Element-wise a + b and so on, of a's shape. b has a's shape, or an extent of 1 at c, h or w, which is broadcast;
+    // batches are not. Where b has no element, 0 stands in.
+    virtual TensorX* add(TensorX* a, TensorX* b) = 0;
+    virtual TensorX* sub(TensorX* a, TensorX* b) = 0;
+
+    // y = 1 / (exp(-x) + 1)
+    virtual TensorX* sigmoid(TensorX* x) = 0;
+
+    // The same elements under another shape. With TensorLayout::nhwc they are reordered to channel-last first. With
+    // nchw nothing is ever copied: the result is x's memory, so x must have no other use and be no constant.
+    virtual TensorX* reshape(TensorX* x, TensorShape shape, TensorLayout layout) = 0;
+
+    virtual TensorX* multiply(TensorX* a, TensorX* b) = 0;  // see add
+
+    // y = e^x
+    virtual TensorX* exp(TensorX* x) = 0;
+
+    virtual TensorX* divide(TensorX* a, TensorX* b) = 0;  // see add
+
+    // Reduces x to `shape`: an extent of 1 is reduced, any other must be x's. The batch is never reduced.
+    virtual TensorX* reduce(TensorX* x, TensorShape shape, BasicOp op) = 0;
+
+    // y = x / sqrt(sum over c of x^2) at every sample, row and column; NaN where all channels are 0. Result as x.
+    virtual TensorX* l2normalize(TensorX* x) = 0;
+
+    // y = x < min ? min : x > max ? max : x
+    virtual TensorX* clip(TensorX* x, float min, float max) = 0;
+
+    // One LSTM layer over [n, 1, T, I] (T time steps of I features). Result [n, 1, T, numDirections * hiddenSize].
+    virtual TensorX* lstm(TensorX* x, LstmWeights weights) = 0;
+
+    // y = alpha * x + beta (rounded once), limited to [0, 1]
+    virtual TensorX* hardSigmoid(TensorX* x, float alpha, float beta) = 0;
+
+    // y = a > b ? a : b; broadcast as add does.
+    virtual TensorX* max(TensorX* a, TensorX* b) = 0;
+
+    // y = (x - mean) * scale[c] / sqrt(variance + epsilon) + bias[c], with mean and variance of each plane; the first
+    // form has scale 1 and bias 0. Vectors of at least c floats, which are copied. Result as x.
+    virtual TensorX* instanceNormalization(TensorX* x, float epsilon) = 0;
+    virtual TensorX* instanceNormalization(TensorX* x, Vector scale, Vector bias, float epsilon) = 0;
+
+    // Scales every plane to shape.h x shape.w. A mode other than linear and nearest ends the process when it runs.
+    virtual TensorX* resize(TensorX* x, TensorShape shape, ResizeMode mode, ResizeTransMode transMode) = 0;
+
+    // y = |x|
+    virtual TensorX* abs(TensorX* x) = 0;
+
+    // y = x < 0 ? x * alpha : x
+    virtual TensorX* leakyRelu(TensorX* x, float alpha) = 0;
+
+    // y = tanh(x)
+    virtual TensorX* tanh(TensorX* x) = 0;
+
+    // Transposed convolution: every x[i, ih, iw] * weight[i, o, kh, kw] is added at row ih * stride.h - top + kh,
+    // column likewise; then the bias. groups must be 1. Result [n, outChannels, (kernelH - 1) * dilation.h + 1 + (h -
+    // 1) * stride.h - top - bottom, w likewise]; dilation enters the shape only.
+    virtual TensorX* deConvolve(TensorX* x, Padding padding, DimsHW stride, DimsHW dilation, Weights weights) = 0;
+
+    // y = x < 0 ? x * slopes[c] : x, with count slopes, at least c, which are copied. For a batch above 1 the slope's
+    // index is the element's place in the whole tensor divided by n * h * w.
+    virtual TensorX* prelu(TensorX* x, float* slopes, int count) = 0;
+
+    // Plane by plane [h, k] * [k, w]. b has a's n and c; result [a.n, a.c, a.h, b.w].
+    virtual TensorX* matMul(TensorX* a, TensorX* b) = 0;
+
+    // All five fields of x's shape; zeros for null.
+    virtual TensorShape shapeOf(TensorX* x) = 0;
+
+    // Builds the runner, once. outputs may be any tensors of this builder, inputs and constants too; the array may be
+    // null when count is 0. The runner is the caller's; builder and weight arrays are no longer needed by it.
+    // Throws std::invalid_argument when an output is null or an operation cannot be carried out safely.
+    virtual Runner* build(TensorX** outputs, int count) = 0;
+
+    // Releases the builder, its tensors and what was recorded.
+    virtual void destroy() = 0;
+
+protected:
+    ~RunnerBuilder() = default;
+};
+
+// Reads model files: every record becomes one call of the builder, then build. One model, one thread.
+class ModelReader {
+public:
+    // The runner of the model in the file at path, for inputs of batch samples, or null with an error message.
+    // The builder stays the caller's, and keeps what was recorded when the load fails.
+    virtual Runner* readFromFile(RunnerBuilder* builder, int batch, const char* path) = 0;
+
+    // The same from size bytes at data, which must be writable: they change during the call and are restored before
+    // it returns. Throws std::bad_array_new_length for a count that cannot be, and std::bad_alloc.
+    virtual Runner* readFromMemory(RunnerBuilder* builder, int batch, void* data, int size) = 0;
+
+    // Releases the reader and the weight arrays that it handed to builders, so: after build.
+    virtual void destroy() = 0;
+
+protected:
+    ~ModelReader() = default;
+};
+
+}  // namespace nolk
+
+// The entry points may be called from any thread.
+//
+// implCfg names an implementation, then a colon, then its settings: "NolkRaw:num_threads=4,gemm_thresh=100000". Null,
+// "" and a missing name mean the built-in implementation, NolkRaw; any other name X loads libX.so, from the loader's
+// path or this library's folder, which must export nolk_new_runner_builder_impl(const char* cfg) and nolk_new_runner
+// (which receives the settings alone). Settings of NolkRaw: num_threads (default 1), the threads of one matrix product;
+// gemm_thresh (default 2000000), the multiply-adds from which a product is split.
+extern "C" {
+
+// The version of the interface. A static string.
+NOLK_API const char* nolk_version();
+
+// A new model reader; never null.
+NOLK_API nolk::ModelReader* nolk_new_model_reader();
+
+// A new builder, or null when the implementation cannot be loaded. Throws std::invalid_argument or std::out_of_range,
+// with the text "stol", for a setting that is not a number.
+NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
+
+// A runner that many threads may call: it cuts their tensors into single items and runs these through `runner`, which
+// must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers.
+// Takes over `runner`, and destroys it with itself. Null for a null runner, a batchSize below 1, or when no thread can
+// be had; then `runner` stays the caller's.
+NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
+
+// A runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's format
+// go to the implementation named by implCfg. The bytes must be writable and are unchanged afterwards. Throws what
+// nolk_new_runner_builder and ModelReader::readFromMemory throw.
+NOLK_API nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch);
+
+// Queues a message; the newest 100 are kept. A null or empty message is not queued.
+NOLK_API void nolk_push_error_message(const char* msg);
+
+// Takes the oldest message into buf, cut to size - 1 characters, or "" when there is none. The queue is the process's.
+NOLK_API void nolk_pop_error_message(char* buf, int size);
+}
+
+// The structures and slots are a binary interface shared with other implementations.
+static_assert(sizeof(nolk::TensorShape) == 20 && offsetof(nolk::TensorShape, c) == 4 &&
+                  offsetof(nolk::TensorShape, h) == 8 && offsetof(nolk::TensorShape, w) == 12 &&
+                  offsetof(nolk::TensorShape, dims) == 16,
+              "layout of TensorShape");
+static_assert(sizeof(nolk::Tensor) == 32 && offsetof(nolk::Tensor, data) == 24, "layout of Tensor");
+static_assert(sizeof(nolk::DimsHW) == 8 && offsetof(nolk::DimsHW, w) == 4, "layout of DimsHW");
+static_assert(sizeof(nolk::Padding) == 16 && offsetof(nolk::Padding, bottom) == 4 &&
+                  offsetof(nolk::Padding, left) == 8 && offsetof(nolk::Padding, right) == 12,
+              "layout of Padding");
+static_assert(sizeof(nolk::Weights) == 40 && offsetof(nolk::Weights, outChannels) == 4 &&
+                  offsetof(nolk::Weights, inChannels) == 8 && offsetof(nolk::Weights, kernelH) == 12 &&
+                  offsetof(nolk::Weights, kernelW) == 16 && offsetof(nolk::Weights, shared) == 20 &&
+                  offsetof(nolk::Weights, weight) == 24 && offsetof(nolk::Weights, bias) == 32,
+              "layout of Weights");
+static_assert(sizeof(nolk::Vector) == 16 && offsetof(nolk::Vector, data) == 8, "layout of Vector");
+static_assert(sizeof(nolk::LstmWeights) == 48 && offsetof(nolk::LstmWeights, numDirections) == 4 &&
+                  offsetof(nolk::LstmWeights, inputSize) == 8 && offsetof(nolk::LstmWeights, hiddenSize) == 12 &&
+                  offsetof(nolk::LstmWeights, inputWeights) == 16 &&
+                  offsetof(nolk::LstmWeights, recurrentWeights) == 24 && offsetof(nolk::LstmWeights, bias) == 32 &&
+                  offsetof(nolk::LstmWeights, splitBias) == 40,
+              "layout of LstmWeights");
+static_assert(sizeof(nolk::SlicePos) == 16 && offsetof(nolk::SlicePos, start) == 4 &&
+                  offsetof(nolk::SlicePos, end) == 8 && offsetof(nolk::SlicePos, step) == 12,
+              "layout of SlicePos");
+static_assert(sizeof(nolk::Perm) == 16, "layout of Perm");
+static_assert(sizeof(nolk::Runner) == sizeof(void*) && sizeof(nolk::RunnerBuilder) == sizeof(void*) &&
+                  sizeof(nolk::ModelReader) == sizeof(void*),
+              "the interfaces hold nothing but their slots");
+
+#endif

@@ -1,0 +1,148 @@
+#include "builder/BaseRunnerBuilder.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+#include <utility>
+
+#include "builder/OutputLayerFactory.h"
+#include "builder/refuse.h"
+#include "builder/shapes.h"
+#include "memory/TensorSpace.h"
+
+namespace {
+
+constexpr int kArenaAlignment = 16;  // floats: a cache line
+
+std::vector<nolk::TensorX*> borrowed(const std::vector<std::unique_ptr<nolk::TensorX>>& owned) {
+    std::vector<nolk::TensorX*> tensors;
+    for (const auto& t : owned) tensors.push_back(t.get());
+    return tensors;
+}
+
+void checkExtents(const std::vector<std::unique_ptr<nolk::TensorX>>& tensors, const char* what) {
+    for (const auto& t : tensors) {
+        const nolk::TensorShape& s = t->shape;
+        if (!isRepresentable(s))
+            refuse("%s: extents must not be negative nor hold more than 2^31 - 1 elements, shape is [%d, %d, %d, %d]",
+                   what, s.n, s.c, s.h, s.w);
+    }
+}
+
+std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count) {
+    if (count < 0) refuse("build: output count must not be negative, is %d", count);
+    if (count > 0 && !outputs) refuse("build: %d outputs expected, the array is null", count);
+    for (int i = 0; i < count; ++i)
+        if (!outputs[i]) refuse("build: output %d is null: an operation had no input, or an id is unknown", i);
+    return {outputs, outputs + count};
+}
+
+}  // namespace
+
+nolk::TensorX* BaseRunnerBuilder::input(nolk::TensorShape shape) {
+    auto tensor = std::make_unique<nolk::TensorX>(shape, false);
+    tensor->setRawTensor(std::make_shared<RawTensor>());
+    return addInputReturn(std::move(tensor));
+}
+
+nolk::TensorX* BaseRunnerBuilder::constTensor(nolk::Tensor* tensor) {
+    if (!tensor) return nullptr;
+    const bool hasElements = isRepresentable(tensor->shape) && elementCount(tensor->shape) > 0;
+    if (hasElements && !tensor->data) return nullptr;
+
+    const std::size_t bytes = hasElements ? static_cast<std::size_t>(elementCount(tensor->shape)) * sizeof(float) : 0;
+    ConstBuffer data(static_cast<float*>(std::malloc(std::max<std::size_t>(bytes, 1))));
+    if (!data) throw std::bad_alloc();
+    if (bytes > 0) std::memcpy(data.get(), tensor->data, bytes);
+
+    auto constant = std::make_unique<nolk::TensorX>(tensor->shape, true);
+    auto raw = std::make_shared<RawTensor>();
+    raw->data = data.get();
+    constant->setRawTensor(raw);
+    return addConstTensorReturn(std::move(constant), std::move(data));
+}
+
+nolk::TensorShape BaseRunnerBuilder::shapeOf(nolk::TensorX* x) {
+    return x ? x->shape : nolk::TensorShape{0, 0, 0, 0, 0};
+}
+
+nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
+    // Two runners would own the same constants.
+    if (built_) throw std::logic_error("build: a builder builds once");
+    const std::vector<nolk::TensorX*> graphOutputs = checkedOutputs(outputs, count);
+    check();
+    built_ = true;
+
+    std::vector<std::unique_ptr<LayerFactory>> sentinels;
+    for (nolk::TensorX* t : graphOutputs) sentinels.push_back(std::make_unique<OutputLayerFactory>(t));
+    fuse();
+    connect();
+    TensorSpace space(kArenaAlignment);
+    std::unique_ptr<MemoryPool> pool = space.mallocAll(borrowedFactories(), borrowed(inputs_), graphOutputs);
+    std::vector<std::unique_ptr<Layer>> layers = createLayers();
+    sentinels.clear();
+    return new BaseRunner(std::move(layers), borrowed(inputs_), graphOutputs, std::move(pool), std::move(constData_));
+}
+
+void BaseRunnerBuilder::destroy() { delete this; }
+
+std::vector<nolk::TensorX*> BaseRunnerBuilder::addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory) {
+    factories_.push_back(std::move(factory));
+    return borrowed(factories_.back()->outputs);
+}
+
+nolk::TensorX* BaseRunnerBuilder::addInputReturn(std::unique_ptr<nolk::TensorX> tensor) {
+    inputs_.push_back(std::move(tensor));
+    return inputs_.back().get();
+}
+
+nolk::TensorX* BaseRunnerBuilder::addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, ConstBuffer data) {
+    constTensors_.push_back(std::move(tensor));
+    constData_.push_back(std::move(data));
+    return constTensors_.back().get();
+}
+
+// Before fusion, which walks vectors whose lengths have to be right.
+void BaseRunnerBuilder::check() const {
+    checkExtents(inputs_, "input");
+    checkExtents(constTensors_, "constTensor");
+    for (const auto& factory : factories_) {
+        factory->check();
+        checkExtents(factory->outputs, "output of an operation");
+    }
+}
+
+void BaseRunnerBuilder::fuse() {
+    while (LayerFactory* absorbed = absorbOnce()) retire(absorbed);
+}
+
+LayerFactory* BaseRunnerBuilder::absorbOnce() {
+    for (const auto& factory : factories_)
+        if (LayerFactory* absorbed = factory->fuse()) return absorbed;
+    return nullptr;
+}
+
+void BaseRunnerBuilder::retire(LayerFactory* absorbed) {
+    const auto found = std::find_if(factories_.begin(), factories_.end(),
+                                    [absorbed](const auto& factory) { return factory.get() == absorbed; });
+    if (found == factories_.end()) return;
+    absorbed_.push_back(std::move(*found));
+    factories_.erase(found);
+}
+
+void BaseRunnerBuilder::connect() {
+    for (const auto& factory : factories_) factory->connect();
+}
+
+std::vector<std::unique_ptr<Layer>> BaseRunnerBuilder::createLayers() {
+    std::vector<std::unique_ptr<Layer>> layers;
+    for (const auto& factory : factories_) layers.push_back(factory->create());
+    return layers;
+}
+
+std::vector<LayerFactory*> BaseRunnerBuilder::borrowedFactories() const {
+    std::vector<LayerFactory*> factories;
+    for (const auto& factory : factories_) factories.push_back(factory.get());
+    return factories;
+}

@@ -1,0 +1,49 @@
+// The part of a builder that does not depend on the operations: keeps inputs, constants and factories, and turns them
+// into a runner. A derived class implements each operation by making its factory and calling addLayerReturnOutputs.
+// build: guard the outputs, check, fuse, connect, plan memory, create the layers. Creation order is execution order: a
+// factory can only take tensors that exist.
+#pragma once
+
+#include <nolk.h>
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "builder/LayerFactory.h"
+#include "layers/Layer.h"
+#include "memory/MemoryPool.h"
+#include "runner/BaseRunner.h"
+
+class BaseRunnerBuilder : public nolk::RunnerBuilder {
+public:
+    nolk::TensorX* input(nolk::TensorShape shape) override;
+    nolk::TensorX* constTensor(nolk::Tensor* tensor) override;
+    nolk::TensorShape shapeOf(nolk::TensorX* x) override;
+    nolk::Runner* build(nolk::TensorX** outputs, int count) override;
+    void destroy() override;
+
+protected:
+    BaseRunnerBuilder() = default;
+    virtual ~BaseRunnerBuilder() = default;
+
+    std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
+    nolk::TensorX* addInputReturn(std::unique_ptr<nolk::TensorX> tensor);
+    nolk::TensorX* addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, ConstBuffer data);
+
+private:
+    void check() const;
+    void fuse();
+    LayerFactory* absorbOnce();
+    void retire(LayerFactory* absorbed);
+    void connect();
+    std::vector<std::unique_ptr<Layer>> createLayers();
+    std::vector<LayerFactory*> borrowedFactories() const;
+
+    std::vector<std::unique_ptr<nolk::TensorX>> constTensors_;
+    std::vector<std::unique_ptr<nolk::TensorX>> inputs_;  // in the order that run expects
+    std::vector<std::unique_ptr<LayerFactory>> factories_;
+    std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
+    std::vector<ConstBuffer> constData_;                   // of constTensors_; the runner's from build on
+    bool built_ = false;
+};

@@ -1,0 +1,117 @@
+#include "builder/RawRunnerBuilder.h"
+
+#include <utility>
+
+#include "builder/utils.h"
+#include "layers/RawActLayerFactory.h"
+
+RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
+    const auto settings = cfgToMap(cfg);
+    numThreads_ = intSetting(settings, "num_threads", 1);
+    gemmThresh_ = intSetting(settings, "gemm_thresh", 2000000);
+}
+
+// A null input (an unknown id of a model file, or a failed operation before this one) is handed on as a null result.
+template <typename Factory, typename... Args>
+nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
+    if (!x) return nullptr;
+    return addLayerReturnOutputs(std::make_unique<Factory>(x, std::move(args)...)).front();
+}
+
+nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX*, nolk::TensorX*, EltwiseType) { return nullptr; }
+
+// 0.2 and 0.5 are the defaults of the hard sigmoid, carried where they are not used.
+nolk::TensorX* RawRunnerBuilder::activation(nolk::TensorX* x, ActivateType type) {
+    return record<RawActLayerFactory>(x, type, 0.0f, 0.0f, 0.2f, 0.5f, nullptr, 0);
+}
+
+nolk::TensorX* RawRunnerBuilder::convolve(nolk::TensorX*, nolk::Padding, nolk::DimsHW, nolk::DimsHW, nolk::Weights) {
+    return nullptr;
+}
+
+nolk::TensorX* RawRunnerBuilder::pad(nolk::TensorX*, nolk::Padding) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::transpose(nolk::TensorX*, nolk::Perm) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::slice(nolk::TensorX*, nolk::SlicePos) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::fullConnect(nolk::TensorX*, nolk::Weights) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::batchNormalize(nolk::TensorX*, nolk::Vector, nolk::Vector, nolk::Vector, nolk::Vector,
+                                                float) {
+    return nullptr;
+}
+
+nolk::TensorX* RawRunnerBuilder::maxPool(nolk::TensorX*, nolk::DimsHW, nolk::Padding, nolk::DimsHW) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::avgPool(nolk::TensorX*, nolk::DimsHW, nolk::Padding, nolk::DimsHW) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::relu(nolk::TensorX* x) { return activation(x, ACT_RELU); }
+
+nolk::TensorX* RawRunnerBuilder::softmax(nolk::TensorX*, nolk::Axis) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX**, int, nolk::Axis) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::add(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_ADD); }
+
+nolk::TensorX* RawRunnerBuilder::sub(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_SUB); }
+
+nolk::TensorX* RawRunnerBuilder::sigmoid(nolk::TensorX* x) { return activation(x, ACT_SIGMOID); }
+
+nolk::TensorX* RawRunnerBuilder::reshape(nolk::TensorX*, nolk::TensorShape, nolk::TensorLayout) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::multiply(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MUL); }
+
+nolk::TensorX* RawRunnerBuilder::exp(nolk::TensorX* x) { return activation(x, ACT_EXP); }
+
+nolk::TensorX* RawRunnerBuilder::divide(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_DIV); }
+
+nolk::TensorX* RawRunnerBuilder::reduce(nolk::TensorX*, nolk::TensorShape, nolk::BasicOp) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::l2normalize(nolk::TensorX*) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::clip(nolk::TensorX* x, float min, float max) {
+    return record<RawActLayerFactory>(x, ACT_CLIP, min, max, 0.2f, 0.5f, nullptr, 0);
+}
+
+nolk::TensorX* RawRunnerBuilder::lstm(nolk::TensorX*, nolk::LstmWeights) { return nullptr; }
+
+nolk::TensorX* RawRunnerBuilder::hardSigmoid(nolk::TensorX* x, float alpha, float beta) {
+    return record<RawActLayerFactory>(x, ACT_HARD_SIGMOID, 0.0f, 0.0f, alpha, beta, nullptr, 0);
+}
+
+nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MAX); }
+
+nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
+    if (!x) return nullptr;
+    const int channels = std::max(x->shape.c, 0);
+    std::vector<float> ones(static_cast<std::size_t>(channels), 1.0f);
+    std::vector<float> zeros(static_cast<std::size_t>(channels), 0.0f);
+    return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);
+}
+
+nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX*, nolk::Vector, nolk::Vector, float) {
+    return nullptr;
+}
+
+nolk::TensorX* RawRunnerBuilder::resize(nolk::TensorX*, nolk::TensorShape, nolk::ResizeMode, nolk::ResizeTransMode) {
+    return nullptr;
+}
+
+nolk::TensorX* RawRunnerBuilder::abs(nolk::TensorX* x) { return activation(x, ACT_ABS); }
+
+nolk::TensorX* RawRunnerBuilder::leakyRelu(nolk::TensorX* x, float alpha) {
+    return record<RawActLayerFactory>(x, ACT_LEAKY_RELU, 0.0f, 0.0f, alpha, 0.0f, nullptr, 0);
+}
+
+nolk::TensorX* RawRunnerBuilder::tanh(nolk::TensorX* x) { return activation(x, ACT_TANH); }
+
+nolk::TensorX* RawRunnerBuilder::deConvolve(nolk::TensorX*, nolk::Padding, nolk::DimsHW, nolk::DimsHW, nolk::Weights) {
+    return nullptr;
+}
+
+nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int count) {
+    return record<RawActLayerFactory>(x, ACT_PRELU, 0.0f, 0.0f, 0.0f, 0.0f, slopes, count);
+}
+
+nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX*, nolk::TensorX*) { return nullptr; }

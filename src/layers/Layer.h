@@ -1,0 +1,30 @@
+// An operation that computes: reads its input tensors, writes its output tensor, both in the runner's arena.
+// Layers copy weights and parameters when they are made; they never own the memory of their tensors. run is called once
+// per inference, in build order, on one thread at a time, and has nothing left to check: factories have.
+#pragma once
+
+#include <nolk.h>
+
+#include <string>
+
+#include "memory/AlignedMemory.h"
+
+class Layer {
+public:
+    Layer() = default;
+    virtual ~Layer() = default;
+    Layer(const Layer&) = delete;
+    Layer& operator=(const Layer&) = delete;
+
+    // scratch is shared by all layers of a runner: grow it to what is needed, use it from its start.
+    virtual void run(AlignedMemory<float>& scratch);
+
+    // The first input and the output; empty tensors where there are none.
+    virtual nolk::Tensor getInputTensor() const;
+    virtual nolk::Tensor getOutputTensor() const;
+
+    // Sets desc to what printf would give, cut to 255 characters.
+    Layer* setDesc(const char* format, ...) __attribute__((format(printf, 2, 3)));
+
+    std::string desc;  // "conv", say
+};

@@ -1,0 +1,22 @@
+#include "layers/RawActLayerFactory.h"
+
+#include "builder/refuse.h"
+#include "builder/shapes.h"
+#include "layers/RawActLayer.h"
+
+RawActLayerFactory::RawActLayerFactory(nolk::TensorX* x, ActivateType type, float p0, float p1, float p2, float p3,
+                                       const float* slopes, int count)
+    : ActLayerFactory({x}), type_(type), p0_(p0), p1_(p1), p2_(p2), p3_(p3) {
+    if (slopes && count > 0) slopes_.assign(slopes, slopes + count);
+    initOutput(input()->shape);
+}
+
+void RawActLayerFactory::check() const {
+    const nolk::TensorShape& in = input()->shape;
+    if (type_ == ACT_PRELU && elementCount(in) > 0 && slopes_.size() < static_cast<std::size_t>(in.c))
+        refuse("prelu: input has %d channels, slopes has %d", in.c, static_cast<int>(slopes_.size()));
+}
+
+std::unique_ptr<Layer> RawActLayerFactory::create() {
+    return std::make_unique<RawActLayer>(input()->toTensor(), output()->toTensor(), type_, slopes_, p0_, p1_, p2_, p3_);
+}

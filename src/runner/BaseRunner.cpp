@@ -1,0 +1,78 @@
+#include "runner/BaseRunner.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "builder/shapes.h"
+
+namespace {
+
+bool tensorsMatch(const nolk::Tensor* tensors, int count, const std::vector<nolk::TensorShape>& expected) {
+    if (!tensors) {
+        std::fputs("tensors is null\n", stderr);
+        return false;
+    }
+    const int expectedCount = static_cast<int>(expected.size());
+    if (count != expectedCount) {
+        std::fprintf(stderr, "tensor count wrong. %d != %d\n", count, expectedCount);
+        return false;
+    }
+    for (int i = 0; i < count; ++i) {
+        const nolk::TensorShape& have = tensors[i].shape;
+        const nolk::TensorShape& want = expected[static_cast<std::size_t>(i)];
+        if (!sameShape(have, want)) {
+            std::fprintf(stderr, "tensor shape wrong. (%d, %d, %d, %d)[%d] != (%d, %d, %d, %d)[%d](expected)\n", have.n,
+                         have.c, have.h, have.w, have.dims, want.n, want.c, want.h, want.w, want.dims);
+            return false;
+        }
+        if (!tensors[i].data) {
+            std::fprintf(stderr, "tensors[%d] is null\n", i);
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+BaseRunner::BaseRunner(std::vector<std::unique_ptr<Layer>> layers, const std::vector<nolk::TensorX*>& inputs,
+                       const std::vector<nolk::TensorX*>& outputs, std::unique_ptr<MemoryPool> pool,
+                       std::vector<ConstBuffer> constData)
+    : pool_(std::move(pool)), layers_(std::move(layers)), constData_(std::move(constData)) {
+    for (const nolk::TensorX* t : inputs) {
+        writers_.push_back(t->createWriter());
+        inputShapes_.push_back(t->shape);
+    }
+    for (const nolk::TensorX* t : outputs) {
+        readers_.push_back(t->createReader());
+        outputShapes_.push_back(t->shape);
+    }
+}
+
+bool BaseRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) {
+    if (!isValid(inputs, inputCount, outputs, outputCount)) return false;
+    fillInputs(inputs);
+    runAllLayers();
+    fillOutputs(outputs);
+    return true;
+}
+
+void BaseRunner::destroy() { delete this; }
+
+bool BaseRunner::isValid(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs,
+                         int outputCount) const {
+    return tensorsMatch(inputs, inputCount, inputShapes_) && tensorsMatch(outputs, outputCount, outputShapes_);
+}
+
+void BaseRunner::fillInputs(const nolk::Tensor* inputs) {
+    for (std::size_t i = 0; i < writers_.size(); ++i) writers_[i]->writeNCHW(inputs[i].data);
+}
+
+void BaseRunner::runAllLayers() {
+    for (const auto& layer : layers_)
+        if (layer) layer->run(memory_);
+}
+
+void BaseRunner::fillOutputs(const nolk::Tensor* outputs) {
+    for (std::size_t i = 0; i < readers_.size(); ++i) readers_[i]->readNCHW(outputs[i].data);
+}

@@ -1,0 +1,49 @@
+// The runner of one built network: checks the host's tensors, copies the inputs into the arena, runs every layer in
+// order, copies the outputs out. Owns the layers, the arena, the constants and the layers' scratch memory; needs
+// nothing of the builder any more. Runs one batch size, the one it was built for, on one thread at a time.
+#pragma once
+
+#include <nolk.h>
+
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "builder/TensorX.h"
+#include "layers/Layer.h"
+#include "memory/AlignedMemory.h"
+#include "memory/MemoryPool.h"
+#include "runner/NCHWReader.h"
+#include "runner/NCHWWriter.h"
+
+struct FreeBuffer {
+    void operator()(float* p) const { std::free(p); }
+};
+using ConstBuffer = std::unique_ptr<float, FreeBuffer>;
+
+class BaseRunner final : public nolk::Runner {
+public:
+    // Takes the addresses of inputs and outputs as they are now: planning must be over. pool may be null, layers may
+    // be.
+    BaseRunner(std::vector<std::unique_ptr<Layer>> layers, const std::vector<nolk::TensorX*>& inputs,
+               const std::vector<nolk::TensorX*>& outputs, std::unique_ptr<MemoryPool> pool,
+               std::vector<ConstBuffer> constData);
+
+    bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
+    void destroy() override;
+
+private:
+    bool isValid(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs, int outputCount) const;
+    void fillInputs(const nolk::Tensor* inputs);
+    void runAllLayers();
+    void fillOutputs(const nolk::Tensor* outputs);
+
+    AlignedMemory<float> memory_{16};  // scratch
+    std::unique_ptr<MemoryPool> pool_;
+    std::vector<std::unique_ptr<NCHWWriter>> writers_;
+    std::vector<std::unique_ptr<NCHWReader>> readers_;
+    std::vector<nolk::TensorShape> inputShapes_;
+    std::vector<nolk::TensorShape> outputShapes_;
+    std::vector<std::unique_ptr<Layer>> layers_;
+    std::vector<ConstBuffer> constData_;
+};

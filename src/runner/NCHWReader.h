@@ -1,0 +1,8 @@
+// Copies a planned tensor out of the arena, in the order [n, c, h, w].
+#pragma once
+
+class NCHWReader {
+public:
+    virtual ~NCHWReader() = default;
+    virtual void readNCHW(float* dst) = 0;
+};
