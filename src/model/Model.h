@@ -1,0 +1,21 @@
+// What a model file has given so far: its tensors by id, its outputs, and the float arrays of its operations.
+#pragma once
+
+#include <nolk.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <vector>
+
+struct FreeDeleter {
+    void operator()(float* floats) const { std::free(floats); }
+};
+using FloatArray = std::unique_ptr<float[], FreeDeleter>;
+
+struct Model {
+    std::map<std::int16_t, nolk::TensorX*> tensors;  // the builder's; null under an id that nothing has produced
+    std::vector<nolk::TensorX*> outputs;             // in the order of their records
+    std::vector<FloatArray> arrays;                  // builders borrow them until build has returned
+};

@@ -1,0 +1,32 @@
+// The container of a model file: head, version, head info, checksum and scrambling around a list of operation records.
+// docs/model-format.md has the tables. Every record becomes one call of the builder (records.cpp), then build is
+// called. Deliberate: tensors and outputs are kept from load to load, since a reader is meant to serve one model.
+#pragma once
+
+#include <nolk.h>
+
+#include <cstdint>
+
+#include "model/BinReader.h"
+#include "model/Model.h"
+
+class ModelReaderImpl final : public nolk::ModelReader {
+public:
+    nolk::Runner* readFromFile(nolk::RunnerBuilder* builder, int batch, const char* path) override;
+    nolk::Runner* readFromMemory(nolk::RunnerBuilder* builder, int batch, void* data, int size) override;
+    void destroy() override { delete this; }
+
+private:
+    nolk::Runner* readFromVersion1(BinReader& in);
+    nolk::Runner* readFromVersion2(BinReader& in);
+    nolk::Runner* readFromVersion3(BinReader& in, unsigned char* data, int size);
+    bool readOps(BinReader& in);
+    nolk::Runner* build();
+
+    // Of the current load.
+    int batch_ = 0;
+    nolk::RunnerBuilder* builder_ = nullptr;
+    int version_ = 0;
+
+    Model model_;
+};

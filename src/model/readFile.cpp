@@ -1,0 +1,39 @@
+#include "model/readFile.h"
+
+#include <climits>
+#include <cstdio>
+#include <memory>
+
+#include "model/reportError.h"
+
+namespace {
+
+struct Closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+
+// -1 when it has none that a model could have: a folder can be opened too, and says that it is endless.
+long sizeOf(std::FILE* file) {
+    if (std::fseek(file, 0, SEEK_END) != 0) return -1;
+    const long size = std::ftell(file);
+    if (size > INT_MAX || std::fseek(file, 0, SEEK_SET) != 0) return -1;
+    return size;
+}
+
+}  // namespace
+
+std::vector<unsigned char> readFile(const char* path) {
+    const std::unique_ptr<std::FILE, Closer> file(std::fopen(path, "rb"));
+    if (!file) {
+        reportError("can not open file: %s", path);
+        return {};
+    }
+    const long size = sizeOf(file.get());
+    if (size == 0) return {};
+    if (size > 0) {
+        std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
+        if (std::fread(bytes.data(), 1, bytes.size(), file.get()) == bytes.size()) return bytes;
+    }
+    reportError("can not read file: %s", path);
+    return {};
+}

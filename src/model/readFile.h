@@ -1,0 +1,7 @@
+#pragma once
+
+#include <vector>
+
+// The bytes of a file below 2 GiB; none, with an error message, when it cannot be opened or read. An empty file gives
+// no bytes and no message.
+std::vector<unsigned char> readFile(const char* path);
