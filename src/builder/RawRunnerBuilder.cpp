@@ -1,9 +1,16 @@
 #include "builder/RawRunnerBuilder.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "builder/utils.h"
 #include "layers/RawActLayerFactory.h"
+#include "layers/RawBatchNormalizationLayerFactory.h"
+#include "layers/RawConvolutionLayerFactory.h"
+#include "layers/RawEltwiseLayerFactory.h"
+#include "layers/RawFullConnectionLayerFactory.h"
+#include "layers/RawPaddingLayerFactory.h"
+#include "layers/RawPoolingLayerFactory.h"
 
 RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
     const auto settings = cfgToMap(cfg);
@@ -18,33 +25,47 @@ nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
     return addLayerReturnOutputs(std::make_unique<Factory>(x, std::move(args)...)).front();
 }
 
-nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX*, nolk::TensorX*, EltwiseType) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX* a, nolk::TensorX* b, EltwiseType type) {
+    if (!b) return nullptr;
+    return record<RawEltwiseLayerFactory>(a, b, type);
+}
 
 // 0.2 and 0.5 are the defaults of the hard sigmoid, carried where they are not used.
 nolk::TensorX* RawRunnerBuilder::activation(nolk::TensorX* x, ActivateType type) {
     return record<RawActLayerFactory>(x, type, 0.0f, 0.0f, 0.2f, 0.5f, nullptr, 0);
 }
 
-nolk::TensorX* RawRunnerBuilder::convolve(nolk::TensorX*, nolk::Padding, nolk::DimsHW, nolk::DimsHW, nolk::Weights) {
-    return nullptr;
+nolk::TensorX* RawRunnerBuilder::convolve(nolk::TensorX* x, nolk::Padding padding, nolk::DimsHW stride,
+                                          nolk::DimsHW dilation, nolk::Weights weights) {
+    return record<RawConvolutionLayerFactory>(x, padding, stride, dilation, weights, numThreads_, gemmThresh_);
 }
 
-nolk::TensorX* RawRunnerBuilder::pad(nolk::TensorX*, nolk::Padding) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::pad(nolk::TensorX* x, nolk::Padding padding) {
+    return record<RawPaddingLayerFactory>(x, padding);
+}
 
 nolk::TensorX* RawRunnerBuilder::transpose(nolk::TensorX*, nolk::Perm) { return nullptr; }
 
 nolk::TensorX* RawRunnerBuilder::slice(nolk::TensorX*, nolk::SlicePos) { return nullptr; }
 
-nolk::TensorX* RawRunnerBuilder::fullConnect(nolk::TensorX*, nolk::Weights) { return nullptr; }
-
-nolk::TensorX* RawRunnerBuilder::batchNormalize(nolk::TensorX*, nolk::Vector, nolk::Vector, nolk::Vector, nolk::Vector,
-                                                float) {
-    return nullptr;
+nolk::TensorX* RawRunnerBuilder::fullConnect(nolk::TensorX* x, nolk::Weights weights) {
+    return record<RawFullConnectionLayerFactory>(x, weights);
 }
 
-nolk::TensorX* RawRunnerBuilder::maxPool(nolk::TensorX*, nolk::DimsHW, nolk::Padding, nolk::DimsHW) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::batchNormalize(nolk::TensorX* x, nolk::Vector scale, nolk::Vector bias,
+                                                nolk::Vector mean, nolk::Vector variance, float epsilon) {
+    return record<RawBatchNormalizationLayerFactory>(x, scale, bias, mean, variance, epsilon);
+}
 
-nolk::TensorX* RawRunnerBuilder::avgPool(nolk::TensorX*, nolk::DimsHW, nolk::Padding, nolk::DimsHW) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::maxPool(nolk::TensorX* x, nolk::DimsHW kernel, nolk::Padding padding,
+                                         nolk::DimsHW stride) {
+    return record<RawPoolingLayerFactory>(x, POOL_MAX, kernel, padding, stride);
+}
+
+nolk::TensorX* RawRunnerBuilder::avgPool(nolk::TensorX* x, nolk::DimsHW kernel, nolk::Padding padding,
+                                         nolk::DimsHW stride) {
+    return record<RawPoolingLayerFactory>(x, POOL_AVG, kernel, padding, stride);
+}
 
 nolk::TensorX* RawRunnerBuilder::relu(nolk::TensorX* x) { return activation(x, ACT_RELU); }
 

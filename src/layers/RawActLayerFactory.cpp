@@ -1,8 +1,7 @@
 #include "layers/RawActLayerFactory.h"
 
-#include "builder/refuse.h"
-#include "builder/shapes.h"
 #include "layers/RawActLayer.h"
+#include "layers/vectors.h"
 
 RawActLayerFactory::RawActLayerFactory(nolk::TensorX* x, ActivateType type, float p0, float p1, float p2, float p3,
                                        const float* slopes, int count)
@@ -12,9 +11,7 @@ RawActLayerFactory::RawActLayerFactory(nolk::TensorX* x, ActivateType type, floa
 }
 
 void RawActLayerFactory::check() const {
-    const nolk::TensorShape& in = input()->shape;
-    if (type_ == ACT_PRELU && elementCount(in) > 0 && slopes_.size() < static_cast<std::size_t>(in.c))
-        refuse("prelu: input has %d channels, slopes has %d", in.c, static_cast<int>(slopes_.size()));
+    if (type_ == ACT_PRELU) checkChannels("prelu", "slopes", slopes_, input()->shape);
 }
 
 std::unique_ptr<Layer> RawActLayerFactory::create() {

@@ -22,6 +22,7 @@ public:
     nolk::RunnerBuilder* operator->() const { return builder_; }
 
     nolk::TensorX* input(nolk::TensorShape shape, std::vector<float> values) {
+        values.push_back(kSentinel);  // an empty tensor has an address too
         inputs_.push_back({shape, std::move(values)});
         return builder_->input(shape);
     }

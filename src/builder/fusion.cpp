@@ -1,0 +1,149 @@
+// Which neighbours a convolution and a max pooling take over, and how their parameters change. The builder takes the
+// absorbed factory out of the network and starts its walk anew, so one factory may absorb several neighbours.
+#include <algorithm>
+#include <cmath>
+
+#include "layers/BatchNormalizationLayerFactory.h"
+#include "layers/ConvolutionLayerFactory.h"
+#include "layers/PaddingLayerFactory.h"
+#include "layers/PoolingLayerFactory.h"
+#include "layers/weights.h"
+
+namespace {
+
+// Batch normalisation as y = factor * x + addend, per channel.
+struct ChannelFactors {
+    std::vector<double> factor;
+    std::vector<double> addend;
+};
+
+int channelCount(const BatchNormalizationLayerFactory& bn) {
+    return static_cast<int>(std::min({bn.mean.size(), bn.scale.size(), bn.bias.size(), bn.variance.size()}));
+}
+
+ChannelFactors channelFactors(const BatchNormalizationLayerFactory& bn) {
+    ChannelFactors factors;
+    for (std::size_t c = 0; c < static_cast<std::size_t>(channelCount(bn)); ++c) {
+        const float s = std::sqrt(bn.variance[c] + bn.epsilon);
+        const float shifted = bn.scale[c] * bn.mean[c];
+        factors.factor.push_back(static_cast<double>(bn.scale[c]) / static_cast<double>(s));
+        factors.addend.push_back(static_cast<double>(bn.bias[c]) -
+                                 static_cast<double>(shifted) / static_cast<double>(s));
+    }
+    return factors;
+}
+
+void addPadding(nolk::Padding& padding, const nolk::Padding& more) {
+    padding.top += more.top;
+    padding.bottom += more.bottom;
+    padding.left += more.left;
+    padding.right += more.right;
+}
+
+// A copy, because the bias may be the fused one, which is about to be resized.
+std::vector<float> oldBias(const nolk::Weights& weights) {
+    if (!weights.bias) return {};
+    return {weights.bias, weights.bias + biasCount(weights)};
+}
+
+bool isZero(const nolk::Padding& p) { return p.top == 0 && p.bottom == 0 && p.left == 0 && p.right == 0; }
+
+}  // namespace
+
+LayerFactory* ConvolutionLayerFactory::fuse() {
+    LayerFactory* prev = fusiblePrev();
+    auto* bnBefore = dynamic_cast<BatchNormalizationLayerFactory*>(prev);
+    if (bnBefore && isZero(padding) && canAbsorbPreBn(*bnBefore)) {
+        absorbPreBn(bnBefore);
+        return bnBefore;
+    }
+    auto* bnBehind = dynamic_cast<BatchNormalizationLayerFactory*>(fusibleNext());
+    if (bnBehind && output()->shape.c <= channelCount(*bnBehind)) {
+        absorbBn(bnBehind);
+        return bnBehind;
+    }
+    if (auto* pad = dynamic_cast<PaddingLayerFactory*>(prev)) {
+        absorbPad(pad);
+        return pad;
+    }
+    return nullptr;
+}
+
+void ConvolutionLayerFactory::absorbPad(PaddingLayerFactory* pad) {
+    addPadding(padding, pad->padding);
+    update_pre_comsumer();
+}
+
+// Every weight needs a factor of its input channel: one set of weights for all groups cannot have several, and the
+// index that grouped convolutions use, the output channel, has to exist.
+bool ConvolutionLayerFactory::canAbsorbPreBn(const BatchNormalizationLayerFactory& bn) const {
+    if (weights.groups == 1) return weights.inChannels <= channelCount(bn);
+    return !weights.shared && output()->shape.c <= channelCount(bn);
+}
+
+// conv(factor * x + addend): weights take the factor of their input channel, the bias what the addends sum up to.
+void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
+    const ChannelFactors factors = channelFactors(*bn);
+    const int outChannels = weights.groups * weights.outChannels;
+    const int kernelSize = weights.kernelH * weights.kernelW;
+    std::vector<double> added(static_cast<std::size_t>(outChannels), 0.0);
+    float* w = weights.weight;
+    for (int o = 0; o < outChannels; ++o) {
+        for (int i = 0; i < weights.inChannels; ++i) {
+            // Deliberate: the output channel for every grouped convolution, though only a depthwise one reads that
+            // input.
+            const auto channel = static_cast<std::size_t>(weights.groups == 1 ? i : o);
+            const auto factor = static_cast<float>(factors.factor[channel]);
+            float sum = 0.0f;
+            for (int k = 0; k < kernelSize; ++k, ++w) {
+                sum += *w;
+                *w *= factor;
+            }
+            const float share = sum * static_cast<float>(factors.addend[channel]);
+            added[static_cast<std::size_t>(o)] += static_cast<double>(share);
+        }
+    }
+
+    const std::vector<float> bias = oldBias(weights);
+    fusedBias.resize(added.size());
+    std::copy_n(bias.begin(), std::min(bias.size(), fusedBias.size()), fusedBias.begin());
+    for (std::size_t o = 0; o < fusedBias.size(); ++o) fusedBias[o] += static_cast<float>(added[o]);
+    weights.bias = fusedBias.data();
+    update_pre_comsumer();
+}
+
+// factor * conv(x) + addend: every output channel's weights and bias take its factor, the bias its addend too.
+void ConvolutionLayerFactory::absorbBn(BatchNormalizationLayerFactory* bn) {
+    const ChannelFactors factors = channelFactors(*bn);
+    const int channels = channelCount(*bn);
+    const int rows = weights.shared ? weights.outChannels : weights.groups * weights.outChannels;
+    const int rowLength = weights.inChannels * weights.kernelH * weights.kernelW;
+    float* w = weights.weight;
+    for (int o = 0; o < rows; ++o) {
+        const auto factor = static_cast<float>(factors.factor[static_cast<std::size_t>(o)]);
+        for (int k = 0; k < rowLength; ++k, ++w) *w *= factor;
+    }
+
+    const std::vector<float> bias = oldBias(weights);
+    fusedBias.resize(static_cast<std::size_t>(channels));
+    for (std::size_t c = 0; c < fusedBias.size(); ++c) {
+        if (c < bias.size()) fusedBias[c] = static_cast<float>(static_cast<double>(bias[c]) * factors.factor[c]);
+        fusedBias[c] += static_cast<float>(factors.addend[c]);
+    }
+    weights.bias = fusedBias.data();
+    update_next_producer();
+}
+
+LayerFactory* PoolingLayerFactory::fuse() {
+    auto* pad = dynamic_cast<PaddingLayerFactory*>(fusiblePrev());
+    if (!pad || type != POOL_MAX) return nullptr;
+    absorbPad(pad);
+    return pad;
+}
+
+// Deliberate: positions in the padding take no part in a maximum, where the padding layer's zeros did; and the input
+// goes on naming the padding as its consumer.
+void PoolingLayerFactory::absorbPad(PaddingLayerFactory* pad) {
+    addPadding(padding, pad->padding);
+    inputs.front() = pad->inputs.front();
+}

@@ -1,0 +1,56 @@
+// Grouped, strided, dilated convolution with zero padding:
+//   y[b, o, oh, ow] = bias[o] + sum over i, kh, kw of
+//                     x[b, i, oh * stride.h - top + kh * dilation.h, ow * stride.w - left + kw * dilation.w] *
+//                     weight[o, i, kh, kw]
+//   in [n, groups * inChannels, h, w], weights [group, out, in, kh, kw], out [n, groups * outChannels, oh, ow]
+// One matrix product per sample and group: weights times the input itself for a 1x1 kernel at unit stride without
+// padding, else times a copy of the input in which every output position has its window as one contiguous column
+// (im2col). The copy lies in the runner's scratch memory and is reused for every group, sample and run.
+#pragma once
+
+#include <memory>
+
+#include "layers/Layer.h"
+
+class RawConvolutionLayer final : public Layer {
+public:
+    RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
+                        nolk::DimsHW dilation, const nolk::Weights& weights, int numThreads, int gemmThresh);
+
+    void run(AlignedMemory<float>& scratch) override;
+    nolk::Tensor getInputTensor() const override { return input_; }
+    nolk::Tensor getOutputTensor() const override { return output_; }
+
+    // Every output position's window: columns [oh * ow][in, kh, kw] from one group's channels [in, h, w] of one sample.
+    void im2col(float* columns, const float* input) const;
+
+    // The result by definition, one fused multiply-add after the other. What run computes, up to rounding.
+    void algo() const;
+
+    // Whether the input itself is the matrix to multiply with. The dilation of a single tap does not matter.
+    static bool isPointwise(const nolk::Weights& weights, const nolk::Padding& padding, const nolk::DimsHW& stride);
+
+private:
+    struct Range {
+        int begin, end;
+    };
+
+    void multiply(const float* weights, const float* input, float* output, AlignedMemory<float>& scratch) const;
+    void addBias(float* output, int group) const;
+    const float* sourceRow(const float* channel, int outRow, int kernelRow) const;
+    Range insideColumns() const;
+    void copyBorder(float* columns, const float* input, int outRow, Range outColumns) const;
+    float windowSum(const float* input, std::ptrdiff_t weightRow, int outRow, int outColumn) const;
+    void copyInside(float* columns, const float* input, int outRow, Range outColumns) const;
+
+    nolk::Padding padding_;
+    nolk::DimsHW stride_;
+    nolk::DimsHW dilation_;
+    nolk::Weights weights_;  // its arrays are the two below
+    std::unique_ptr<float[]> weight_;
+    std::unique_ptr<float[]> bias_;
+    nolk::Tensor input_;
+    nolk::Tensor output_;
+    int numThreads_;
+    int gemmThresh_;
+};

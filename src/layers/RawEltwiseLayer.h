@@ -1,0 +1,37 @@
+// a + b, a - b, a * b, a / b, or a > b ? a : b (b where they are equal or either is NaN), element by element.
+//   a, out [n, c, h, w]; out may be a
+//   b      a's shape, or 1 at c, h or w, which is broadcast. The batch is not.
+// With neither a's c nor a 1 at c, but a's h and w, b is read as one plane a sample. An element of b that does not
+// exist (a batch of 1 against more) counts as 0.
+#pragma once
+
+#include "layers/Layer.h"
+
+class RawEltwiseLayer final : public Layer {
+public:
+    RawEltwiseLayer(nolk::Tensor a, nolk::Tensor b, nolk::Tensor output, EltwiseType type);
+
+    void run(AlignedMemory<float>& scratch) override;
+    nolk::Tensor getInputTensor() const override { return a_; }
+    nolk::Tensor getOutputTensor() const override { return output_; }
+
+private:
+    struct Operation {
+        void (*arrays)(int n, float* out, const float* a, const float* b);
+        void (*scalar)(int n, float* out, const float* a, float b);
+    };
+
+    static const Operation kOperations[];
+
+    void binary(const Operation& operation) const;
+    void broadcastSpace(const Operation& operation) const;
+    void broadcastChannel(const Operation& operation) const;
+    void combine(const Operation& operation, int n, std::ptrdiff_t at, std::int64_t atB) const;
+    float elementOfB(std::int64_t at) const;
+
+    nolk::Tensor a_;
+    nolk::Tensor b_;
+    nolk::Tensor output_;
+    EltwiseType type_;
+    int countB_;
+};

@@ -1,0 +1,25 @@
+#include "layers/RawFullConnectionLayer.h"
+
+#include "builder/shapes.h"
+#include "layers/ownedFloats.h"
+#include "layers/weights.h"
+#include "math/quotient.h"
+
+RawFullConnectionLayer::RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor output, const nolk::Weights& weights)
+    : input_(input),
+      output_(output),
+      groups_(weights.groups),
+      weight_(ownedFloats(weights.weight, weightCount(weights))),
+      bias_(ownedFloats(weights.bias, biasCount(weights))) {
+    desc = "fc";
+}
+
+void RawFullConnectionLayer::run(AlignedMemory<float>&) {
+    if (elementCount(output_.shape) == 0) return;
+    const int rows = groups_ * input_.shape.n;
+    const int inputs = quotient(input_.shape.c, groups_);
+    const int outputs = quotient(output_.shape.c, groups_);
+    gemmMajRowColRow(input_.data, weight_.get(), output_.data, rows, inputs, outputs, 1, 0);
+    if (!bias_) return;
+    for (std::ptrdiff_t row = 0; row < rows; ++row) vectorAdd(outputs, output_.data + row * outputs, bias_.get());
+}

@@ -1,0 +1,16 @@
+// Records a fully connected operation. Output [n, groups * outChannels, 1, 1] with dims 1. Refuses an input with more
+// channels than the weights have room for. Keeps the caller's arrays until create.
+#pragma once
+
+#include "layers/FullConnectionLayerFactory.h"
+
+class RawFullConnectionLayerFactory final : public FullConnectionLayerFactory {
+public:
+    RawFullConnectionLayerFactory(nolk::TensorX* x, nolk::Weights weights);
+
+    std::unique_ptr<Layer> create() override;
+    void check() const override;
+
+private:
+    nolk::Weights weights_;
+};
