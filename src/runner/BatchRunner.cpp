@@ -1,0 +1,208 @@
+#include "runner/BatchRunner.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+
+#include "builder/shapes.h"
+
+namespace {
+
+float readWaitFactor() {
+    const char* text = std::getenv("nolk_batch_wait_factor");
+    return text ? static_cast<float>(std::strtod(text, nullptr)) : 1.0f;
+}
+
+// How long a partial batch may wait for more, in durations of the last run. Read once, when the library is loaded.
+const float nolk_batch_wait_factor = readWaitFactor();
+
+constexpr std::chrono::milliseconds kPatience(100);  // bounds the delay of a missed wake-up
+
+std::vector<nolk::TensorShape> shapesOf(const QueItem& item) {
+    std::vector<nolk::TensorShape> shapes;
+    for (const nolk::Tensor& t : item.inputs) shapes.push_back(t.shape);
+    for (const nolk::Tensor& t : item.outputs) shapes.push_back(t.shape);
+    return shapes;
+}
+
+}  // namespace
+
+BatchRunner::BatchRunner(nolk::Runner* runner, int batch) : BaseBatchRunner(runner, batch) {
+    pass_.reserve(static_cast<std::size_t>(batch));
+    worker_ = std::thread(&BatchRunner::workerFun, this);
+}
+
+bool BatchRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) {
+    if (!canSplit(inputs, inputCount, outputs, outputCount) || inputs[0].shape.n < 1) return false;
+    std::vector<QueItem> items = toQueItems(inputs, inputCount, outputs, outputCount);
+    if (!enter(items.front())) return false;
+    fillItemsInQue(items);
+    readItemsFromQue(items);
+    leave();
+    return items.front().ok;
+}
+
+void BatchRunner::destroy() {
+    stop_ = true;
+    cond_.notify_all();
+    worker_.join();
+    BaseBatchRunner::destroy();
+}
+
+// Counts the caller in, unless its tensors would not fit the batch tensors.
+bool BatchRunner::enter(const QueItem& item) {
+    const std::vector<nolk::TensorShape> shapes = shapesOf(item);
+    const auto fitsBatch = [this](nolk::TensorShape shape) {
+        shape.n = batch_;
+        return isRepresentable(shape);
+    };
+    const Lock lock(mutex_);
+    if (closed_) return false;
+    if (shapes_.empty() && std::all_of(shapes.begin(), shapes.end(), fitsBatch)) {
+        shapes_ = shapes;
+        inputCount_ = item.inputs.size();
+    }
+    if (item.inputs.size() != inputCount_ ||
+        !std::equal(shapes.begin(), shapes.end(), shapes_.begin(), shapes_.end(), sameShape)) {
+        std::fputs("batch runner: tensors differ from those of the first call\n", stderr);
+        return false;
+    }
+    ++callers_;
+    return true;
+}
+
+void BatchRunner::leave() {
+    const Lock lock(mutex_);
+    --callers_;
+    // Notified under the lock: once it is released, the runner may go.
+    if (stop_) cond_.notify_all();
+}
+
+void BatchRunner::fillItemsInQue(std::vector<QueItem>& items) {
+    const std::size_t limit = 3 * static_cast<std::size_t>(batch_);
+    Lock lock(mutex_);
+    for (QueItem& item : items) {
+        while (queue_.size() >= limit) waitAWhile(lock);
+        try {
+            queue_.push_back(&item);
+        } catch (const std::bad_alloc&) {
+            item.state = 1;  // as a failed run; what is queued already must not lose its owner
+        }
+        cond_.notify_all();
+    }
+}
+
+void BatchRunner::readItemsFromQue(const std::vector<QueItem>& items) {
+    Lock lock(mutex_);
+    for (const QueItem& item : items)
+        while (item.state.load(std::memory_order_acquire) != 1) waitAWhile(lock);
+}
+
+void BatchRunner::waitAWhile(Lock& lock) { cond_.wait_until(lock, Clock::now() + kPatience); }
+
+void BatchRunner::workerFun() {
+    while (true) {
+        const std::vector<QueItem*>& pass = drainQue();
+        if (pass.empty()) return;
+        const bool ok = runPass(pass);
+        for (QueItem* item : pass) {
+            item->ok = ok;
+            item->state.store(1, std::memory_order_release);
+        }
+        // Between a caller's look at the state and its sleep lies nothing but the lock: taking it loses no wake-up.
+        { const Lock lock(mutex_); }
+        cond_.notify_all();
+    }
+}
+
+// Up to a batch of items; none when it is time to leave: stopped, nothing queued and nobody about to queue more.
+const std::vector<QueItem*>& BatchRunner::drainQue() {
+    pass_.clear();
+    Lock lock(mutex_);
+    while (queue_.empty()) {
+        if (stop_ && callers_ == 0) {
+            closed_ = true;
+            return pass_;
+        }
+        waitAWhile(lock);
+    }
+    if (nolk_batch_wait_factor != 0.0f) waitForFullBatch(lock);
+    while (!queue_.empty() && pass_.size() < static_cast<std::size_t>(batch_)) {
+        pass_.push_back(queue_.front());
+        queue_.pop_front();
+    }
+    cond_.notify_all();  // there is room in the queue again
+    return pass_;
+}
+
+void BatchRunner::waitForFullBatch(Lock& lock) {
+    const auto nanoseconds = [] {
+        return std::chrono::duration<double, std::nano>(Clock::now().time_since_epoch()).count();
+    };
+    const double deadline = nanoseconds() + static_cast<double>(nolk_batch_wait_factor) * lastRunSeconds_ * 1e9;
+    while (queue_.size() < static_cast<std::size_t>(batch_) && !stop_) {
+        const double left = deadline - nanoseconds();
+        if (!(left > 0.0)) return;  // also for a factor that is not a number
+        const auto wait = std::chrono::duration<double, std::nano>(std::min(left, 1e8));
+        cond_.wait_until(lock, Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
+    }
+}
+
+// Whatever goes wrong in a pass fails its items, as a result of false does; the worker lives on.
+bool BatchRunner::runPass(const std::vector<QueItem*>& pass) {
+    bool ok = false;
+    try {
+        if (realInputs_.tensors.empty()) initRealBatchTensors(*pass.front());
+        copyItemsToBatchTensors(pass);
+        const Clock::time_point start = Clock::now();
+        ok = runner_->run(realInputs_.tensors.data(), static_cast<int>(realInputs_.tensors.size()),
+                          realOutputs_.tensors.data(), static_cast<int>(realOutputs_.tensors.size()));
+        lastRunSeconds_ = std::chrono::duration<double>(Clock::now() - start).count();
+        copyBatchTensorsToItems(pass);
+    } catch (...) {
+        ok = false;
+    }
+    if (!ok) std::fputs("batch runner error\n", stderr);
+    return ok;
+}
+
+void BatchRunner::initRealBatchTensors(const QueItem& item) {
+    RealTensors inputs = makeRealTensors(item.inputs);
+    realOutputs_ = makeRealTensors(item.outputs);
+    realInputs_ = std::move(inputs);
+}
+
+BatchRunner::RealTensors BatchRunner::makeRealTensors(const std::vector<nolk::Tensor>& samples) const {
+    RealTensors real;
+    for (const nolk::Tensor& sample : samples) {
+        nolk::TensorShape shape = sample.shape;
+        shape.n = batch_;
+        // Zeroed, so that a first partial batch computes on numbers.
+        real.storage.push_back(std::make_unique<float[]>(static_cast<std::size_t>(elementCount(shape))));
+        real.tensors.push_back({shape, real.storage.back().get()});
+    }
+    return real;
+}
+
+void BatchRunner::copyItemsToBatchTensors(const std::vector<QueItem*>& pass) {
+    for (std::size_t i = 0; i < pass.size(); ++i)
+        for (std::size_t j = 0; j < realInputs_.tensors.size(); ++j)
+            copyTensorToBatchTensor(pass[i]->inputs[j], realInputs_.tensors[j], static_cast<int>(i));
+}
+
+void BatchRunner::copyBatchTensorsToItems(const std::vector<QueItem*>& pass) {
+    for (std::size_t i = 0; i < pass.size(); ++i)
+        for (std::size_t j = 0; j < realOutputs_.tensors.size(); ++j)
+            copyBatchTensorToTensor(realOutputs_.tensors[j], pass[i]->outputs[j], static_cast<int>(i));
+}
+
+void BatchRunner::copyTensorToBatchTensor(const nolk::Tensor& sample, nolk::Tensor& batch, int index) {
+    const int n = elementCount(sample.shape);
+    std::copy_n(sample.data, n, batch.data + index * n);
+}
+
+void BatchRunner::copyBatchTensorToTensor(const nolk::Tensor& batch, nolk::Tensor& sample, int index) {
+    const int n = elementCount(sample.shape);
+    std::copy_n(batch.data + index * n, n, sample.data);
+}

@@ -1,0 +1,75 @@
+// Gathers the samples of many callers into full batches and runs these on a worker thread. A caller queues its samples
+// and sleeps until they are finished; the worker waits a little for a partial batch to fill (a factor, the environment
+// variable nolk_batch_wait_factor, times the last run's duration), then runs the inner runner with the full batch size.
+//   BatchRunner* shared = new BatchRunner(runnerOfBatch16, 16);  // any number of threads: shared->run(...)
+//   shared->destroy();  // runs what is queued, lets every caller go, joins the worker
+// All calls must have tensors of the first call's shapes, but for the batch; others are refused.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <thread>
+
+#include "runner/BaseBatchRunner.h"
+
+class BatchRunner final : public BaseBatchRunner {
+public:
+    // Starts the worker; throws std::system_error when that fails.
+    BatchRunner(nolk::Runner* runner, int batch);
+
+    // The result of the first sample's run; deliberately, later samples that went into another run are not asked. False
+    // for a first dimension below 1.
+    bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
+
+    // May be called while callers are inside run, but no call may begin after it.
+    void destroy() override;
+
+private:
+    using Clock = std::chrono::system_clock;
+    using Lock = std::unique_lock<std::mutex>;
+
+    // One batch tensor, and its storage.
+    struct RealTensors {
+        std::vector<nolk::Tensor> tensors;
+        std::vector<std::unique_ptr<float[]>> storage;
+    };
+
+    // Callers.
+    bool enter(const QueItem& item);
+    void leave();
+    void fillItemsInQue(std::vector<QueItem>& items);
+    void readItemsFromQue(const std::vector<QueItem>& items);
+
+    // Worker.
+    void workerFun();
+    const std::vector<QueItem*>& drainQue();
+    void waitForFullBatch(Lock& lock);
+    void waitAWhile(Lock& lock);
+    bool runPass(const std::vector<QueItem*>& pass);
+    void initRealBatchTensors(const QueItem& item);
+    RealTensors makeRealTensors(const std::vector<nolk::Tensor>& samples) const;
+    void copyItemsToBatchTensors(const std::vector<QueItem*>& pass);
+    void copyBatchTensorsToItems(const std::vector<QueItem*>& pass);
+    static void copyTensorToBatchTensor(const nolk::Tensor& sample, nolk::Tensor& batch, int index);
+    static void copyBatchTensorToTensor(const nolk::Tensor& batch, nolk::Tensor& sample, int index);
+
+    std::atomic<bool> stop_{false};
+    std::condition_variable cond_;  // with mutex_: items queued, items finished
+
+    // Guarded by mutex_.
+    std::deque<QueItem*> queue_;             // not yet taken, oldest first
+    int callers_ = 0;                        // inside run
+    bool closed_ = false;                    // the worker has left
+    std::vector<nolk::TensorShape> shapes_;  // of the first call's inputs, then outputs, with batch 1
+    std::size_t inputCount_ = 0;             // of the first call
+
+    // Worker only.
+    double lastRunSeconds_ = 0.01;
+    std::vector<QueItem*> pass_;
+    RealTensors realInputs_;
+    RealTensors realOutputs_;
+
+    std::thread worker_;  // last: starts when all else is there
+};
