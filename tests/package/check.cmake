@@ -1,0 +1,36 @@
+# Installs nolk into a scratch prefix and builds the README's code against that alone, found by CMake and by pkg-config:
+#   cmake -DBUILD=<build tree> -DSCRATCH=<folder> -DREADME=<file> -DMODEL=<file> -DCXX=<compiler> -DPKG_CONFIG=<program>
+#         [-DSANITIZE=<sanitizers of the library>] -P check.cmake
+function(run)
+  execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+# A sanitized library wants a host with the same sanitizer.
+set(flags -Wall -Wextra -Werror)
+if(SANITIZE)
+  list(APPEND flags -fsanitize=${SANITIZE})
+endif()
+list(JOIN flags " " flags_text)
+
+file(REMOVE_RECURSE ${SCRATCH})
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${SCRATCH}/prefix)
+file(READ ${README} readme)
+if(NOT readme MATCHES "```cpp\n([^`]+)```")
+  message(FATAL_ERROR "no C++ in ${README}")
+endif()
+file(WRITE ${SCRATCH}/main.cpp "${CMAKE_MATCH_1}")
+
+run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -DCMAKE_PREFIX_PATH=${SCRATCH}/prefix
+    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp)
+run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
+run(${SCRATCH}/build/host ${MODEL})
+
+file(GLOB_RECURSE pc ${SCRATCH}/prefix/nolk.pc)
+cmake_path(GET pc PARENT_PATH pc_folder)
+set(ENV{PKG_CONFIG_PATH} ${pc_folder})
+execute_process(COMMAND ${PKG_CONFIG} --cflags --libs nolk OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${PKG_CONFIG} --variable=libdir nolk OUTPUT_VARIABLE libdir OUTPUT_STRIP_TRAILING_WHITESPACE)
+separate_arguments(options UNIX_COMMAND "${options}")
+# C++14 is what the header asks of a host.
+run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
+run(${SCRATCH}/host ${MODEL})
