@@ -1,0 +1,11 @@
+// What there is to measure; each function registers its comparisons.
+#pragma once
+
+// Convolutions beside the matrix products that they consist of.
+void compareConvolutions();
+
+// The trained network of the digits example beside its matrix products.
+void compareDigits();
+
+// Single layers beside loops for the same arithmetic in the same order.
+void compareLayers();

@@ -1,0 +1,16 @@
+// Compares nolk, seen through its public header, with bare code for the same arithmetic; see scripts/bench.
+#include <benchmark/benchmark.h>
+
+#include "RatioReporter.h"
+#include "benches.h"
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    compareConvolutions();
+    compareLayers();
+    compareDigits();
+    RatioReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    reporter.printTable();
+}
