@@ -2,45 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
 #include "layers/weights.h"
-
-namespace {
-
-// Positions whose windows are copied together: few enough for their columns to stay in the first-level cache, so that
-// every line of it is filled before it leaves.
-constexpr int kBlock = 8;
-
-// Copies count windows of a row, kWidth contiguous values each, step apart in the source and pitch apart in the
-// columns.
-template <int kWidth>
-void copyWindows(float* dst, std::ptrdiff_t pitch, const float* src, int step, int count) {
-    for (int i = 0; i < count; ++i) std::memcpy(dst + i * pitch, src + i * step, kWidth * sizeof(float));
-}
-
-void copyWindows(float* dst, std::ptrdiff_t pitch, const float* src, int step, int count, int width) {
-    switch (width) {
-        case 1:
-            return copyWindows<1>(dst, pitch, src, step, count);
-        case 3:
-            return copyWindows<3>(dst, pitch, src, step, count);
-        case 5:
-            return copyWindows<5>(dst, pitch, src, step, count);
-        case 7:
-            return copyWindows<7>(dst, pitch, src, step, count);
-        default:
-            for (int i = 0; i < count; ++i) std::copy_n(src + i * step, width, dst + i * pitch);
-    }
-}
-
-void clearWindows(float* dst, std::ptrdiff_t pitch, int count, int width) {
-    for (int i = 0; i < count; ++i) std::fill_n(dst + i * pitch, width, 0.0f);
-}
-
-}  // namespace
+#include "math/transposeTile.h"
 
 RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding,
                                          nolk::DimsHW stride, nolk::DimsHW dilation, const nolk::Weights& weights,
@@ -58,6 +24,12 @@ RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output
     weights_.weight = weight_.get();
     weights_.bias = bias_.get();
     desc = "conv";
+    if (elementCount(output_.shape) == 0 || isPointwise(weights_, padding_, stride_)) return;
+    const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(input_.shape.h) * input_.shape.w;
+    for (int ic = 0; ic < weights_.inChannels; ++ic)
+        for (int kh = 0; kh < weights_.kernelH; ++kh)
+            for (int kw = 0; kw < weights_.kernelW; ++kw)
+                taps_.push_back({ic * inPlane + kw * dilation_.w, kh * dilation_.h});
 }
 
 bool RawConvolutionLayer::isPointwise(const nolk::Weights& weights, const nolk::Padding& padding,
@@ -109,65 +81,82 @@ void RawConvolutionLayer::addBias(float* output, int group) const {
 void RawConvolutionLayer::im2col(float* columns, const float* input) const {
     if (weights_.inChannels < 1 || weights_.kernelH < 1 || weights_.kernelW < 1) return;
     const int outW = output_.shape.w;
-    const std::ptrdiff_t rowLength =
-        static_cast<std::ptrdiff_t>(outW) * weights_.inChannels * weights_.kernelH * weights_.kernelW;
     const Range inside = insideColumns();
-    for (int oh = 0; oh < output_.shape.h; ++oh, columns += rowLength) {
-        copyBorder(columns, input, oh, {0, inside.begin});
-        for (int ow = inside.begin; ow < inside.end; ow += kBlock)
-            copyInside(columns, input, oh, {ow, std::min(ow + kBlock, inside.end)});
-        copyBorder(columns, input, oh, {inside.end, outW});
+    for (int oh = 0; oh < output_.shape.h; ++oh) {
+        float* row = columns + static_cast<std::ptrdiff_t>(oh) * outW * static_cast<std::ptrdiff_t>(taps_.size());
+        copyWindows(row, input, oh, {0, inside.begin});
+        copyTiles(row, input, oh, inside);
+        copyWindows(row, input, oh, {inside.end, outW});
     }
 }
 
-// Output columns whose windows lie within a row as contiguous values; none for a dilation or an odd stride.
+// Output columns that copyTiles can fill: neighbouring windows read neighbouring values, all of them within the rows.
 RawConvolutionLayer::Range RawConvolutionLayer::insideColumns() const {
     const std::int64_t outW = output_.shape.w;
-    const std::int64_t stride = stride_.w;
+    const std::int64_t lastTap = static_cast<std::int64_t>(weights_.kernelW - 1) * dilation_.w;
     const std::int64_t left = padding_.left;
-    if (dilation_.w != 1 || stride < 1 || left < 0) return {0, 0};
-    const std::int64_t room = input_.shape.w + left - weights_.kernelW;
-    const std::int64_t begin = std::min((left + stride - 1) / stride, outW);
-    const std::int64_t end = room < 0 ? begin : std::clamp(room / stride + 1, begin, outW);
+    const std::int64_t begin = std::clamp<std::int64_t>(left, 0, outW);
+    const std::int64_t end = std::min(input_.shape.w + left - lastTap, outW);
+    if (stride_.w != 1 || dilation_.w < 0 || end - begin < kTile || taps_.size() < kTile) return {0, 0};
     return {static_cast<int>(begin), static_cast<int>(end)};
 }
 
-const float* RawConvolutionLayer::sourceRow(const float* channel, int outRow, int kernelRow) const {
-    const int row = outRow * stride_.h - padding_.top + kernelRow * dilation_.h;
-    if (row < 0 || row >= input_.shape.h) return nullptr;
-    return channel + static_cast<std::ptrdiff_t>(row) * input_.shape.w;
-}
-
-void RawConvolutionLayer::copyInside(float* columns, const float* input, int outRow, Range outColumns) const {
-    const int width = weights_.kernelW;
-    const std::ptrdiff_t pitch = static_cast<std::ptrdiff_t>(weights_.inChannels) * weights_.kernelH * width;
-    const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(input_.shape.h) * input_.shape.w;
-    const int count = outColumns.end - outColumns.begin;
-    const int firstColumn = outColumns.begin * stride_.w - padding_.left;
-    float* dst = columns + outColumns.begin * pitch;
-    for (int ic = 0; ic < weights_.inChannels; ++ic, input += inPlane)
-        for (int kh = 0; kh < weights_.kernelH; ++kh, dst += width) {
-            const float* row = sourceRow(input, outRow, kh);
-            if (row)
-                copyWindows(dst, pitch, row + firstColumn, stride_.w, count, width);
-            else
-                clearWindows(dst, pitch, count, width);
+// Eight taps of eight windows at a time: in the input the windows are neighbours, in the columns the taps. The last
+// tile, of taps as of windows, is moved back to fit.
+void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outRow, Range outColumns) const {
+    static constexpr float kZeros[kTile] = {};
+    const int tapCount = static_cast<int>(taps_.size());
+    for (int tap = 0; outColumns.begin < outColumns.end && tap < tapCount; tap += kTile) {
+        const int firstTap = std::min(tap, tapCount - kTile);
+        const float* rows[kTile];
+        for (int i = 0; i < kTile; ++i) rows[i] = tapRow(input, outRow, taps_[static_cast<std::size_t>(firstTap + i)]);
+        for (int ow = outColumns.begin; ow < outColumns.end; ow += kTile) {
+            const int first = std::min(ow, outColumns.end - kTile);
+            const float* in[kTile];
+            for (int i = 0; i < kTile; ++i) in[i] = rows[i] ? rows[i] + (first - padding_.left) : kZeros;
+            float* dst = columns + static_cast<std::ptrdiff_t>(first) * tapCount + firstTap;
+            // The columns are too many for the near caches, and too far apart for the processor to see what comes next.
+            for (int i = 0; i < kTile; ++i)
+                __builtin_prefetch(dst + static_cast<std::ptrdiff_t>(i) * tapCount + 3 * kTile, 1);
+            transposeTile(in, dst, tapCount);
         }
+    }
 }
 
-void RawConvolutionLayer::copyBorder(float* columns, const float* input, int outRow, Range outColumns) const {
+// Where the tap reads for the first window of a row; null outside the input.
+const float* RawConvolutionLayer::tapRow(const float* input, int outRow, const Tap& tap) const {
+    const float* row = sourceRow(input, outRow * stride_.h - padding_.top + tap.row);
+    return row ? row + tap.offset : nullptr;
+}
+
+void RawConvolutionLayer::copyWindows(float* columns, const float* input, int outRow, Range outColumns) const {
     const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(input_.shape.h) * input_.shape.w;
-    float* dst = columns + static_cast<std::ptrdiff_t>(outColumns.begin) * weights_.inChannels * weights_.kernelH *
-                               weights_.kernelW;
+    float* dst = columns + outColumns.begin * static_cast<std::ptrdiff_t>(taps_.size());
     for (int ow = outColumns.begin; ow < outColumns.end; ++ow)
         for (int ic = 0; ic < weights_.inChannels; ++ic)
-            for (int kh = 0; kh < weights_.kernelH; ++kh) {
-                const float* row = sourceRow(input + ic * inPlane, outRow, kh);
-                for (int kw = 0; kw < weights_.kernelW; ++kw) {
-                    const int iw = ow * stride_.w - padding_.left + kw * dilation_.w;
-                    *dst++ = row && iw >= 0 && iw < input_.shape.w ? row[iw] : 0.0f;
-                }
+            for (int kh = 0; kh < weights_.kernelH; ++kh, dst += weights_.kernelW) {
+                const int row = outRow * stride_.h - padding_.top + kh * dilation_.h;
+                copyRow(dst, sourceRow(input + ic * inPlane, row), ow * stride_.w - padding_.left);
             }
+}
+
+// One row of a window, from firstColumn of a row of the input; row is null outside the input.
+void RawConvolutionLayer::copyRow(float* dst, const float* row, int firstColumn) const {
+    const int width = weights_.kernelW;
+    const int inW = input_.shape.w;
+    if (row && dilation_.w == 1 && firstColumn >= 0 && width <= inW - firstColumn) {
+        for (int kw = 0; kw < width; ++kw) dst[kw] = row[firstColumn + kw];
+        return;
+    }
+    for (int kw = 0; kw < width; ++kw) {
+        const int iw = firstColumn + kw * dilation_.w;
+        dst[kw] = row && iw >= 0 && iw < inW ? row[iw] : 0.0f;
+    }
+}
+
+const float* RawConvolutionLayer::sourceRow(const float* channel, int row) const {
+    if (row < 0 || row >= input_.shape.h) return nullptr;
+    return channel + static_cast<std::ptrdiff_t>(row) * input_.shape.w;
 }
 
 void RawConvolutionLayer::algo() const {
@@ -192,7 +181,7 @@ float RawConvolutionLayer::windowSum(const float* input, std::ptrdiff_t weightRo
     float sum = bias_ ? bias_[static_cast<std::size_t>(weightRow)] : 0.0f;
     for (int ic = 0; ic < weights_.inChannels; ++ic)
         for (int kh = 0; kh < weights_.kernelH; ++kh) {
-            const float* row = sourceRow(input + ic * inPlane, outRow, kh);
+            const float* row = sourceRow(input + ic * inPlane, outRow * stride_.h - padding_.top + kh * dilation_.h);
             for (int kw = 0; kw < weights_.kernelW; ++kw, ++w) {
                 const int iw = outColumn * stride_.w - padding_.left + kw * dilation_.w;
                 if (row && iw >= 0 && iw < input_.shape.w) sum = std::fma(row[iw], *w, sum);

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <memory>
+#include <vector>
 
 #include "layers/Layer.h"
 
@@ -31,17 +32,26 @@ public:
     static bool isPointwise(const nolk::Weights& weights, const nolk::Padding& padding, const nolk::DimsHW& stride);
 
 private:
+    // Output columns begin to end - 1.
     struct Range {
         int begin, end;
     };
 
+    // A value of a window: where it lies in the row and the plane of the window's first value.
+    struct Tap {
+        std::ptrdiff_t offset;  // channel and column
+        int row;
+    };
+
     void multiply(const float* weights, const float* input, float* output, AlignedMemory<float>& scratch) const;
     void addBias(float* output, int group) const;
-    const float* sourceRow(const float* channel, int outRow, int kernelRow) const;
     Range insideColumns() const;
-    void copyBorder(float* columns, const float* input, int outRow, Range outColumns) const;
+    void copyTiles(float* columns, const float* input, int outRow, Range outColumns) const;
+    void copyWindows(float* columns, const float* input, int outRow, Range outColumns) const;
+    void copyRow(float* dst, const float* row, int firstColumn) const;
+    const float* tapRow(const float* input, int outRow, const Tap& tap) const;
+    const float* sourceRow(const float* channel, int row) const;
     float windowSum(const float* input, std::ptrdiff_t weightRow, int outRow, int outColumn) const;
-    void copyInside(float* columns, const float* input, int outRow, Range outColumns) const;
 
     nolk::Padding padding_;
     nolk::DimsHW stride_;
@@ -49,6 +59,7 @@ private:
     nolk::Weights weights_;  // its arrays are the two below
     std::unique_ptr<float[]> weight_;
     std::unique_ptr<float[]> bias_;
+    std::vector<Tap> taps_;  // of one window, in the order of the weights
     nolk::Tensor input_;
     nolk::Tensor output_;
     int numThreads_;

@@ -38,6 +38,8 @@ const Case kCases[] = {
      true,
      false,
      nullptr},
+    {"dilated in wide rows", {1, 2, 9, 23, 3}, 1, 4, 2, 3, 3, {2, 1, 3, 2}, {2, 1}, {2, 3}, true, false, nullptr},
+    {"cropped wide rows", {1, 3, 5, 21, 3}, 1, 2, 3, 3, 3, {0, 0, -2, -1}, {1, 1}, {1, 1}, true, false, nullptr},
     {"strides", {1, 3, 11, 13, 3}, 1, 4, 3, 3, 3, {1, 1, 1, 1}, {2, 3}, {1, 1}, true, false, nullptr},
     {"dilation", {2, 2, 12, 11, 3}, 1, 3, 2, 3, 3, {2, 2, 2, 2}, {1, 2}, {2, 3}, true, false, nullptr},
     {"pointwise", {3, 5, 4, 3, 3}, 1, 7, 5, 1, 1, {0, 0, 0, 0}, {1, 1}, {1, 1}, true, false, nullptr},
