@@ -1,0 +1,171 @@
+#include "model/BinReader.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <fstream>
+#include <string>
+
+#include "model/readFile.h"
+#include "support/messages.h"
+#include "support/modelBytes.h"
+
+namespace {
+
+TEST(BinReader, ReadsLittleEndianValuesAtAnyAddress) {
+    const Bytes bytes = hex("ff  feff ffff  ff80  00000080  f(-1.5)");
+    BinReader in(bytes.data(), static_cast<int>(bytes.size()));
+    EXPECT_EQ(in.readByte(), 255);
+    EXPECT_EQ(in.readInt(), -2);
+    EXPECT_EQ(in.readShort(), -32513);
+    EXPECT_EQ(in.readInt(), INT32_MIN);
+    EXPECT_EQ(in.readFloat(), -1.5f);
+    EXPECT_FALSE(in.overflowed());
+    EXPECT_EQ(in.readByte(), 0);
+    EXPECT_TRUE(in.overflowed());
+}
+
+TEST(BinReader, OverflowGivesZeroesForGood) {
+    for (const int size : {3, 0, -1, INT_MIN}) {
+        const Bytes bytes = hex("010203");
+        BinReader in(bytes.data(), size);
+        EXPECT_EQ(in.readInt(), 0);
+        EXPECT_TRUE(in.overflowed());
+        EXPECT_EQ(in.readByte(), 0) << "bytes that were too few for an int are gone";
+        for (const int n : {INT_MAX, INT_MAX, -INT_MAX, -8}) EXPECT_EQ(in.step(n), nullptr);
+        in.step(INT64_MAX);
+        EXPECT_EQ(in.step(INT64_MAX), nullptr);
+        EXPECT_TRUE(in.overflowed());
+    }
+}
+
+TEST(BinReader, NegativeStepsStayAndFullStepsReachTheEnd) {
+    const Bytes bytes = hex("010203");
+    BinReader in(bytes.data(), 3);
+    EXPECT_EQ(in.step(-5), bytes.data());
+    EXPECT_EQ(in.step(2), bytes.data());
+    unsigned char untouched = 77;
+    in.read(&untouched, -1);
+    EXPECT_EQ(untouched, 77);
+    EXPECT_EQ(in.step(1), bytes.data() + 2);
+    EXPECT_FALSE(in.overflowed());
+    in.read(&untouched, 1);
+    EXPECT_EQ(untouched, 77);
+    EXPECT_TRUE(in.overflowed());
+}
+
+TEST(BinReader, Strings) {
+    const struct {
+        const char* bytes;
+        const char* text;
+        bool overflows;
+    } rows[] = {
+        {"02 4142", "AB", false},
+        {"00", "", false},
+        {"ff 00000000", "", false},
+        {"ff 03000000 414243", "ABC", false},
+        {"03 4142", "   ", true},
+        {"ff ffffffff", "", false},
+        {"", "", true},
+    };
+    for (const auto& row : rows) {
+        const Bytes bytes = hex(row.bytes);
+        BinReader in(bytes.data(), static_cast<int>(bytes.size()));
+        EXPECT_EQ(in.readString(), row.text) << row.bytes;
+        EXPECT_EQ(in.overflowed(), row.overflows) << row.bytes;
+    }
+}
+
+// A table whose entry i is i + 0.5.
+Bytes table() {
+    Bytes bytes;
+    for (int i = 0; i < 256; ++i) {
+        const Bytes entry = hex("f(" + std::to_string(i) + ".5)");
+        bytes.insert(bytes.end(), entry.begin(), entry.end());
+    }
+    return bytes;
+}
+
+TEST(BinReader, FloatsInEveryForm) {
+    const Bytes plain = hex("f(1) f(2) f(3)");
+    Bytes zeroBits = hex("00 f(1) f(2) f(3)");
+    Bytes indexed = hex("08");
+    const Bytes entries = table(), indices = hex("00 ff 02");
+    indexed.insert(indexed.end(), entries.begin(), entries.end());
+    indexed.insert(indexed.end(), indices.begin(), indices.end());
+    Bytes shortIndices(indexed.begin(), indexed.end() - 2), shortPlain(plain.begin(), plain.end() - 1);
+    const struct {
+        const char* name;
+        Bytes bytes;
+        bool compressed;
+        std::vector<float> expected;
+        std::int64_t left;
+        bool overflows;
+    } rows[] = {
+        {"plain", plain, false, {1, 2, 3}, 0, false},
+        {"bits 0", zeroBits, true, {1, 2, 3}, 0, false},
+        {"bits 8", indexed, true, {0.5f, 255.5f, 2.5f}, 0, false},
+        {"short plain", shortPlain, false, {9, 9, 9}, 0, true},
+        {"missing indices count as 0", shortIndices, true, {0.5f, 0.5f, 0.5f}, 0, true},
+        {"bits 16", hex("10 f(1) f(2) f(3)"), true, {9, 9, 9}, 12, false},
+    };
+    for (const auto& row : rows) {
+        std::vector<float> values(3, 9.0f);
+        BinReader in(row.bytes.data(), static_cast<int>(row.bytes.size()));
+        testing::internal::CaptureStderr();
+        in.readFloats(values.data(), 3, row.compressed);
+        const std::string printed = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(values, row.expected) << row.name;
+        EXPECT_EQ(in.remaining(), row.left) << row.name;
+        EXPECT_EQ(in.overflowed(), row.overflows) << row.name;
+        EXPECT_EQ(printed, row.left ? "invalid compress bits: 16\n" : "") << row.name;
+    }
+    EXPECT_TRUE(popMessages().empty()) << "these are lines for a developer, not for the channel";
+}
+
+TEST(BinReader, CountsOfGigabytesOverflowAndTouchNothing) {
+    const Bytes bytes = hex("00000000");
+    for (const int n : {INT_MAX, 1 << 30}) {
+        BinReader in(bytes.data(), 4);
+        float untouched = 9.0f;
+        in.readFloats(&untouched, n, false);
+        EXPECT_EQ(untouched, 9.0f);
+        EXPECT_TRUE(in.overflowed());
+    }
+}
+
+TEST(ReadFile, ReportsWhatIsNoFile) {
+    popMessages();
+    const std::string folder = testing::TempDir();
+    const std::string missing = folder + "no%s%n%dsuch" + std::string(300, 'x');
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(readFile(missing.c_str()).empty());
+    EXPECT_TRUE(readFile(folder.c_str()).empty());
+    const std::string printed = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(printed, "can not open file: " + missing + "\ncan not read file: " + folder + "\n");
+    const std::vector<std::string> expected = {("can not open file: " + missing).substr(0, 255),
+                                               "can not read file: " + folder};
+    EXPECT_EQ(popMessages(), expected);
+}
+
+TEST(ReadFile, ReadsAllAndSaysNothingOfEmptyFiles) {
+    const std::string path = testing::TempDir() + "nolk-read-file-test";
+    const Bytes bytes = hex("00 1a 0d 0a ff");
+    std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), 5);
+    EXPECT_EQ(readFile(path.c_str()), bytes);
+    std::ofstream(path, std::ios::binary | std::ios::trunc).flush();
+    EXPECT_TRUE(readFile(path.c_str()).empty());
+    EXPECT_TRUE(popMessages().empty());
+
+    std::ofstream big(path, std::ios::binary | std::ios::trunc);
+    big.seekp(std::streamoff{INT_MAX} + 1);  // a hole: 2 GiB and a byte that take no room
+    big.put('x');
+    big.close();
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(readFile(path.c_str()).empty());
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(popMessages(), std::vector<std::string>{"can not read file: " + path});
+    std::remove(path.c_str());
+}
+
+}  // namespace

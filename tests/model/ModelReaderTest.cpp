@@ -1,0 +1,384 @@
+#include "model/ModelReaderImpl.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "support/CallLog.h"
+#include "support/messages.h"
+#include "support/modelBytes.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+struct Load {
+    CallLog log;
+    nolk::Runner* runner = nullptr;
+    Lines messages;
+    std::string printed;
+    bool restored = false;
+
+    explicit Load(Bytes file, int batch = 1) {
+        popMessages();
+        const Bytes before = file;
+        nolk::ModelReader* reader = nolk_new_model_reader();
+        testing::internal::CaptureStderr();
+        runner = reader->readFromMemory(&log, batch, file.data(), static_cast<int>(file.size()));
+        printed = testing::internal::GetCapturedStderr();
+        reader->destroy();
+        messages = popMessages();
+        restored = file == before;
+    }
+};
+
+// input [2, 3, 4] as id 0, prelu with slopes 0.5 and -2 as id 1, output 1. Written by hand; the checksums come from
+// another implementation.
+const char* const kGolden[] = {
+    // version 1: dimensions of 16 bits
+    "434d 0100 0300"
+    "0000 0200 0300 0400 0000"
+    "2300 0000 0100 0200 0000003f 000000c0"
+    "1600 0100",
+    // version 2: head info (key 7, "abc"), dimensions of 32 bits
+    "434d 0200 0700 0300 616263 0000 0300"
+    "0000 02000000 03000000 04000000 0000"
+    "2300 0000 0100 0200 0000003f 000000c0"
+    "1600 0100",
+    // version 3: scrambled, with a checksum
+    "434d 0300 0000 0507"
+    "0809 080b0c0d 0d0f1011 16131415 1617"
+    "3b19 1a1b 1d1d 1c1f 2021221c 242526e7"
+    "3e29 2b2b  db7a04c4",
+    // version 4: floats in a form that begins with a byte
+    "434d 0400 0700 0300 616263 0000 0e0e"
+    "0f10 13121314 16161718 1d1a1b1c 1d1e"
+    "3c20 2122 2224 2726 27 28292a14 2c2d2eef"
+    "2631 3333  38a7c0eb"};
+
+TEST(ModelReader, ReadsAFileOfEachVersion) {
+    const Lines expected = {"#1 = input [2 2 3 4 dims 3]", "#2 = prelu #1 {0.5 -2}", "build #2"};
+    for (const char* const golden : kGolden) {
+        const Load load(hex(golden), 2);
+        EXPECT_EQ(load.log.lines, expected) << golden;
+        EXPECT_NE(load.runner, nullptr);
+        EXPECT_TRUE(load.restored);
+        EXPECT_EQ(load.messages, Lines{});
+    }
+}
+
+// Two inputs, ids 5 and 6, before the record; its result goes by the id 7 (32 bits a dimension, plain floats).
+const char* const kInputs = "0000 01000000 02000000 03000000 0500  0000 04000000 00000000 00000000 0600";
+
+struct RecordRow {
+    const char* record;
+    const char* call;
+};
+
+const RecordRow kRecords[] = {
+    {"0000 01000000 02000000 03000000 0700", "input [2 1 2 3 dims 3]"},
+    {"0100 0700 01000000 02000000 01000000 f(1) f(2)", "constTensor [2 1 2 1 dims 3] {1 2 1 2}"},
+    {"0200 0500 0700 01020304 0500 0600 0700 0800 0200 01000000 01000000 02000000 01000000 f(1) f(2) f(3) f(4) 01 "
+     "f(5) f(6)",
+     "convolve #1 (top 1 bottom 2 left 3 right 4) 5x6 7x8 2x1x1x2x1 {1 2 3 4} bias {5 6}"},
+    {"0300 0500 0700 ff020304", "pad #1 (top 255 bottom 2 left 3 right 4)"},
+    {"0400 0500 0700 0000 0200 0300 0100", "transpose #1 (0 2 3 1)"},
+    {"0500 0500 0700 ffff 0100 ff7f 0200", "slice #1 (axis -1 start 1 end 32767 step 2)"},
+    {"0600 0600 0700 0300 01000000 02000000 01000000 01000000 f(1) f(2) 01 f(3)",
+     "fullConnect #2 shared 3x1x2x1x1 {1 2} bias {3}"},
+    {"0700 0500 0700 0100 f(1) 0100 f(2) 0200 f(3) f(4) 0000 f(0.25)", "batchNormalize #1 {1} {2} {3 4} {} 0.25"},
+    {"0800 0500 0700 0100 0200 03040506 0700 0800", "maxPool #1 1x2 (top 3 bottom 4 left 5 right 6) 7x8"},
+    {"0900 0500 0700 0100 0200 03040506 0700 0800", "avgPool #1 1x2 (top 3 bottom 4 left 5 right 6) 7x8"},
+    {"0a00 0500 0700", "relu #1"},
+    {"0b00 0500 0700 03", "softmax #1 3"},
+    {"0c00 03 0500 0600 0500 0700 02", "concat (#1 #2 #1) 2"},
+    {"0d00 0500 0600 0700", "add #1 #2"},
+    {"0e00 0600 0500 0700", "sub #2 #1"},
+    {"0f00 0500 0700", "sigmoid #1"},
+    {"1000 0500 0700 06000000 00000000 00000000 01", "reshape #1 [2 6 1 1 dims 1] 1"},
+    {"1100 0500 0600 0700", "multiply #1 #2"},
+    {"1200 0500 0700", "exp #1"},
+    {"1300 0500 0600 0700", "divide #1 #2"},
+    {"1400 0500 0700 01000000 02000000 01000000 03", "reduce #1 [2 1 2 1 dims 3] 3"},
+    {"1500 0500 0700", "l2normalize #1"},
+    {"1700 0500 0700 f(-1) f(6)", "clip #1 -1 6"},
+    {"1800 0500 0700 0200 01000000 01000000 f(1) f(2) f(3) f(4) f(5) f(6) f(7) f(8) f(9) f(10) f(11) f(12) f(13) f(14) "
+     "f(15) f(16) 00",
+     "lstm #1 direction 2 D 2 I 1 H 1 {1 2 3 4 5 6 7 8} {9 10 11 12 13 14 15 16} bias none"},
+    {"1900 0500 0700 f(0.25) f(0.5)", "hardSigmoid #1 0.25 0.5"},
+    {"1a00 0500 0600 0700", "max #1 #2"},
+    {"1b00 0500 0700 f(0.25)", "instanceNormalization #1 0.25"},
+    {"1c00 0500 0700 01000000 04000000 06000000 02", "resize #1 [2 1 4 6 dims 3] 2 1"},
+    {"1d00 0500 0700", "abs #1"},
+    {"1e00 0500 0700 f(0.25)", "leakyRelu #1 0.25"},
+    {"1f00 0500 0700", "tanh #1"},
+    {"2000 0500 0700 01020304 0500 0600 0700 0800 0100 01000000 01000000 02000000 01000000 f(1) f(2) 00",
+     "deConvolve #1 (top 1 bottom 2 left 3 right 4) 5x6 7x8 1x1x1x2x1 {1 2} bias none"},
+    {"2100 0500 0700 01000000 04000000 06000000 01 00", "resize #1 [2 1 4 6 dims 3] 1 0"},
+    {"2200 0500 0700 0100 f(1) 0100 f(2) f(0.25)", "instanceNormalization #1 {1} {2} 0.25"},
+    {"2300 0500 0700 0200 f(1) f(2)", "prelu #1 {1 2}"},
+    {"2400 0500 0600 0700", "matMul #1 #2"},
+    // and what else a record can say
+    {"0100 0700 02000000 00000000 05000000 f(1) f(2)", "constTensor [2 2 1 1 dims 1] {1 2 1 2}"},
+    {"0c00 00 0700 01", "concat (null array) 1"},
+    {"0d00 0500 0900 0700", "add #1 null"},
+    {"1800 0500 0700 ffff 00000000 01000000 f(1) f(2) f(3) f(4) 01 f(1) f(2) f(3) f(4) f(5) f(6) f(7) f(8)",
+     "lstm #1 direction -1 D 1 I 0 H 1 {} {1 2 3 4} bias {1 2 3 4 5 6 7 8}"},
+    {"0200 0500 0700 00000000 0100 0100 0100 0100 feff fdffffff 01000000 01000000 01000000 f(1) f(2) f(3) f(4) f(5) "
+     "f(6) 00",
+     "convolve #1 (top 0 bottom 0 left 0 right 0) 1x1 1x1 -2x-3x1x1x1 {1 2 3 4 5 6} bias none"},
+    {"0200 0500 0700 00000000 0100 0100 0100 0100 0000 ffffff7f ffffff7f ffffff7f ffffff7f 01",
+     "convolve #1 (top 0 bottom 0 left 0 right 0) 1x1 1x1 0x2147483647x2147483647x2147483647x2147483647 {} bias {}"},
+};
+
+TEST(ModelReader, EveryRecordBecomesItsCall) {
+    for (const RecordRow& row : kRecords) {
+        const Bytes body = hex("0400" + std::string(kInputs) + row.record + "1600 0700");
+        const Load load(container(2, hex("0000"), body), 2);
+        ASSERT_EQ(load.log.lines.size(), 4u) << row.record;
+        EXPECT_EQ(load.log.lines[2], std::string("#3 = ") + row.call);
+        EXPECT_EQ(load.log.lines[3], "build #3");
+        EXPECT_NE(load.runner, nullptr);
+    }
+}
+
+TEST(ModelReader, Version1HasNarrowDimensionsButWideLstmSizes) {
+    const Bytes body =
+        hex("0400 0000 0100 ffff 0300 0100"
+            "0200 0100 0200 00000000 0100 0100 0100 0100 0100 0100 0100 0100 0100 f(1) 00"
+            "1800 0100 0300 0000 00000000 00000000 00"
+            "1600 0300");
+    const Lines expected = {"#1 = input [1 1 -1 3 dims 3]",
+                            "#2 = convolve #1 (top 0 bottom 0 left 0 right 0) 1x1 1x1 1x1x1x1x1 {1} bias none",
+                            "#3 = lstm #1 direction 0 D 1 I 0 H 0 {} {} bias none", "build #3"};
+    EXPECT_EQ(Load(container(1, {}, body)).log.lines, expected);
+}
+
+TEST(ModelReader, OutputsKeepTheirOrderAndIdsTheirLastTensor) {
+    const Bytes body =
+        hex("0700" + std::string(kInputs) + "1600 0600  1600 6300  0a00 0500 0500  1600 0500  1d00 0500 0800");
+    EXPECT_EQ(Load(container(2, hex("0000"), body)).log.lines.back(), "build #2 null #3");
+    EXPECT_EQ(Load(container(2, hex("0000"), body)).log.lines[3], "#4 = abs #3");
+    EXPECT_EQ(Load(container(2, hex("0000"), hex("ffff"))).log.lines, Lines{"build"});
+}
+
+TEST(ModelReader, AReaderUsedTwiceKeepsTensorsAndOutputs) {
+    CallLog log;
+    ModelReaderImpl reader;
+    Bytes first = container(1, {}, hex("0200 0000 0100 0100 0100 0100  1600 0100"));
+    Bytes second = container(1, {}, hex("0200 0a00 0100 0200  1600 0200"));
+    reader.readFromMemory(&log, 1, first.data(), static_cast<int>(first.size()));
+    reader.readFromMemory(&log, 1, second.data(), static_cast<int>(second.size()));
+    EXPECT_EQ(log.lines, (Lines{"#1 = input [1 1 1 1 dims 3]", "build #1", "#2 = relu #1", "build #1 #2"}));
+}
+
+TEST(ModelReader, RefusalsAreReported) {
+    const std::string op = "0300" + std::string(kInputs);
+    Bytes wrongTrailer = container(3, hex("0000"), hex("0000"));
+    wrongTrailer.back() ^= 1;
+    const struct {
+        Bytes file;
+        std::string message;
+    } rows[] = {
+        {hex("43"), "wrong head: "},
+        {hex("434e 0100"), "wrong head: CN"},
+        {hex("2573 0100"), "wrong head: %s"},
+        {hex("4300 0100"), "wrong head: C"},
+        {hex("434d"), "unknown ver: 0"},
+        {hex("434d 0000 0000"), "unknown ver: 0"},
+        {hex("434d 0500 0000"), "unknown ver: 5"},
+        {hex("434d ffff 0000"), "unknown ver: -1"},
+        {hex("434d 0300"), "model verify failed: wrong crc32"},
+        {hex("434d 0400 00000000 00"), "model verify failed: wrong crc32"},
+        {wrongTrailer, "model verify failed: wrong crc32"},
+        {container(4, hex("0000"), hex(op + "2500")), "unknown op: 37"},
+        {container(2, hex("0000"), hex(op + "ffff")), "unknown op: -1"},
+    };
+    for (const auto& row : rows) {
+        const Load load(row.file);
+        EXPECT_EQ(load.runner, nullptr);
+        EXPECT_EQ(load.messages, Lines{row.message});
+        EXPECT_EQ(load.printed, row.message + "\n");
+        EXPECT_TRUE(load.restored);
+    }
+}
+
+TEST(ModelReader, SilentRefusals) {
+    popMessages();
+    CallLog log;
+    ModelReaderImpl reader;
+    Bytes file = container(1, {}, hex("0000"));
+    const int size = static_cast<int>(file.size());
+    EXPECT_EQ(reader.readFromMemory(&log, 0, file.data(), size), nullptr);
+    EXPECT_EQ(reader.readFromMemory(&log, 1, nullptr, size), nullptr);
+    EXPECT_EQ(reader.readFromMemory(nullptr, 1, file.data(), size), nullptr);
+    EXPECT_EQ(reader.readFromFile(nullptr, 1, "x"), nullptr);
+    EXPECT_EQ(reader.readFromFile(&log, 1, nullptr), nullptr);
+    EXPECT_EQ(popMessages(), Lines{});
+    EXPECT_EQ(reader.readFromMemory(&log, 1, file.data(), -1), nullptr);
+    EXPECT_EQ(popMessages(), Lines{"wrong head: "});
+    EXPECT_EQ(log.lines, Lines{});
+}
+
+TEST(ModelReader, WhatBuildThrowsIsAMessage) {
+    CallLog log;
+    log.thrown = "%s%n" + std::string(300, 'y');
+    popMessages();
+    Bytes file = hex("434d 0100 0000");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(ModelReaderImpl().readFromMemory(&log, 1, file.data(), 6), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), log.thrown + "\n");
+    EXPECT_EQ(popMessages(), Lines{log.thrown.substr(0, 255)});
+}
+
+TEST(ModelReader, ReadsFiles) {
+    const std::string path = testing::TempDir() + "nolk-model-reader-test.cm";
+    const Bytes file = container(3, hex("0100 0000 0000"), hex("0000"));
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
+    CallLog log;
+    ModelReaderImpl reader;
+    EXPECT_EQ(reader.readFromFile(&log, 1, path.c_str()), log.runner());
+    std::remove(path.c_str());
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(reader.readFromFile(&log, 1, path.c_str()), nullptr);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(popMessages(), Lines{"can not open file: " + path});
+}
+
+TEST(ModelReader, CountsThatCannotBeThrow) {
+    const char* const records[] = {
+        "2300 0500 0700 ffff",                                                                   // -1 slopes
+        "0200 0500 0700 00000000 0100 0100 0100 0100 0100 ffffffff 01000000 01000000 01000000",  // 1 * -1
+        "0200 0500 0700 00000000 0100 0100 0100 0100 0200 00000100 00000100 01000000 01000000",  // 2^33
+        "0600 0500 0700 0100 ffffff7f ffffff7f ffffff7f ffffff7f",                               // 2^124
+        "0100 0700 ffffff7f 01000000 01000000",                                                  // 2^31 - 1, twice
+        "1800 0500 0700 0200 ffffff7f 01000000",                                                 // 2^34
+    };
+    for (const char* const record : records) {
+        const Bytes body = hex("0300" + std::string(kInputs) + record);
+        EXPECT_THROW(Load(container(2, hex("0000"), body), 2), std::bad_array_new_length) << record;
+        testing::internal::GetCapturedStderr();
+    }
+}
+
+// The body is plain while records are read, and stays so when an exception passes.
+TEST(ModelReader, AnExceptionLeavesTheBodyUnscrambled) {
+    const Bytes body = hex("0100 0100 0000 ffffffff 01000000 01000000");
+    Bytes file = container(3, hex("0000"), body);
+    CallLog log;
+    EXPECT_THROW(ModelReaderImpl().readFromMemory(&log, 1, file.data(), static_cast<int>(file.size())),
+                 std::bad_array_new_length);
+    EXPECT_EQ(Bytes(file.begin() + 6, file.end() - 4), body);
+}
+
+// The file claims far more floats than it has; the call is made with zeros that no memory stands behind.
+TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
+    const std::string huge = "0100 0700 00000004 08000000 01000000";  // 2^29 floats
+    for (const int version : {2, 3, 4})
+        for (const char* const data : {"00", "00 f(1)", "08 f(1)"}) {
+            const Load load(container(version, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
+            EXPECT_EQ(load.runner, nullptr);
+            ASSERT_EQ(load.log.lines.size(), 3u);
+            EXPECT_EQ(load.log.lines[2], "#3 = constTensor [3 67108864 8 1 dims 3] 1610612736 floats");
+            EXPECT_EQ(load.messages, Lines{});
+            EXPECT_TRUE(load.restored);
+        }
+}
+
+TEST(ModelReader, AnUnknownCompressionIsPrintedAndReadingGoesOn) {
+    const std::string prelu = "2300 0500 0700 0200 07";
+    const Load load(container(4, hex("0000"), hex("0400" + std::string(kInputs) + prelu + "1600 0700")));
+    EXPECT_EQ(load.log.lines.back(), "build #3");
+    EXPECT_EQ(load.printed, "invalid compress bits: 7\n");
+    EXPECT_EQ(load.messages, Lines{});
+}
+
+// Lengths below 0 take the body's beginning back, at most to the file's; nothing in front of it is touched.
+TEST(ModelReader, NegativeHeadInfoLengthsStayInside) {
+    for (const char* const length : {"0080", "fcff", "faff", "ffff"}) {
+        const Bytes file = container(3, hex("0100" + std::string(length) + "0000"), hex("0000 000000000000"));
+        Bytes guarded(64 + file.size(), 0xAB);
+        std::copy(file.begin(), file.end(), guarded.begin() + 64);
+        const Bytes before = guarded;
+        CallLog log;
+        ModelReaderImpl().readFromMemory(&log, 1, guarded.data() + 64, static_cast<int>(file.size()));
+        EXPECT_EQ(guarded, before) << length;
+    }
+}
+
+Bytes everyRecord(int version) {
+    Bytes body = {static_cast<unsigned char>(2 + std::size(kRecords)), 0};
+    const auto append = [&body](const char* text) {
+        const Bytes bytes = hex(text);
+        body.insert(body.end(), bytes.begin(), bytes.end());
+    };
+    append(kInputs);
+    for (const RecordRow& row : kRecords) append(row.record);
+    return container(version, hex("0100 0200 abcd 0000"), body);
+}
+
+TEST(ModelReader, EveryTruncationFails) {
+    const Bytes file = everyRecord(2);
+    ASSERT_NE(Load(file).runner, nullptr);
+    const std::size_t firstRecord = 4 + 8 + 2;
+    for (std::size_t size = 0; size < file.size(); ++size) {
+        const Load load(Bytes(file.begin(), file.begin() + static_cast<std::ptrdiff_t>(size)));
+        // Where head info or the count are missing, what remains says "no operations", which is a network.
+        const bool saysNothing = size >= 4 && size < firstRecord;
+        EXPECT_EQ(load.runner != nullptr, saysNothing) << size;
+    }
+}
+
+TEST(ModelReader, ChecksumsFindEveryFlippedBit) {
+    const Bytes file =
+        hex("434d 0300 0000 0507 0809080b 0c0d0d0f 10111613 141516173b191a1b 1d1d1c1f202122 1c242526e7"
+            "3e292b2b db7a04c4");
+    ASSERT_NE(Load(file).runner, nullptr);
+    for (std::size_t bit = 4 * 8; bit < file.size() * 8; ++bit) {
+        Bytes flipped = file;
+        flipped[bit / 8] = static_cast<unsigned char>(flipped[bit / 8] ^ (1u << (bit % 8)));
+        const Load load(flipped);
+        EXPECT_EQ(load.runner, nullptr) << bit;
+        EXPECT_EQ(load.messages, Lines{"model verify failed: wrong crc32"}) << bit;
+    }
+}
+
+// Anything may come of a damaged file but a crash or a changed buffer.
+void expectHarmless(const Bytes& file) {
+    try {
+        EXPECT_TRUE(Load(file).restored);
+    } catch (const std::bad_array_new_length&) {
+        testing::internal::GetCapturedStderr();
+    }
+}
+
+TEST(ModelReader, DamagedFilesAreHarmless) {
+    for (const int version : {1, 2, 3, 4}) {
+        const Bytes file = everyRecord(version);
+        for (std::size_t i = 4; i < file.size(); ++i)
+            for (const int damage : {0x01, 0x80, 0xFF}) {
+                Bytes damaged = file;
+                damaged[i] = static_cast<unsigned char>(damaged[i] ^ damage);
+                if (version >= 3) reseal(damaged);
+                expectHarmless(damaged);
+            }
+    }
+}
+
+TEST(ModelReader, ResealedTruncationsAreHarmless) {
+    for (Bytes file = everyRecord(3); file.size() > 8; file.pop_back()) {
+        Bytes shorter(file.begin(), file.end());
+        reseal(shorter);
+        expectHarmless(shorter);
+    }
+}
+
+}  // namespace
