@@ -62,17 +62,15 @@ void compareSoftmax() {
     compareLayer("softmax over c, 64x56x56", net, 1, Softmax{64, 56 * 56});
 }
 
-// [rows, columns] to [columns, rows] in blocks that fit the nearest cache.
+// [rows, columns] to [columns, rows], written in order.
 struct Transpose {
     int rows, columns;
 
     void operator()(float* out, const std::vector<Floats>& ins) {
-        constexpr int kBlock = 16;
         const float* x = ins[0].data();
-        for (int r0 = 0; r0 < rows; r0 += kBlock)
-            for (int c0 = 0; c0 < columns; c0 += kBlock)
-                for (int c = c0; c < std::min(c0 + kBlock, columns); ++c)
-                    for (int r = r0; r < std::min(r0 + kBlock, rows); ++r) out[c * rows + r] = x[r * columns + c];
+        const std::ptrdiff_t height = rows, width = columns;
+        for (std::ptrdiff_t c = 0; c < width; ++c)
+            for (std::ptrdiff_t r = 0; r < height; ++r) out[c * height + r] = x[r * width + c];
     }
 };
 

@@ -19,18 +19,14 @@ void RatioReporter::ReportRuns(const std::vector<Run>& runs) {
     }
 }
 
-void RatioReporter::printTable() const {
-    static const std::string ending = "/nolk";
+void RatioReporter::printTable(const std::vector<std::string>& names) const {
     std::printf("| | nolk, us | bare, us | nolk / bare | images/s |\n|---|---:|---:|---:|---:|\n");
-    for (const Series& ours : all_) {
-        const std::size_t length = ours.name.size() - std::min(ours.name.size(), ending.size());
-        if (ours.name.substr(length) != ending) continue;
-        const std::string name = ours.name.substr(0, length);
-        const Series* bare = find(name + "/bare");
-        if (!bare) continue;
-        std::printf("| %s | %.0f | %.0f | %.2f |", name.c_str(), ours.median() * 1e6, bare->median() * 1e6,
-                    ours.median() / bare->median());
-        if (ours.itemsPerIteration > 0) std::printf(" %.0f", ours.itemsPerIteration / ours.median());
+    for (const std::string& name : names) {
+        const Series *nolk = find(name + "/nolk"), *bare = find(name + "/bare");
+        if (!nolk || !bare) continue;
+        std::printf("| %s | %.0f | %.0f | %.2f |", name.c_str(), nolk->median() * 1e6, bare->median() * 1e6,
+                    nolk->median() / bare->median());
+        if (nolk->itemsPerIteration > 0) std::printf(" %.0f", nolk->itemsPerIteration / nolk->median());
         std::printf(" |\n");
     }
 }

@@ -12,8 +12,8 @@ public:
     bool ReportContext(const Context& context) override;
     void ReportRuns(const std::vector<Run>& runs) override;
 
-    // After all runs; Markdown.
-    void printTable() const;
+    // After all runs: a line for each name that ran, in Markdown.
+    void printTable(const std::vector<std::string>& names) const;
 
 private:
     struct Series {
@@ -27,5 +27,5 @@ private:
     Series& series(const std::string& name);
     const Series* find(const std::string& name) const;
 
-    std::vector<Series> all_;  // in order of appearance
+    std::vector<Series> all_;
 };

@@ -7,5 +7,8 @@ void compareConvolutions();
 // The trained network of the digits example beside its matrix products.
 void compareDigits();
 
+// Loading of a model of 100 MB, and of the digits network, beside checksum and copies.
+void compareLoads();
+
 // Single layers beside loops for the same arithmetic in the same order.
 void compareLayers();

@@ -9,6 +9,8 @@
 
 namespace {
 
+std::vector<std::string> names;
+
 void requireSameResult(const std::string& name, const std::vector<float>& a, const std::vector<float>& b,
                        float tolerance) {
     bool same = a.size() == b.size();
@@ -37,9 +39,12 @@ void compare(const std::string& name, const Contestant& nolk, const Contestant& 
         bare.run();
         requireSameResult(name, *nolk.output, *bare.output, tolerance);
     }
+    names.push_back(name);
     add(name + "/nolk", nolk.run, items);
     add(name + "/bare", bare.run, items);
 }
+
+const std::vector<std::string>& comparedNames() { return names; }
 
 std::vector<float> randomFloats(std::size_t count) {
     std::uint32_t state = 1;

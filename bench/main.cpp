@@ -3,6 +3,7 @@
 
 #include "RatioReporter.h"
 #include "benches.h"
+#include "compare.h"
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
@@ -10,7 +11,8 @@ int main(int argc, char** argv) {
     compareConvolutions();
     compareLayers();
     compareDigits();
+    compareLoads();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    reporter.printTable();
+    reporter.printTable(comparedNames());
 }

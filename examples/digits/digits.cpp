@@ -106,7 +106,7 @@ void show(nolk::Runner& runner, Picture picture) {
     const std::vector<float> p = probabilities(runner, picture);
     for (int row = 0; row < picture.rows; row += 2) {  // characters are about twice as high as wide
         for (int column = 0; column < picture.columns; ++column)
-            std::putchar(" .:-=+*#%@"[static_cast<int>(picture.pixels[row * picture.columns + column] * 9.0f)]);
+            std::putchar(" .:-=+*#%@"[static_cast<int>(picture.pixels[row * picture.columns + column] * 9.99f)]);
         std::putchar('\n');
     }
     for (int digit = 0; digit < kDigits; ++digit)

@@ -1,6 +1,6 @@
 # Installs nolk into a scratch prefix and builds the README's code against that alone, found by CMake and by pkg-config:
 #   cmake -DBUILD=<build tree> -DSCRATCH=<folder> -DREADME=<file> -DMODEL=<file> -DCXX=<compiler> -DPKG_CONFIG=<program>
-#         [-DSANITIZE=<sanitizers of the library>] -P check.cmake
+#         -DGENERATOR=<of CMake> [-DSANITIZE=<sanitizers of the library>] -P check.cmake
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -20,7 +20,7 @@ if(NOT readme MATCHES "```cpp\n([^`]+)```")
 endif()
 file(WRITE ${SCRATCH}/main.cpp "${CMAKE_MATCH_1}")
 
-run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -DCMAKE_PREFIX_PATH=${SCRATCH}/prefix
+run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${SCRATCH}/prefix
     -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp)
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
 run(${SCRATCH}/build/host ${MODEL})
