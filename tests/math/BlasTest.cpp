@@ -1,0 +1,121 @@
+#include "math/blas.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <memory>
+
+#include "math/quotient.h"
+#include "support/values.h"
+
+namespace {
+
+using InPlace = void (*)(int, float*, const float*);
+using Arrays = void (*)(int, float*, const float*, const float*);
+using InPlaceScalar = void (*)(int, float*, float);
+using Scalar = void (*)(int, float*, const float*, float);
+
+struct Kernel {
+    InPlace inPlace;
+    Arrays arrays;
+    InPlaceScalar inPlaceScalar;
+    Scalar scalar;
+    float (*one)(float, float);
+};
+
+const Kernel kKernels[] = {
+    {vectorAdd, vectorAdd, vectorAdd, vectorAdd, [](float a, float b) { return a + b; }},
+    {vectorSub, vectorSub, vectorSub, vectorSub, [](float a, float b) { return a - b; }},
+    {vectorMul, vectorMul, vectorMul, vectorMul, [](float a, float b) { return a * b; }},
+    {vectorDiv, vectorDiv, vectorDiv, vectorDiv, [](float a, float b) { return a / b; }},
+    {vectorMax, nullptr, nullptr, nullptr, [](float a, float b) { return a < b ? b : a; }},
+    {vectorMin, nullptr, nullptr, nullptr, [](float a, float b) { return b < a ? b : a; }},
+};
+
+// Every length up to a few vectors, at every offset from an aligned address; what lies around stays as it is.
+TEST(VectorKernels, EqualOneOperationPerElementAtAnyAlignment) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    Values values(41);
+    for (const Kernel& k : kKernels)
+        for (int n = -1; n <= 21; ++n)
+            for (std::size_t offset = 0; offset < 5; ++offset) {
+                std::vector<float> a = values.reals(40), b = values.reals(40);
+                a[offset + 2] = b[offset + 3] = nan;
+                a[offset + 5] = b[offset + 6] = b[offset + 5] = 0.0f;
+                b[offset + 7] = -0.0f;
+                std::vector<float> both = a, scaled = a, dst = a, dstScaled = a, same = a;
+                const float s = b[offset + 1];
+                for (int i = 0; i < n; ++i) {
+                    both[offset + i] = k.one(a[offset + i], b[offset + i]);
+                    scaled[offset + i] = k.one(a[offset + i], s);
+                }
+                k.inPlace(n, dst.data() + offset, b.data() + offset);
+                expectSameBits(dst, both);
+                if (!k.arrays) continue;
+                dst = a;
+                k.arrays(n, dst.data() + offset, a.data() + offset, b.data() + offset);
+                expectSameBits(dst, both);
+                k.arrays(n, same.data() + offset, same.data() + offset, b.data() + offset);
+                expectSameBits(same, both);
+                k.inPlaceScalar(n, dstScaled.data() + offset, s);
+                expectSameBits(dstScaled, scaled);
+                dstScaled = a;
+                k.scalar(n, dstScaled.data() + offset, a.data() + offset, s);
+                expectSameBits(dstScaled, scaled);
+            }
+}
+
+TEST(CopyFloats, CopiesOrGivesNull) {
+    const float source[] = {1, 2, 3};
+    float* copy = nullptr;
+    copyFloats(source, copy, 3);
+    const std::unique_ptr<float[]> owned(copy);
+    EXPECT_EQ(owned[2], 3);
+    for (const int n : {0, -1}) {
+        copyFloats(source, copy, n);
+        EXPECT_EQ(copy, nullptr);
+    }
+    copyFloats(nullptr, copy, 3);
+    EXPECT_EQ(copy, nullptr);
+}
+
+struct ProductCase {
+    int m, k, n, threads, threshold;
+};
+
+TEST(Gemm, EqualsTheSumsHoweverItIsSplit) {
+    Values values(42);
+    const ProductCase cases[] = {
+        {1, 1, 1, 1, 0},   {3, 5, 7, 1, 0},  {17, 33, 19, 1, 0}, {10, 8, 9, 3, 1},   {9, 8, 9, 3, 1},
+        {10, 8, 9, 4, 1},  {2, 8, 9, 5, 1},  {1, 8, 9, 4, 1},    {10, 8, 9, 3, 720}, {10, 8, 9, 3, 721},
+        {10, 0, 4, 3, -1}, {0, 3, 4, 3, -1}, {4, 3, 0, 3, -1},   {64, 30, 50, 7, 1}, {5, 2, 3, -2, -1},
+    };
+    for (const ProductCase& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.m << " x " << c.k << " x " << c.n << " on " << c.threads);
+        const auto a = values.reals(static_cast<std::size_t>(c.m) * c.k),
+                   b = values.reals(static_cast<std::size_t>(c.k) * c.n);
+        std::vector<float> transposed(b.size()), expected, rows(static_cast<std::size_t>(c.m) * c.n, -9.0f);
+        std::vector<float> columns = rows;
+        for (int i = 0; i < c.k; ++i)
+            for (int j = 0; j < c.n; ++j) transposed[j * c.k + i] = b[i * c.n + j];
+        for (int i = 0; i < c.m; ++i)
+            for (int j = 0; j < c.n; ++j) {
+                double sum = 0;
+                for (int l = 0; l < c.k; ++l) sum += static_cast<double>(a[i * c.k + l]) * b[l * c.n + j];
+                expected.push_back(static_cast<float>(sum));
+            }
+        gemmMajRowRowRow(a.data(), b.data(), rows.data(), c.m, c.k, c.n, c.threads, c.threshold);
+        gemmMajRowColRow(a.data(), transposed.data(), columns.data(), c.m, c.k, c.n, c.threads, c.threshold);
+        expectClose(rows, expected, 1e-5f);  // sums of at most 33 products, in an order of their own
+        expectClose(columns, expected, 1e-5f);
+    }
+}
+
+TEST(Quotient, IsTheSameOnEveryProcessor) {
+    EXPECT_EQ(quotient(7, 2), 3);
+    EXPECT_EQ(quotient(-7, 2), -3);
+    EXPECT_EQ(quotient(5, 0), 0);
+    EXPECT_EQ(quotient(INT32_MIN, -1), INT32_MIN);
+}
+
+}  // namespace

@@ -1,0 +1,35 @@
+// A factory that only links and records that its layer ran, for tests of graph, planner and runner.
+#pragma once
+
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "builder/LayerFactory.h"
+#include "layers/Layer.h"
+
+class TestLayer final : public Layer {
+public:
+    explicit TestLayer(std::function<void()> work) : work_(std::move(work)) {}
+    void run(AlignedMemory<float>&) override { work_(); }
+
+private:
+    std::function<void()> work_;
+};
+
+class TestFactory final : public LayerFactory {
+public:
+    TestFactory(const std::vector<nolk::TensorX*>& in, const std::vector<nolk::TensorShape>& out, bool inplace = false)
+        : LayerFactory(in), inplace_(inplace) {
+        std::vector<std::unique_ptr<nolk::TensorX>> made;
+        for (const nolk::TensorShape& s : out) made.push_back(std::make_unique<nolk::TensorX>(s, false));
+        initOutputs(std::move(made));
+    }
+
+    std::unique_ptr<Layer> create() override { return nullptr; }
+    bool inplaceOp() const override { return inplace_; }
+    nolk::TensorX* out(std::size_t i = 0) const { return outputs[i].get(); }
+
+private:
+    bool inplace_;
+};
