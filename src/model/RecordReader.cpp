@@ -89,9 +89,10 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
 
 float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
     const int count = floatCount({shape.c, shape.h, shape.w});
+    const int countOfAll = floatCount({batch_, count});
     const bool mayBePresent = count <= in_.remaining();
     const float* sample = floats({count});
-    float* samples = newArray(floatCount({batch_, count}));
+    float* samples = newArray(countOfAll);
     // Zeros stand for what is not there; copying them would touch memory in vain.
     if (!mayBePresent || overflowed()) return samples;
     for (int n = 0; n < batch_ && count > 0; ++n)

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -29,11 +31,10 @@ struct Load {
     explicit Load(Bytes file, int batch = 1) {
         popMessages();
         const Bytes before = file;
-        nolk::ModelReader* reader = nolk_new_model_reader();
+        ModelReaderImpl reader;
         testing::internal::CaptureStderr();
-        runner = reader->readFromMemory(&log, batch, file.data(), static_cast<int>(file.size()));
+        runner = reader.readFromMemory(&log, batch, file.data(), static_cast<int>(file.size()));
         printed = testing::internal::GetCapturedStderr();
-        reader->destroy();
         messages = popMessages();
         restored = file == before;
     }
@@ -279,18 +280,27 @@ TEST(ModelReader, AnExceptionLeavesTheBodyUnscrambled) {
     EXPECT_EQ(Bytes(file.begin() + 6, file.end() - 4), body);
 }
 
-// The file claims far more floats than it has; the call is made with zeros that no memory stands behind.
+long peakMegabytes() {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss / 1024;
+}
+
+// The file claims far more floats than it has; the call is made with zeros that no memory stands behind (but for what a
+// sanitizer adds).
 TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
-    const std::string huge = "0100 0700 00000004 08000000 01000000";  // 2^29 floats
+    const std::string huge = "0100 0700 00000001 04000000 01000000";  // 2^26 floats, 256 MB
+    const long before = peakMegabytes();
     for (const int version : {2, 3, 4})
         for (const char* const data : {"00", "00 f(1)", "08 f(1)"}) {
             const Load load(container(version, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
             EXPECT_EQ(load.runner, nullptr);
             ASSERT_EQ(load.log.lines.size(), 3u);
-            EXPECT_EQ(load.log.lines[2], "#3 = constTensor [3 67108864 8 1 dims 3] 1610612736 floats");
+            EXPECT_EQ(load.log.lines[2], "#3 = constTensor [3 16777216 4 1 dims 3] 201326592 floats");
             EXPECT_EQ(load.messages, Lines{});
             EXPECT_TRUE(load.restored);
         }
+    EXPECT_LT(peakMegabytes() - before, 220);
 }
 
 TEST(ModelReader, AnUnknownCompressionIsPrintedAndReadingGoesOn) {
@@ -314,6 +324,7 @@ TEST(ModelReader, NegativeHeadInfoLengthsStayInside) {
     }
 }
 
+// Of version 2 or 3: the others write dimensions or floats otherwise.
 Bytes everyRecord(int version) {
     Bytes body = {static_cast<unsigned char>(2 + std::size(kRecords)), 0};
     const auto append = [&body](const char* text) {
@@ -361,15 +372,15 @@ void expectHarmless(const Bytes& file) {
 }
 
 TEST(ModelReader, DamagedFilesAreHarmless) {
-    for (const int version : {1, 2, 3, 4}) {
+    constexpr unsigned char kDamages[] = {0x01, 0x80, 0xFF};
+    for (const int version : {2, 3}) {
         const Bytes file = everyRecord(version);
-        for (std::size_t i = 4; i < file.size(); ++i)
-            for (const int damage : {0x01, 0x80, 0xFF}) {
-                Bytes damaged = file;
-                damaged[i] = static_cast<unsigned char>(damaged[i] ^ damage);
-                if (version >= 3) reseal(damaged);
-                expectHarmless(damaged);
-            }
+        for (std::size_t i = 4; i < file.size(); ++i) {
+            Bytes damaged = file;
+            damaged[i] = static_cast<unsigned char>(damaged[i] ^ kDamages[i % 3]);
+            if (version == 3) reseal(damaged);
+            expectHarmless(damaged);
+        }
     }
 }
 

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <limits>
+#include <new>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -12,6 +14,7 @@
 
 #include "Codebook.h"
 #include "RecordWriter.h"
+#include "model/ModelReaderImpl.h"
 #include "support/CallLog.h"
 #include "support/messages.h"
 #include "support/modelBytes.h"
@@ -113,6 +116,30 @@ TEST(ModelWriter, WrittenReadAndWrittenAgainTheBytesAreTheSame) {
         read(first.bytes(), second, 5);
         ASSERT_FALSE(first.bytes().empty());
         EXPECT_EQ(first.bytes(), second.bytes()) << "version " << version;
+    }
+}
+
+// The versions whose fields ModelReaderTest does not damage.
+TEST(ModelWriter, DamagedFilesAreHarmlessToRead) {
+    constexpr unsigned char kDamages[] = {0x01, 0x80, 0xFF};
+    for (const int version : {1, 4}) {
+        ModelWriter writer({version, false, {}});
+        recordEverything(writer, 1);
+        testing::internal::CaptureStderr();
+        for (std::size_t i = 4; i < writer.bytes().size(); i += 5) {
+            Bytes file = writer.bytes();
+            file[i] = static_cast<unsigned char>(file[i] ^ kDamages[i % 3]);
+            if (version == 4) reseal(file);
+            const Bytes before = file;
+            CallLog log;
+            try {
+                ModelReaderImpl().readFromMemory(&log, 1, file.data(), static_cast<int>(file.size()));
+                EXPECT_EQ(file, before) << i;
+            } catch (const std::bad_array_new_length&) {
+            }
+        }
+        testing::internal::GetCapturedStderr();
+        popMessages();
     }
 }
 
