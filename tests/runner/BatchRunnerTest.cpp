@@ -1,0 +1,218 @@
+#include "runner/BatchRunner.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <stdexcept>
+#include <thread>
+
+#include "support/values.h"
+
+namespace {
+
+const nolk::TensorShape kIn{1, 3, 1, 1, 1};
+const nolk::TensorShape kOut{1, 2, 1, 1, 1};
+
+// Computes (sum, product) of three values per sample, and keeps account of its calls.
+class CountingRunner final : public nolk::Runner {
+public:
+    bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override {
+        EXPECT_FALSE(busy_.exchange(true)) << "two threads in a runner for one";
+        ++calls;
+        const bool fails = failOnCall > 0 && calls == failOnCall;
+        if (throwing && fails) {
+            busy_ = false;
+            throw std::runtime_error("broken");
+        }
+        EXPECT_EQ(inputCount, 1);
+        EXPECT_EQ(outputCount, 1);
+        EXPECT_EQ(inputs[0].shape.n, batch);
+        for (int i = 0; i < batch; ++i) {
+            const float* x = inputs[0].data + i * 3;
+            outputs[0].data[i * 2] = x[0] + x[1] + x[2];
+            outputs[0].data[i * 2 + 1] = x[0] * x[1] * x[2];
+        }
+        std::this_thread::sleep_for(duration);
+        busy_ = false;
+        return !fails;
+    }
+    void destroy() override { ++destroyed; }
+
+    int batch = 1;
+    std::chrono::microseconds duration{0};
+    bool throwing = false;
+    int failOnCall = 0;
+    std::atomic<int> calls{0};
+    int destroyed = 0;
+
+private:
+    std::atomic<bool> busy_{false};
+};
+
+// One caller's tensors, and what they should come to.
+class Call {
+public:
+    Call(int items, std::uint32_t seed)
+        : in_(Values(seed).reals(static_cast<std::size_t>(items) * 3)), out_(static_cast<std::size_t>(items) * 2) {
+        input = {kIn, in_.data()};
+        output = {kOut, out_.data()};
+        input.shape.n = output.shape.n = items;
+    }
+    bool run(nolk::Runner* runner) { return runner->run(&input, 1, &output, 1); }
+    int rightItems() const {
+        int right = 0;
+        for (std::size_t i = 0; i < out_.size() / 2; ++i)
+            right += out_[i * 2] == in_[i * 3] + in_[i * 3 + 1] + in_[i * 3 + 2] &&
+                     out_[i * 2 + 1] == in_[i * 3] * in_[i * 3 + 1] * in_[i * 3 + 2];
+        return right;
+    }
+
+    nolk::Tensor input, output;
+
+private:
+    std::vector<float> in_, out_;
+};
+
+TEST(BaseBatchRunner, RunsItemByItemUntilOneFails) {
+    CountingRunner inner;
+    BaseBatchRunner* wrapped = new BaseBatchRunner(&inner, 1);
+    Call four(4, 1), failing(4, 2), none(0, 3);
+    EXPECT_TRUE(four.run(wrapped));
+    EXPECT_EQ(four.rightItems(), 4);
+    inner.failOnCall = inner.calls + 3;
+    EXPECT_FALSE(failing.run(wrapped));
+    EXPECT_EQ(inner.calls, 7);
+    EXPECT_EQ(failing.rightItems(), 3);  // the third was computed, but failed
+    EXPECT_TRUE(none.run(wrapped));
+    EXPECT_EQ(inner.calls, 7);
+    wrapped->destroy();
+    EXPECT_EQ(inner.destroyed, 1);
+}
+
+TEST(BaseBatchRunner, TensorsThatCannotBeCutAreRefused) {
+    CountingRunner inner;
+    for (BaseBatchRunner* wrapped :
+         {new BaseBatchRunner(&inner, 1), static_cast<BaseBatchRunner*>(new BatchRunner(&inner, 2))}) {
+        Call call(3, 1);
+        EXPECT_FALSE(wrapped->run(nullptr, 1, &call.output, 1));
+        EXPECT_FALSE(wrapped->run(&call.input, 0, &call.output, 1));
+        EXPECT_FALSE(wrapped->run(&call.input, 1, nullptr, 1));
+        call.output.shape.n = 2;
+        EXPECT_FALSE(call.run(wrapped));
+        call.output = {kOut, nullptr};
+        call.output.shape.n = 3;
+        EXPECT_FALSE(call.run(wrapped));
+        wrapped->destroy();
+    }
+    EXPECT_EQ(inner.calls, 0);
+}
+
+TEST(BaseBatchRunner, CallersOfARunnerForOneTakeTurns) {
+    CountingRunner inner;
+    BaseBatchRunner* wrapped = new BaseBatchRunner(&inner, 1);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([wrapped, t] {
+            for (int i = 0; i < 50; ++i) {
+                Call call(3, static_cast<std::uint32_t>(t * 100 + i));
+                EXPECT_TRUE(call.run(wrapped));
+                EXPECT_EQ(call.rightItems(), 3);
+            }
+        });
+    for (std::thread& t : threads) t.join();
+    wrapped->destroy();
+}
+
+TEST(BatchRunner, EveryCallerGetsItsOwnResults) {
+    CountingRunner inner;
+    inner.batch = 16;
+    BatchRunner* shared = new BatchRunner(&inner, 16);
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int t = 0; t < 64; ++t)
+        threads.emplace_back([shared, t, &wrong] {
+            for (int i = 0; i < 200; ++i) {
+                const int items = 1 + (t * 7 + i) % 5;
+                Call call(items, static_cast<std::uint32_t>(t * 1000 + i));
+                if (!call.run(shared) || call.rightItems() != items) ++wrong;
+            }
+        });
+    for (std::thread& t : threads) t.join();
+    EXPECT_EQ(wrong, 0);
+    shared->destroy();
+    EXPECT_EQ(inner.destroyed, 1);
+}
+
+TEST(BatchRunner, ALargeCallTakesSeveralRuns) {
+    CountingRunner inner;
+    inner.batch = 4;
+    BatchRunner* shared = new BatchRunner(&inner, 4);
+    Call ten(10, 5), forty(40, 6);  // more than the queue holds
+    EXPECT_TRUE(ten.run(shared));
+    EXPECT_EQ(ten.rightItems(), 10);
+    EXPECT_GE(inner.calls, 3);
+    EXPECT_TRUE(forty.run(shared));
+    EXPECT_EQ(forty.rightItems(), 40);
+    Call none(0, 7);
+    EXPECT_FALSE(none.run(shared));
+    shared->destroy();
+}
+
+TEST(BatchRunner, AFailingRunFailsItsItemsAndNoOthers) {
+    for (const bool throwing : {false, true}) {
+        CountingRunner inner;
+        inner.batch = 4;
+        inner.throwing = throwing;
+        inner.failOnCall = 1;
+        BatchRunner* shared = new BatchRunner(&inner, 4);
+        Call first(4, 1), later(3, 2);
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(first.run(shared));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "batch runner error\n");
+        EXPECT_TRUE(later.run(shared));
+        EXPECT_EQ(later.rightItems(), 3);
+        shared->destroy();
+    }
+}
+
+TEST(BatchRunner, OtherShapesAreRefusedAndTheRestIsServed) {
+    CountingRunner inner;
+    inner.batch = 4;
+    BatchRunner* shared = new BatchRunner(&inner, 4);
+    Call first(1, 1);
+    EXPECT_TRUE(first.run(shared));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 6; ++t)
+        threads.emplace_back([shared, t] {
+            Call call(2, static_cast<std::uint32_t>(t));
+            if (t % 2) call.input.shape.c = 1 + t % 2;
+            EXPECT_EQ(call.run(shared), t % 2 == 0);
+            nolk::Tensor two[2] = {call.input, call.input};
+            EXPECT_FALSE(shared->run(two, 2, &call.output, 1));
+        });
+    for (std::thread& t : threads) t.join();
+    shared->destroy();
+}
+
+TEST(BatchRunner, DestroyServesThoseWhoWait) {
+    CountingRunner inner;
+    inner.batch = 2;
+    inner.duration = std::chrono::milliseconds(5);
+    BatchRunner* shared = new BatchRunner(&inner, 2);
+    std::atomic<int> inside{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([shared, t, &inside] {
+            Call call(9, static_cast<std::uint32_t>(t));
+            ++inside;
+            EXPECT_TRUE(call.run(shared));
+            EXPECT_EQ(call.rightItems(), 9);
+        });
+    while (inside < 8) std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // into run
+    shared->destroy();
+    EXPECT_EQ(inner.destroyed, 1);
+    for (std::thread& t : threads) t.join();
+}
+
+}  // namespace
