@@ -80,10 +80,11 @@ float* RecordReader::optionalFloats(std::initializer_list<int> factors) {
 float* RecordReader::floats(std::initializer_list<int> factors) {
     const int count = floatCount(factors);
     float* array = newArray(count);
-    // A count above the bytes that are left cannot be met in any form. One float more than bytes fails as well, and
-    // touches no more memory than the file has.
-    const std::int64_t enoughToFail = in_.remaining() + 1;
-    in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, enoughToFail)), version_ > 3);
+    // A count above the bytes that are left cannot be met in any form, not even by an array whose form is unknown: the
+    // load fails, before layers copy what no data backs.
+    const bool mayBePresent = count <= in_.remaining();
+    in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, in_.remaining() + 1)), version_ > 3);
+    if (!mayBePresent) in_.step(in_.remaining() + 1);
     return array;
 }
 
