@@ -11,6 +11,7 @@
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
+#include "layers/RawTransposeLayerFactory.h"
 
 RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
     const auto settings = cfgToMap(cfg);
@@ -44,7 +45,9 @@ nolk::TensorX* RawRunnerBuilder::pad(nolk::TensorX* x, nolk::Padding padding) {
     return record<RawPaddingLayerFactory>(x, padding);
 }
 
-nolk::TensorX* RawRunnerBuilder::transpose(nolk::TensorX*, nolk::Perm) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::transpose(nolk::TensorX* x, nolk::Perm perm) {
+    return record<RawTransposeLayerFactory>(x, perm);
+}
 
 nolk::TensorX* RawRunnerBuilder::slice(nolk::TensorX*, nolk::SlicePos) { return nullptr; }
 

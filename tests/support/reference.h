@@ -1,0 +1,45 @@
+// What the operations compute, as plain loops over the formulas. They call nothing of the library; sums run in the
+// order that fixes a result to the bit. Tensors are vectors in the order [n, c, h, w].
+#pragma once
+
+#include <nolk.h>
+
+#include <cmath>
+#include <cstddef>
+#include <vector>
+
+namespace reference {
+
+using Floats = std::vector<float>;
+
+inline std::size_t count(const nolk::TensorShape& s) {
+    return static_cast<std::size_t>(s.n) * static_cast<std::size_t>(s.c) * static_cast<std::size_t>(s.h) *
+           static_cast<std::size_t>(s.w);
+}
+
+inline std::size_t at(const nolk::TensorShape& s, int n, int c, int h, int w) {
+    return static_cast<std::size_t>(((static_cast<long>(n) * s.c + c) * s.h + h) * s.w + w);
+}
+
+// Calls f(n, c, h, w) for every index of s, w fastest.
+template <typename Function>
+void forEachIndex(const nolk::TensorShape& s, Function f) {
+    for (int n = 0; n < s.n; ++n)
+        for (int c = 0; c < s.c; ++c)
+            for (int h = 0; h < s.h; ++h)
+                for (int w = 0; w < s.w; ++w) f(n, c, h, w);
+}
+
+inline Floats transpose(const nolk::TensorShape& in, const Floats& x, const nolk::Perm& perm) {
+    const int extents[] = {in.n, in.c, in.h, in.w};
+    const auto& p = perm.axes;
+    const nolk::TensorShape out{extents[p[0]], extents[p[1]], extents[p[2]], extents[p[3]], 3};
+    Floats y(count(out));
+    forEachIndex(in, [&](int n, int c, int h, int w) {
+        const int i[] = {n, c, h, w};
+        y[at(out, i[p[0]], i[p[1]], i[p[2]], i[p[3]])] = x[at(in, n, c, h, w)];
+    });
+    return y;
+}
+
+}  // namespace reference
