@@ -6,6 +6,7 @@
 #include "builder/utils.h"
 #include "layers/RawActLayerFactory.h"
 #include "layers/RawBatchNormalizationLayerFactory.h"
+#include "layers/RawConcatLayerFactory.h"
 #include "layers/RawConvolutionLayerFactory.h"
 #include "layers/RawEltwiseLayerFactory.h"
 #include "layers/RawFullConnectionLayerFactory.h"
@@ -74,7 +75,13 @@ nolk::TensorX* RawRunnerBuilder::relu(nolk::TensorX* x) { return activation(x, A
 
 nolk::TensorX* RawRunnerBuilder::softmax(nolk::TensorX*, nolk::Axis) { return nullptr; }
 
-nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX**, int, nolk::Axis) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX** inputs, int count, nolk::Axis axis) {
+    std::vector<nolk::TensorX*> tensors;
+    if (inputs && count > 0) tensors.assign(inputs, inputs + count);
+    for (const nolk::TensorX* t : tensors)
+        if (!t) return nullptr;
+    return addLayerReturnOutputs(std::make_unique<RawConcatLayerFactory>(tensors, axis)).front();
+}
 
 nolk::TensorX* RawRunnerBuilder::add(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_ADD); }
 

@@ -42,4 +42,21 @@ inline Floats transpose(const nolk::TensorShape& in, const Floats& x, const nolk
     return y;
 }
 
+// The inputs' extents agree off the axis, 0 to 3.
+inline Floats concat(const std::vector<nolk::TensorShape>& in, const std::vector<Floats>& x, int axis,
+                     const nolk::TensorShape& out) {
+    Floats y(count(out));
+    int before = 0;
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        forEachIndex(in[i], [&](int n, int c, int h, int w) {
+            int to[] = {n, c, h, w};
+            to[axis] += before;
+            y[at(out, to[0], to[1], to[2], to[3])] = x[i][at(in[i], n, c, h, w)];
+        });
+        const int extents[] = {in[i].n, in[i].c, in[i].h, in[i].w};
+        before += extents[axis];
+    }
+    return y;
+}
+
 }  // namespace reference

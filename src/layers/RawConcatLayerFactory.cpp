@@ -1,0 +1,87 @@
+#include "layers/RawConcatLayerFactory.h"
+
+#include <climits>
+
+#include "builder/refuse.h"
+#include "builder/shapes.h"
+#include "layers/RawConcatLayer.h"
+
+namespace {
+
+// 0 to 3, or -1 for an axis that does not exist.
+int axisFromStart(int axis) {
+    if (axis < -4 || axis > 3) return -1;
+    return axis < 0 ? axis + 4 : axis;
+}
+
+int extentAt(const nolk::TensorShape& shape, int axis) {
+    const int extents[] = {shape.n, shape.c, shape.h, shape.w};
+    return extents[axis];
+}
+
+// Doubles hold every number up to 2^53 and never wrap; beyond that a result only has to be too large.
+
+// Where the copies of an input end in the output, `before` being the extents joined before it.
+double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis, double before) {
+    const double planes = static_cast<double>(in.n) * in.c;
+    if (planes * in.h * in.w == 0.0) return 0.0;
+    switch (axis) {
+        case 2:
+            return ((planes - 1) * out.h + before + in.h) * in.w;
+        case 3:
+            return (((in.n - 1.0) * out.c + in.c - 1.0) * out.h + in.h - 1.0) * out.w + before + in.w;
+        default:
+            return 0.0;
+    }
+}
+
+// Where the copies of an input end in the input itself.
+double readEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis) {
+    return axis == 1 ? static_cast<double>(out.n) * in.c * out.h * out.w : 0.0;
+}
+
+}  // namespace
+
+RawConcatLayerFactory::RawConcatLayerFactory(const std::vector<nolk::TensorX*>& tensors, nolk::Axis axis)
+    : ConcatLayerFactory(tensors), axis_(static_cast<int>(axis)) {
+    const nolk::TensorShape& first = inputs.front()->shape;
+    int extents[] = {first.n, first.c, first.h, first.w};
+    const int index = axisFromStart(axis_);
+    // A sum beyond an int is refused by check.
+    if (index >= 0) extents[index] = joinedExtent() <= INT_MAX ? static_cast<int>(joinedExtent()) : 0;
+    if (first.dims == 1)
+        initOutput({extents[0], extents[1], 1, 1, 1});
+    else
+        initOutput({extents[0], extents[1], extents[2], extents[3], 3});
+}
+
+double RawConcatLayerFactory::joinedExtent() const {
+    double sum = 0.0;
+    for (const nolk::TensorX* t : inputs) sum += extentAt(t->shape, axisFromStart(axis_));
+    return sum;
+}
+
+void RawConcatLayerFactory::check() const {
+    const int axis = axisFromStart(axis_);
+    if (axis < 0) return;
+    if (joinedExtent() > INT_MAX) refuse("concat: extents must add up to 32 bits, are %.0f", joinedExtent());
+    const nolk::TensorShape& out = output()->shape;
+    if (!isRepresentable(out)) return;  // refused for every operation alike
+
+    double extents = 0.0, elements = 0.0;
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        const nolk::TensorShape& in = inputs[i]->shape;
+        elements += elementCount(in);
+        const double written = axis == 0 ? elements : writeEnd(in, out, axis, extents);
+        if (written > elementCount(out) || readEnd(in, out, axis) > elementCount(in))
+            refuse("concat: extents off axis %d must agree, input %d is [%d, %d, %d, %d], output [%d, %d, %d, %d]",
+                   axis_, static_cast<int>(i), in.n, in.c, in.h, in.w, out.n, out.c, out.h, out.w);
+        extents += extentAt(in, axis);
+    }
+}
+
+std::unique_ptr<Layer> RawConcatLayerFactory::create() {
+    std::vector<nolk::Tensor> tensors;
+    for (const nolk::TensorX* t : inputs) tensors.push_back(t->toTensor());
+    return std::make_unique<RawConcatLayer>(std::move(tensors), output()->toTensor(), axis_);
+}

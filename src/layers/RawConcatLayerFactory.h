@@ -1,0 +1,19 @@
+// Records a concatenation. Output: the first input's shape, its extent at the axis being the sum over the inputs. The
+// other extents need not agree as long as the copies stay inside the tensors. An axis that does not exist leaves the
+// first input's shape.
+#pragma once
+
+#include "layers/ConcatLayerFactory.h"
+
+class RawConcatLayerFactory final : public ConcatLayerFactory {
+public:
+    RawConcatLayerFactory(const std::vector<nolk::TensorX*>& tensors, nolk::Axis axis);
+
+    std::unique_ptr<Layer> create() override;
+    void check() const override;
+
+private:
+    double joinedExtent() const;
+
+    int axis_;  // as recorded
+};
