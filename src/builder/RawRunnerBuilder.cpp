@@ -13,6 +13,7 @@
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
 #include "layers/RawReshapeLayerFactory.h"
+#include "layers/RawSliceLayerFactory.h"
 #include "layers/RawTransposeLayerFactory.h"
 
 RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
@@ -51,7 +52,9 @@ nolk::TensorX* RawRunnerBuilder::transpose(nolk::TensorX* x, nolk::Perm perm) {
     return record<RawTransposeLayerFactory>(x, perm);
 }
 
-nolk::TensorX* RawRunnerBuilder::slice(nolk::TensorX*, nolk::SlicePos) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::slice(nolk::TensorX* x, nolk::SlicePos pos) {
+    return record<RawSliceLayerFactory>(x, pos);
+}
 
 nolk::TensorX* RawRunnerBuilder::fullConnect(nolk::TensorX* x, nolk::Weights weights) {
     return record<RawFullConnectionLayerFactory>(x, weights);

@@ -59,4 +59,19 @@ inline Floats concat(const std::vector<nolk::TensorShape>& in, const std::vector
     return y;
 }
 
+// pos is normalised, its step positive. What falls behind the output is dropped.
+inline Floats slice(const nolk::TensorShape& in, const Floats& x, const nolk::SlicePos& pos,
+                    const nolk::TensorShape& out) {
+    Floats y(count(out));
+    forEachIndex(in, [&](int n, int c, int h, int w) {
+        int to[] = {n, c, h, w};
+        int& index = to[pos.axis];
+        if (index < pos.start || index >= pos.end || (index - pos.start) % pos.step != 0) return;
+        index = (index - pos.start) / pos.step;
+        const std::size_t place = at(out, to[0], to[1], to[2], to[3]);
+        if (place < y.size()) y[place] = x[at(in, n, c, h, w)];
+    });
+    return y;
+}
+
 }  // namespace reference

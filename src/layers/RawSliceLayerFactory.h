@@ -1,0 +1,22 @@
+// Records a slice. Output: the input's shape with (end - start) / step elements at the axis, or [n, c, 1, 1] with dims
+// 1 of that where the input's dims are not 3. The layer takes one element more where the step does not divide the
+// range, and may reach beyond the output's elements: its storage has room for that.
+#pragma once
+
+#include <cstdint>
+
+#include "layers/SliceLayerFactory.h"
+
+class RawSliceLayerFactory final : public SliceLayerFactory {
+public:
+    RawSliceLayerFactory(nolk::TensorX* x, nolk::SlicePos pos);
+
+    std::unique_ptr<Layer> create() override;
+    void connect() override;
+    void check() const override;
+
+private:
+    std::int64_t writtenFloats() const;
+
+    nolk::SlicePos pos_;  // axis 0 to 3 if it exists, start >= 0, end <= the input's extent
+};
