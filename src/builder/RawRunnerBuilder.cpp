@@ -14,6 +14,7 @@
 #include "layers/RawPoolingLayerFactory.h"
 #include "layers/RawReshapeLayerFactory.h"
 #include "layers/RawSliceLayerFactory.h"
+#include "layers/RawSoftMaxLayerFactory.h"
 #include "layers/RawTransposeLayerFactory.h"
 
 RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
@@ -77,7 +78,9 @@ nolk::TensorX* RawRunnerBuilder::avgPool(nolk::TensorX* x, nolk::DimsHW kernel, 
 
 nolk::TensorX* RawRunnerBuilder::relu(nolk::TensorX* x) { return activation(x, ACT_RELU); }
 
-nolk::TensorX* RawRunnerBuilder::softmax(nolk::TensorX*, nolk::Axis) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::softmax(nolk::TensorX* x, nolk::Axis axis) {
+    return record<RawSoftMaxLayerFactory>(x, axis);
+}
 
 nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX** inputs, int count, nolk::Axis axis) {
     std::vector<nolk::TensorX*> tensors;

@@ -74,4 +74,24 @@ inline Floats slice(const nolk::TensorShape& in, const Floats& x, const nolk::Sl
     return y;
 }
 
+// axis 1 = c, 2 = h, 3 = w.
+inline Floats softmax(const nolk::TensorShape& s, const Floats& x, int axis) {
+    Floats y(x.size());
+    const int extents[] = {s.n, s.c, s.h, s.w};
+    forEachIndex(s, [&](int n, int c, int h, int w) {
+        int i[] = {n, c, h, w};
+        if (i[axis] != 0) return;
+        const auto place = [&](int k) {
+            i[axis] = k;
+            return at(s, i[0], i[1], i[2], i[3]);
+        };
+        float largest = x[place(0)], sum = 0.0f;
+        for (int k = 1; k < extents[axis]; ++k)
+            if (x[place(k)] > largest) largest = x[place(k)];
+        for (int k = 0; k < extents[axis]; ++k) sum += y[place(k)] = std::exp(x[place(k)] - largest);
+        for (int k = 0; k < extents[axis]; ++k) y[place(k)] /= sum;
+    });
+    return y;
+}
+
 }  // namespace reference

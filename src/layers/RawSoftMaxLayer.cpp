@@ -1,0 +1,85 @@
+#include "layers/RawSoftMaxLayer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+
+#include "builder/shapes.h"
+#include "math/blas.h"
+
+namespace {
+
+// Lines that are worked on together, side by side, so that the loops run over neighbours.
+constexpr int kLines = 64;
+
+// `lines` neighbouring lines, at most kLines, of `length` values that lie `stride` apart.
+void softmaxLines(const float* in, float* out, int length, std::ptrdiff_t stride, int lines) {
+    float largest[kLines], sum[kLines];
+    std::copy_n(in, lines, largest);
+    std::fill_n(sum, lines, 0.0f);
+    for (int k = 1; k < length; ++k)
+        for (int i = 0; i < lines; ++i) {
+            const float x = in[k * stride + i];
+            largest[i] = x > largest[i] ? x : largest[i];
+        }
+    for (int k = 0; k < length; ++k)
+        for (int i = 0; i < lines; ++i) {
+            const float e = std::exp(in[k * stride + i] - largest[i]);
+            out[k * stride + i] = e;
+            sum[i] += e;
+        }
+    for (int k = 0; k < length; ++k) vectorDiv(lines, out + k * stride, sum);
+}
+
+// All lines of a block [length, width], which run along its first dimension.
+void softmaxBlock(const float* in, float* out, int length, int width) {
+    for (int begin = 0; begin < width; begin += std::min(kLines, width - begin))
+        softmaxLines(in + begin, out + begin, length, width, std::min(kLines, width - begin));
+}
+
+}  // namespace
+
+RawSoftMaxLayer::RawSoftMaxLayer(nolk::Tensor input, nolk::Tensor output, int axis)
+    : input_(input), output_(output), axis_(axis) {
+    desc = "softmax";
+}
+
+void RawSoftMaxLayer::run(AlignedMemory<float>&) {
+    if (axis_ < 1 || axis_ > 3) {
+        std::fprintf(stderr, "unknown softmax axis: %d\n", axis_);
+        return;
+    }
+    if (elementCount(input_.shape) == 0) return;
+    if (axis_ == 1) softmaxC();
+    if (axis_ == 2) softmaxH();
+    if (axis_ == 3) softmaxW();
+}
+
+void RawSoftMaxLayer::softmaxC() const {
+    const nolk::TensorShape& s = input_.shape;
+    const std::ptrdiff_t sample = static_cast<std::ptrdiff_t>(s.c) * s.h * s.w;
+    for (int n = 0; n < s.n; ++n) softmaxBlock(input_.data + n * sample, output_.data + n * sample, s.c, s.h * s.w);
+}
+
+void RawSoftMaxLayer::softmaxH() const {
+    const nolk::TensorShape& s = input_.shape;
+    const std::ptrdiff_t plane = static_cast<std::ptrdiff_t>(s.h) * s.w;
+    for (int i = 0; i < s.n * s.c; ++i) softmaxBlock(input_.data + i * plane, output_.data + i * plane, s.h, s.w);
+}
+
+void RawSoftMaxLayer::softmaxW() const {
+    const nolk::TensorShape& s = input_.shape;
+    for (int i = 0; i < s.n * s.c * s.h; ++i) {
+        const float* in = input_.data + static_cast<std::ptrdiff_t>(i) * s.w;
+        float* out = output_.data + static_cast<std::ptrdiff_t>(i) * s.w;
+        float largest = in[0], sum = 0.0f;
+        for (int w = 1; w < s.w; ++w) largest = in[w] > largest ? in[w] : largest;
+        for (int w = 0; w < s.w; ++w) {
+            const float e = std::exp(in[w] - largest);
+            out[w] = e;
+            sum += e;
+        }
+        vectorDiv(s.w, out, sum);
+    }
+}
