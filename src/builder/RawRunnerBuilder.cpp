@@ -10,6 +10,7 @@
 #include "layers/RawConvolutionLayerFactory.h"
 #include "layers/RawEltwiseLayerFactory.h"
 #include "layers/RawFullConnectionLayerFactory.h"
+#include "layers/RawInstanceNormalizationLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
 #include "layers/RawReshapeLayerFactory.h"
@@ -130,8 +131,9 @@ nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float e
     return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);
 }
 
-nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX*, nolk::Vector, nolk::Vector, float) {
-    return nullptr;
+nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, nolk::Vector scale, nolk::Vector bias,
+                                                       float epsilon) {
+    return record<RawInstanceNormalizationLayerFactory>(x, scale, bias, epsilon);
 }
 
 nolk::TensorX* RawRunnerBuilder::resize(nolk::TensorX*, nolk::TensorShape, nolk::ResizeMode, nolk::ResizeTransMode) {

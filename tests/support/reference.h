@@ -94,4 +94,28 @@ inline Floats softmax(const nolk::TensorShape& s, const Floats& x, int axis) {
     return y;
 }
 
+inline Floats instanceNormalize(const nolk::TensorShape& s, const Floats& x, const Floats& scale, const Floats& bias,
+                                float epsilon) {
+    Floats y(x.size());
+    const nolk::TensorShape plane{1, 1, s.h, s.w, 3};
+    for (int n = 0; n < s.n; ++n)
+        for (int c = 0; c < s.c; ++c) {
+            const auto channel = static_cast<std::size_t>(c);
+            const auto size = static_cast<float>(count(plane));
+            float mean = 0.0f, variance = 0.0f;
+            forEachIndex(plane, [&](int, int, int h, int w) { mean += x[at(s, n, c, h, w)]; });
+            mean /= size;
+            forEachIndex(plane, [&](int, int, int h, int w) {
+                const float d = x[at(s, n, c, h, w)] - mean;
+                variance = std::fma(d, d, variance);
+            });
+            variance /= size;
+            const float k = scale[channel] / std::sqrt(variance + epsilon);
+            const float t = std::fma(-mean, k, bias[channel]);
+            forEachIndex(plane,
+                         [&](int, int, int h, int w) { y[at(s, n, c, h, w)] = std::fma(x[at(s, n, c, h, w)], k, t); });
+        }
+    return y;
+}
+
 }  // namespace reference

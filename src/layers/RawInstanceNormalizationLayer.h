@@ -1,0 +1,28 @@
+// y = x * k + t for every plane, with k = scale[c] / sqrt(variance + epsilon) and t = bias[c] - mean * k, each rounded
+// once. Mean and population variance of the plane's h * w values are summed up in row-major order, squares being fused
+// into the sum.
+//   in, out  [n, c, h, w]; out may be in
+#pragma once
+
+#include <vector>
+
+#include "layers/Layer.h"
+
+class RawInstanceNormalizationLayer final : public Layer {
+public:
+    RawInstanceNormalizationLayer(nolk::Tensor input, nolk::Tensor output, std::vector<float> scale,
+                                  std::vector<float> bias, float epsilon);
+
+    void run(AlignedMemory<float>& scratch) override;
+    nolk::Tensor getInputTensor() const override { return input_; }
+    nolk::Tensor getOutputTensor() const override { return output_; }
+
+private:
+    void normalizePlane(const float* in, float* out, int count, int channel) const;
+
+    nolk::Tensor input_;
+    nolk::Tensor output_;
+    std::vector<float> scale_;
+    std::vector<float> bias_;
+    float epsilon_;
+};

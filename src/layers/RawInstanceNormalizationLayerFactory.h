@@ -1,0 +1,19 @@
+// Records an instance normalisation. Output: the input's shape. Scale and bias are copied; each needs a value for every
+// channel.
+#pragma once
+
+#include "layers/InstanceNormalizationLayerFactory.h"
+
+class RawInstanceNormalizationLayerFactory final : public InstanceNormalizationLayerFactory {
+public:
+    RawInstanceNormalizationLayerFactory(nolk::TensorX* x, const nolk::Vector& scale, const nolk::Vector& bias,
+                                         float epsilon);
+
+    std::unique_ptr<Layer> create() override;
+    void check() const override;
+
+private:
+    std::vector<float> scale_;
+    std::vector<float> bias_;
+    float epsilon_;
+};
