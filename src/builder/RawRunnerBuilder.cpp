@@ -11,6 +11,7 @@
 #include "layers/RawEltwiseLayerFactory.h"
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawInstanceNormalizationLayerFactory.h"
+#include "layers/RawL2NormalizationLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
 #include "layers/RawReshapeLayerFactory.h"
@@ -109,7 +110,7 @@ nolk::TensorX* RawRunnerBuilder::divide(nolk::TensorX* a, nolk::TensorX* b) { re
 
 nolk::TensorX* RawRunnerBuilder::reduce(nolk::TensorX*, nolk::TensorShape, nolk::BasicOp) { return nullptr; }
 
-nolk::TensorX* RawRunnerBuilder::l2normalize(nolk::TensorX*) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::l2normalize(nolk::TensorX* x) { return record<RawL2NormalizationLayerFactory>(x); }
 
 nolk::TensorX* RawRunnerBuilder::clip(nolk::TensorX* x, float min, float max) {
     return record<RawActLayerFactory>(x, ACT_CLIP, min, max, 0.2f, 0.5f, nullptr, 0);

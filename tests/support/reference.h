@@ -118,4 +118,14 @@ inline Floats instanceNormalize(const nolk::TensorShape& s, const Floats& x, con
     return y;
 }
 
+inline Floats l2normalize(const nolk::TensorShape& s, const Floats& x) {
+    Floats y(x.size());
+    forEachIndex(s, [&](int n, int c, int h, int w) {
+        float sum = 0.0f;
+        for (int k = 0; k < s.c; ++k) sum = std::fma(x[at(s, n, k, h, w)], x[at(s, n, k, h, w)], sum);
+        y[at(s, n, c, h, w)] = x[at(s, n, c, h, w)] / std::sqrt(sum);
+    });
+    return y;
+}
+
 }  // namespace reference

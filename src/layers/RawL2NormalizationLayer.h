@@ -1,0 +1,19 @@
+// y = x / sqrt(sum over c of x^2), for every sample, row and column; squares are fused into the sum, in channel order.
+//   in, out  [n, c, h, w]; out may be in
+// Deliberate: there is no epsilon; a position whose channels are all zero gives NaN.
+#pragma once
+
+#include "layers/Layer.h"
+
+class RawL2NormalizationLayer final : public Layer {
+public:
+    RawL2NormalizationLayer(nolk::Tensor input, nolk::Tensor output);
+
+    void run(AlignedMemory<float>& scratch) override;
+    nolk::Tensor getInputTensor() const override { return input_; }
+    nolk::Tensor getOutputTensor() const override { return output_; }
+
+private:
+    nolk::Tensor input_;
+    nolk::Tensor output_;
+};
