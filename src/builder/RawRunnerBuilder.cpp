@@ -14,6 +14,7 @@
 #include "layers/RawL2NormalizationLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
+#include "layers/RawReductionLayerFactory.h"
 #include "layers/RawReshapeLayerFactory.h"
 #include "layers/RawSliceLayerFactory.h"
 #include "layers/RawSoftMaxLayerFactory.h"
@@ -108,7 +109,9 @@ nolk::TensorX* RawRunnerBuilder::exp(nolk::TensorX* x) { return activation(x, AC
 
 nolk::TensorX* RawRunnerBuilder::divide(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_DIV); }
 
-nolk::TensorX* RawRunnerBuilder::reduce(nolk::TensorX*, nolk::TensorShape, nolk::BasicOp) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::reduce(nolk::TensorX* x, nolk::TensorShape shape, nolk::BasicOp op) {
+    return record<RawReductionLayerFactory>(x, shape, op);
+}
 
 nolk::TensorX* RawRunnerBuilder::l2normalize(nolk::TensorX* x) { return record<RawL2NormalizationLayerFactory>(x); }
 

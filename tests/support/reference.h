@@ -128,4 +128,26 @@ inline Floats l2normalize(const nolk::TensorShape& s, const Floats& x) {
     return y;
 }
 
+// By way of accumulators that start as NaN, or plane by plane where only c is reduced.
+inline Floats reduce(const nolk::TensorShape& in, const Floats& x, const nolk::TensorShape& out, nolk::BasicOp op) {
+    const bool planes = out.c != in.c && out.h == in.h && out.w == in.w;
+    Floats y(count(out), std::nanf(""));
+    forEachIndex(in, [&](int n, int c, int h, int w) {
+        float& acc = y[at(out, n, out.c == 1 ? 0 : c, out.h == 1 ? 0 : h, out.w == 1 ? 0 : w)];
+        const float v = x[at(in, n, c, h, w)];
+        if (planes ? c == 0 : std::isnan(acc))
+            acc = v;
+        else if (op == nolk::BasicOp::maximum)
+            acc = v > acc ? v : acc;
+        else if (op == nolk::BasicOp::minimum)
+            acc = v < acc ? v : acc;
+        else
+            acc = v + acc;
+    });
+    const int taken = (out.c == 1 ? in.c : 1) * (out.h == 1 ? in.h : 1) * (out.w == 1 ? in.w : 1);
+    if (op == nolk::BasicOp::mean)
+        for (float& v : y) v = planes ? v * (1.0f / static_cast<float>(in.c)) : v / static_cast<float>(taken);
+    return y;
+}
+
 }  // namespace reference

@@ -1,0 +1,31 @@
+// Maximum, mean, sum or minimum over the dimensions in which the output's extent is 1; the batch is never reduced.
+//   in [n, c, h, w]; out [n, c or 1, h or 1, w or 1]
+// Where the output differs in c alone, whole planes are combined: NaN as vectorMax, vectorAdd and vectorMin treat it,
+// and the mean multiplies by 1 / c. Else the values are taken in row-major order, and an accumulator that is NaN is
+// replaced by the next value. Deliberate: so maximum and minimum ignore NaN, and sums start anew after one; the mean
+// divides by the full count all the same. An unknown operator writes nothing.
+#pragma once
+
+#include "layers/Layer.h"
+
+class RawReductionLayer final : public Layer {
+public:
+    RawReductionLayer(nolk::Tensor input, nolk::Tensor output, nolk::BasicOp op);
+
+    // The output differs in c, and h and w are the input's.
+    static bool reducesChannelsOnly(const nolk::TensorShape& in, const nolk::TensorShape& out);
+
+    void run(AlignedMemory<float>& scratch) override;
+    nolk::Tensor getInputTensor() const override { return input_; }
+    nolk::Tensor getOutputTensor() const override { return output_; }
+
+private:
+    void reduceChannel(void (*combine)(int n, float* dst, const float* src)) const;
+    template <typename Accumulate>
+    void reduce(Accumulate accumulate) const;
+    void divideByCount() const;
+
+    nolk::Tensor input_;
+    nolk::Tensor output_;
+    nolk::BasicOp op_;
+};
