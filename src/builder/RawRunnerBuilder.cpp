@@ -12,6 +12,7 @@
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawInstanceNormalizationLayerFactory.h"
 #include "layers/RawL2NormalizationLayerFactory.h"
+#include "layers/RawMatmulLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
 #include "layers/RawReductionLayerFactory.h"
@@ -160,4 +161,7 @@ nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int coun
     return record<RawActLayerFactory>(x, ACT_PRELU, 0.0f, 0.0f, 0.0f, 0.0f, slopes, count);
 }
 
-nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX*, nolk::TensorX*) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX* a, nolk::TensorX* b) {
+    if (!b) return nullptr;
+    return record<RawMatmulLayerFactory>(a, b);
+}

@@ -150,4 +150,14 @@ inline Floats reduce(const nolk::TensorShape& in, const Floats& x, const nolk::T
     return y;
 }
 
+inline Floats matMul(const nolk::TensorShape& a, const Floats& x, const nolk::TensorShape& b, const Floats& y) {
+    const nolk::TensorShape out{a.n, a.c, a.h, b.w, 3};
+    Floats z(count(out));
+    forEachIndex(out, [&](int n, int c, int r, int j) {
+        float& acc = z[at(out, n, c, r, j)];
+        for (int k = 0; k < a.w; ++k) acc = std::fma(x[at(a, n, c, r, k)], y[at(b, n, c, k, j)], acc);
+    });
+    return z;
+}
+
 }  // namespace reference

@@ -1,0 +1,56 @@
+#include "layers/RawMatmulLayer.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+
+#include "builder/shapes.h"
+
+namespace {
+
+// A block of the output, kept in registers while k runs. a has k columns, b and out have w.
+template <int kRows, int kColumns>
+void multiplyBlock(const float* a, const float* b, float* out, int k, int w) {
+    float sums[kRows][kColumns] = {};
+    for (int i = 0; i < k; ++i, b += w)
+        for (int r = 0; r < kRows; ++r) {
+            const float factor = a[static_cast<std::ptrdiff_t>(r) * k + i];
+            for (int j = 0; j < kColumns; ++j) sums[r][j] = std::fma(factor, b[j], sums[r][j]);
+        }
+    for (int r = 0; r < kRows; ++r) std::copy_n(sums[r], kColumns, out + static_cast<std::ptrdiff_t>(r) * w);
+}
+
+// Rows of the output, as wide as b is: wide blocks first.
+template <int kRows>
+void multiplyRows(const float* a, const float* b, float* out, int k, int w) {
+    int j = 0;
+    for (; w - j >= 16; j += 16) multiplyBlock<kRows, 16>(a, b + j, out + j, k, w);
+    for (; w - j >= 4; j += 4) multiplyBlock<kRows, 4>(a, b + j, out + j, k, w);
+    for (; j < w; ++j) multiplyBlock<kRows, 1>(a, b + j, out + j, k, w);
+}
+
+}  // namespace
+
+RawMatmulLayer::RawMatmulLayer(nolk::Tensor a, nolk::Tensor b, nolk::Tensor output) : a_(a), b_(b), output_(output) {
+    desc = "matmul";
+}
+
+void RawMatmulLayer::run(AlignedMemory<float>&) {
+    const nolk::TensorShape& o = output_.shape;
+    if (elementCount(o) == 0) return;
+    const std::ptrdiff_t planeOfA = static_cast<std::ptrdiff_t>(a_.shape.h) * a_.shape.w;
+    const std::ptrdiff_t planeOfB = static_cast<std::ptrdiff_t>(b_.shape.h) * b_.shape.w;
+    const std::ptrdiff_t planeOfOut = static_cast<std::ptrdiff_t>(o.h) * o.w;
+    for (std::ptrdiff_t n = 0; n < o.n; ++n)
+        for (std::ptrdiff_t c = 0; c < o.c; ++c)
+            multiplyPlane(a_.data + (n * a_.shape.c + c) * planeOfA, b_.data + (n * b_.shape.c + c) * planeOfB,
+                          output_.data + (n * o.c + c) * planeOfOut);
+}
+
+void RawMatmulLayer::multiplyPlane(const float* a, const float* b, float* out) const {
+    const int rows = output_.shape.h, w = output_.shape.w, k = a_.shape.w;
+    int r = 0;
+    for (; rows - r >= 4; r += 4, a += std::ptrdiff_t{4} * k, out += std::ptrdiff_t{4} * w)
+        multiplyRows<4>(a, b, out, k, w);
+    for (; r < rows; ++r, a += k, out += w) multiplyRows<1>(a, b, out, k, w);
+}
