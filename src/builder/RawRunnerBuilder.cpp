@@ -17,6 +17,7 @@
 #include "layers/RawPoolingLayerFactory.h"
 #include "layers/RawReductionLayerFactory.h"
 #include "layers/RawReshapeLayerFactory.h"
+#include "layers/RawResizeLayerFactory.h"
 #include "layers/RawSliceLayerFactory.h"
 #include "layers/RawSoftMaxLayerFactory.h"
 #include "layers/RawTransposeLayerFactory.h"
@@ -141,8 +142,9 @@ nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, nolk::V
     return record<RawInstanceNormalizationLayerFactory>(x, scale, bias, epsilon);
 }
 
-nolk::TensorX* RawRunnerBuilder::resize(nolk::TensorX*, nolk::TensorShape, nolk::ResizeMode, nolk::ResizeTransMode) {
-    return nullptr;
+nolk::TensorX* RawRunnerBuilder::resize(nolk::TensorX* x, nolk::TensorShape shape, nolk::ResizeMode mode,
+                                        nolk::ResizeTransMode transMode) {
+    return record<RawResizeLayerFactory>(x, shape, mode, transMode);
 }
 
 nolk::TensorX* RawRunnerBuilder::abs(nolk::TensorX* x) { return activation(x, ACT_ABS); }

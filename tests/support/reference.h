@@ -160,4 +160,51 @@ inline Floats matMul(const nolk::TensorShape& a, const Floats& x, const nolk::Te
     return z;
 }
 
+// Where an output index of a bilinear resize falls: the source index and the weights of the values there and behind.
+struct Source {
+    int index;
+    float weight, weightBehind;
+};
+
+inline Source sourceOf(int d, int in, int out, bool halfPixel) {
+    double f = 0.0;
+    if (halfPixel)
+        f = static_cast<double>(in) / out * (d + 0.5) - 0.5;
+    else if (out > 1)
+        f = d * ((in - 1.0) / (out - 1.0));
+    const auto narrow = static_cast<float>(f);
+    float s = std::floor(narrow), fraction = narrow - s;
+    if (s < 0.0f) s = fraction = 0.0f;
+    if (s >= static_cast<float>(in - 1)) return {in - 2, 0.0f, 1.0f};
+    return {static_cast<int>(s), 1.0f - fraction, fraction};
+}
+
+// Samples and channels of in and out agree.
+inline Floats resizeLinear(const nolk::TensorShape& in, const Floats& x, const nolk::TensorShape& out, bool halfPixel) {
+    Floats y(count(out));
+    forEachIndex(out, [&](int n, int c, int h, int w) {
+        const Source row = sourceOf(h, in.h, out.h, halfPixel), column = sourceOf(w, in.w, out.w, halfPixel);
+        // A value in front of a single one does not exist, and counts as 0 by its weight.
+        const auto value = [&](int r, int k) { return k < 0 ? 0.0f : x[at(in, n, c, r, k)]; };
+        const auto across = [&](int r) {
+            if (r < 0) return 0.0f;
+            return column.weight * value(r, column.index) + column.weightBehind * value(r, column.index + 1);
+        };
+        y[at(out, n, c, h, w)] = in.h == 1 && in.w == 1
+                                     ? x[at(in, n, c, 0, 0)]
+                                     : row.weight * across(row.index) + row.weightBehind * across(row.index + 1);
+    });
+    return y;
+}
+
+inline Floats resizeNearest(const nolk::TensorShape& in, const Floats& x, const nolk::TensorShape& out) {
+    Floats y(count(out));
+    const double scaleH = static_cast<double>(in.h) / out.h, scaleW = static_cast<double>(in.w) / out.w;
+    forEachIndex(out, [&](int n, int c, int h, int w) {
+        const int row = static_cast<int>(h * scaleH), column = static_cast<int>(w * scaleW);
+        y[at(out, n, c, h, w)] = x[at(in, n, c, row < in.h ? row : in.h - 1, column < in.w ? column : in.w - 1)];
+    });
+    return y;
+}
+
 }  // namespace reference

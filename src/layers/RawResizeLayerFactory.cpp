@@ -1,0 +1,41 @@
+#include "layers/RawResizeLayerFactory.h"
+
+#include <cstdint>
+
+#include "builder/refuse.h"
+#include "builder/shapes.h"
+#include "layers/RawResizeLayer.h"
+
+namespace {
+
+// Planes of `walked` are counted with its own n and c, and found in `other` by other's c.
+bool staysInside(const nolk::TensorShape& walked, const nolk::TensorShape& other) {
+    const std::int64_t last = (static_cast<std::int64_t>(walked.n) - 1) * other.c + walked.c;
+    return last <= static_cast<std::int64_t>(other.n) * other.c;
+}
+
+}  // namespace
+
+RawResizeLayerFactory::RawResizeLayerFactory(nolk::TensorX* x, nolk::TensorShape shape, nolk::ResizeMode mode,
+                                             nolk::ResizeTransMode transMode)
+    : ResizeLayerFactory({x}), mode_(mode), transMode_(transMode) {
+    initOutput(shape);
+}
+
+void RawResizeLayerFactory::check() const {
+    const nolk::TensorShape& in = input()->shape;
+    const nolk::TensorShape& out = output()->shape;
+    const bool linear = mode_ == nolk::ResizeMode::linear;
+    if (!linear && mode_ != nolk::ResizeMode::nearest) return;
+    // Linear walks over the input's planes, nearest over the output's.
+    const nolk::TensorShape& walked = linear ? in : out;
+    if (!isRepresentable(out) || walked.n == 0 || walked.c == 0 || out.h == 0 || out.w == 0) return;
+    if (in.h == 0 || in.w == 0) refuse("resize: input planes must not be empty, are %d x %d", in.h, in.w);
+    if (!staysInside(walked, linear ? out : in))
+        refuse("resize: output must have the input's %d samples and %d channels, has %d and %d", in.n, in.c, out.n,
+               out.c);
+}
+
+std::unique_ptr<Layer> RawResizeLayerFactory::create() {
+    return std::make_unique<RawResizeLayer>(input()->toTensor(), output()->toTensor(), mode_, transMode_);
+}

@@ -1,0 +1,18 @@
+// Records a resize. Output: the given shape, as it is; it need not have the input's samples and channels as long as the
+// layer stays inside both tensors. Any mode is accepted; one that is not known ends the process when the layer runs.
+#pragma once
+
+#include "layers/ResizeLayerFactory.h"
+
+class RawResizeLayerFactory final : public ResizeLayerFactory {
+public:
+    RawResizeLayerFactory(nolk::TensorX* x, nolk::TensorShape shape, nolk::ResizeMode mode,
+                          nolk::ResizeTransMode transMode);
+
+    std::unique_ptr<Layer> create() override;
+    void check() const override;
+
+private:
+    nolk::ResizeMode mode_;
+    nolk::ResizeTransMode transMode_;
+};
