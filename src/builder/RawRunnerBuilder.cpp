@@ -12,6 +12,7 @@
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawInstanceNormalizationLayerFactory.h"
 #include "layers/RawL2NormalizationLayerFactory.h"
+#include "layers/RawLstmLayerFactory.h"
 #include "layers/RawMatmulLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
@@ -121,7 +122,9 @@ nolk::TensorX* RawRunnerBuilder::clip(nolk::TensorX* x, float min, float max) {
     return record<RawActLayerFactory>(x, ACT_CLIP, min, max, 0.2f, 0.5f, nullptr, 0);
 }
 
-nolk::TensorX* RawRunnerBuilder::lstm(nolk::TensorX*, nolk::LstmWeights) { return nullptr; }
+nolk::TensorX* RawRunnerBuilder::lstm(nolk::TensorX* x, nolk::LstmWeights weights) {
+    return record<RawLstmLayerFactory>(x, weights);
+}
 
 nolk::TensorX* RawRunnerBuilder::hardSigmoid(nolk::TensorX* x, float alpha, float beta) {
     return record<RawActLayerFactory>(x, ACT_HARD_SIGMOID, 0.0f, 0.0f, alpha, beta, nullptr, 0);

@@ -207,4 +207,40 @@ inline Floats resizeNearest(const nolk::TensorShape& in, const Floats& x, const 
     return y;
 }
 
+// One channel. Weights [d, gate, unit, input], bias [d, half, gate, unit] or empty; gates input, output, forget,
+// candidate.
+inline Floats lstm(const nolk::TensorShape& in, const Floats& x, const nolk::LstmWeights& weights) {
+    const int d = weights.numDirections, hidden = weights.hiddenSize, inputs = weights.inputSize;
+    const nolk::TensorShape out{in.n, 1, in.h, d * hidden, 3};
+    const nolk::TensorShape w{d, 4, hidden, inputs, 3}, r{d, 4, hidden, hidden, 3}, b{d, 2, 4, hidden, 3};
+    const auto sigmoid = [](float v) { return 1.0f / (std::exp(-v) + 1.0f); };
+    Floats y(count(out));
+    for (int k = 0; k < d; ++k)
+        for (int n = 0; n < in.n; ++n) {
+            Floats state(static_cast<std::size_t>(hidden)), memory(static_cast<std::size_t>(hidden));
+            for (int s = 0; s < in.h; ++s) {
+                const bool backward = d == 2 ? k == 1 : weights.direction == nolk::Direction::backward;
+                const int t = backward ? in.h - 1 - s : s;
+                Floats next(state.size());
+                for (int j = 0; j < hidden; ++j) {
+                    const auto unit = static_cast<std::size_t>(j);
+                    float a[4];
+                    for (int g = 0; g < 4; ++g) {
+                        const bool bias = weights.bias && weights.splitBias;
+                        a[g] = bias ? weights.bias[at(b, k, 0, g, j)] + weights.bias[at(b, k, 1, g, j)] : 0.0f;
+                        for (int i = 0; i < inputs; ++i)
+                            a[g] += weights.inputWeights[at(w, k, g, j, i)] * x[at(in, n, 0, t, i)];
+                        for (int i = 0; i < hidden; ++i)
+                            a[g] += weights.recurrentWeights[at(r, k, g, j, i)] * state[static_cast<std::size_t>(i)];
+                    }
+                    memory[unit] = sigmoid(a[2]) * memory[unit] + sigmoid(a[0]) * std::tanh(a[3]);
+                    next[unit] = sigmoid(a[1]) * std::tanh(memory[unit]);
+                    y[at(out, n, 0, t, k * hidden + j)] = next[unit];
+                }
+                state = next;
+            }
+        }
+    return y;
+}
+
 }  // namespace reference

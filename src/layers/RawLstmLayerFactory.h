@@ -1,0 +1,17 @@
+// Records an LSTM layer. Output: [n, c, t, numDirections * hiddenSize] for an input [n, c, t, inputSize]. The number of
+// directions decides how many passes there are; with one, `direction` decides which way it runs. The weight arrays stay
+// the caller's and are read until create.
+#pragma once
+
+#include "layers/LstmLayerFactory.h"
+
+class RawLstmLayerFactory final : public LstmLayerFactory {
+public:
+    RawLstmLayerFactory(nolk::TensorX* x, const nolk::LstmWeights& weights);
+
+    std::unique_ptr<Layer> create() override;
+    void check() const override;
+
+private:
+    nolk::LstmWeights weights_;
+};
