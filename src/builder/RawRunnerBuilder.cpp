@@ -8,6 +8,7 @@
 #include "layers/RawBatchNormalizationLayerFactory.h"
 #include "layers/RawConcatLayerFactory.h"
 #include "layers/RawConvolutionLayerFactory.h"
+#include "layers/RawDeConvolutionLayerFactory.h"
 #include "layers/RawEltwiseLayerFactory.h"
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawInstanceNormalizationLayerFactory.h"
@@ -158,8 +159,9 @@ nolk::TensorX* RawRunnerBuilder::leakyRelu(nolk::TensorX* x, float alpha) {
 
 nolk::TensorX* RawRunnerBuilder::tanh(nolk::TensorX* x) { return activation(x, ACT_TANH); }
 
-nolk::TensorX* RawRunnerBuilder::deConvolve(nolk::TensorX*, nolk::Padding, nolk::DimsHW, nolk::DimsHW, nolk::Weights) {
-    return nullptr;
+nolk::TensorX* RawRunnerBuilder::deConvolve(nolk::TensorX* x, nolk::Padding padding, nolk::DimsHW stride,
+                                            nolk::DimsHW dilation, nolk::Weights weights) {
+    return record<RawDeConvolutionLayerFactory>(x, padding, stride, dilation, weights);
 }
 
 nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int count) {

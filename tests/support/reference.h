@@ -243,4 +243,26 @@ inline Floats lstm(const nolk::TensorShape& in, const Floats& x, const nolk::Lst
     return y;
 }
 
+// One group; scatters the inputs in the order i, o, ih, iw, kernel position.
+inline Floats deConvolve(const nolk::TensorShape& in, const Floats& x, const nolk::Padding& padding,
+                         const nolk::DimsHW& stride, const nolk::Weights& w, const nolk::TensorShape& out) {
+    Floats y(count(out));
+    const nolk::TensorShape weights{in.c, out.c, w.kernelH, w.kernelW, 3};
+    const int lastRow = out.h + padding.top + padding.bottom - w.kernelH;
+    const int lastColumn = out.w + padding.left + padding.right - w.kernelW;
+    for (int n = 0; n < in.n; ++n)
+        forEachIndex({in.c, out.c, in.h, in.w, 3}, [&](int i, int o, int ih, int iw) {
+            if (lastRow < 0 || lastColumn < 0 || ih * stride.h > lastRow || iw * stride.w > lastColumn) return;
+            for (int kh = 0; kh < w.kernelH; ++kh)
+                for (int kw = 0; kw < w.kernelW; ++kw) {
+                    const int oh = ih * stride.h - padding.top + kh, ow = iw * stride.w - padding.left + kw;
+                    if (oh < 0 || oh >= out.h || ow < 0 || ow >= out.w) continue;
+                    float& acc = y[at(out, n, o, oh, ow)];
+                    acc = std::fma(x[at(in, n, i, ih, iw)], w.weight[at(weights, i, o, kh, kw)], acc);
+                }
+        });
+    if (w.bias) forEachIndex(out, [&](int n, int o, int h, int k) { y[at(out, n, o, h, k)] += w.bias[o]; });
+    return y;
+}
+
 }  // namespace reference

@@ -1,0 +1,50 @@
+// Transposed convolution: out[o, ih * stride.h - top + kh, iw * stride.w - left + kw] += in[i, ih, iw] * w[i, o, kh,
+// kw] wherever that is inside the output, from 0, then the bias.
+//   in [n, i, ih, iw]; w [i, o, kh, kw], of which the input may have fewer i; out [n, o, oh, ow]
+// Rows of the input count while ih * stride.h <= oh + top + bottom - kernelH, columns likewise. An output element
+// receives its products, fused, in the order of i, ih, iw; the layer goes through the outputs and gathers them.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+#include "layers/Layer.h"
+
+class RawDeConvolutionLayer final : public Layer {
+public:
+    RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
+                          const nolk::Weights& weights);
+
+    // Whether there is anything to multiply; without, weights are not looked at.
+    static bool hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out, const nolk::Weights& weights);
+
+    void run(AlignedMemory<float>& scratch) override;
+    nolk::Tensor getInputTensor() const override { return input_; }
+    nolk::Tensor getOutputTensor() const override { return output_; }
+
+private:
+    // Along one dimension: output position p receives source[k] through kernel[k] for k from first[p] to first[p + 1],
+    // sources ascending.
+    struct Taps {
+        std::vector<std::size_t> first;
+        std::vector<int> source;
+        std::vector<int> kernel;
+    };
+    static Taps tapsOf(int in, int out, int kernel, int stride, int before, int after);
+
+    void runRow(const float* in, float* out, int channel, int row) const;
+    bool sameTaps(int column, int lastColumn, int distance) const;
+    template <int kCount>
+    void gather(const float* in, float* out, int channel, int row, int column) const;
+
+    nolk::Tensor input_;
+    nolk::Tensor output_;
+    int columnStep_;  // distance of output columns that take the same kernel columns
+    int kernelH_;
+    int kernelW_;
+    int inChannels_ = 0;  // that are multiplied
+    std::vector<float> weights_;
+    std::vector<float> bias_;  // one for every output channel, or none
+    Taps rows_;
+    Taps columns_;
+};

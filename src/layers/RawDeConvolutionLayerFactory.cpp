@@ -1,0 +1,29 @@
+#include "layers/RawDeConvolutionLayerFactory.h"
+
+#include "builder/refuse.h"
+#include "builder/shapes.h"
+#include "layers/RawDeConvolutionLayer.h"
+
+RawDeConvolutionLayerFactory::RawDeConvolutionLayerFactory(nolk::TensorX* x, nolk::Padding padding, nolk::DimsHW stride,
+                                                           nolk::DimsHW dilation, const nolk::Weights& weights)
+    : DeConvolutionLayerFactory({x}), padding_(padding), stride_(stride), weights_(weights) {
+    const nolk::TensorShape& in = input()->shape;
+    const int h = (weights.kernelH - 1) * dilation.h + 1 + (in.h - 1) * stride.h - padding.top - padding.bottom;
+    const int w = (weights.kernelW - 1) * dilation.w + 1 + (in.w - 1) * stride.w - padding.left - padding.right;
+    initOutput({in.n, weights.groups * weights.outChannels, h, w, 3});
+}
+
+void RawDeConvolutionLayerFactory::check() const {
+    const nolk::TensorShape& in = input()->shape;
+    const nolk::Weights& w = weights_;
+    if (!RawDeConvolutionLayer::hasProducts(in, output()->shape, w)) return;
+    if (w.groups > 1) refuse("deConvolve: groups must be 1, are %d", w.groups);
+    if (w.kernelH < 0) refuse("deConvolve: kernel must not be negative, is %d x %d", w.kernelH, w.kernelW);
+    if (in.c > w.inChannels) refuse("deConvolve: weights expect %d input channels, input has %d", w.inChannels, in.c);
+    if (!w.weight) refuse("deConvolve: weights must not be null");
+}
+
+std::unique_ptr<Layer> RawDeConvolutionLayerFactory::create() {
+    return std::make_unique<RawDeConvolutionLayer>(input()->toTensor(), output()->toTensor(), padding_, stride_,
+                                                   weights_);
+}
