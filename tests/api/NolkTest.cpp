@@ -109,7 +109,7 @@ TEST_F(Nolk, PluginsAreFoundBesideTheLibraryAndGetTheirSettings) {
     EXPECT_EQ(popError(), "");
     char model[] = {'C', 'M', 1, 0, 0, 0};
     EXPECT_EQ(nolk_new_runner("nolk_test_plugin:m", model, 6, 1), nullptr);  // built through the plug-in's builder
-    void* handle = dlopen("libnolk_test_plugin.so", RTLD_NOW | RTLD_NOLOAD);
+    void* handle = dlopen(PLUGIN_FOLDER "/libnolk_test_plugin.so", RTLD_NOW);
     ASSERT_NE(handle, nullptr);
     const auto calls = reinterpret_cast<const char* (*)()>(dlsym(handle, "plugin_calls"));
     EXPECT_STREQ(calls(), "builder(a:b=1)runner(cfg,7,3)builder(m)");

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <nolk.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -85,7 +86,8 @@ struct Outcome {
 };
 
 Outcome runProgram(const std::string& arguments) {
-    const std::string errPath = writeTemporary("stderr", "");
+    // Tests run side by side, each in a process of its own.
+    const std::string errPath = writeTemporary("stderr-" + std::to_string(getpid()), "");
     const std::string command = std::string("'" DIGITS_PROGRAM "' ") + arguments + " 2>'" + errPath + "'";
     std::FILE* pipe = popen(command.c_str(), "r");
     EXPECT_NE(pipe, nullptr);
