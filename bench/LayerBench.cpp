@@ -42,16 +42,22 @@ struct Softmax {
     void operator()(float* out, const std::vector<Floats>& ins) {
         const float* x = ins[0].data();
         Floats maxima(x, x + positions), sums(static_cast<std::size_t>(positions));
-        for (int c = 1; c < channels; ++c)
-            for (int i = 0; i < positions; ++i)
-                maxima[i] = x[c * positions + i] > maxima[i] ? x[c * positions + i] : maxima[i];
-        for (int c = 0; c < channels; ++c)
+        for (int c = 1; c < channels; ++c) {
+            const float* row = x + c * positions;
+            for (int i = 0; i < positions; ++i) maxima[i] = row[i] > maxima[i] ? row[i] : maxima[i];
+        }
+        for (int c = 0; c < channels; ++c) {
+            const float* row = x + c * positions;
+            float* outRow = out + c * positions;
             for (int i = 0; i < positions; ++i) {
-                out[c * positions + i] = std::exp(x[c * positions + i] - maxima[i]);
-                sums[i] += out[c * positions + i];
+                outRow[i] = std::exp(row[i] - maxima[i]);
+                sums[i] += outRow[i];
             }
-        for (int c = 0; c < channels; ++c)
-            for (int i = 0; i < positions; ++i) out[c * positions + i] /= sums[i];
+        }
+        for (int c = 0; c < channels; ++c) {
+            float* outRow = out + c * positions;
+            for (int i = 0; i < positions; ++i) outRow[i] /= sums[i];
+        }
     }
 };
 
@@ -111,7 +117,7 @@ private:
     // All inner pairs of neighbours have the weights 1/4 and 3/4.
     void stretch(const float* x, float* out) const {
         out[0] = x[0];
-        for (int i = 0; i + 1 < extent; ++i) {
+        for (std::ptrdiff_t i = 0; i + 1 < extent; ++i) {
             out[2 * i + 1] = 0.75f * x[i] + 0.25f * x[i + 1];
             out[2 * i + 2] = 0.25f * x[i] + 0.75f * x[i + 1];
         }
@@ -147,7 +153,7 @@ struct Deconvolution {
                         for (int i = 0; i < extent; ++i) even[i] = std::fma(x[i], w0, even[i]);
                         for (int i = 0; i < extent; ++i) odd[i] = std::fma(x[i], w1, odd[i]);
                     }
-                    for (int i = 0; i < extent; ++i) {
+                    for (std::ptrdiff_t i = 0; i < extent; ++i) {
                         out[2 * i] = even[i];
                         out[2 * i + 1] = odd[i];
                     }
@@ -175,8 +181,8 @@ struct MatrixProducts {
         for (int plane = 0; plane < planes; ++plane, b += depth * columns)
             for (int row = 0; row < rows; ++row, a += depth, out += columns)
                 for (int k = 0; k < depth; ++k) {
-                    const float factor = a[k];
-                    for (int i = 0; i < columns; ++i) out[i] = std::fma(factor, b[k * columns + i], out[i]);
+                    const float factor = a[k], *rowOfB = b + k * columns;
+                    for (int i = 0; i < columns; ++i) out[i] = std::fma(factor, rowOfB[i], out[i]);
                 }
     }
 };
@@ -230,8 +236,10 @@ private:
 
     void accumulate(const Floats& weights, const float* x, int count) {
         const int width = 4 * units_;
-        for (int k = 0; k < count; ++k)
-            for (int i = 0; i < width; ++i) gates_[i] += weights[static_cast<std::size_t>(k * width + i)] * x[k];
+        float* gates = gates_.data();
+        const float* row = weights.data();
+        for (int k = 0; k < count; ++k, row += width)
+            for (int i = 0; i < width; ++i) gates[i] += row[i] * x[k];
     }
 
     int steps_, inputs_, units_;
