@@ -1,6 +1,9 @@
 // What there is to measure; each function registers its comparisons.
 #pragma once
 
+// Callers that share one batch runner, beside the same callers of a runner behind a mutex.
+void compareBatching();
+
 // Convolutions beside the matrix products that they consist of.
 void compareConvolutions();
 

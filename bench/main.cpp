@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     compareLayers();
     compareDigits();
     compareLoads();
+    compareBatching();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     reporter.printTable(comparedNames());
