@@ -344,11 +344,19 @@ nolk::Runner* ModelWriter::build(TensorX** outputs, int count) {
     for (int i = 0; i < count; ++i)
         if (!outputs[i]) throw std::invalid_argument("build: output " + std::to_string(i) + " is null");
     if (count > INT16_MAX - recordCount_) throw std::out_of_range("build: a file holds at most 32767 records");
-    for (int i = 0; i < count; ++i) {
-        RecordWriter r = record(OpCode::output, "output");
-        r.id(idOf(outputs[i]));
-        appendRecord(r);
+    const auto recordsBefore = records_.size();
+    const auto countBefore = recordCount_;
+    try {
+        for (int i = 0; i < count; ++i) {
+            RecordWriter r = record(OpCode::output, "output");
+            r.id(idOf(outputs[i]));
+            appendRecord(r);
+        }
+        file_ = modelFile(options_, recordCount_, records_);
+    } catch (...) {
+        records_.resize(recordsBefore);
+        recordCount_ = countBefore;
+        throw;
     }
-    file_ = modelFile(options_, recordCount_, records_);
     return nullptr;
 }

@@ -62,8 +62,12 @@ void LayerFactory::update_pre_comsumer() {
 }
 
 void LayerFactory::update_next_producer() {
-    outputs.front() = fusibleNext()->takeOutput();
-    outputs.front()->producer = this;
+    LayerFactory* next = fusibleNext();
+    std::unique_ptr<nolk::TensorX> taken = next->takeOutput();
+    taken->producer = this;
+    // The tensor between the two goes with the absorbed factory: whoever recorded the network may still name it.
+    next->outputs.push_back(std::move(outputs.front()));
+    outputs.front() = std::move(taken);
 }
 
 std::unique_ptr<nolk::TensorX> LayerFactory::takeOutput() {

@@ -49,7 +49,7 @@ public:
     // Relinks after absorbing the factory before: takes over its input, and its place among that tensor's consumers.
     void update_pre_comsumer();
 
-    // Relinks after absorbing the factory behind: takes over its output; the own one is deleted.
+    // Relinks after absorbing the factory behind: takes over its output, and leaves it the own one.
     void update_next_producer();
 
     // Gives the only output away.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "builder/shapes.h"
 #include "builder/utils.h"
 #include "layers/RawActLayerFactory.h"
 #include "layers/RawBatchNormalizationLayerFactory.h"
@@ -135,7 +136,7 @@ nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { retur
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
     if (!x) return nullptr;
-    const int channels = std::max(x->shape.c, 0);
+    const int channels = isRepresentable(x->shape) ? x->shape.c : 0;  // others are refused by build
     std::vector<float> ones(static_cast<std::size_t>(channels), 1.0f);
     std::vector<float> zeros(static_cast<std::size_t>(channels), 0.0f);
     return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);

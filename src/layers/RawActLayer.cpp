@@ -45,6 +45,7 @@ void RawActLayer::run(AlignedMemory<float>&) {
 
 // Deliberate: the whole tensor, batch included, is cut into as many equal runs as there are channels.
 void RawActLayer::prelu(int count) const {
+    if (count == 0) return;
     const int channels = input_.shape.c;
     const int runLength = quotient(count, channels);
     for (int k = 0; k < channels; ++k) {

@@ -20,6 +20,9 @@ int floatCount(std::initializer_list<int> factors) {
     return static_cast<int>(count);
 }
 
+// Floats that may be made of nothing: four megabytes.
+constexpr int kHarmlessCount = 1 << 20;
+
 }  // namespace
 
 // Rows or columns of 0 mark a matrix [n, c].
@@ -80,22 +83,26 @@ float* RecordReader::optionalFloats(std::initializer_list<int> factors) {
 float* RecordReader::floats(std::initializer_list<int> factors) {
     const int count = floatCount(factors);
     float* array = newArray(count);
-    // A count above the bytes that are left cannot be met in any form, not even by an array whose form is unknown: the
-    // load fails, before layers copy what no data backs.
+    // A count above the bytes that are left cannot be met in any form. A large one fails the load even in a form that
+    // is unknown, before layers copy what no data backs.
     const bool mayBePresent = count <= in_.remaining();
     in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, in_.remaining() + 1)), version_ > 3);
-    if (!mayBePresent) in_.step(in_.remaining() + 1);
+    if (!mayBePresent && count > kHarmlessCount) in_.step(in_.remaining() + 1);
     return array;
 }
 
-float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
+float* RecordReader::repeatedSample(nolk::TensorShape& shape) {
     const int count = floatCount({shape.c, shape.h, shape.w});
     const int countOfAll = floatCount({batch_, count});
     const bool mayBePresent = count <= in_.remaining();
     const float* sample = floats({count});
     float* samples = newArray(countOfAll);
-    // Zeros stand for what is not there; copying them would touch memory in vain.
-    if (!mayBePresent || overflowed()) return samples;
+    // Zeros stand for what is not there. A builder copies them, so of too many it sees none; the load fails all the
+    // same.
+    if (!mayBePresent || overflowed()) {
+        if (countOfAll > kHarmlessCount) shape.c = 0;
+        return samples;
+    }
     for (int n = 0; n < batch_ && count > 0; ++n)
         std::memcpy(samples + std::int64_t{n} * count, sample, static_cast<std::size_t>(count) * sizeof(float));
     return samples;

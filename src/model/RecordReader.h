@@ -49,8 +49,9 @@ public:
     // As many floats as the factors' product; zeros where the data ends before them.
     float* floats(std::initializer_list<int> factors);
 
-    // One sample of the shape, repeated for every sample of it.
-    float* repeatedSample(const nolk::TensorShape& shape);
+    // One sample of the shape, repeated for every sample of it. Takes the channels out of a large shape whose sample
+    // the file does not hold.
+    float* repeatedSample(nolk::TensorShape& shape);
 
 private:
     nolk::Weights weightDims();

@@ -15,7 +15,7 @@ bool hasSamples(const nolk::Tensor* tensors, int count, int samples, const char*
             std::fprintf(stderr, "%s[%d] has %d samples, %d expected\n", what, i, tensors[i].shape.n, samples);
             return false;
         }
-        if (samples > 0 && !tensors[i].data) {
+        if (!tensors[i].data) {
             std::fprintf(stderr, "%s[%d] has no data\n", what, i);
             return false;
         }
@@ -42,6 +42,7 @@ void BaseBatchRunner::destroy() {
 
 std::vector<nolk::Tensor> BaseBatchRunner::splitBatch(const nolk::Tensor* tensors, int count, int index) {
     std::vector<nolk::Tensor> views;
+    views.reserve(static_cast<std::size_t>(std::max(count, 1)));  // runners refuse null, also for no tensors
     for (int i = 0; i < count; ++i) {
         nolk::TensorShape shape = tensors[i].shape;
         const int sampleSize = shape.c * shape.h * shape.w;
@@ -69,5 +70,6 @@ bool BaseBatchRunner::canSplit(const nolk::Tensor* inputs, int inputCount, const
         return false;
     }
     const int samples = inputs[0].shape.n;
+    if (samples < 1) return true;
     return hasSamples(inputs, inputCount, samples, "inputs") && hasSamples(outputs, outputCount, samples, "outputs");
 }

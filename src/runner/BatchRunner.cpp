@@ -34,12 +34,13 @@ BatchRunner::BatchRunner(nolk::Runner* runner, int batch) : BaseBatchRunner(runn
 }
 
 bool BatchRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) {
-    if (!canSplit(inputs, inputCount, outputs, outputCount) || inputs[0].shape.n < 1) return false;
+    // From here on destroy waits for this caller.
+    const Presence presence(*this);
+    if (!presence || !canSplit(inputs, inputCount, outputs, outputCount) || inputs[0].shape.n < 1) return false;
     std::vector<QueItem> items = toQueItems(inputs, inputCount, outputs, outputCount);
-    if (!enter(items.front())) return false;
+    if (!fitsBatch(items.front())) return false;
     fillItemsInQue(items);
     readItemsFromQue(items);
-    leave();
     return items.front().ok;
 }
 
@@ -50,16 +51,21 @@ void BatchRunner::destroy() {
     BaseBatchRunner::destroy();
 }
 
-// Counts the caller in, unless its tensors would not fit the batch tensors.
-bool BatchRunner::enter(const QueItem& item) {
+bool BatchRunner::enter() {
+    const Lock lock(mutex_);
+    if (!closed_) ++callers_;
+    return !closed_;
+}
+
+// Whether the batch tensors, which the first call determines, have room for the item.
+bool BatchRunner::fitsBatch(const QueItem& item) {
     const std::vector<nolk::TensorShape> shapes = shapesOf(item);
-    const auto fitsBatch = [this](nolk::TensorShape shape) {
+    const auto representable = [this](nolk::TensorShape shape) {
         shape.n = batch_;
         return isRepresentable(shape);
     };
     const Lock lock(mutex_);
-    if (closed_) return false;
-    if (shapes_.empty() && std::all_of(shapes.begin(), shapes.end(), fitsBatch)) {
+    if (shapes_.empty() && std::all_of(shapes.begin(), shapes.end(), representable)) {
         shapes_ = shapes;
         inputCount_ = item.inputs.size();
     }
@@ -68,7 +74,6 @@ bool BatchRunner::enter(const QueItem& item) {
         std::fputs("batch runner: tensors differ from those of the first call\n", stderr);
         return false;
     }
-    ++callers_;
     return true;
 }
 
@@ -175,6 +180,7 @@ void BatchRunner::initRealBatchTensors(const QueItem& item) {
 
 BatchRunner::RealTensors BatchRunner::makeRealTensors(const std::vector<nolk::Tensor>& samples) const {
     RealTensors real;
+    real.tensors.reserve(samples.size() + 1);  // runners refuse null, also for no tensors
     for (const nolk::Tensor& sample : samples) {
         nolk::TensorShape shape = sample.shape;
         shape.n = batch_;

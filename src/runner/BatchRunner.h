@@ -23,7 +23,7 @@ public:
     // for a first dimension below 1.
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
 
-    // May be called while callers are inside run, but no call may begin after it.
+    // May be called while callers are inside run, and waits for them; no call may begin once it has been called.
     void destroy() override;
 
 private:
@@ -36,9 +36,26 @@ private:
         std::vector<std::unique_ptr<float[]>> storage;
     };
 
+    // A caller inside run, from construction to destruction; false when the worker has left.
+    class Presence {
+    public:
+        explicit Presence(BatchRunner& runner) : runner_(runner), counted_(runner.enter()) {}
+        ~Presence() {
+            if (counted_) runner_.leave();
+        }
+        Presence(const Presence&) = delete;
+        Presence& operator=(const Presence&) = delete;
+        explicit operator bool() const { return counted_; }
+
+    private:
+        BatchRunner& runner_;
+        bool counted_;
+    };
+
     // Callers.
-    bool enter(const QueItem& item);
+    bool enter();
     void leave();
+    bool fitsBatch(const QueItem& item);
     void fillItemsInQue(std::vector<QueItem>& items);
     void readItemsFromQue(const std::vector<QueItem>& items);
 

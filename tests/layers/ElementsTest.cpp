@@ -80,6 +80,8 @@ TEST(Activation, TooFewSlopesAreRefused) {
     }
     Net none;
     EXPECT_NO_THROW(none.build({none->prelu(none.input({1, 0, 2, 2, 3}, {}), nullptr, 5)}));
+    Net empty;
+    EXPECT_EQ(empty.run({empty->prelu(empty.input({1, 3, 0, 2, 3}, {}), slopes, 0)})[0].size(), 0u);
 }
 
 struct EltwiseCase {
