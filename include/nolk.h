@@ -5,9 +5,10 @@
 //   runner->run(&in, 1, &out, 1);
 //   runner->destroy();
 //
-// Everything handed to a host is released through its own destroy(), never with delete. A function that fails
-// returns null or false and leaves a text that nolk_pop_error_message fetches. Tensors are float32, dense and
-// row-major in the order [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
+// Everything handed to a host is released through its own destroy(), never with delete. What fails returns null or
+// false; the reason stands on standard error and, but for Runner::run, in a queue that nolk_pop_error_message empties.
+// A null argument and a file that ends within a record fail without a text. Tensors are float32, dense and row-major in
+// the order [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
 #ifndef NOLK_H
 #define NOLK_H
 
@@ -141,10 +142,12 @@ public:
     // Runs the network once. inputs and outputs are arrays in the order in which the network was given its inputs and
     // outputs; shapes must match exactly, data must not be null and stays the caller's. Returns false, with a line on
     // standard error and nothing written, when a count, shape or pointer is wrong. Allocates nothing beyond the
-    // growth of its scratch memory in the first run.
+    // growth of its scratch memory in the first run. A wrapped runner takes any batch, allocates for every call, and
+    // may have written outputs when a run fails.
     virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
 
-    // Releases the runner and all that it owns. No call may be under way.
+    // Releases the runner and all that it owns. No call may be under way, but for a wrapped runner of a batch above 1,
+    // which lets its callers finish.
     virtual void destroy() = 0;
 
     // Whether run may be called from several threads at once.
@@ -279,7 +282,8 @@ public:
 
     // Builds the runner, once. outputs may be any tensors of this builder, inputs and constants too; the array may be
     // null when count is 0. The runner is the caller's; builder and weight arrays are no longer needed by it.
-    // Throws std::invalid_argument when an output is null or an operation cannot be carried out safely.
+    // Throws std::invalid_argument when an output is null or an operation cannot be carried out safely,
+    // std::logic_error the second time.
     virtual Runner* build(TensorX** outputs, int count) = 0;
 
     // Releases the builder, its tensors and what was recorded.
@@ -292,12 +296,12 @@ protected:
 // Reads model files: every record becomes one call of the builder, then build. One model, one thread.
 class ModelReader {
 public:
-    // The runner of the model in the file at path, for inputs of batch samples, or null with an error message.
+    // The runner of the model in the file at path, for inputs of batch samples, or null.
     // The builder stays the caller's, and keeps what was recorded when the load fails.
     virtual Runner* readFromFile(RunnerBuilder* builder, int batch, const char* path) = 0;
 
-    // The same from size bytes at data, which must be writable: they change during the call and are restored before
-    // it returns. Throws std::bad_array_new_length for a count that cannot be, and std::bad_alloc.
+    // The same from size bytes at data, which must be writable: they change during the call and are restored before it
+    // returns, but not when it throws: std::bad_array_new_length for a count that cannot be, std::bad_alloc.
     virtual Runner* readFromMemory(RunnerBuilder* builder, int batch, void* data, int size) = 0;
 
     // Releases the reader and the weight arrays that it handed to builders, so: after build.
@@ -330,13 +334,14 @@ NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 
 // A runner that many threads may call: it cuts their tensors into single items and runs these through `runner`, which
 // must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers.
+// Then the first call fixes the shapes of a sample, and calls with others return false, with a line on standard error.
 // Takes over `runner`, and destroys it with itself. Null for a null runner, a batchSize below 1, or when no thread can
 // be had; then `runner` stays the caller's.
 NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
 
 // A runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's format
-// go to the implementation named by implCfg. The bytes must be writable and are unchanged afterwards. Throws what
-// nolk_new_runner_builder and ModelReader::readFromMemory throw.
+// go to the implementation named by implCfg. The bytes must be writable, as for ModelReader::readFromMemory. Throws
+// what that and nolk_new_runner_builder throw.
 NOLK_API nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch);
 
 // Queues a message; the newest 100 are kept. A null or empty message is not queued.
