@@ -1,32 +1,40 @@
 #include "layers/RawMatmulLayer.h"
 
-#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
 #include "builder/shapes.h"
+#include "math/lanes.h"
 
 namespace {
 
-// A block of the output, kept in registers while k runs. a has k columns, b and out have w.
-template <int kRows, int kColumns>
-void multiplyBlock(const float* a, const float* b, float* out, int k, int w) {
-    float sums[kRows][kColumns] = {};
-    for (int i = 0; i < k; ++i, b += w)
-        for (int r = 0; r < kRows; ++r) {
-            const float factor = a[static_cast<std::ptrdiff_t>(r) * k + i];
-            for (int j = 0; j < kColumns; ++j) sums[r][j] = std::fma(factor, b[j], sums[r][j]);
-        }
-    for (int r = 0; r < kRows; ++r) std::copy_n(sums[r], kColumns, out + static_cast<std::ptrdiff_t>(r) * w);
+// A block of the output, kVectors registers wide, kept there while k runs. a has k columns, b and out have w.
+template <int kRows, int kVectors>
+void multiplyBlock(const float* a, const float* b, float* out, std::ptrdiff_t k, std::ptrdiff_t w) {
+    Lanes sums[kRows][kVectors] = {};
+    for (std::ptrdiff_t i = 0; i < k; ++i, b += w)
+        for (int r = 0; r < kRows; ++r)
+            for (int v = 0; v < kVectors; ++v)
+                sums[r][v] = fma(spread(a[r * k + i]), loadLanes(b + v * kLanes), sums[r][v]);
+    for (int r = 0; r < kRows; ++r)
+        for (int v = 0; v < kVectors; ++v) storeLanes(out + r * w + v * kLanes, sums[r][v]);
+}
+
+template <int kRows>
+void multiplyColumn(const float* a, const float* b, float* out, std::ptrdiff_t k, std::ptrdiff_t w) {
+    float sums[kRows] = {};
+    for (std::ptrdiff_t i = 0; i < k; ++i, b += w)
+        for (int r = 0; r < kRows; ++r) sums[r] = std::fma(a[r * k + i], *b, sums[r]);
+    for (int r = 0; r < kRows; ++r) out[r * w] = sums[r];
 }
 
 // Rows of the output, as wide as b is: wide blocks first.
 template <int kRows>
 void multiplyRows(const float* a, const float* b, float* out, int k, int w) {
     int j = 0;
-    for (; w - j >= 16; j += 16) multiplyBlock<kRows, 16>(a, b + j, out + j, k, w);
-    for (; w - j >= 4; j += 4) multiplyBlock<kRows, 4>(a, b + j, out + j, k, w);
-    for (; j < w; ++j) multiplyBlock<kRows, 1>(a, b + j, out + j, k, w);
+    for (; w - j >= 2 * kLanes; j += 2 * kLanes) multiplyBlock<kRows, 2>(a, b + j, out + j, k, w);
+    for (; w - j >= kLanes; j += kLanes) multiplyBlock<kRows, 1>(a, b + j, out + j, k, w);
+    for (; j < w; ++j) multiplyColumn<kRows>(a, b + j, out + j, k, w);
 }
 
 }  // namespace

@@ -1,0 +1,43 @@
+// A register of floats. For the few loops whose sums have to stay in registers, which compilers do not find by
+// themselves; lanes do not mix, so every element has the bits that a plain loop would give.
+//   Lanes sum = spread(0.0f);  sum = fma(loadLanes(x), spread(factor), sum);  storeLanes(y, sum);
+#pragma once
+
+#include <cmath>
+#include <cstring>
+#if defined(__AVX__) && defined(__FMA__)
+#include <immintrin.h>
+#elif defined(__ARM_NEON)
+#include <arm_neon.h>
+#endif
+
+#ifdef __AVX__
+constexpr int kLanes = 8;
+#else
+constexpr int kLanes = 4;
+#endif
+using Lanes = float __attribute__((vector_size(kLanes * sizeof(float))));
+
+inline Lanes loadLanes(const float* p) {
+    Lanes v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+inline void storeLanes(float* p, Lanes v) { std::memcpy(p, &v, sizeof v); }
+
+// x in every lane; x - 0 keeps the sign of -0, which x + 0 would not.
+inline Lanes spread(float x) { return x - Lanes{}; }
+
+// a * b + c, rounded once. Spelled out, since a loop over the lanes weighs too much for compilers to unroll around it.
+inline Lanes fma(Lanes a, Lanes b, Lanes c) {
+#if defined(__AVX__) && defined(__FMA__)
+    return _mm256_fmadd_ps(a, b, c);
+#elif defined(__ARM_NEON)
+    return vfmaq_f32(c, a, b);
+#else
+    Lanes sum;
+    for (int i = 0; i < kLanes; ++i) sum[i] = std::fma(a[i], b[i], c[i]);
+    return sum;
+#endif
+}
