@@ -4,19 +4,21 @@
 #include <cmath>
 
 #include "builder/shapes.h"
+#include "math/lanes.h"
 
 namespace {
 
 // Units whose sums are kept in registers while the inputs run.
-constexpr std::size_t kBlock = 32;
+constexpr int kVectors = 8;
+constexpr std::size_t kBlock = kVectors * kLanes;
 
-// sums[u] = bias[u] + sum over r of weights[r][u] * state[r], one after the other.
+// sums[u] = bias[u] + sum over r of weights[r][u] * state[r], one after the other, products rounded.
 void sumUp(const float* weights, const float* bias, const float* state, std::size_t rows, float* sums) {
-    float acc[kBlock];
-    std::copy_n(bias, kBlock, acc);
+    Lanes acc[kVectors];
+    for (int v = 0; v < kVectors; ++v) acc[v] = loadLanes(bias + v * kLanes);
     for (std::size_t r = 0; r < rows; ++r, weights += kBlock)
-        for (std::size_t u = 0; u < kBlock; ++u) acc[u] += weights[u] * state[r];
-    std::copy_n(acc, kBlock, sums);
+        for (int v = 0; v < kVectors; ++v) acc[v] += loadLanes(weights + v * kLanes) * state[r];
+    for (int v = 0; v < kVectors; ++v) storeLanes(sums + v * kLanes, acc[v]);
 }
 
 float sigmoid(float v) { return 1.0f / (std::exp(-v) + 1.0f); }
