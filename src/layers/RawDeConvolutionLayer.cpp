@@ -5,6 +5,34 @@
 #include <cstdint>
 
 #include "builder/shapes.h"
+#include "math/lanes.h"
+
+namespace {
+
+// Sums the products of neighbouring columns, in kVectors registers, or of a single one (0).
+template <int kVectors>
+void sumUp(const float* in, const float* weights, const RawDeConvolutionLayer::Product* products, std::size_t count,
+           float* sums) {
+    // Set one by one: compilers clear a whole array in memory, and then keep it there.
+    Lanes acc[kVectors];
+    for (int v = 0; v < kVectors; ++v) acc[v] = spread(0.0f);
+    for (std::size_t p = 0; p < count; ++p) {
+        const float* values = in + products[p].source;
+        const Lanes weight = spread(weights[products[p].weight]);
+        for (int v = 0; v < kVectors; ++v) acc[v] = fma(loadLanes(values + v * kLanes), weight, acc[v]);
+    }
+    for (int v = 0; v < kVectors; ++v) storeLanes(sums + v * kLanes, acc[v]);
+}
+
+template <>
+void sumUp<0>(const float* in, const float* weights, const RawDeConvolutionLayer::Product* products, std::size_t count,
+              float* sums) {
+    float acc = 0.0f;
+    for (std::size_t p = 0; p < count; ++p) acc = std::fma(in[products[p].source], weights[products[p].weight], acc);
+    *sums = acc;
+}
+
+}  // namespace
 
 RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding,
                                              nolk::DimsHW stride, const nolk::Weights& weights)
@@ -20,18 +48,24 @@ RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor ou
     for (int o = 0; o < out.c && weights.bias && weights.groups > 0; ++o)
         bias_.push_back(weights.bias[weights.shared ? o % weights.outChannels : o]);
     if (!hasProducts(in, out, weights)) return;
-    inChannels_ = in.c;
     const auto filters = static_cast<std::size_t>(in.c) * static_cast<std::size_t>(out.c);
     const auto taps = static_cast<std::size_t>(kernelH_) * static_cast<std::size_t>(kernelW_);
     weights_.assign(weights.weight, weights.weight + filters * taps);
     rows_ = tapsOf(in.h, out.h, kernelH_, stride.h, padding.top, padding.bottom);
     columns_ = tapsOf(in.w, out.w, kernelW_, stride.w, padding.left, padding.right);
+    products_.resize(static_cast<std::size_t>(in.c) * rows_.most() * columns_.most());
 }
 
 bool RawDeConvolutionLayer::hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out,
                                         const nolk::Weights& weights) {
     const bool kernel = static_cast<std::int64_t>(weights.kernelH) * weights.kernelW > 0;
     return kernel && weights.groups > 0 && isRepresentable(out) && elementCount(out) > 0 && elementCount(in) > 0;
+}
+
+std::size_t RawDeConvolutionLayer::Taps::most() const {
+    std::size_t most = 0;
+    for (std::size_t p = 1; p < first.size(); ++p) most = std::max(most, first[p] - first[p - 1]);
+    return most;
 }
 
 RawDeConvolutionLayer::Taps RawDeConvolutionLayer::tapsOf(int in, int out, int kernel, int stride, int before,
@@ -64,73 +98,81 @@ void RawDeConvolutionLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& i = input_.shape;
     const nolk::TensorShape& o = output_.shape;
     if (elementCount(o) == 0) return;
+    if (weights_.empty()) return fillWithBias();
     const std::ptrdiff_t inSample = static_cast<std::ptrdiff_t>(i.c) * i.h * i.w;
+    const std::ptrdiff_t outSample = static_cast<std::ptrdiff_t>(o.c) * o.h * o.w;
     for (std::ptrdiff_t n = 0; n < o.n; ++n)
-        for (int row = 0; row < o.h; ++row)
-            for (int c = 0; c < o.c; ++c)
-                runRow(input_.data + n * inSample, output_.data + ((n * o.c + c) * o.h + row) * o.w, c, row);
+        for (int row = 0; row < o.h; ++row) runRow(input_.data + n * inSample, output_.data + n * outSample, row);
 }
 
-void RawDeConvolutionLayer::runRow(const float* in, float* out, int channel, int row) const {
+void RawDeConvolutionLayer::fillWithBias() const {
+    const int plane = output_.shape.h * output_.shape.w;
+    float* out = output_.data;
+    for (int n = 0; n < output_.shape.n; ++n)
+        for (int c = 0; c < output_.shape.c; ++c, out += plane) std::fill_n(out, plane, withBias(0.0f, c));
+}
+
+float RawDeConvolutionLayer::withBias(float sum, int channel) const {
+    return bias_.empty() ? sum : sum + bias_[static_cast<std::size_t>(channel)];
+}
+
+// One output row of every channel.
+void RawDeConvolutionLayer::runRow(const float* in, float* out, int row) {
     const int width = output_.shape.w;
-    if (inChannels_ == 0) {
-        std::fill_n(out, width, bias_.empty() ? 0.0f : 0.0f + bias_[static_cast<std::size_t>(channel)]);
-        return;
-    }
-    constexpr int kWide = 32, kNarrow = 8;
     for (int phase = 0; phase < std::min(columnStep_, width); ++phase) {
         std::int64_t column = phase;
-        const auto fits = [&](int count) {
-            const std::int64_t last = column + static_cast<std::int64_t>(count - 1) * columnStep_;
-            return last < width && sameTaps(static_cast<int>(column), static_cast<int>(last), count - 1);
-        };
         while (column < width) {
-            const int c = static_cast<int>(column);
-            if (fits(kWide)) {
-                gather<kWide>(in, out, channel, row, c);
-                column += static_cast<std::int64_t>(kWide) * columnStep_;
-            } else if (fits(kNarrow)) {
-                gather<kNarrow>(in, out, channel, row, c);
-                column += static_cast<std::int64_t>(kNarrow) * columnStep_;
-            } else {
-                gather<1>(in, out, channel, row, c);
-                column += columnStep_;
-            }
+            const int first = static_cast<int>(column);
+            int vectors = 8;
+            while (vectors > 0 && !sameTaps(first, vectors * kLanes)) vectors /= 2;
+            if (vectors == 8) gather<8>(in, out, row, first);
+            if (vectors == 4) gather<4>(in, out, row, first);
+            if (vectors == 2) gather<2>(in, out, row, first);
+            if (vectors == 1) gather<1>(in, out, row, first);
+            if (vectors == 0) gather<0>(in, out, row, first);
+            column += static_cast<std::int64_t>(columnStep_) * std::max(vectors * kLanes, 1);
         }
     }
 }
 
-// Whether the columns between take the same kernel columns, from sources that rise by one: it is enough that both ends
-// do, since a kernel column serves an unbroken range of sources.
-bool RawDeConvolutionLayer::sameTaps(int column, int lastColumn, int distance) const {
+// Whether there are `count` columns from one on, columnStep_ apart, that take the same kernel columns, from sources
+// that rise by one. It is enough that both ends do, since a kernel column serves an unbroken range of sources.
+bool RawDeConvolutionLayer::sameTaps(int column, int count) const {
+    const std::int64_t lastColumn = column + static_cast<std::int64_t>(count - 1) * columnStep_;
+    if (lastColumn >= output_.shape.w) return false;
     const auto a = static_cast<std::size_t>(column), b = static_cast<std::size_t>(lastColumn);
     const std::size_t taps = columns_.first[a + 1] - columns_.first[a];
     if (taps == 0 || columns_.first[b + 1] - columns_.first[b] != taps) return false;
     const std::size_t first = columns_.first[a], last = columns_.first[b];
     return columns_.kernel[first] == columns_.kernel[last] &&
-           columns_.source[first] + distance == columns_.source[last];
+           columns_.source[first] + count - 1 == columns_.source[last];
 }
 
-// kCount output columns, columnStep_ apart, in registers.
-template <int kCount>
-void RawDeConvolutionLayer::gather(const float* in, float* out, int channel, int row, int column) const {
-    const auto r = static_cast<std::size_t>(row), c = static_cast<std::size_t>(column);
-    const std::ptrdiff_t inRow = input_.shape.w, inPlane = inRow * input_.shape.h;
-    const std::ptrdiff_t taps = static_cast<std::ptrdiff_t>(kernelH_) * kernelW_;
-    float sums[kCount] = {};
-    for (std::ptrdiff_t i = 0; i < inChannels_; ++i) {
-        const float* filter = weights_.data() + (i * output_.shape.c + channel) * taps;
-        for (std::size_t y = rows_.first[r]; y < rows_.first[r + 1]; ++y) {
-            const float* source = in + i * inPlane + rows_.source[y] * inRow;
-            const float* kernelRow = filter + static_cast<std::ptrdiff_t>(rows_.kernel[y]) * kernelW_;
-            for (std::size_t x = columns_.first[c]; x < columns_.first[c + 1]; ++x) {
-                const float weight = kernelRow[columns_.kernel[x]];
-                const float* values = source + columns_.source[x];
-                for (int k = 0; k < kCount; ++k) sums[k] = std::fma(values[k], weight, sums[k]);
-            }
-        }
+// Neighbours among the output columns that lie columnStep_ apart, in every channel.
+template <int kVectors>
+void RawDeConvolutionLayer::gather(const float* in, float* out, int row, int column) {
+    constexpr int kColumns = kVectors == 0 ? 1 : kVectors * kLanes;
+    const std::size_t count = listProducts(row, column);
+    const std::ptrdiff_t kernel = static_cast<std::ptrdiff_t>(kernelH_) * kernelW_;
+    const std::ptrdiff_t plane = static_cast<std::ptrdiff_t>(output_.shape.h) * output_.shape.w;
+    out += static_cast<std::ptrdiff_t>(row) * output_.shape.w + column;
+    for (int c = 0; c < output_.shape.c; ++c, out += plane) {
+        float sums[kColumns];
+        sumUp<kVectors>(in, weights_.data() + c * kernel, products_.data(), count, sums);
+        for (std::ptrdiff_t k = 0; k < kColumns; ++k) out[k * columnStep_] = withBias(sums[k], c);
     }
-    const bool hasBias = !bias_.empty();
-    const float bias = hasBias ? bias_[static_cast<std::size_t>(channel)] : 0.0f;
-    for (std::ptrdiff_t k = 0; k < kCount; ++k) out[column + k * columnStep_] = hasBias ? sums[k] + bias : sums[k];
+}
+
+// What an output element of channel 0 is made of, in order, to products_; returns how many there are.
+std::size_t RawDeConvolutionLayer::listProducts(int row, int column) {
+    const auto r = static_cast<std::size_t>(row), c = static_cast<std::size_t>(column);
+    const nolk::TensorShape& s = input_.shape;
+    std::size_t count = 0;
+    for (std::ptrdiff_t i = 0; i < s.c; ++i)
+        for (std::size_t y = rows_.first[r]; y < rows_.first[r + 1]; ++y)
+            for (std::size_t x = columns_.first[c]; x < columns_.first[c + 1]; ++x)
+                products_[count++] = {
+                    (i * s.h + rows_.source[y]) * s.w + columns_.source[x],
+                    (i * output_.shape.c * kernelH_ + rows_.kernel[y]) * kernelW_ + columns_.kernel[x]};
+    return count;
 }

@@ -12,6 +12,12 @@
 
 class RawDeConvolutionLayer final : public Layer {
 public:
+    // Offsets of a source in the input's sample and of its weight in one output channel's.
+    struct Product {
+        std::ptrdiff_t source;
+        std::ptrdiff_t weight;
+    };
+
     RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
                           const nolk::Weights& weights);
 
@@ -29,22 +35,26 @@ private:
         std::vector<std::size_t> first;
         std::vector<int> source;
         std::vector<int> kernel;
+        std::size_t most() const;  // of one position
     };
     static Taps tapsOf(int in, int out, int kernel, int stride, int before, int after);
 
-    void runRow(const float* in, float* out, int channel, int row) const;
-    bool sameTaps(int column, int lastColumn, int distance) const;
-    template <int kCount>
-    void gather(const float* in, float* out, int channel, int row, int column) const;
+    void fillWithBias() const;
+    float withBias(float sum, int channel) const;
+    void runRow(const float* in, float* out, int row);
+    bool sameTaps(int column, int count) const;
+    template <int kVectors>
+    void gather(const float* in, float* out, int row, int column);
+    std::size_t listProducts(int row, int column);
 
     nolk::Tensor input_;
     nolk::Tensor output_;
     int columnStep_;  // distance of output columns that take the same kernel columns
     int kernelH_;
     int kernelW_;
-    int inChannels_ = 0;  // that are multiplied
-    std::vector<float> weights_;
-    std::vector<float> bias_;  // one for every output channel, or none
+    std::vector<float> weights_;  // of the input's channels; empty where there is nothing to multiply
+    std::vector<float> bias_;     // one for every output channel, or none
     Taps rows_;
     Taps columns_;
+    std::vector<Product> products_;  // of the element at hand
 };
