@@ -18,6 +18,7 @@ void normalizePositions(const float* in, float* out, int channels, int plane, in
     for (std::ptrdiff_t c = 0; c < channels; ++c)
         for (int i = 0; i < positions; ++i) norm[i] = std::fma(in[c * plane + i], in[c * plane + i], norm[i]);
     for (int i = 0; i < positions; ++i) norm[i] = std::sqrt(norm[i]);
+    if (plane == 1) return vectorDiv(channels, out, in, norm[0]);
     for (std::ptrdiff_t c = 0; c < channels; ++c) vectorDiv(positions, out + c * plane, in + c * plane, norm);
 }
 

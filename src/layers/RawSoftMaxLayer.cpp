@@ -32,8 +32,21 @@ void softmaxLines(const float* in, float* out, int length, std::ptrdiff_t stride
     for (int k = 0; k < length; ++k) vectorDiv(lines, out + k * stride, sum);
 }
 
+// One line of neighbouring values.
+void softmaxRow(const float* in, float* out, int length) {
+    float largest = in[0], sum = 0.0f;
+    for (int k = 1; k < length; ++k) largest = in[k] > largest ? in[k] : largest;
+    for (int k = 0; k < length; ++k) {
+        const float e = std::exp(in[k] - largest);
+        out[k] = e;
+        sum += e;
+    }
+    vectorDiv(length, out, sum);
+}
+
 // All lines of a block [length, width], which run along its first dimension.
 void softmaxBlock(const float* in, float* out, int length, int width) {
+    if (width == 1) return softmaxRow(in, out, length);
     for (int begin = 0; begin < width; begin += std::min(kLines, width - begin))
         softmaxLines(in + begin, out + begin, length, width, std::min(kLines, width - begin));
 }
@@ -70,16 +83,5 @@ void RawSoftMaxLayer::softmaxH() const {
 
 void RawSoftMaxLayer::softmaxW() const {
     const nolk::TensorShape& s = input_.shape;
-    for (int i = 0; i < s.n * s.c * s.h; ++i) {
-        const float* in = input_.data + static_cast<std::ptrdiff_t>(i) * s.w;
-        float* out = output_.data + static_cast<std::ptrdiff_t>(i) * s.w;
-        float largest = in[0], sum = 0.0f;
-        for (int w = 1; w < s.w; ++w) largest = in[w] > largest ? in[w] : largest;
-        for (int w = 0; w < s.w; ++w) {
-            const float e = std::exp(in[w] - largest);
-            out[w] = e;
-            sum += e;
-        }
-        vectorDiv(s.w, out, sum);
-    }
+    for (std::ptrdiff_t i = 0; i < s.n * s.c * s.h; ++i) softmaxRow(input_.data + i * s.w, output_.data + i * s.w, s.w);
 }
