@@ -21,7 +21,7 @@ std::vector<int> nearestIndices(int in, int out) {
 
 RawResizeLayer::RawResizeLayer(nolk::Tensor input, nolk::Tensor output, nolk::ResizeMode mode,
                                nolk::ResizeTransMode transMode)
-    : input_(input), output_(output), mode_(mode), transMode_(transMode) {
+    : input_(input), output_(output), mode_(mode) {
     desc = "resize";
     const nolk::TensorShape& in = input.shape;
     const nolk::TensorShape& out = output.shape;
@@ -117,8 +117,10 @@ void RawResizeLayer::interpolateRow(const float* in, float* row) const {
     if (input_.shape.w == 1) return void(std::fill_n(row, width, 0.0f + *in));
     const int* columns = columns_.data();
     const float* weights = columnWeights_.data();
-    for (std::ptrdiff_t x = 0; x < width; ++x)
-        row[x] = weights[2 * x] * in[columns[x]] + weights[2 * x + 1] * in[columns[x] + 1];
+    for (std::ptrdiff_t x = 0; x < width; ++x) {
+        const float* source = in + columns[x];
+        row[x] = weights[2 * x] * source[0] + weights[2 * x + 1] * source[1];
+    }
 }
 
 void RawResizeLayer::nearest(const nolk::Tensor& input, const nolk::Tensor& output) const {

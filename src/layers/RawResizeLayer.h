@@ -31,7 +31,6 @@ private:
     nolk::Tensor input_;
     nolk::Tensor output_;
     nolk::ResizeMode mode_;
-    nolk::ResizeTransMode transMode_;
     std::vector<int> columns_, rows_;                // source indices, one for every column and row of the output
     std::vector<float> columnWeights_, rowWeights_;  // pairs
     std::vector<float> above_, below_;               // two source rows, interpolated to the output's width
