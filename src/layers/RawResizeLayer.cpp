@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "builder/shapes.h"
+#include "math/mixNeighbours.h"
 
 namespace {
 
@@ -115,12 +116,7 @@ void RawResizeLayer::interpolateRow(const float* in, float* row) const {
     const int width = output_.shape.w;
     // The only column has weight 1; the one before it, of weight 0, does not exist.
     if (input_.shape.w == 1) return void(std::fill_n(row, width, 0.0f + *in));
-    const int* columns = columns_.data();
-    const float* weights = columnWeights_.data();
-    for (std::ptrdiff_t x = 0; x < width; ++x) {
-        const float* source = in + columns[x];
-        row[x] = weights[2 * x] * source[0] + weights[2 * x + 1] * source[1];
-    }
+    mixNeighbours(width, row, in, columns_.data(), columnWeights_.data());
 }
 
 void RawResizeLayer::nearest(const nolk::Tensor& input, const nolk::Tensor& output) const {
