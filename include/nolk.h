@@ -141,9 +141,9 @@ class Runner {
 public:
     // Runs the network once. inputs and outputs are arrays in the order in which the network was given its inputs and
     // outputs; shapes must match exactly, data must not be null and stays the caller's. Returns false, with a line on
-    // standard error and nothing written, when a count, shape or pointer is wrong. Allocates nothing beyond the
-    // growth of its scratch memory in the first run. A wrapped runner takes any batch, allocates for every call, and
-    // may have written outputs when a run fails.
+    // standard error and nothing written, when a count, shape or pointer is wrong. Allocates nothing of its own beyond
+    // the growth of its scratch memory in the first run. A wrapped runner takes any batch, allocates for every call,
+    // and may have written outputs when a run fails.
     virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
 
     // Releases the runner and all that it owns. No call may be under way, but for a wrapped runner of a batch above 1,

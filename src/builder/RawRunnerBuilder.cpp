@@ -136,7 +136,9 @@ nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { retur
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
     if (!x) return nullptr;
-    const int channels = isRepresentable(x->shape) ? x->shape.c : 0;  // others are refused by build
+    // An empty tensor needs none, and build refuses what cannot be represented.
+    const bool hasChannels = isRepresentable(x->shape) && elementCount(x->shape) > 0;
+    const int channels = hasChannels ? x->shape.c : 0;
     std::vector<float> ones(static_cast<std::size_t>(channels), 1.0f);
     std::vector<float> zeros(static_cast<std::size_t>(channels), 0.0f);
     return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);

@@ -58,7 +58,9 @@ LayerFactory* ConvolutionLayerFactory::fuse() {
         return bnBefore;
     }
     auto* bnBehind = dynamic_cast<BatchNormalizationLayerFactory*>(fusibleNext());
-    if (bnBehind && output()->shape.c <= channelCount(*bnBehind)) {
+    // One set of weights for several groups cannot have the factors of every group.
+    const bool oneFactorAWeight = !weights.shared || weights.groups == 1;
+    if (bnBehind && oneFactorAWeight && output()->shape.c <= channelCount(*bnBehind)) {
         absorbBn(bnBehind);
         return bnBehind;
     }

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <utility>
 
+#include "builder/shapes.h"
 #include "math/elements.h"
 
 RawBatchNormalizationLayer::RawBatchNormalizationLayer(nolk::Tensor input, nolk::Tensor output,
@@ -21,8 +22,8 @@ RawBatchNormalizationLayer::RawBatchNormalizationLayer(nolk::Tensor input, nolk:
 
 void RawBatchNormalizationLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& in = input_.shape;
+    if (elementCount(in) == 0) return;
     const int plane = in.h * in.w;
-    if (plane == 0) return;
     std::ptrdiff_t offset = 0;
     for (int n = 0; n < in.n; ++n)
         for (std::size_t c = 0; c < static_cast<std::size_t>(in.c); ++c, offset += plane) {

@@ -38,6 +38,7 @@ void RawConcatLayer::joinSamples() const {
 
 void RawConcatLayer::joinChannels() const {
     const int plane = output_.shape.h * output_.shape.w;
+    if (elementCount(output_.shape) == 0) return;
     float* out = output_.data;
     for (int n = 0; n < output_.shape.n; ++n)
         for (const nolk::Tensor& in : inputs_) {

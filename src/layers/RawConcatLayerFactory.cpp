@@ -21,6 +21,8 @@ int extentAt(const nolk::TensorShape& shape, int axis) {
 
 // Doubles hold every number up to 2^53 and never wrap; beyond that a result only has to be too large.
 
+bool isInt(double value) { return value >= INT_MIN && value <= INT_MAX; }
+
 // Where the copies of an input end in the output, `before` being the extents joined before it.
 double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis, double before) {
     const double planes = static_cast<double>(in.n) * in.c;
@@ -48,7 +50,7 @@ RawConcatLayerFactory::RawConcatLayerFactory(const std::vector<nolk::TensorX*>& 
     int extents[] = {first.n, first.c, first.h, first.w};
     const int index = axisFromStart(axis_);
     // A sum beyond an int is refused by check.
-    if (index >= 0) extents[index] = joinedExtent() <= INT_MAX ? static_cast<int>(joinedExtent()) : 0;
+    if (index >= 0) extents[index] = isInt(joinedExtent()) ? static_cast<int>(joinedExtent()) : 0;
     if (first.dims == 1)
         initOutput({extents[0], extents[1], 1, 1, 1});
     else
@@ -64,7 +66,7 @@ double RawConcatLayerFactory::joinedExtent() const {
 void RawConcatLayerFactory::check() const {
     const int axis = axisFromStart(axis_);
     if (axis < 0) return;
-    if (joinedExtent() > INT_MAX) refuse("concat: extents must add up to 32 bits, are %.0f", joinedExtent());
+    if (!isInt(joinedExtent())) refuse("concat: extents must add up to 32 bits, are %.0f", joinedExtent());
     const nolk::TensorShape& out = output()->shape;
     if (!isRepresentable(out)) return;  // refused for every operation alike
 

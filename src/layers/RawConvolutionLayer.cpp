@@ -24,7 +24,8 @@ RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output
     weights_.weight = weight_.get();
     weights_.bias = bias_.get();
     desc = "conv";
-    if (elementCount(output_.shape) == 0 || isPointwise(weights_, padding_, stride_)) return;
+    const bool hasTaps = weights_.kernelH > 0 && weights_.kernelW > 0;
+    if (!hasTaps || elementCount(output_.shape) == 0 || isPointwise(weights_, padding_, stride_)) return;
     const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(input_.shape.h) * input_.shape.w;
     for (int ic = 0; ic < weights_.inChannels; ++ic)
         for (int kh = 0; kh < weights_.kernelH; ++kh)

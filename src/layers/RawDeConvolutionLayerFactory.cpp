@@ -1,5 +1,7 @@
 #include "layers/RawDeConvolutionLayerFactory.h"
 
+#include <cstdint>
+
 #include "builder/refuse.h"
 #include "builder/shapes.h"
 #include "layers/RawDeConvolutionLayer.h"
@@ -16,6 +18,8 @@ RawDeConvolutionLayerFactory::RawDeConvolutionLayerFactory(nolk::TensorX* x, nol
 void RawDeConvolutionLayerFactory::check() const {
     const nolk::TensorShape& in = input()->shape;
     const nolk::Weights& w = weights_;
+    if (static_cast<std::int64_t>(w.groups) * w.outChannels != output()->shape.c)
+        refuse("deConvolve: output channels must fit 32 bits, are %d x %d", w.groups, w.outChannels);
     if (!RawDeConvolutionLayer::hasProducts(in, output()->shape, w)) return;
     if (w.groups > 1) refuse("deConvolve: groups must be 1, are %d", w.groups);
     if (w.kernelH < 0) refuse("deConvolve: kernel must not be negative, is %d x %d", w.kernelH, w.kernelW);

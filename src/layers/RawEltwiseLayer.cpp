@@ -36,6 +36,8 @@ void RawEltwiseLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& b = b_.shape;
     // Deliberate: an unknown type leaves the output as it is.
     if (type_ < ELTWISE_ADD || type_ > ELTWISE_MAX) return;
+    // The other extents of an empty tensor may be too many to count through.
+    if (elementCount(a) == 0) return;
     const Operation& operation = kOperations[type_];
     // Deliberate: a maximum never reads b as one plane a sample.
     if (type_ == ELTWISE_MAX) return binary(operation);
@@ -47,7 +49,6 @@ void RawEltwiseLayer::run(AlignedMemory<float>&) {
 void RawEltwiseLayer::broadcastSpace(const Operation& operation) const {
     const nolk::TensorShape& a = a_.shape;
     const int plane = a.h * a.w;
-    if (plane == 0) return;
     for (std::ptrdiff_t i = 0; i < static_cast<std::ptrdiff_t>(a.n) * a.c; ++i)
         operation.scalar(plane, output_.data + i * plane, a_.data + i * plane, elementOfB(i));
 }
@@ -65,7 +66,6 @@ void RawEltwiseLayer::binary(const Operation& operation) const {
     const nolk::TensorShape& b = b_.shape;
     if (sameShape(a, b)) return operation.arrays(elementCount(a), output_.data, a_.data, b_.data);
 
-    if (elementCount(a) == 0) return;
     std::ptrdiff_t at = 0;
     for (std::int64_t n = 0; n < a.n; ++n)
         for (int c = 0; c < a.c; ++c)

@@ -1,19 +1,7 @@
 #include "layers/RawInstanceNormalizationLayerFactory.h"
 
-#include <algorithm>
-
-#include "builder/refuse.h"
-#include "builder/shapes.h"
 #include "layers/RawInstanceNormalizationLayer.h"
-
-namespace {
-
-std::vector<float> copied(const nolk::Vector& v) {
-    if (!v.data || v.count <= 0) return {};
-    return {v.data, v.data + v.count};
-}
-
-}  // namespace
+#include "layers/vectors.h"
 
 RawInstanceNormalizationLayerFactory::RawInstanceNormalizationLayerFactory(nolk::TensorX* x, const nolk::Vector& scale,
                                                                            const nolk::Vector& bias, float epsilon)
@@ -22,11 +10,8 @@ RawInstanceNormalizationLayerFactory::RawInstanceNormalizationLayerFactory(nolk:
 }
 
 void RawInstanceNormalizationLayerFactory::check() const {
-    const nolk::TensorShape& in = input()->shape;
-    const std::size_t available = std::min(scale_.size(), bias_.size());
-    if (elementCount(in) > 0 && available < static_cast<std::size_t>(in.c))
-        refuse("instanceNormalization: input has %d channels, scale has %d, bias %d", in.c,
-               static_cast<int>(scale_.size()), static_cast<int>(bias_.size()));
+    checkChannels("instanceNormalization", "scale", scale_, input()->shape);
+    checkChannels("instanceNormalization", "bias", bias_, input()->shape);
 }
 
 std::unique_ptr<Layer> RawInstanceNormalizationLayerFactory::create() {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "builder/shapes.h"
+
 RawPoolingLayer::RawPoolingLayer(nolk::Tensor input, nolk::Tensor output, PoolingType type, nolk::DimsHW kernel,
                                  nolk::Padding padding, nolk::DimsHW stride)
     : input_(input), output_(output), type_(type), kernel_(kernel), padding_(padding), stride_(stride) {
@@ -11,6 +13,7 @@ RawPoolingLayer::RawPoolingLayer(nolk::Tensor input, nolk::Tensor output, Poolin
 void RawPoolingLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& in = input_.shape;
     const nolk::TensorShape& out = output_.shape;
+    if (elementCount(out) == 0) return;
     const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(in.h) * in.w;
     const float* plane = input_.data;
     float* y = output_.data;

@@ -78,5 +78,7 @@ void RawReductionLayer::divideByCount() const {
     const nolk::TensorShape& s = input_.shape;
     const nolk::TensorShape& o = output_.shape;
     const int count = (o.c == 1 ? s.c : 1) * (o.h == 1 ? s.h : 1) * (o.w == 1 ? s.w : 1);
-    vectorDiv(elementCount(o), output_.data, static_cast<float>(count));
+    // An output may have more samples than the input; those are left alone.
+    const int samples = std::min(s.n, o.n);
+    vectorDiv(samples * o.c * o.h * o.w, output_.data, static_cast<float>(count));
 }

@@ -97,6 +97,17 @@ TEST(Fusion, MoreOutputChannelsThanFactorsStayApart) {
     expectClose(net.run({net->convolve(y, {}, {1, 1}, {1, 1}, weights.get())})[0], expected.values, 2e-5f);
 }
 
+TEST(Fusion, SharedWeightsStayApartFromTheFactorsOfSeveralGroups) {
+    Values values(37);
+    const Plain x{{1, 4, 3, 3, 3}, values.reals(36)};
+    OwnedWeights weights(2, 2, 2, 1, 1, true, values, true);
+    Bn bn(4, values);
+    const Plain expected = bn.apply(plain::convolve(x, {}, {1, 1}, {1, 1}, weights.get()));
+    Net net;
+    nolk::TensorX* y = net->convolve(net.input(x.shape, x.values), {}, {1, 1}, {1, 1}, weights.get());
+    expectClose(net.run({bn.record(net.operator->(), y)})[0], expected.values, 2e-5f);
+}
+
 // The arithmetic of folding, to the bit: factors in double, weights in single precision.
 TEST(Fusion, FoldedWeightsAndBiasAreExact) {
     Values values(34);

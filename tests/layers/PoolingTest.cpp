@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "support/Net.h"
+#include "support/OwnedWeights.h"
 #include "support/plain.h"
 #include "support/values.h"
 
@@ -56,6 +57,19 @@ TEST(Pooling, StrangeParametersStayInside) {
     EXPECT_EQ(out[1], std::vector<float>(16, -1.0e37f));
     EXPECT_TRUE(std::isnan(out[2][0]));
     EXPECT_EQ(out[3].size(), 1u);
+}
+
+TEST(EmptyTensors, AreNotCountedThrough) {
+    const int many = 2147483647;
+    Values values(5);
+    OwnedWeights weights(1, 1, 65535, many, 0, false, values);
+    Net net;
+    nolk::TensorX* x = net.input({many, many, 0, 1, 3}, {});
+    nolk::TensorX* y = net.input({1, 1, 0, 1, 3}, {});
+    nolk::TensorX* z = net.input({1, 65535, 1, 1, 3}, std::vector<float>(65535));
+    const auto out = net.run({net->add(x, y), net->maxPool(x, {1, 1}, {}, {1, 1}), net->instanceNormalization(x, 0.1f),
+                              net->convolve(z, {}, {1, 1}, {0, 1}, weights.get())});
+    EXPECT_EQ(out[0].size(), 0u);
 }
 
 TEST(Padding, SurroundsEveryPlaneWithZeros) {
