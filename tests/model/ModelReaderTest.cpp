@@ -289,7 +289,7 @@ long peakMegabytes() {
 // The file claims far more floats than it has; the call is made without them.
 TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
     const std::string huge = "0100 0700 00000001 04000000 01000000";  // 2^26 floats, 256 MB
-    const long before = peakMegabytes();
+    [[maybe_unused]] const long before = peakMegabytes();
     for (const int version : {2, 3, 4})
         for (const char* const data : {"00", "00 f(1)", "08 f(1)"}) {
             const Load load(container(version, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
@@ -299,7 +299,9 @@ TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
             EXPECT_EQ(load.messages, Lines{});
             EXPECT_TRUE(load.restored);
         }
+#ifndef __SANITIZE_THREAD__  // which keeps notes on all memory, touched or not
     EXPECT_LT(peakMegabytes() - before, 220);
+#endif
 }
 
 TEST(ModelReader, AnUnknownCompressionIsPrintedAndReadingGoesOn) {
