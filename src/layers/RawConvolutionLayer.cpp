@@ -110,7 +110,7 @@ void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outR
     for (int tap = 0; outColumns.begin < outColumns.end && tap < tapCount; tap += kTile) {
         const int firstTap = std::min(tap, tapCount - kTile);
         const float* rows[kTile];
-        for (int i = 0; i < kTile; ++i) rows[i] = tapRow(input, outRow, taps_[static_cast<std::size_t>(firstTap + i)]);
+        for (int i = 0; i < kTile; ++i) rows[i] = tapRow(input, outRow, taps_.data()[firstTap + i]);
         for (int ow = outColumns.begin; ow < outColumns.end; ow += kTile) {
             const int first = std::min(ow, outColumns.end - kTile);
             const float* in[kTile];
