@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
@@ -146,7 +147,11 @@ void RawConvolutionLayer::copyRow(float* dst, const float* row, int firstColumn)
     const int width = weights_.kernelW;
     const int inW = input_.shape.w;
     if (row && dilation_.w == 1 && firstColumn >= 0 && width <= inW - firstColumn) {
-        for (int kw = 0; kw < width; ++kw) dst[kw] = row[firstColumn + kw];
+        // Three is what most kernels have; a length that is known is copied without a call.
+        if (width == 3)
+            std::memcpy(dst, row + firstColumn, 3 * sizeof(float));
+        else
+            std::copy_n(row + firstColumn, width, dst);
         return;
     }
     for (int kw = 0; kw < width; ++kw) {
