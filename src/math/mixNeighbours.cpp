@@ -6,6 +6,8 @@
 namespace {
 
 using Vec4 = float __attribute__((vector_size(16)));
+// Two neighbouring floats as one move; never taken for a number.
+using Pair = double __attribute__((may_alias, aligned(alignof(float))));
 using TwoPairs = double __attribute__((vector_size(16)));
 
 Vec4 load(const float* p) {
@@ -14,15 +16,8 @@ Vec4 load(const float* p) {
     return v;
 }
 
-// Two neighbouring floats as one move; they are never taken for a number.
-double loadPair(const float* p) {
-    double pair;
-    std::memcpy(&pair, p, sizeof pair);
-    return pair;
-}
-
 Vec4 loadPairs(const float* p, const float* q) {
-    const TwoPairs pairs = {loadPair(p), loadPair(q)};
+    const TwoPairs pairs = {*reinterpret_cast<const Pair*>(p), *reinterpret_cast<const Pair*>(q)};
     Vec4 v;
     std::memcpy(&v, &pairs, sizeof v);
     return v;
