@@ -23,6 +23,11 @@ public:
     nolk::Runner* build(nolk::TensorX** outputs, int count) override;
     void destroy() override;
 
+    // For programs that examine a network. From build on these are the factories that fusion has left, in execution
+    // order: the runner's layer i is what factory i made, and tensors know where they lie.
+    const std::vector<std::unique_ptr<LayerFactory>>& factories() const { return factories_; }
+    const std::vector<std::unique_ptr<nolk::TensorX>>& inputs() const { return inputs_; }
+
 protected:
     BaseRunnerBuilder() = default;
     virtual ~BaseRunnerBuilder() = default;

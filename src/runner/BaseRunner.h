@@ -32,6 +32,13 @@ public:
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
     void destroy() override;
 
+    // For programs that examine a network or time its parts.
+    const std::vector<nolk::TensorShape>& inputShapes() const { return inputShapes_; }
+    const std::vector<nolk::TensorShape>& outputShapes() const { return outputShapes_; }
+    const std::vector<std::unique_ptr<Layer>>& layers() const { return layers_; }  // in execution order
+    AlignedMemory<float>& scratch() { return memory_; }
+    const MemoryPool* arena() const { return pool_.get(); }  // null when there was nothing to place
+
 private:
     bool isValid(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs, int outputCount) const;
     void fillInputs(const nolk::Tensor* inputs);

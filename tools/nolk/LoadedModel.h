@@ -1,0 +1,29 @@
+// A model file turned into a runner, with what built it kept beside it, so that programs can look into the network.
+//   LoadedModel model("digits.cm", nullptr, 1);  model.runner().run(...);
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "builder/RawRunnerBuilder.h"
+#include "runner/BaseRunner.h"
+
+class LoadedModel {
+public:
+    // cfg: the builder's settings, or null. Throws std::runtime_error with the path and the library's reason.
+    LoadedModel(const std::string& path, const char* cfg, int batch);
+
+    BaseRunner& runner() { return *runner_; }
+    const RawRunnerBuilder& builder() const { return *builder_; }
+
+private:
+    struct Destroy {
+        template <typename Object>
+        void operator()(Object* object) const {
+            object->destroy();
+        }
+    };
+
+    std::unique_ptr<RawRunnerBuilder, Destroy> builder_;
+    std::unique_ptr<BaseRunner, Destroy> runner_;
+};

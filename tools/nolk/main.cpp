@@ -1,0 +1,36 @@
+// nolk: looks into a model file, runs it, times it.
+#include <nolk.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <exception>
+
+namespace {
+
+constexpr int kFailure = 1, kUsage = 2;
+
+// One line: what is wrong. Help that was asked for is no error.
+int reportUsage(const CLI::App& app, const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    std::fprintf(stderr, "nolk: %s\n", error.what());
+    return kUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    CLI::App app("Looks into a model file, runs it, times it.", "nolk");
+    app.set_version_flag("--version", nolk_version());
+    app.require_subcommand(1);
+    try {
+        app.parse(argc, argv);  // the command runs as the last step of this
+        return 0;
+    } catch (const CLI::RuntimeError& e) {
+        return e.get_exit_code();  // a command has said all that is to be said
+    } catch (const CLI::ParseError& e) {
+        return reportUsage(app, e);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "nolk: %s\n", e.what());
+        return kFailure;
+    }
+}
