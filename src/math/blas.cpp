@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "math/products.h"
 #include "math/quotient.h"
 
 namespace {
@@ -52,16 +53,6 @@ void copyFloats(const float* src, float*& dst, int n) {
 
 namespace {
 
-template <Eigen::StorageOptions kOrder>
-using Matrix = Eigen::Matrix<float, Eigen::Dynamic, Eigen::Dynamic, kOrder>;
-
-template <Eigen::StorageOptions kOrderOfB>
-void doGemm(const float* a, const float* b, float* c, int m, int k, int n) {
-    const Eigen::Map<const Matrix<Eigen::RowMajor>> left(a, m, k);
-    const Eigen::Map<const Matrix<kOrderOfB>> right(b, k, n);
-    Eigen::Map<Matrix<Eigen::RowMajor>>(c, m, n).noalias() = left * right;
-}
-
 // Threads that are joined whatever happens, in the order in which they were started.
 class ThreadGroup {
 public:
@@ -84,21 +75,22 @@ private:
 // Cuts the rows into bands of m / numThreads; the calling thread takes the last one, which has 1 to that many rows.
 template <Eigen::StorageOptions kOrderOfB>
 void doGemmMt(const float* a, const float* b, float* c, int m, int k, int n, int numThreads, int gemmThresh) {
+    const Product::Function doGemm = kOrderOfB == Eigen::RowMajor ? product().rowRowRow : product().rowColRow;
     const int share = quotient(m, numThreads);
     // More threads than rows would give bands of no rows.
     const bool whole = numThreads < 2 || m == 1 || gemmThresh > m * k * n || share < 1 || m <= share;
-    if (whole) return doGemm<kOrderOfB>(a, b, c, m, k, n);
+    if (whole) return doGemm(a, b, c, m, k, n);
 
     ThreadGroup workers;
     int offset = 0;
     do {
         const float* bandOfA = a + static_cast<std::ptrdiff_t>(offset) * k;
         float* bandOfC = c + static_cast<std::ptrdiff_t>(offset) * n;
-        workers.start([=] { doGemm<kOrderOfB>(bandOfA, b, bandOfC, share, k, n); });
+        workers.start([=] { doGemm(bandOfA, b, bandOfC, share, k, n); });
         offset += share;
     } while (m > offset + share);
-    doGemm<kOrderOfB>(a + static_cast<std::ptrdiff_t>(offset) * k, b, c + static_cast<std::ptrdiff_t>(offset) * n,
-                      m - offset, k, n);
+    doGemm(a + static_cast<std::ptrdiff_t>(offset) * k, b, c + static_cast<std::ptrdiff_t>(offset) * n, m - offset, k,
+           n);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 
+#include "math/products.h"
 #include "math/quotient.h"
 #include "support/values.h"
 
@@ -83,7 +84,12 @@ struct ProductCase {
     int m, k, n, threads, threshold;
 };
 
-TEST(Gemm, EqualsTheSumsHoweverItIsSplit) {
+class Gemm : public testing::Test {
+protected:
+    ~Gemm() override { forceProduct(nullptr); }
+};
+
+TEST_F(Gemm, EqualsTheSumsHoweverItIsSplitWhateverTheInstructionSet) {
     Values values(42);
     const ProductCase cases[] = {
         {1, 1, 1, 1, 0},   {3, 5, 7, 1, 0},  {17, 33, 19, 1, 0}, {10, 8, 9, 3, 1},   {9, 8, 9, 3, 1},
@@ -94,8 +100,7 @@ TEST(Gemm, EqualsTheSumsHoweverItIsSplit) {
         SCOPED_TRACE(testing::Message() << c.m << " x " << c.k << " x " << c.n << " on " << c.threads);
         const auto a = values.reals(static_cast<std::size_t>(c.m) * c.k),
                    b = values.reals(static_cast<std::size_t>(c.k) * c.n);
-        std::vector<float> transposed(b.size()), expected, rows(static_cast<std::size_t>(c.m) * c.n, -9.0f);
-        std::vector<float> columns = rows;
+        std::vector<float> transposed(b.size()), expected;
         for (int i = 0; i < c.k; ++i)
             for (int j = 0; j < c.n; ++j) transposed[j * c.k + i] = b[i * c.n + j];
         for (int i = 0; i < c.m; ++i)
@@ -104,10 +109,15 @@ TEST(Gemm, EqualsTheSumsHoweverItIsSplit) {
                 for (int l = 0; l < c.k; ++l) sum += static_cast<double>(a[i * c.k + l]) * b[l * c.n + j];
                 expected.push_back(static_cast<float>(sum));
             }
-        gemmMajRowRowRow(a.data(), b.data(), rows.data(), c.m, c.k, c.n, c.threads, c.threshold);
-        gemmMajRowColRow(a.data(), transposed.data(), columns.data(), c.m, c.k, c.n, c.threads, c.threshold);
-        expectClose(rows, expected, 1e-5f);  // sums of at most 33 products, in an order of their own
-        expectClose(columns, expected, 1e-5f);
+        for (const Product* supported : supportedProducts()) {
+            SCOPED_TRACE(supported->name);
+            forceProduct(supported);
+            std::vector<float> rows(expected.size(), -9.0f), columns = rows;
+            gemmMajRowRowRow(a.data(), b.data(), rows.data(), c.m, c.k, c.n, c.threads, c.threshold);
+            gemmMajRowColRow(a.data(), transposed.data(), columns.data(), c.m, c.k, c.n, c.threads, c.threshold);
+            expectClose(rows, expected, 1e-5f);  // sums of at most 33 products, in an order of their own
+            expectClose(columns, expected, 1e-5f);
+        }
     }
 }
 

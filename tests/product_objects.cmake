@@ -1,0 +1,32 @@
+# Holds that objects for one processor share no code by name with others, of which the linker would keep one copy for all:
+#   cmake -DNM=nm "-DPRODUCTS=v2.o,v3.o" "-DREST=a.o,b.o" -P product_objects.cmake
+cmake_minimum_required(VERSION 3.22)
+
+function(symbols_of object result)
+  execute_process(COMMAND ${NM} --defined-only --extern-only ${object} OUTPUT_VARIABLE listing COMMAND_ERROR_IS_FATAL ANY)
+  string(REGEX MATCHALL "[^ \n]+\n" symbols "${listing}")
+  list(TRANSFORM symbols STRIP)
+  # A pointer to the handler of exceptions, the same in all.
+  list(REMOVE_ITEM symbols DW.ref.__gxx_personality_v0)
+  if(NOT symbols)
+    message(FATAL_ERROR "no symbols in ${object}")
+  endif()
+  set(${result} ${symbols} PARENT_SCOPE)
+endfunction()
+
+string(REPLACE "," ";" products "${PRODUCTS}")
+string(REPLACE "," ";" rest "${REST}")
+set(seen "")
+foreach(object ${rest})
+  symbols_of(${object} symbols)
+  list(APPEND seen ${symbols})
+endforeach()
+foreach(object ${products})
+  symbols_of(${object} symbols)
+  foreach(symbol ${symbols})
+    if(symbol IN_LIST seen)
+      message(FATAL_ERROR "${symbol} is in ${object}, and elsewhere")
+    endif()
+  endforeach()
+  list(APPEND seen ${symbols})
+endforeach()
