@@ -1,17 +1,21 @@
-# nolk_compile_options: what every target of ours is compiled with.
-add_library(nolk_compile_options INTERFACE)
-target_compile_features(nolk_compile_options INTERFACE cxx_std_17)
+# nolk_compile_options: what every target of ours is compiled with. nolk_any_level is that without an instruction set, for
+# targets that name their own.
+add_library(nolk_any_level INTERFACE)
+target_compile_features(nolk_any_level INTERFACE cxx_std_17)
 
 # Results are fixed to the bit: a product and a sum are fused only where std::fma says so, and integers wrap.
-target_compile_options(nolk_compile_options INTERFACE -ffp-contract=off -fwrapv -Wall -Wextra -Wpedantic -Wshadow)
+target_compile_options(nolk_any_level INTERFACE -ffp-contract=off -fwrapv -Wall -Wextra -Wpedantic -Wshadow)
 if(NOLK_WARNINGS_AS_ERRORS)
-  target_compile_options(nolk_compile_options INTERFACE -Werror)
-endif()
-if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
-  target_compile_options(nolk_compile_options INTERFACE -march=${NOLK_X86_ARCH})
+  target_compile_options(nolk_any_level INTERFACE -Werror)
 endif()
 if(NOLK_SANITIZE)
-  target_compile_options(nolk_compile_options INTERFACE -fsanitize=${NOLK_SANITIZE} -fno-sanitize-recover=all
-                                                       -fno-omit-frame-pointer)
-  target_link_options(nolk_compile_options INTERFACE -fsanitize=${NOLK_SANITIZE})
+  target_compile_options(nolk_any_level INTERFACE -fsanitize=${NOLK_SANITIZE} -fno-sanitize-recover=all
+                                                 -fno-omit-frame-pointer)
+  target_link_options(nolk_any_level INTERFACE -fsanitize=${NOLK_SANITIZE})
+endif()
+
+add_library(nolk_compile_options INTERFACE)
+target_link_libraries(nolk_compile_options INTERFACE nolk_any_level)
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+  target_compile_options(nolk_compile_options INTERFACE -march=${NOLK_X86_ARCH})
 endif()

@@ -1,5 +1,6 @@
-# Holds that objects for one processor share no code by name with others, of which the linker would keep one copy for all:
-#   cmake -DNM=nm "-DPRODUCTS=v2.o,v3.o" "-DREST=a.o,b.o" -P product_objects.cmake
+# Holds that the product's objects, from the oldest processor to the newest, use the registers of theirs, and share no code
+# by name with others, of which the linker would keep one copy for all:
+#   cmake -DNM=nm -DOBJDUMP=objdump "-DPRODUCTS=v2.o,v3.o,v4.o" "-DREST=a.o,b.o" -P product_objects.cmake
 cmake_minimum_required(VERSION 3.22)
 
 function(symbols_of object result)
@@ -29,4 +30,17 @@ foreach(object ${products})
     endif()
   endforeach()
   list(APPEND seen ${symbols})
+endforeach()
+
+set(widest %xmm %ymm %zmm)
+foreach(object used IN ZIP_LISTS products widest)
+  execute_process(COMMAND ${OBJDUMP} -d ${object} OUTPUT_VARIABLE code COMMAND_ERROR_IS_FATAL ANY)
+  foreach(registers ${widest})
+    string(FIND "${code}" ${registers} at)
+    if(registers STREQUAL used AND at EQUAL -1)
+      message(FATAL_ERROR "no ${used} in ${object}")
+    elseif(registers STRGREATER used AND NOT at EQUAL -1)
+      message(FATAL_ERROR "${registers} in ${object}")
+    endif()
+  endforeach()
 endforeach()
