@@ -3,6 +3,7 @@
 #include "Network.h"
 #include "benches.h"
 #include "compare.h"
+#include "compareLevels.h"
 #include "products.h"
 
 namespace {
@@ -53,6 +54,7 @@ void compareConvolution(const Convolution& conv) {
                         positions);
     };
     compare(conv.name, {[net] { net->run(); }, &net->output()}, {bare, c.get()}, 1e-3f);
+    if (conv.kernel == 3 && conv.stride == 1 && conv.groups == 1) compareLevels(conv.name, [net] { net->run(); });
 }
 
 }  // namespace

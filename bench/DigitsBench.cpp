@@ -8,6 +8,7 @@
 
 #include "benches.h"
 #include "compare.h"
+#include "compareLevels.h"
 #include "products.h"
 
 namespace {
@@ -57,5 +58,6 @@ void compareDigits() {
         };
         compare("digits network, batch " + std::to_string(batch), {[net] { net->run(); }, nullptr}, {bare, nullptr}, 0,
                 batch);
+        compareLevels("digits network, batch " + std::to_string(batch), [net] { net->run(); });
     }
 }
