@@ -19,7 +19,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kCallsPerThread = 200;
 constexpr int kPixels = 28 * 28;
 
 struct Destroy {
@@ -46,17 +45,17 @@ bool classify(nolk::Runner& runner, std::vector<float>& pixels, float* scores) {
 }
 
 // Every thread makes its calls as fast as they return.
-void measure(const char* name, int threads,
+void measure(const char* name, int threads, int calls,
              const std::function<bool(std::vector<float>& pixels, float* scores)>& call) {
     std::vector<std::vector<double>> microseconds(static_cast<std::size_t>(threads));
     std::vector<std::thread> callers;
     std::atomic<bool> failed{false};
     const Clock::time_point start = Clock::now();
     for (auto& own : microseconds)
-        callers.emplace_back([&own, &call, &failed] {
+        callers.emplace_back([&own, &call, &failed, calls] {
             std::vector<float> pixels(kPixels, 0.5f);
             float scores[10];
-            for (int i = 0; i < kCallsPerThread; ++i) {
+            for (int i = 0; i < calls; ++i) {
                 const Clock::time_point begin = Clock::now();
                 if (!call(pixels, scores)) failed = true;
                 own.push_back(std::chrono::duration<double, std::micro>(Clock::now() - begin).count());
@@ -75,24 +74,25 @@ void measure(const char* name, int threads,
 
 }  // namespace
 
-// batching [THREADS [MODEL]]
+// batching [THREADS [CALLS [MODEL]]]
 int main(int argc, char** argv) try {
     const int threads = argc > 1 ? std::atoi(argv[1]) : 16;
-    const std::string model = argc > 2 ? argv[2] : DIGITS_MODEL;
-    if (threads < 1) throw std::runtime_error("usage: batching [THREADS [MODEL]]");
+    const int calls = argc > 2 ? std::atoi(argv[2]) : 200;
+    const std::string model = argc > 3 ? argv[3] : DIGITS_MODEL;
+    if (threads < 1 || calls < 1) throw std::runtime_error("usage: batching [THREADS [CALLS [MODEL]]]");
 
-    std::printf("%d threads, %d calls each\n%-12s %10s %12s %12s\n", threads, kCallsPerThread, "", "images/s",
-                "median, us", "99th, us");
+    std::printf("%d threads, %d calls each\n%-12s %10s %12s %12s\n", threads, calls, "", "images/s", "median, us",
+                "99th, us");
     std::mutex mutex;
     const OwnedRunner alone = loadModel(model, 1);
-    measure("mutex", threads, [&](std::vector<float>& pixels, float* scores) {
+    measure("mutex", threads, calls, [&](std::vector<float>& pixels, float* scores) {
         const std::lock_guard<std::mutex> lock(mutex);
         return classify(*alone, pixels, scores);
     });
     for (const int batch : {1, 4, 16}) {
         // The wrapper owns the runner that it is given.
         const OwnedRunner shared(nolk_wrap_batch_runner(loadModel(model, batch).release(), batch));
-        measure(("batch of " + std::to_string(batch)).c_str(), threads,
+        measure(("batch of " + std::to_string(batch)).c_str(), threads, calls,
                 [&](std::vector<float>& pixels, float* scores) { return classify(*shared, pixels, scores); });
     }
 } catch (const std::exception& error) {

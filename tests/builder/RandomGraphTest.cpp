@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <deque>
 
 #include "support/Net.h"
 #include "support/OwnedWeights.h"
+#include "support/effort.h"
 #include "support/plain.h"
 #include "support/reference.h"
 
@@ -287,9 +287,7 @@ private:
 };
 
 TEST(RandomGraph, EqualsPlainEvaluation) {
-    const char* fewer = std::getenv("NOLK_TEST_GRAPHS");  // for machines that are only emulated
-    const int graphs = fewer ? std::atoi(fewer) : 600;
-    for (int seed = 1; seed <= graphs; ++seed) {
+    for (int seed = 1; seed <= 6 * effort(); ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         RandomGraph graph(static_cast<std::uint32_t>(seed));
         ASSERT_NO_FATAL_FAILURE(graph.expectPlainResults());

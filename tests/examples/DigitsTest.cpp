@@ -88,7 +88,7 @@ struct Outcome {
 Outcome runProgram(const std::string& arguments) {
     // Tests run side by side, each in a process of its own.
     const std::string errPath = writeTemporary("stderr-" + std::to_string(getpid()), "");
-    const std::string command = std::string("'" DIGITS_PROGRAM "' ") + arguments + " 2>'" + errPath + "'";
+    const std::string command = std::string(DIGITS_PROGRAM " ") + arguments + " 2>'" + errPath + "'";
     std::FILE* pipe = popen(command.c_str(), "r");
     EXPECT_NE(pipe, nullptr);
     std::string out;

@@ -1,6 +1,6 @@
 # Installs nolk into a scratch prefix and builds the README's code against that alone, found by CMake and by pkg-config:
 #   cmake -DBUILD=<build tree> -DSCRATCH=<folder> -DREADME=<file> -DMODEL=<file> -DCXX=<compiler> -DPKG_CONFIG=<program>
-#         -DGENERATOR=<of CMake> [-DSANITIZE=<sanitizers of the library>] -P check.cmake
+#         -DGENERATOR=<of CMake> [-DSANITIZE=<sanitizers of the library>] [-DEMULATOR=<that runs its programs>] -P check.cmake
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -23,7 +23,7 @@ file(WRITE ${SCRATCH}/main.cpp "${CMAKE_MATCH_1}")
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${SCRATCH}/prefix
     -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp)
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
-run(${SCRATCH}/build/host ${MODEL})
+run(${EMULATOR} ${SCRATCH}/build/host ${MODEL})
 
 file(GLOB_RECURSE pc ${SCRATCH}/prefix/nolk.pc)
 cmake_path(GET pc PARENT_PATH pc_folder)
@@ -33,4 +33,4 @@ execute_process(COMMAND ${PKG_CONFIG} --variable=libdir nolk OUTPUT_VARIABLE lib
 separate_arguments(options UNIX_COMMAND "${options}")
 # C++14 is what the header asks of a host.
 run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
-run(${SCRATCH}/host ${MODEL})
+run(${EMULATOR} ${SCRATCH}/host ${MODEL})

@@ -16,6 +16,7 @@
 #include "RecordWriter.h"
 #include "model/ModelReaderImpl.h"
 #include "support/CallLog.h"
+#include "support/effort.h"
 #include "support/messages.h"
 #include "support/modelBytes.h"
 #include "support/values.h"
@@ -122,11 +123,12 @@ TEST(ModelWriter, WrittenReadAndWrittenAgainTheBytesAreTheSame) {
 // The versions whose fields ModelReaderTest does not damage.
 TEST(ModelWriter, DamagedFilesAreHarmlessToRead) {
     constexpr unsigned char kDamages[] = {0x01, 0x80, 0xFF};
+    const std::size_t step = static_cast<std::size_t>(500 / effort());
     for (const int version : {1, 4}) {
         ModelWriter writer({version, false, {}});
         recordEverything(writer, 1);
         testing::internal::CaptureStderr();
-        for (std::size_t i = 4; i < writer.bytes().size(); i += 5) {
+        for (std::size_t i = 4; i < writer.bytes().size(); i += step) {
             Bytes file = writer.bytes();
             file[i] = static_cast<unsigned char>(file[i] ^ kDamages[i % 3]);
             if (version == 4) reseal(file);
