@@ -1,15 +1,17 @@
 # What `cmake --install` lays down: the header, libnolk.so, and what CMake (nolk::nolk) and pkg-config (nolk) find it by.
+# Component runtime is what programs need to run, development what they need to be built.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nolk)
 
-install(FILES ${PROJECT_SOURCE_DIR}/include/nolk.h TYPE INCLUDE)
-install(TARGETS nolk EXPORT nolk LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/include/nolk.h TYPE INCLUDE COMPONENT development)
+install(TARGETS nolk EXPORT nolk
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 # The library needs no other package at link time, so the exported target is the whole configuration.
-install(EXPORT nolk NAMESPACE nolk:: FILE nolk-config.cmake DESTINATION ${package_dir})
+install(EXPORT nolk NAMESPACE nolk:: FILE nolk-config.cmake DESTINATION ${package_dir} COMPONENT development)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/nolk-config-version.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/nolk-config-version.cmake DESTINATION ${package_dir})
+install(FILES ${PROJECT_BINARY_DIR}/nolk-config-version.cmake DESTINATION ${package_dir} COMPONENT development)
 
 # The way from the file back to the prefix, so that an installed tree can be moved.
 file(RELATIVE_PATH up_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/nolk.pc.in ${PROJECT_BINARY_DIR}/nolk.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/nolk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/nolk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -1,6 +1,8 @@
-# Installs nolk into a scratch prefix and builds the README's code against that alone, found by CMake and by pkg-config:
+# Installs nolk into a scratch prefix and builds the README's code against that alone, found by CMake and by pkg-config.
+# With CPACK it is the Debian packages that are made and unpacked there.
 #   cmake -DBUILD=<build tree> -DSCRATCH=<folder> -DREADME=<file> -DMODEL=<file> -DCXX=<compiler> -DPKG_CONFIG=<program>
-#         -DGENERATOR=<of CMake> [-DSANITIZE=<sanitizers of the library>] [-DEMULATOR=<that runs its programs>] -P check.cmake
+#         -DGENERATOR=<of CMake> [-DSANITIZE=<sanitizers of the library>] [-DEMULATOR=<that runs its programs>]
+#         [-DCPACK=<program>] -P check.cmake
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -11,21 +13,32 @@ if(SANITIZE)
   list(APPEND flags -fsanitize=${SANITIZE})
 endif()
 list(JOIN flags " " flags_text)
+separate_arguments(emulator UNIX_COMMAND "${EMULATOR}")
 
 file(REMOVE_RECURSE ${SCRATCH})
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${SCRATCH}/prefix)
+if(CPACK)
+  run(${CPACK} --config ${BUILD}/CPackConfig.cmake -B ${SCRATCH}/packages)
+  foreach(package libnolk1 libnolk-dev)
+    file(GLOB deb ${SCRATCH}/packages/${package}_*.deb)
+    run(dpkg-deb --extract ${deb} ${SCRATCH}/root)
+  endforeach()
+  set(prefix ${SCRATCH}/root/usr)
+else()
+  set(prefix ${SCRATCH}/prefix)
+  run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+endif()
 file(READ ${README} readme)
 if(NOT readme MATCHES "```cpp\n([^`]+)```")
   message(FATAL_ERROR "no C++ in ${README}")
 endif()
 file(WRITE ${SCRATCH}/main.cpp "${CMAKE_MATCH_1}")
 
-run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${SCRATCH}/prefix
+run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp)
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
-run(${EMULATOR} ${SCRATCH}/build/host ${MODEL})
+run(${emulator} ${SCRATCH}/build/host ${MODEL})
 
-file(GLOB_RECURSE pc ${SCRATCH}/prefix/nolk.pc)
+file(GLOB_RECURSE pc ${prefix}/nolk.pc)
 cmake_path(GET pc PARENT_PATH pc_folder)
 set(ENV{PKG_CONFIG_PATH} ${pc_folder})
 execute_process(COMMAND ${PKG_CONFIG} --cflags --libs nolk OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
@@ -33,4 +46,4 @@ execute_process(COMMAND ${PKG_CONFIG} --variable=libdir nolk OUTPUT_VARIABLE lib
 separate_arguments(options UNIX_COMMAND "${options}")
 # C++14 is what the header asks of a host.
 run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
-run(${EMULATOR} ${SCRATCH}/host ${MODEL})
+run(${emulator} ${SCRATCH}/host ${MODEL})

@@ -1,0 +1,33 @@
+# Debian packages, by `cpack`: libnolk1 (what programs need to run) and libnolk-dev (what they need to be built).
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "nolk developers <developers@nolk.invalid>")
+set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_COMPONENTS_ALL runtime development)
+
+if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
+elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
+  set(needs "\n This build needs a processor of the level ${NOLK_X86_ARCH}.")
+endif()
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libnolk${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# The oldest that have all symbols in use. Named here, since what would find them out knows no other processor's packages.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
+  "The library: it runs trained networks, from model files or recorded operation by operation.${needs}")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
+
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnolk-dev)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
+  "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
+  "For development: the header, and what CMake and pkg-config find the library by.")
+
+include(CPack)
