@@ -4,12 +4,13 @@
 #pragma once
 
 #include <cmath>
-#include <cstring>
 #if defined(__AVX__) && defined(__FMA__)
 #include <immintrin.h>
 #elif defined(__ARM_NEON)
 #include <arm_neon.h>
 #endif
+
+#include "math/unaligned.h"
 
 #ifdef __AVX__
 constexpr int kLanes = 8;
@@ -18,13 +19,9 @@ constexpr int kLanes = 4;
 #endif
 using Lanes = float __attribute__((vector_size(kLanes * sizeof(float))));
 
-inline Lanes loadLanes(const float* p) {
-    Lanes v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
+inline Lanes loadLanes(const float* p) { return loadVector<Lanes>(p); }
 
-inline void storeLanes(float* p, Lanes v) { std::memcpy(p, &v, sizeof v); }
+inline void storeLanes(float* p, Lanes v) { storeVector(p, v); }
 
 // x in every lane; x - 0 keeps the sign of -0, which x + 0 would not.
 inline Lanes spread(float x) { return x - Lanes{}; }

@@ -1,28 +1,22 @@
 #include "math/transpose.h"
 
-#include <cstring>
+#include "math/unaligned.h"
 
 namespace {
 
 using Vec4 = float __attribute__((vector_size(16)));
 
-Vec4 load(const float* p) {
-    Vec4 v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-}
-
-void store(float* p, Vec4 v) { std::memcpy(p, &v, sizeof v); }
+constexpr auto load = loadVector<Vec4>;
 
 // Four by four: for whole matrices that measures faster than the eight by eight of transposeTile.
 void transpose4x4(const float* in, std::ptrdiff_t inStride, float* out, std::ptrdiff_t outStride) {
     const Vec4 a = load(in), b = load(in + inStride), c = load(in + 2 * inStride), d = load(in + 3 * inStride);
     const Vec4 ab = __builtin_shufflevector(a, b, 0, 4, 1, 5), cd = __builtin_shufflevector(c, d, 0, 4, 1, 5);
-    store(out, __builtin_shufflevector(ab, cd, 0, 1, 4, 5));
-    store(out + outStride, __builtin_shufflevector(ab, cd, 2, 3, 6, 7));
+    storeVector(out, __builtin_shufflevector(ab, cd, 0, 1, 4, 5));
+    storeVector(out + outStride, __builtin_shufflevector(ab, cd, 2, 3, 6, 7));
     const Vec4 ab2 = __builtin_shufflevector(a, b, 2, 6, 3, 7), cd2 = __builtin_shufflevector(c, d, 2, 6, 3, 7);
-    store(out + 2 * outStride, __builtin_shufflevector(ab2, cd2, 0, 1, 4, 5));
-    store(out + 3 * outStride, __builtin_shufflevector(ab2, cd2, 2, 3, 6, 7));
+    storeVector(out + 2 * outStride, __builtin_shufflevector(ab2, cd2, 0, 1, 4, 5));
+    storeVector(out + 3 * outStride, __builtin_shufflevector(ab2, cd2, 2, 3, 6, 7));
 }
 
 // Fewer rows or columns than a tile has.

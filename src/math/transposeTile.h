@@ -3,14 +3,15 @@
 
 #include <cstddef>
 
+#include "math/unaligned.h"
+
 constexpr int kTile = 8;
 
 // out[j * outStride + i] = in[i][j] for i and j below kTile. The rows must not overlap out.
 inline void transposeTile(const float* const (&in)[kTile], float* out, std::ptrdiff_t outStride) {
-    using Row = float __attribute__((vector_size(kTile * sizeof(float)), aligned(alignof(float)), may_alias));
-    const auto row = [&in](int i) { return reinterpret_cast<const Row*>(in[i]); };
-    Row r[kTile] = {*row(0), *row(1), *row(2), *row(3), *row(4), *row(5), *row(6), *row(7)};
-    Row s[kTile];
+    using Row = float __attribute__((vector_size(kTile * sizeof(float))));
+    Row r[kTile], s[kTile];
+    for (int i = 0; i < kTile; ++i) r[i] = loadVector<Row>(in[i]);
     // Pairs of rows, then pairs of pairs, each within the halves of a vector; the halves come last.
     for (int i = 0; i < kTile; i += 2) {
         s[i] = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
@@ -22,9 +23,7 @@ inline void transposeTile(const float* const (&in)[kTile], float* out, std::ptrd
             r[i + 2 * half + 1] = __builtin_shufflevector(s[i + half], s[i + 2 + half], 2, 3, 10, 11, 6, 7, 14, 15);
         }
     for (int j = 0; j < kTile / 2; ++j) {
-        *reinterpret_cast<Row*>(out + j * outStride) =
-            __builtin_shufflevector(r[j], r[j + 4], 0, 1, 2, 3, 8, 9, 10, 11);
-        *reinterpret_cast<Row*>(out + (j + 4) * outStride) =
-            __builtin_shufflevector(r[j], r[j + 4], 4, 5, 6, 7, 12, 13, 14, 15);
+        storeVector(out + j * outStride, __builtin_shufflevector(r[j], r[j + 4], 0, 1, 2, 3, 8, 9, 10, 11));
+        storeVector(out + (j + 4) * outStride, __builtin_shufflevector(r[j], r[j + 4], 4, 5, 6, 7, 12, 13, 14, 15));
     }
 }
