@@ -87,26 +87,33 @@ void RawConvolutionLayer::im2col(float* columns, const float* input) const {
     for (int oh = 0; oh < output_.shape.h; ++oh) {
         float* row = columns + static_cast<std::ptrdiff_t>(oh) * outW * static_cast<std::ptrdiff_t>(taps_.size());
         copyWindows(row, input, oh, {0, inside.begin});
-        copyTiles(row, input, oh, inside);
+        if (stride_.w == 1)
+            copyTiles<1>(row, input, oh, inside);
+        else
+            copyTiles<2>(row, input, oh, inside);
         copyWindows(row, input, oh, {inside.end, outW});
     }
 }
 
-// Output columns that copyTiles can fill: neighbouring windows read neighbouring values, all of them within the rows.
+// Output columns that copyTiles can fill: their windows lie within the rows.
 RawConvolutionLayer::Range RawConvolutionLayer::insideColumns() const {
+    const int stride = stride_.w;
+    if ((stride != 1 && stride != 2) || dilation_.w < 0 || taps_.size() < kTile) return {0, 0};
     const std::int64_t outW = output_.shape.w;
     const std::int64_t lastTap = static_cast<std::int64_t>(weights_.kernelW - 1) * dilation_.w;
     const std::int64_t left = padding_.left;
-    const std::int64_t begin = std::clamp<std::int64_t>(left, 0, outW);
-    const std::int64_t end = std::min(input_.shape.w + left - lastTap, outW);
-    if (stride_.w != 1 || dilation_.w < 0 || end - begin < kTile || taps_.size() < kTile) return {0, 0};
+    const std::int64_t begin = std::clamp<std::int64_t>((left + stride - 1) / stride, 0, outW);
+    const std::int64_t positions = input_.shape.w + left - lastTap;  // of a window's left edge, from the padding on
+    const std::int64_t end = std::min((positions + stride - 1) / stride, outW);
+    if (end - begin < kTile) return {0, 0};
     return {static_cast<int>(begin), static_cast<int>(end)};
 }
 
 // Eight taps of eight windows at a time: in the input the windows are neighbours, in the columns the taps. The last
 // tile, of taps as of windows, is moved back to fit.
+template <int kStride>
 void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outRow, Range outColumns) const {
-    static constexpr float kZeros[kTile] = {};
+    static constexpr float kZeros[kTile * kStride] = {};
     const int tapCount = static_cast<int>(taps_.size());
     for (int tap = 0; outColumns.begin < outColumns.end && tap < tapCount; tap += kTile) {
         const int firstTap = std::min(tap, tapCount - kTile);
@@ -115,12 +122,12 @@ void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outR
         for (int ow = outColumns.begin; ow < outColumns.end; ow += kTile) {
             const int first = std::min(ow, outColumns.end - kTile);
             const float* in[kTile];
-            for (int i = 0; i < kTile; ++i) in[i] = rows[i] ? rows[i] + (first - padding_.left) : kZeros;
+            for (int i = 0; i < kTile; ++i) in[i] = rows[i] ? rows[i] + (first * kStride - padding_.left) : kZeros;
             float* dst = columns + static_cast<std::ptrdiff_t>(first) * tapCount + firstTap;
             // The columns are too many for the near caches, and too far apart for the processor to see what comes next.
             for (int i = 0; i < kTile; ++i)
                 __builtin_prefetch(dst + static_cast<std::ptrdiff_t>(i) * tapCount + 3 * kTile, 1);
-            transposeTile(in, dst, tapCount);
+            transposeTile<kStride>(in, dst, tapCount);
         }
     }
 }

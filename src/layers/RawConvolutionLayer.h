@@ -46,6 +46,7 @@ private:
     void multiply(const float* weights, const float* input, float* output, AlignedMemory<float>& scratch) const;
     void addBias(float* output, int group) const;
     Range insideColumns() const;
+    template <int kStride>
     void copyTiles(float* columns, const float* input, int outRow, Range outColumns) const;
     void copyWindows(float* columns, const float* input, int outRow, Range outColumns) const;
     void copyRow(float* dst, const float* row, int firstColumn) const;
