@@ -1,0 +1,76 @@
+// The program as a user runs it: arguments in; exit status, standard output and standard error out.
+//   const ProgramResult r = runProgram({"info", kDigitsModel});  EXPECT_EQ(r.status, 0) << r.err;
+// Built for another machine it runs through EMULATOR. Files that a test needs lie under temporaryPath.
+#pragma once
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+inline const std::string kDigitsModel = DIGITS_FOLDER "/digits.cm";
+
+struct ProgramResult {
+    int status = -1;  // -1: it did not start, or a signal ended it
+    std::string out;
+    std::string err;
+};
+
+// Of this process alone: tests run side by side.
+inline std::string temporaryPath(const std::string& name) {
+    return ::testing::TempDir() + "nolk-program-" + std::to_string(getpid()) + "-" + name;
+}
+
+inline std::string fileText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+template <typename Bytes>
+std::string writeTemporary(const std::string& name, const Bytes& bytes) {
+    std::string path = temporaryPath(name);
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    return path;
+}
+
+// Runs any command with standard input empty; its path is searched for as a shell would.
+inline ProgramResult runCommand(std::vector<std::string> words) {
+    std::vector<char*> argv;
+    for (std::string& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    const std::string out = temporaryPath("stdout"), err = temporaryPath("stderr");
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&files, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ProgramResult result;
+    pid_t child = 0;
+    int status = 0;
+    if (posix_spawnp(&child, argv[0], &files, nullptr, argv.data(), environ) == 0 &&
+        waitpid(child, &status, 0) == child && WIFEXITED(status))
+        result.status = WEXITSTATUS(status);
+    posix_spawn_file_actions_destroy(&files);
+    result.out = fileText(out);
+    result.err = fileText(err);
+    std::remove(out.c_str());
+    std::remove(err.c_str());
+    return result;
+}
+
+inline ProgramResult runProgram(const std::vector<std::string>& arguments) {
+    std::istringstream emulator(EMULATOR);
+    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
+    words.push_back(PROGRAM);
+    words.insert(words.end(), arguments.begin(), arguments.end());
+    return runCommand(words);
+}
