@@ -1,56 +1,14 @@
 #include "model/ModelReaderImpl.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <vector>
 
 #include "model/RecordReader.h"
-#include "model/crc32.h"
+#include "model/container.h"
 #include "model/readFile.h"
 #include "model/records.h"
 #include "model/reportError.h"
-
-namespace {
-
-constexpr int kHeadBytes = 4;  // "CM" and the version
-constexpr int kCrcBytes = 4;
-
-bool checkHeadCM(BinReader& in) {
-    char head[3] = {};
-    in.read(head, 2);
-    if (std::strcmp(head, "CM") == 0) return true;
-    reportError("wrong head: %s", head);
-    return false;
-}
-
-// Skips the head info block: entries of a key, a length and that many bytes, up to a key of 0. Its length in bytes.
-// Deliberate: a negative length counts with its sign, though nothing can be skipped for it.
-std::int64_t getHeadInfo(BinReader& in) {
-    std::int64_t total = 0;
-    while (in.readShort() != 0) {
-        const int length = in.readShort();
-        in.step(length);
-        total += 4 + length;
-    }
-    return total + 2;
-}
-
-bool checkCrc(const unsigned char* data, int size) {
-    const int covered = size - kCrcBytes;
-    std::uint32_t expected;
-    std::memcpy(&expected, data + covered, sizeof expected);
-    if (GetCRC32(data, covered) == expected) return true;
-    reportError("model verify failed: wrong crc32");
-    return false;
-}
-
-// Scrambles the bytes from begin to end, or restores them: the key is the offset in the file.
-void scramble(unsigned char* data, std::int64_t begin, std::int64_t end) {
-    for (std::int64_t i = begin; i < end; ++i) data[i] ^= static_cast<unsigned char>(i);
-}
-
-}  // namespace
 
 nolk::Runner* ModelReaderImpl::readFromFile(nolk::RunnerBuilder* builder, int batch, const char* path) {
     if (!builder || !path) return nullptr;

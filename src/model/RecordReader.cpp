@@ -85,8 +85,10 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
     float* array = newArray(count);
     // A count above the bytes that are left cannot be met in any form. A large one fails the load even in a form that
     // is unknown, before layers copy what no data backs.
-    const bool mayBePresent = count <= in_.remaining();
-    in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, in_.remaining() + 1)), version_ > 3);
+    const std::int64_t left = in_.remaining();
+    const bool mayBePresent = count <= left;
+    in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, left + 1)), version_ > 3);
+    floatBytes_ += left - in_.remaining();
     if (!mayBePresent && count > kHarmlessCount) in_.step(in_.remaining() + 1);
     return array;
 }

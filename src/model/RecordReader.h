@@ -5,6 +5,7 @@
 // what holds them throw std::bad_array_new_length for a count that is negative or above 2^31 - 1, and std::bad_alloc.
 #pragma once
 
+#include <cstdint>
 #include <initializer_list>
 
 #include "model/BinReader.h"
@@ -17,6 +18,9 @@ public:
 
     nolk::RunnerBuilder& builder() { return builder_; }
     bool overflowed() const { return in_.overflowed(); }
+
+    // Bytes that the floats read so far take in the file, in whatever form.
+    std::int64_t floatBytes() const { return floatBytes_; }
 
     std::int16_t id() { return in_.readShort(); }
     nolk::TensorX* tensor(std::int16_t id) { return model_.tensors[id]; }
@@ -63,4 +67,5 @@ private:
     int batch_;
     nolk::RunnerBuilder& builder_;
     Model& model_;
+    std::int64_t floatBytes_ = 0;
 };

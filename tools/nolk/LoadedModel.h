@@ -8,22 +8,24 @@
 #include "builder/RawRunnerBuilder.h"
 #include "runner/BaseRunner.h"
 
+// Deletes what has a destroy() of its own.
+struct Destroy {
+    template <typename Object>
+    void operator()(Object* object) const {
+        object->destroy();
+    }
+};
+
 class LoadedModel {
 public:
-    // cfg: the builder's settings, or null. Throws std::runtime_error with the path and the library's reason.
+    // cfg: the builder's settings, or null. Throws std::runtime_error with the path and the library's reason, which
+    // does not reach standard error by itself.
     LoadedModel(const std::string& path, const char* cfg, int batch);
 
     BaseRunner& runner() { return *runner_; }
     const RawRunnerBuilder& builder() const { return *builder_; }
 
 private:
-    struct Destroy {
-        template <typename Object>
-        void operator()(Object* object) const {
-            object->destroy();
-        }
-    };
-
     std::unique_ptr<RawRunnerBuilder, Destroy> builder_;
     std::unique_ptr<BaseRunner, Destroy> runner_;
 };

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <exception>
 
+#include "nolk/infoCommand.h"
+
 namespace {
 
 constexpr int kFailure = 1, kUsage = 2;
@@ -22,6 +24,7 @@ int main(int argc, char** argv) {
     CLI::App app("Looks into a model file, runs it, times it.", "nolk");
     app.set_version_flag("--version", nolk_version());
     app.require_subcommand(1);
+    addInfoCommand(app);
     try {
         app.parse(argc, argv);  // the command runs as the last step of this
         return 0;

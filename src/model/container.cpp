@@ -1,0 +1,39 @@
+#include "model/container.h"
+
+#include <cstring>
+
+#include "model/crc32.h"
+#include "model/reportError.h"
+
+bool checkHeadCM(BinReader& in) {
+    char head[3] = {};
+    in.read(head, 2);
+    if (std::strcmp(head, "CM") == 0) return true;
+    reportError("wrong head: %s", head);
+    return false;
+}
+
+// Deliberate: a negative length counts with its sign, though nothing can be skipped for it.
+std::int64_t getHeadInfo(BinReader& in, std::vector<HeadInfoEntry>* entries) {
+    std::int64_t total = 0;
+    while (const std::int16_t key = in.readShort()) {
+        const std::int16_t length = in.readShort();
+        const unsigned char* data = in.step(length);
+        total += 4 + length;
+        if (entries) entries->push_back({key, length, data});
+    }
+    return total + 2;
+}
+
+bool checkCrc(const unsigned char* data, int size) {
+    const int covered = size - kCrcBytes;
+    std::uint32_t expected;
+    std::memcpy(&expected, data + covered, sizeof expected);
+    if (GetCRC32(data, covered) == expected) return true;
+    reportError("model verify failed: wrong crc32");
+    return false;
+}
+
+void scramble(unsigned char* data, std::int64_t begin, std::int64_t end) {
+    for (std::int64_t i = begin; i < end; ++i) data[i] ^= static_cast<unsigned char>(i);
+}

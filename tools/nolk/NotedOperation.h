@@ -1,0 +1,30 @@
+// What is known of an operation from the call that records it.
+#pragma once
+
+#include <nolk.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// Something about a call that its maker can hardly have meant. An error leaves the result undefined, or ends the
+// process.
+struct Doubt {
+    bool isError = false;
+    std::string text;
+};
+
+// Counts stop at 2^63 - 1, and a negative extent counts as 0.
+struct NotedOperation {
+    std::string name;                // the builder's method: "convolve"
+    std::string details;             // "3x3, stride 2"
+    std::vector<int> inputs;         // places among the noted operations; -1 for a null tensor
+    nolk::TensorShape output;        // zeros where there is none
+    bool isMade = false;             // whether there is an output: no input was null
+    bool isView = false;             // whether the output has to lie where the input does
+    std::int64_t parameters = 0;     // floats that the call brings: weights, bias, vectors, a constant's values
+    std::int64_t multiplyAdds = 0;   // by the usual convention, see NotingBuilder
+    std::int64_t work = 0;           // rough number of steps that running takes; at least multiplyAdds
+    std::int64_t scratchFloats = 0;  // at most that many at a time
+    std::vector<Doubt> doubts;
+};

@@ -1,0 +1,61 @@
+#include "nolk/infoCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <string>
+
+#include "nolk/ExaminedModel.h"
+#include "nolk/graphPicture.h"
+#include "nolk/infoReport.h"
+#include "nolk/memoryPicture.h"
+#include "nolk/outputFile.h"
+
+namespace {
+
+struct InfoOptions {
+    std::string model;
+    int batch = 1;
+    bool json = false;
+    std::string dot, svg, memory;
+};
+
+void info(const InfoOptions& options) {
+    const ExaminedModel model(options.model, options.batch);
+    if (!options.dot.empty()) writeText(options.dot, graphSource(model));
+    if (!options.svg.empty()) writeText(options.svg, graphSvg(graphSource(model)));
+    if (!options.memory.empty()) writeText(options.memory, memoryPicture(model));
+    const bool isTaken = options.dot == "-" || options.svg == "-" || options.memory == "-";
+    if (!isTaken) writeText("-", options.json ? infoJson(model) : infoText(model));
+}
+
+}  // namespace
+
+void addInfoCommand(CLI::App& app) {
+    const auto options = std::make_shared<InfoOptions>();
+    CLI::App* command = app.add_subcommand("info", "Show what is in a model file and what the library makes of it");
+    command->add_option("MODEL", options->model, "The model file")->required()->type_name("FILE");
+    command
+        ->add_option("--batch", options->batch, "Samples in a batch; shapes, multiply-adds and memory are for so many")
+        ->check(CLI::Range(1, 1 << 20))
+        ->type_name("N")
+        ->capture_default_str();
+    command->add_flag("--json", options->json, "Print JSON instead of text");
+    command->add_option("--dot", options->dot, "Write the graph of operations to FILE, in Graphviz's language")
+        ->type_name("FILE");
+    command->add_option("--svg", options->svg, "Draw that graph to FILE with Graphviz's dot, which must be installed")
+        ->type_name("FILE");
+    command
+        ->add_option(
+            "--memory", options->memory,
+            "Draw the arena to FILE, an SVG: time along x, bytes along y, a box for each range that tensors share")
+        ->type_name("FILE");
+    command->footer(
+        "A multiply-add is counted for each product that a convolution, deconvolution, full connection, matrix product "
+        "or\n"
+        "LSTM sums up; other operations count none. \"layer\" tells which layer of the runner computes an operation: "
+        "\"in 2\"\n"
+        "means that layer 2 has absorbed it. With FILE - the text goes to standard output, in place of the table.\n"
+        "\n"
+        "Example: nolk info digits.cm --svg graph.svg --memory arena.svg");
+    command->callback([options] { info(*options); });
+}
