@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <exception>
 
+#include "nolk/checkCommand.h"
 #include "nolk/infoCommand.h"
 
 namespace {
@@ -25,6 +26,7 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", nolk_version());
     app.require_subcommand(1);
     addInfoCommand(app);
+    addCheckCommand(app);
     try {
         app.parse(argc, argv);  // the command runs as the last step of this
         return 0;
