@@ -1,5 +1,5 @@
 # What `cmake --install` lays down: the header, libnolk.so, and what CMake (nolk::nolk) and pkg-config (nolk) find it by.
-# Component runtime is what programs need to run, development what they need to be built.
+# Component runtime is what programs need to run, development what they need to be built, tools the program nolk.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nolk)
 
@@ -15,3 +15,10 @@ install(FILES ${PROJECT_BINARY_DIR}/nolk-config-version.cmake DESTINATION ${pack
 file(RELATIVE_PATH up_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/nolk.pc.in ${PROJECT_BINARY_DIR}/nolk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/nolk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+if(NOLK_BUILD_TOOLS)
+  install(TARGETS nolk_program COMPONENT tools)
+  install(FILES ${PROJECT_BINARY_DIR}/tools/nolk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES ${PROJECT_BINARY_DIR}/tools/nolk.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools RENAME nolk)
+endif()

@@ -40,13 +40,12 @@ void check(const CheckOptions& options) {
 void addCheckCommand(CLI::App& app) {
     const auto options = std::make_shared<CheckOptions>();
     CLI::App* command = app.add_subcommand("check", "Report everything that is wrong or suspicious in a model file");
-    command->add_option("MODEL", options->model, "The model file")->required()->type_name("FILE");
+    command->add_option("MODEL", options->model, "the model file")->required()->type_name("FILE");
     command->footer(
-        "Prints a line for each finding, with the record's number (from 1), its operation and its offset in the file. "
-        "With an\n"
-        "error loading would fail or the network's result be undefined; a warning is about something that can hardly "
-        "be\n"
-        "meant, as an operation whose result is not used. The exit status is 0 only when there is neither.\n"
+        "Prints a line for each finding, with the record's number (from 1), its operation\n"
+        "and its offset in the file. With an error, loading would fail or the network's\n"
+        "result be undefined; a warning is about what can hardly be meant, as an operation\n"
+        "whose result is never used. The exit status is 0 only when there is neither.\n"
         "\n"
         "Example: nolk check digits.cm");
     command->callback([options] { check(*options); });

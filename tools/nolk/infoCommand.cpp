@@ -33,28 +33,27 @@ void info(const InfoOptions& options) {
 void addInfoCommand(CLI::App& app) {
     const auto options = std::make_shared<InfoOptions>();
     CLI::App* command = app.add_subcommand("info", "Show what is in a model file and what the library makes of it");
-    command->add_option("MODEL", options->model, "The model file")->required()->type_name("FILE");
-    command
-        ->add_option("--batch", options->batch, "Samples in a batch; shapes, multiply-adds and memory are for so many")
-        ->check(CLI::Range(1, 1 << 20))
+    command->add_option("MODEL", options->model, "the model file")->required()->type_name("FILE");
+    command->add_option("--batch", options->batch, "samples in a batch, for which shapes, multiply-adds and memory are")
+        ->check(CLI::Range(1, 1 << 20).description(""))
         ->type_name("N")
         ->capture_default_str();
-    command->add_flag("--json", options->json, "Print JSON instead of text");
-    command->add_option("--dot", options->dot, "Write the graph of operations to FILE, in Graphviz's language")
-        ->type_name("FILE");
-    command->add_option("--svg", options->svg, "Draw that graph to FILE with Graphviz's dot, which must be installed")
+    command->add_flag("--json", options->json, "print JSON instead of text");
+    command->add_option("--dot", options->dot, "write the graph of operations, in Graphviz's language")
         ->type_name("FILE");
     command
-        ->add_option(
-            "--memory", options->memory,
-            "Draw the arena to FILE, an SVG: time along x, bytes along y, a box for each range that tensors share")
+        ->add_option("--svg", options->svg, "draw that graph as an SVG, with Graphviz's dot, which must be installed")
+        ->type_name("FILE");
+    command
+        ->add_option("--memory", options->memory,
+                     "draw the arena as an SVG: time along x, bytes along y, a box for each range that tensors share")
         ->type_name("FILE");
     command->footer(
-        "A multiply-add is counted for each product that a convolution, deconvolution, full connection, matrix product "
-        "or\n"
-        "LSTM sums up; other operations count none. \"layer\" tells which layer of the runner computes an operation: "
-        "\"in 2\"\n"
-        "means that layer 2 has absorbed it. With FILE - the text goes to standard output, in place of the table.\n"
+        "A multiply-add is counted for each product that a convolution, deconvolution,\n"
+        "full connection, matrix product or LSTM sums up, padding included; other\n"
+        "operations count none. The column layer tells which layer of the runner computes\n"
+        "an operation; \"in 2\" means that layer 2 has absorbed it. With - as FILE a graph\n"
+        "or picture goes to standard output, in place of the text.\n"
         "\n"
         "Example: nolk info digits.cm --svg graph.svg --memory arena.svg");
     command->callback([options] { info(*options); });

@@ -7,6 +7,7 @@
 
 #include "nolk/checkCommand.h"
 #include "nolk/infoCommand.h"
+#include "nolk/installCommands.h"
 
 namespace {
 
@@ -23,10 +24,15 @@ int reportUsage(const CLI::App& app, const CLI::ParseError& error) {
 
 int main(int argc, char** argv) {
     CLI::App app("Looks into a model file, runs it, times it.", "nolk");
-    app.set_version_flag("--version", nolk_version());
+    app.set_help_flag("-h,--help", "print this help, or a command's");
+    app.set_version_flag("--version", nolk_version(), "print the version of the library's interface");
+    app.footer(
+        "The exit status is 0 when a command succeeds, 1 when it fails, and 2 for wrong\n"
+        "usage. What failed is told in one line on standard error.");
     app.require_subcommand(1);
     addInfoCommand(app);
     addCheckCommand(app);
+    addInstallCommands(app);
     try {
         app.parse(argc, argv);  // the command runs as the last step of this
         return 0;

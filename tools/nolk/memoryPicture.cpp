@@ -43,7 +43,7 @@ public:
     explicit Drawing(const ExaminedModel& model)
         : model_(model), boxes_(arenaBoxes(model)), steps_(arenaSteps(model)), bytes_(model.memory().arenaBytes) {
         const auto count = static_cast<double>(steps_.size());
-        stepWidth_ = std::clamp(960 / count, 16.0, 120.0);
+        stepWidth_ = std::clamp(1000 / count, 20.0, 120.0);
         width_ = std::max(kLeft + stepWidth_ * count + kRight, 640.0);
     }
 
@@ -89,7 +89,7 @@ private:
         for (std::int64_t offset = 0; offset <= bytes_; offset += tick) {
             svg_ += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#dddddd\"/>\n", kLeft - 4,
                            y(offset), right, y(offset));
-            text(kLeft - 8, y(offset) + 4, "text-anchor=\"end\"", shortBytes(offset));
+            text(kLeft - 8, y(offset) + 4, "text-anchor=\"end\"", inUnitOf(tick, offset));
         }
         svg_ += format(
             "<text transform=\"translate(20 %.1f) rotate(-90)\" text-anchor=\"middle\">offset in the arena, "
@@ -97,9 +97,9 @@ private:
             kTop + kPlotHeight / 2);
     }
 
-    static std::string shortBytes(std::int64_t bytes) {
-        if (bytes >= 1 << 20 && bytes % (1 << 20) == 0) return grouped(bytes >> 20) + " Mi";
-        if (bytes >= 1 << 10 && bytes % (1 << 10) == 0) return grouped(bytes >> 10) + " Ki";
+    static std::string inUnitOf(std::int64_t tick, std::int64_t bytes) {
+        if (tick >= 1 << 20) return grouped(bytes >> 20) + " Mi";
+        if (tick >= 1 << 10) return grouped(bytes >> 10) + " Ki";
         return grouped(bytes);
     }
 
@@ -127,9 +127,12 @@ private:
             "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"%s\" stroke=\"#444444\" "
             "stroke-width=\"0.7\"/>\n",
             left, top, right - left, bottom - top, colour);
-        const std::vector<std::string> lines = {name, b.shapes, bytesText(b.size)};
-        if (!label(lines, (left + right) / 2, (top + bottom) / 2, right - left, bottom - top, false))
-            label(lines, (left + right) / 2, (top + bottom) / 2, bottom - top, right - left, true);
+        const double centreX = (left + right) / 2, centreY = (top + bottom) / 2;
+        for (const std::string& shownName : {name, b.tensors.front() + ", ...", b.tensors.front()}) {
+            const std::vector<std::string> lines = {shownName, b.shapes, bytesText(b.size)};
+            if (label(lines, centreX, centreY, right - left, bottom - top, false)) break;
+            if (label(lines, centreX, centreY, bottom - top, right - left, true)) break;
+        }
         svg_ += "</g>\n";
     }
 
