@@ -26,4 +26,44 @@ TEST(Program, HelpAndVersionAreNoErrors) {
     }
 }
 
+// What the completion's function offers, with the cursor behind the last word.
+std::string completed(const std::string& words) {
+    const std::string script = writeTemporary("completion.bash", runProgram({"completion"}).out);
+    const ProgramResult r =
+        runCommand({"bash", "-c",
+                    "source " + script + "; COMP_WORDS=(" + words +
+                        "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _nolk; echo -n \"${COMPREPLY[@]}\""});
+    EXPECT_EQ(r.err, "");
+    return r.out;
+}
+
+TEST(Program, CompletesCommandsOptionsAndFiles) {
+    const std::string file = writeTemporary("a file.cm", std::string());
+    EXPECT_EQ(completed("nolk che"), "check");
+    EXPECT_EQ(completed("nolk --ver"), "--version");
+    EXPECT_EQ(completed("nolk info --me"), "--memory");
+    EXPECT_EQ(completed("nolk info x.cm --batch ''"), "");
+    const std::string begin = "'" + file.substr(0, file.size() - 3) + "'";
+    EXPECT_EQ(completed("nolk check " + begin), file);
+    EXPECT_EQ(completed("nolk info x.cm --dot " + begin), file);
+    EXPECT_EQ(completed("nolk info --dot = " + begin), file);
+}
+
+TEST(Program, ManualHasEveryCommandAndOption) {
+    const std::string manual = runProgram({"manual"}).out;
+    std::istringstream commands(completed("nolk ''"));
+    int found = 0;
+    for (std::string command; commands >> command;) {
+        if (command[0] == '-') continue;
+        EXPECT_NE(manual.find(".SS \\fB" + command + "\\fR\n"), std::string::npos) << command;
+        std::istringstream options(completed("nolk " + command + " -"));
+        for (std::string option; options >> option; ++found) {
+            std::string escaped;
+            for (const char c : option) escaped += c == '-' ? "\\-" : std::string(1, c);
+            EXPECT_NE(manual.find("\\fB" + escaped + "\\fR"), std::string::npos) << command << " " << option;
+        }
+    }
+    EXPECT_GT(found, 5);
+}
+
 }  // namespace

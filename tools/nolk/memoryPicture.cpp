@@ -122,7 +122,7 @@ private:
         const double left = x(b.firstStep), right = x(b.lastStep + 1), top = y(b.offset + b.size), bottom = y(b.offset);
         const std::string name = joined(b.tensors);
         const std::string place = bytesText(b.size) + " at " + grouped(b.offset);
-        svg_ += format("<g><title>") + xmlText(name + "\n" + b.shapes + "\n" + place) + "</title>\n";
+        svg_ += "<g><title>" + xmlText(name) + "\n" + xmlText(b.shapes) + "\n" + xmlText(place) + "</title>\n";
         svg_ += format(
             "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"%s\" stroke=\"#444444\" "
             "stroke-width=\"0.7\"/>\n",
