@@ -70,7 +70,10 @@ void ExaminedModel::takeNotes(int batch) {
         walk.model().arrays.clear();  // notes keep none
         if (record.hasOutput) operations_.push_back({record, notes.operations().back()});
     }
-    for (const nolk::TensorX* output : walk.model().outputs) outputs_.push_back(notes.placeOf(output));
+    for (const nolk::TensorX* output : walk.model().outputs) {
+        if (!output) fail("output " + std::to_string(outputs_.size()) + " depends on an undefined id");
+        outputs_.push_back(notes.placeOf(output));
+    }
     remark_ = tooLargeToBuild(notes.operations());
     unfit_ = unfitToRun(notes.operations());
 }
