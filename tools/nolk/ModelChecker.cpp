@@ -23,7 +23,7 @@ bool canBeRecorded(const Record& record, const NotedOperation* noted) {
     constexpr int kManyChannels = 1 << 24;
     if (!record.remark.empty()) return false;
     if (record.operation == "concat" && record.inputs.empty()) return false;
-    return record.operation != "instanceNormalization" || noted->output.c <= kManyChannels;
+    return !noted || noted->name != "instanceNormalization" || noted->output.c <= kManyChannels;
 }
 
 }  // namespace

@@ -20,26 +20,33 @@ int reportUsage(const CLI::App& app, const CLI::ParseError& error) {
     return kUsage;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    CLI::App app("Looks into a model file, runs it, times it.", "nolk");
-    app.set_help_flag("-h,--help", "print this help, or a command's");
-    app.set_version_flag("--version", nolk_version(), "print the version of the library's interface");
-    app.footer(
-        "The exit status is 0 when a command succeeds, 1 when it fails, and 2 for wrong\n"
-        "usage. What failed is told in one line on standard error.");
-    app.require_subcommand(1);
-    addInfoCommand(app);
-    addCheckCommand(app);
-    addInstallCommands(app);
+// The command runs as the last step of this.
+int parse(CLI::App& app, int argc, char** argv) {
     try {
-        app.parse(argc, argv);  // the command runs as the last step of this
+        app.parse(argc, argv);
         return 0;
     } catch (const CLI::RuntimeError& e) {
         return e.get_exit_code();  // a command has said all that is to be said
     } catch (const CLI::ParseError& e) {
         return reportUsage(app, e);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        CLI::App app("Looks into a model file, runs it, times it.", "nolk");
+        app.set_help_flag("-h,--help", "print this help, or a command's");
+        app.set_version_flag("--version", nolk_version(), "print the version of the library's interface");
+        app.footer(
+            "The exit status is 0 when a command succeeds, 1 when it fails, and 2 for wrong\n"
+            "usage. What failed is told in one line on standard error.");
+        app.require_subcommand(1);
+        addInfoCommand(app);
+        addCheckCommand(app);
+        addInstallCommands(app);
+        return parse(app, argc, argv);
     } catch (const std::exception& e) {
         std::fprintf(stderr, "nolk: %s\n", e.what());
         return kFailure;
