@@ -74,7 +74,7 @@ void ExaminedModel::takeNotes(int batch) {
         if (!output) fail("output " + std::to_string(outputs_.size()) + " depends on an undefined id");
         outputs_.push_back(notes.placeOf(output));
     }
-    remark_ = tooLargeToBuild(notes.operations());
+    remark_ = tooLargeToBuild(notes.operations(), outputs_);
     unfit_ = unfitToRun(notes.operations());
 }
 

@@ -175,7 +175,7 @@ void ModelChecker::judge() {
     for (const Result& result : results_) operations.push_back(result.noted);
     if (readableRecords_ < file_.recordCount())
         remark_ = "the network was not built: a record is too large to be judged";
-    else if (const std::string why = tooLargeToBuild(operations); !why.empty())
+    else if (const std::string why = tooLargeToBuild(operations, outputs_); !why.empty())
         remark_ = "the network was not built: " + why;
     else
         build(walk.record(), *builder, walk.model());
