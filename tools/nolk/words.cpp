@@ -5,8 +5,21 @@
 
 std::string shapeText(const nolk::TensorShape& shape) {
     std::string text = "[" + std::to_string(shape.n) + ", " + std::to_string(shape.c);
-    if (shape.dims != 1) text += ", " + std::to_string(shape.h) + ", " + std::to_string(shape.w);
+    if (shape.dims != 1 || shape.h != 1 || shape.w != 1)
+        text += ", " + std::to_string(shape.h) + ", " + std::to_string(shape.w);
     return text + "]";
+}
+
+std::string shortText(double number, int digits) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.*g", digits, number);
+    return text;
+}
+
+std::string fixedText(double number, int decimals) {
+    std::string text(400, ' ');  // the largest double has 309 digits
+    text.resize(static_cast<std::size_t>(std::snprintf(text.data(), text.size(), "%.*f", decimals, number)));
+    return text;
 }
 
 std::string grouped(std::int64_t number) {

@@ -9,6 +9,10 @@
 // "[1, 8, 28, 28]", or "[1, 10]" for a matrix.
 std::string shapeText(const nolk::TensorShape& shape);
 
+// As printf's %g with so many digits, and as its %f.
+std::string shortText(double number, int digits = 6);
+std::string fixedText(double number, int decimals);
+
 // "1,234,567"
 std::string grouped(std::int64_t number);
 
