@@ -12,6 +12,7 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    const nolk::Weights& weights() const { return weights_; }
 
 private:
     nolk::Padding padding_;

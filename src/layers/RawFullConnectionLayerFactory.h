@@ -10,6 +10,7 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    const nolk::Weights& weights() const { return weights_; }
 
 private:
     nolk::Weights weights_;

@@ -11,6 +11,7 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    const nolk::LstmWeights& weights() const { return weights_; }
 
 private:
     nolk::LstmWeights weights_;

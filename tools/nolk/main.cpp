@@ -5,9 +5,12 @@
 #include <cstdio>
 #include <exception>
 
+#include "nolk/benchCommand.h"
 #include "nolk/checkCommand.h"
+#include "nolk/diffCommand.h"
 #include "nolk/infoCommand.h"
 #include "nolk/installCommands.h"
+#include "nolk/runCommand.h"
 
 namespace {
 
@@ -44,7 +47,10 @@ int main(int argc, char** argv) {
             "usage. What failed is told in one line on standard error.");
         app.require_subcommand(1);
         addInfoCommand(app);
+        addRunCommand(app);
+        addBenchCommand(app);
         addCheckCommand(app);
+        addDiffCommand(app);
         addInstallCommands(app);
         return parse(app, argc, argv);
     } catch (const std::exception& e) {

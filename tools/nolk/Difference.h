@@ -1,0 +1,27 @@
+// How far values are from expected ones. Two NaNs are equal, and so are two infinities of one sign; a NaN beside a
+// number is infinitely far from it. The relative difference |value - expected| / |expected| leaves out elements that
+// are expected to be 0.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+// An element's difference is too large beyond absolute + relative * |expected|.
+struct Tolerance {
+    double absolute = 0;
+    double relative = 0;
+};
+
+struct Difference {
+    double maximum = 0;
+    std::size_t element = 0;  // the first that has it
+};
+
+struct Differences {
+    Difference absolute;
+    Difference relative;
+    std::size_t tooLarge = 0;  // elements
+};
+
+// The vectors have the same size.
+Differences compare(const std::vector<float>& values, const std::vector<float>& expected, const Tolerance& tolerance);

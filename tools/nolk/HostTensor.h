@@ -1,0 +1,26 @@
+// Floats of the program's own in the shape of a network's input or output, and one run with such tensors.
+//   auto inputs = hostTensors(runner.inputShapes()), outputs = hostTensors(runner.outputShapes());
+//   runOnce(runner, inputs, outputs);
+#pragma once
+
+#include <nolk.h>
+
+#include <cstdint>
+#include <vector>
+
+struct HostTensor {
+    explicit HostTensor(const nolk::TensorShape& tensorShape);
+
+    nolk::Tensor view() { return {shape, values.data()}; }  // its address is never null, also for no elements
+
+    nolk::TensorShape shape;
+    std::vector<float> values;  // zeros at first
+};
+
+std::vector<HostTensor> hostTensors(const std::vector<nolk::TensorShape>& shapes);
+
+// Throws std::runtime_error when the runner refuses the tensors.
+void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
+
+// The extents that mean something: [n, c] of a matrix, else [n, c, h, w].
+std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape);
