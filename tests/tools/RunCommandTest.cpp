@@ -1,0 +1,205 @@
+#include <algorithm>
+#include <cmath>
+#include <functional>
+
+#include "ModelWriter.h"
+#include "support/Program.h"
+#include "support/npyFile.h"
+
+namespace {
+
+const std::string kThree = DIGITS_FOLDER "/digit-3.pgm", kEight = DIGITS_FOLDER "/digit-8.pgm";
+
+// Grey values as the network wants them.
+std::vector<float> pixelsOf(const std::string& picture) {
+    const std::string bytes = fileText(picture);
+    std::vector<float> values;
+    for (std::size_t i = bytes.size() - 784; i < bytes.size(); ++i)
+        values.push_back(static_cast<float>(static_cast<unsigned char>(bytes[i]) * (1.0 / 255)));
+    return values;
+}
+
+std::string rawFloats(const std::vector<float>& values) {
+    return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(float)};
+}
+
+std::string modelFile(const std::string& name, const std::function<void(ModelWriter&)>& record) {
+    ModelWriter writer;
+    record(writer);
+    return writeTemporary(name, writer.bytes());
+}
+
+// Two inputs, [n, 3, 1, 2] and a matrix [n, 2], handed through relu.
+std::string twoInputs() {
+    return modelFile("two.cm", [](ModelWriter& w) {
+        nolk::TensorX* outputs[] = {w.relu(w.input({1, 3, 1, 2, 3})), w.relu(w.input({1, 2, 1, 1, 1}))};
+        w.build(outputs, 2);
+    });
+}
+
+// Runs the program and returns the bytes of its outputs' files.
+std::vector<std::string> outputsOf(std::vector<std::string> arguments, std::size_t count) {
+    std::vector<std::string> files;
+    for (std::size_t i = 0; i < count; ++i) files.push_back(temporaryPath("out" + std::to_string(i) + ".npy"));
+    arguments.insert(arguments.begin(), "run");
+    arguments.emplace_back("--output");
+    arguments.insert(arguments.end(), files.begin(), files.end());
+    const ProgramResult r = runProgram(arguments);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "");
+    std::vector<std::string> bytes;
+    for (const std::string& file : files) bytes.push_back(fileText(file));
+    return bytes;
+}
+
+TEST(RunCommand, PrintsTheLargestOfEachSample) {
+    const ProgramResult r =
+        runProgram({"run", kDigitsModel, "--input", kThree, kEight, "--batch", "2", "--scale", "1/255"});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out.find("output 0 [2, 10], the largest values:\n  sample 0:  3: 0.99"), 0u) << r.out;
+    EXPECT_NE(r.out.find("\n  sample 1:  8: 0.99"), std::string::npos) << r.out;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 3);
+}
+
+TEST(RunCommand, PrintsTheRangeOfOtherTensorsAndCountsNans) {
+    const std::string bytes = npyFile(npyHeader("(1, 3, 1, 2)"), {-1, 0.5f, NAN, 2, 3, NAN});
+    const ProgramResult r = runProgram(
+        {"run", twoInputs(), "--input", writeTemporary("a.npy", bytes), writeTemporary("b.raw", rawFloats({NAN, 1}))});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out,
+              "output 0 [1, 3, 1, 2]\n  minimum 0, maximum 3, mean 1.375\n  2 of 6 values are NaN\n"
+              "output 1 [1, 2], the largest values:\n  sample 0:  1: 1\n  1 of 2 values are NaN\n");
+}
+
+TEST(RunCommand, TakesTheSameNumbersInEveryForm) {
+    const std::vector<float> pixels = pixelsOf(kThree);
+    const std::vector<std::string> expected = outputsOf({kDigitsModel, "--input", kThree, "--scale", "1/255"}, 1);
+    EXPECT_EQ(expected[0].substr(0, 10), std::string("\x93NUMPY\x01\x00\x76\x00", 10));
+    EXPECT_EQ(expected[0].substr(10, 61), "{'descr': '<f4', 'fortran_order': False, 'shape': (1, 10), } ");
+    EXPECT_EQ(expected[0].size(), 128u + 10 * sizeof(float));
+    EXPECT_EQ(expected[0][127], '\n');
+    const std::string files[] = {
+        writeTemporary("plain.NPY", npyFile(npyHeader("(1, 1, 28, 28)"), pixels)),
+        writeTemporary("version2.npy", npyFile(npyHeader("(28, 28)"), pixels, 2)),
+        writeTemporary("version3.npy",
+                       npyFile("{\"shape\":( 1L,28,28 ) ,\"fortran_order\" :False,\"descr\":\"<f4\"}   ", pixels, 3)),
+        writeTemporary("floats.raw", rawFloats(pixels)),
+    };
+    for (const std::string& file : files) EXPECT_EQ(outputsOf({kDigitsModel, "--input", file}, 1), expected) << file;
+}
+
+TEST(RunCommand, TakesAFileForAnInputOrForASample) {
+    std::vector<std::string> files;
+    for (const std::vector<float>& values :
+         {std::vector<float>{1, 2, 3, 4, 5, 6}, {7, 8, 9, 10, 11, 12}, {1, 2}, {3, 4}})
+        files.push_back(writeTemporary(std::to_string(files.size()), rawFloats(values)));
+    const std::string first = writeTemporary("first", fileText(files[0]) + fileText(files[1]));
+    const std::string second = writeTemporary("second", fileText(files[2]) + fileText(files[3]));
+    const auto samples = outputsOf({twoInputs(), "--batch", "2", "--input", files[0], files[1], files[2], files[3]}, 2);
+    EXPECT_EQ(samples, outputsOf({twoInputs(), "--batch", "2", "--input", first, second}, 2));
+    EXPECT_EQ(npyValues(samples[0]), (std::vector<float>{1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
+    EXPECT_EQ(npyValues(samples[1]), (std::vector<float>{1, 2, 3, 4}));
+}
+
+TEST(RunCommand, SubtractsTheMeanOfEachChannelAndScales) {
+    const std::string pixels("\x01\x02\x03\xff\x80\x40", 6);
+    const std::string picture = writeTemporary("c.ppm", "P6 # made by hand\n2\t1\n255\n" + pixels);
+    const std::string deep = writeTemporary("d.ppm", "P6 2 1 300 " + std::string("\0\1\0\2\0\3\1\0\1\1\1\2", 12));
+    const std::string matrix = writeTemporary("m", rawFloats({1, 2}));
+    const struct {
+        std::vector<std::string> arguments;
+        std::vector<float> expected;
+    } cases[] = {
+        {{"--input", picture, matrix}, {1, 255, 2, 128, 3, 64}},
+        {{"--input", picture, matrix, "--mean", "0.5,1,1/2", "--scale", "2"}, {1, 509, 2, 254, 5, 127}},
+        {{"--input", deep, matrix, "--mean", "1"}, {0, 255, 1, 256, 2, 257}},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments = c.arguments;
+        arguments.insert(arguments.begin(), twoInputs());
+        EXPECT_EQ(npyValues(outputsOf(arguments, 2)[0]), c.expected);
+    }
+}
+
+TEST(RunCommand, SaysInOneLineWhatIsWrongAndWhatWasExpected) {
+    const std::vector<float> pixels = pixelsOf(kThree);
+    const std::string npy = npyFile(npyHeader("(28, 28)"), pixels), pgm = fileText(kThree);
+    const auto withHeader = [&](const std::string& header) { return npyFile(header, pixels); };
+    const struct {
+        std::string name, bytes, wish;
+    } cases[] = {
+        {"a.npy", "abc", "not a .npy file"},
+        {"a.npy", npyFile(npyHeader("(28, 28)"), pixels, 4), ".npy format version 4.0, expected 1.0 to 3.0"},
+        {"a.npy", npy.substr(0, 60), "header of 62 bytes, 50 are left"},
+        {"a.npy", npy.substr(0, 3000), "2928 bytes of values, expected 3136"},
+        {"a.npy", npy + "x", "3137 bytes of values, expected 3136"},
+        {"a.npy", withHeader("{'descr': '<f4', 'fortran_order': False}"), "damaged .npy header: no 'shape'"},
+        {"a.npy", withHeader("{'descr': '<f8', 'fortran_order': False, 'shape': (28, 28)}"),
+         "float64 ('<f8'), expected float32 ('<f4')"},
+        {"a.npy", withHeader("{'descr': [('a', '>f4'),], 'fortran_order': False, 'shape': (28, 28)}"),
+         "type [('a', '>f4'),], expected float32 ('<f4')"},
+        {"a.npy", withHeader("{'descr': '<f4', 'fortran_order': True, 'shape': (28, 28)}"),
+         "Fortran order, expected C order"},
+        {"a.npy", withHeader(npyHeader("(784, 1)")), "shape (784, 1), expected (1, 1, 28, 28)"},
+        {"a.npy", withHeader(npyHeader("(9223372036854775807,)")), "expected (1, 1, 28, 28)"},
+        {"a.npy", withHeader(npyHeader("(28, -28)")), "damaged .npy header: 'shape' is no tuple of extents"},
+        {"a.npy", withHeader(npyHeader("(28, 28")), "damaged .npy header"},
+        {"a.raw", "abcd", "4 bytes, expected 3136 for the floats of [1, 1, 28, 28]"},
+        {"a.pgm", "P2 1 1 255 7", "not a binary PGM or PPM picture"},
+        {"a.pgm", "P5 28 28", "damaged picture"},
+        {"a.pgm", "P5 28 99999999999 255\n", "damaged picture"},
+        {"a.pgm", "P5 28 28 0\n", "damaged picture: maximum 0, expected 1 to 65535"},
+        {"a.ppm", "P6 28 29 255\n", "picture of [3, 29, 28], expected [1, 28, 28] (channels, rows, columns)"},
+        {"a.pgm", pgm.substr(0, 700), "687 bytes of pixels, expected 784"},
+    };
+    for (const auto& c : cases) {
+        const std::string file = writeTemporary(c.name, c.bytes);
+        const ProgramResult r = runProgram({"run", kDigitsModel, "--input", file});
+        EXPECT_EQ(r.status, 1) << c.wish;
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err.find("nolk: " + file + ": "), 0u) << r.err;
+        EXPECT_NE(r.err.find(c.wish), std::string::npos) << r.err;
+        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    }
+}
+
+TEST(RunCommand, RefusesArgumentsThatDoNotFit) {
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string error;
+    } cases[] = {
+        {{"--input", "no-such.pgm"}, 1, "no-such.pgm: no such file"},
+        {{"--input", "/"}, 1, "/: is a directory"},
+        {{"--input", "/dev/zero"}, 1, "/dev/zero: not a regular file"},
+        {{}, 1, kDigitsModel + ": 0 input files, expected 1 for [1, 1, 28, 28]"},
+        {{"--batch", "2", "--input", kThree, kThree, kThree},
+         1,
+         kDigitsModel + ": 3 input files, expected 1 or 2 for [2, 1, 28, 28]"},
+        {{"--batch", "2", "--input", kThree}, 1, kThree + ": one picture, expected 2: give a file for each sample"},
+        {{"--input", kThree, "--mean", "1,2,3"}, 1, kThree + ": 3 means, expected 1"},
+        {{"--input", kThree, "--output", "a", "b"}, 1, kDigitsModel + ": 2 output files, expected 1"},
+        {{"--input", kThree, "--output", "/dev/full"}, 1, "/dev/full: cannot be written: No space left on device"},
+        {{"--input", kThree, "--scale", "1/x"}, 2, "--scale: '1/x' is neither a number nor a quotient of two"},
+        {{"--input", kThree, "--batch", "0"}, 2, "--batch: Value 0 not in range 1 to 1048576"},
+    };
+    for (const auto& c : cases) {
+        std::vector<std::string> arguments = {"run", kDigitsModel};
+        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
+        const ProgramResult r = runProgram(arguments);
+        EXPECT_EQ(r.status, c.status) << c.error;
+        EXPECT_EQ(r.err, "nolk: " + c.error + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+TEST(RunCommand, LeavesNoFileBehindWhenItFails) {
+    const std::string file = writeTemporary("kept.npy", std::string("as before"));
+    const ProgramResult r = runProgram({"run", kDigitsModel, "--input", kEight, "--output", file + "/no-folder.npy"});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "nolk: " + file + "/no-folder.npy: cannot be written: Not a directory\n");
+    EXPECT_EQ(fileText(file), "as before");
+}
+
+}  // namespace
