@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
-#include "ModelWriter.h"
 #include "benches.h"
 #include "compare.h"
+#include "writer/ModelWriter.h"
 
 namespace {
 

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <nolk.h>
 
-#include "ModelWriter.h"
 #include "support/Net.h"
 #include "support/values.h"
+#include "writer/ModelWriter.h"
 
 namespace {
 

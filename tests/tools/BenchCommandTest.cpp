@@ -2,8 +2,8 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
-#include "ModelWriter.h"
 #include "support/Program.h"
+#include "writer/ModelWriter.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include <cmath>
 
-#include "ModelWriter.h"
 #include "support/Program.h"
 #include "support/npyFile.h"
+#include "writer/ModelWriter.h"
 
 namespace {
 

@@ -4,10 +4,10 @@
 #include <cstdlib>
 #include <nlohmann/json.hpp>
 
-#include "ModelWriter.h"
 #include "builder/RawRunnerBuilder.h"
 #include "support/Program.h"
 #include "support/values.h"
+#include "writer/ModelWriter.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "ModelWriter.h"
+#include "writer/ModelWriter.h"
 
 #include <gtest/gtest.h>
 
@@ -12,14 +12,14 @@
 #include <string>
 #include <vector>
 
-#include "Codebook.h"
-#include "RecordWriter.h"
 #include "model/ModelReaderImpl.h"
 #include "support/CallLog.h"
 #include "support/effort.h"
 #include "support/messages.h"
 #include "support/modelBytes.h"
 #include "support/values.h"
+#include "writer/Codebook.h"
+#include "writer/RecordWriter.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 #include <cmath>
 #include <functional>
 
-#include "ModelWriter.h"
 #include "support/Program.h"
 #include "support/npyFile.h"
+#include "writer/ModelWriter.h"
 
 namespace {
 

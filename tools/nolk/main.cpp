@@ -5,12 +5,12 @@
 #include <cstdio>
 #include <exception>
 
-#include "nolk/benchCommand.h"
-#include "nolk/checkCommand.h"
-#include "nolk/diffCommand.h"
-#include "nolk/infoCommand.h"
-#include "nolk/installCommands.h"
-#include "nolk/runCommand.h"
+#include "nolk/bench/benchCommand.h"
+#include "nolk/check/checkCommand.h"
+#include "nolk/help/installCommands.h"
+#include "nolk/info/infoCommand.h"
+#include "nolk/run/diffCommand.h"
+#include "nolk/run/runCommand.h"
 
 namespace {
 

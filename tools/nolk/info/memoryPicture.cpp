@@ -1,0 +1,174 @@
+#include "nolk/info/memoryPicture.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdio>
+#include <stdexcept>
+
+#include "nolk/info/arenaBoxes.h"
+#include "nolk/words.h"
+
+namespace {
+
+constexpr double kLeft = 90, kTop = 64, kRight = 24, kBottom = 130, kPlotHeight = 440;
+constexpr double kLetter = 6.1, kLine = 13;  // of the boxes' text, whose font has 11 pixels
+
+std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
+
+std::string format(const char* text, ...) {
+    char buffer[512];
+    va_list arguments;
+    va_start(arguments, text);
+    std::vsnprintf(buffer, sizeof buffer, text, arguments);
+    va_end(arguments);
+    return buffer;
+}
+
+// Colours that black text stands well on; neighbours in time differ.
+const char* colourOf(std::size_t index) {
+    static constexpr const char* kColours[] = {"#a6cee3", "#fdbf6f", "#b2df8a", "#cab2d6", "#fb9a99",
+                                               "#ffed99", "#8dd3c7", "#e5c494", "#f1b6da", "#c7d3e3"};
+    return kColours[index % std::size(kColours)];
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : ", ") + word;
+    return text;
+}
+
+class Drawing {
+public:
+    explicit Drawing(const ExaminedModel& model)
+        : model_(model), boxes_(arenaBoxes(model)), steps_(arenaSteps(model)), bytes_(model.memory().arenaBytes) {
+        const auto count = static_cast<double>(steps_.size());
+        stepWidth_ = std::clamp(1000 / count, 20.0, 120.0);
+        width_ = std::max(kLeft + stepWidth_ * count + kRight, 640.0);
+    }
+
+    std::string svg() {
+        head();
+        byteAxis();
+        stepAxis();
+        for (std::size_t i = 0; i < boxes_.size(); ++i) box(boxes_[i], colourOf(i));
+        return svg_ + "</svg>\n";
+    }
+
+private:
+    double x(int step) const { return kLeft + stepWidth_ * step; }
+
+    double y(std::int64_t offset) const {
+        return kTop + kPlotHeight * (1 - static_cast<double>(offset) / static_cast<double>(bytes_));
+    }
+
+    void text(double atX, double atY, const char* attributes, const std::string& content) {
+        svg_ += format("<text x=\"%.1f\" y=\"%.1f\" %s>", atX, atY, attributes) + xmlText(content) + "</text>\n";
+    }
+
+    void head() {
+        const double height = kTop + kPlotHeight + kBottom;
+        svg_ = format(
+            "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" viewBox=\"0 0 %.0f %.0f\" "
+            "font-family=\"Helvetica, Arial, sans-serif\" font-size=\"11\">\n"
+            "<rect width=\"100%%\" height=\"100%%\" fill=\"white\"/>\n",
+            width_, height, width_, height);
+        std::int64_t total = 0;
+        for (const ArenaBox& b : boxes_) total += b.size;
+        text(kLeft, 26, "font-size=\"16\"", "Arena of " + model_.file().path() + ": " + bytesText(bytes_));
+        text(kLeft, 44, "fill=\"#555555\"",
+             counted(static_cast<std::int64_t>(boxes_.size()), "range") + " share it, which side by side would take " +
+                 bytesText(total));
+    }
+
+    // Ticks at a power of two, four to eight of them.
+    void byteAxis() {
+        const double units = std::log2(static_cast<double>(bytes_)) - 2;
+        const std::int64_t tick = std::int64_t{1} << static_cast<int>(std::max(std::floor(units), 0.0));
+        const double right = x(static_cast<int>(steps_.size()));
+        for (std::int64_t offset = 0; offset <= bytes_; offset += tick) {
+            svg_ += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#dddddd\"/>\n", kLeft - 4,
+                           y(offset), right, y(offset));
+            text(kLeft - 8, y(offset) + 4, "text-anchor=\"end\"", inUnitOf(tick, offset));
+        }
+        svg_ += format(
+            "<text transform=\"translate(20 %.1f) rotate(-90)\" text-anchor=\"middle\">offset in the arena, "
+            "bytes</text>\n",
+            kTop + kPlotHeight / 2);
+    }
+
+    static std::string inUnitOf(std::int64_t tick, std::int64_t bytes) {
+        if (tick >= 1 << 20) return grouped(bytes >> 20) + " Mi";
+        if (tick >= 1 << 10) return grouped(bytes >> 10) + " Ki";
+        return grouped(bytes);
+    }
+
+    void stepAxis() {
+        const double bottom = kTop + kPlotHeight;
+        for (std::size_t i = 0; i <= steps_.size(); ++i) {
+            const double edge = x(static_cast<int>(i));
+            svg_ += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#eeeeee\"/>\n", edge, kTop,
+                           edge, bottom + 4);
+            if (i == steps_.size()) break;
+            svg_ += format("<text transform=\"translate(%.1f %.1f) rotate(-55)\" text-anchor=\"end\">",
+                           edge + stepWidth_ / 2 + 4, bottom + 14) +
+                    xmlText(steps_[i]) + "</text>\n";
+        }
+        text(kLeft + stepWidth_ * static_cast<double>(steps_.size()) / 2, bottom + kBottom - 12,
+             "text-anchor=\"middle\"", "time: the layers in the order in which they run");
+    }
+
+    void box(const ArenaBox& b, const char* colour) {
+        const double left = x(b.firstStep), right = x(b.lastStep + 1), top = y(b.offset + b.size), bottom = y(b.offset);
+        const std::string name = joined(b.tensors);
+        const std::string place = bytesText(b.size) + " at " + grouped(b.offset);
+        svg_ += "<g><title>" + xmlText(name) + "\n" + xmlText(b.shapes) + "\n" + xmlText(place) + "</title>\n";
+        svg_ += format(
+            "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"%s\" stroke=\"#444444\" "
+            "stroke-width=\"0.7\"/>\n",
+            left, top, right - left, bottom - top, colour);
+        const double centreX = (left + right) / 2, centreY = (top + bottom) / 2;
+        for (const std::string& shownName : {name, b.tensors.front() + ", ...", b.tensors.front()}) {
+            const std::vector<std::string> lines = {shownName, b.shapes, bytesText(b.size)};
+            if (label(lines, centreX, centreY, right - left, bottom - top, false)) break;
+            if (label(lines, centreX, centreY, bottom - top, right - left, true)) break;
+        }
+        svg_ += "</g>\n";
+    }
+
+    // As many of the lines as fit into a box of that length along the text; whether the first one did.
+    bool label(const std::vector<std::string>& lines, double centreX, double centreY, double length, double height,
+               bool upright) {
+        std::vector<std::string> fitting;
+        for (const std::string& line : lines) {
+            const bool fits = static_cast<double>(line.size()) * kLetter + 6 <= length &&
+                              static_cast<double>(fitting.size() + 1) * kLine + 2 <= height;
+            if (fits) fitting.push_back(line);
+            if (!fits && &line == &lines.front()) return false;
+        }
+        double baseline = 4 - kLine * static_cast<double>(fitting.size() - 1) / 2;
+        svg_ += format("<g transform=\"translate(%.1f %.1f)%s\" text-anchor=\"middle\" pointer-events=\"none\">\n",
+                       centreX, centreY, upright ? " rotate(-90)" : "");
+        for (const std::string& line : fitting) {
+            text(0, baseline, "", line);
+            baseline += kLine;
+        }
+        svg_ += "</g>\n";
+        return true;
+    }
+
+    const ExaminedModel& model_;
+    std::vector<ArenaBox> boxes_;
+    std::vector<std::string> steps_;
+    std::int64_t bytes_;
+    double stepWidth_ = 0, width_ = 0;
+    std::string svg_;
+};
+
+}  // namespace
+
+std::string memoryPicture(const ExaminedModel& model) {
+    if (!model.runner()) throw std::runtime_error(model.file().path() + ": " + model.remark());
+    if (model.memory().arenaBytes <= 0) throw std::runtime_error(model.file().path() + ": the network needs no arena");
+    return Drawing(model).svg();
+}

@@ -1,0 +1,38 @@
+#include "nolk/run/HostTensor.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "builder/shapes.h"
+
+namespace {
+
+std::vector<nolk::Tensor> views(std::vector<HostTensor>& tensors) {
+    std::vector<nolk::Tensor> all;
+    all.reserve(std::max<std::size_t>(tensors.size(), 1));  // runners refuse null, also for no tensors
+    for (HostTensor& t : tensors) all.push_back(t.view());
+    return all;
+}
+
+}  // namespace
+
+HostTensor::HostTensor(const nolk::TensorShape& tensorShape) : shape(tensorShape) {
+    const auto count = static_cast<std::size_t>(std::max(elementCount(shape), 0));
+    values.reserve(std::max<std::size_t>(count, 1));
+    values.resize(count);
+}
+
+std::vector<HostTensor> hostTensors(const std::vector<nolk::TensorShape>& shapes) {
+    return {shapes.begin(), shapes.end()};
+}
+
+void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs) {
+    std::vector<nolk::Tensor> in = views(inputs), out = views(outputs);
+    if (!runner.run(in.data(), static_cast<int>(in.size()), out.data(), static_cast<int>(out.size())))
+        throw std::runtime_error("the network does not take these inputs");
+}
+
+std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape) {
+    if (shape.dims == 1 && shape.h == 1 && shape.w == 1) return {shape.n, shape.c};
+    return {shape.n, shape.c, shape.h, shape.w};
+}

@@ -1,0 +1,24 @@
+// What commands that run a model on files have in common: the model, its batch, and its inputs' files.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "nolk/run/picture.h"
+
+namespace CLI {
+class App;
+}
+
+struct InputOptions {
+    std::string model;
+    std::vector<std::string> inputs;
+    int batch = 1;
+    PixelRule pixels;
+};
+
+// Adds them to a command. options must live as long as the command.
+void addInputOptions(CLI::App& command, InputOptions& options);
+
+// A paragraph about their files for the end of a command's help.
+extern const char kInputsHelp[];

@@ -1,0 +1,77 @@
+#include "nolk/run/readInputs.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdint>
+#include <filesystem>
+#include <numeric>
+#include <stdexcept>
+
+#include "builder/shapes.h"
+#include "nolk/run/InputFile.h"
+#include "nolk/run/npy.h"
+#include "nolk/words.h"
+
+namespace {
+
+void readFloats(const std::string& path, const nolk::TensorShape& expected, float* values) {
+    InputFile file(path);
+    const std::int64_t bytes = static_cast<std::int64_t>(elementCount(expected)) * 4;
+    if (file.left() != bytes)
+        file.fail(std::to_string(file.left()) + " bytes, expected " + std::to_string(bytes) + " for the floats of " +
+                  shapeText(expected));
+    file.read(values, bytes);
+}
+
+std::string endingOf(const std::string& path) {
+    std::string ending = std::filesystem::path(path).extension().string();
+    for (char& c : ending) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return ending;
+}
+
+void readTensor(const std::string& path, const nolk::TensorShape& expected, const PixelRule& pixels, float* values) {
+    const std::string ending = endingOf(path);
+    if (ending == ".npy") return readNpy(path, expected, values);
+    if (ending != ".pgm" && ending != ".ppm" && ending != ".pnm") return readFloats(path, expected, values);
+    if (expected.n != 1)
+        throw std::runtime_error(path + ": one picture, expected " + std::to_string(expected.n) +
+                                 ": give a file for each sample");
+    readPicture(path, expected, pixels, values);
+}
+
+std::string expectedFiles(const std::vector<nolk::TensorShape>& shapes, std::size_t samples) {
+    std::string text = std::to_string(shapes.size());
+    if (samples > shapes.size()) text += " or " + std::to_string(samples);
+    for (std::size_t i = 0; i < shapes.size(); ++i) text += (i == 0 ? " for " : ", ") + shapeText(shapes[i]);
+    return text;
+}
+
+// Each sample from a file of its own; takes the files from the front.
+void readSamples(const std::string*& file, HostTensor& tensor, const PixelRule& pixels) {
+    nolk::TensorShape sample = tensor.shape;
+    sample.n = 1;
+    float* values = tensor.values.data();
+    for (int n = 0; n < tensor.shape.n; ++n, values += elementCount(sample))
+        readTensor(*file++, sample, pixels, values);
+}
+
+}  // namespace
+
+std::vector<HostTensor> readInputs(const std::vector<nolk::TensorShape>& shapes, const InputOptions& options) {
+    const std::size_t files = options.inputs.size();
+    const std::size_t samples = std::accumulate(
+        shapes.begin(), shapes.end(), std::size_t{0},
+        [](std::size_t sum, const nolk::TensorShape& s) { return sum + static_cast<std::size_t>(std::max(s.n, 0)); });
+    if (files != shapes.size() && files != samples)
+        throw std::runtime_error(options.model + ": " + counted(static_cast<std::int64_t>(files), "input file") +
+                                 ", expected " + expectedFiles(shapes, samples));
+    std::vector<HostTensor> tensors = hostTensors(shapes);
+    const std::string* file = options.inputs.data();
+    for (HostTensor& t : tensors) {
+        if (files == shapes.size())
+            readTensor(*file++, t.shape, options.pixels, t.values.data());
+        else
+            readSamples(file, t, options.pixels);
+    }
+    return tensors;
+}

@@ -1,0 +1,115 @@
+#include "nolk/run/runCommand.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <numeric>
+#include <stdexcept>
+
+#include "builder/shapes.h"
+#include "nolk/model/LoadedModel.h"
+#include "nolk/outputFile.h"
+#include "nolk/run/InputOptions.h"
+#include "nolk/run/npy.h"
+#include "nolk/run/readInputs.h"
+#include "nolk/words.h"
+
+namespace {
+
+constexpr std::size_t kTop = 5;
+
+struct RunOptions {
+    InputOptions inputs;
+    std::vector<std::string> outputs;
+};
+
+// The places and values of the largest that are numbers.
+std::string topText(const float* values, std::size_t count) {
+    std::vector<std::size_t> order(count);
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    order.erase(std::remove_if(order.begin(), order.end(), [values](std::size_t i) { return std::isnan(values[i]); }),
+                order.end());
+    const auto end = order.begin() + static_cast<std::ptrdiff_t>(std::min(kTop, order.size()));
+    std::partial_sort(order.begin(), end, order.end(), [values](std::size_t a, std::size_t b) {
+        return values[a] > values[b] || (values[a] == values[b] && a < b);
+    });
+    std::string text;
+    for (auto i = order.begin(); i != end; ++i)
+        text += (i == order.begin() ? "  " : ",  ") + std::to_string(*i) + ": " + shortText(values[*i]);
+    return text;
+}
+
+std::string topOfSamples(const HostTensor& tensor) {
+    const auto count = static_cast<std::size_t>(tensor.shape.c);
+    std::string text;
+    for (int n = 0; n < tensor.shape.n; ++n)
+        text += "  sample " + std::to_string(n) + ":" +
+                topText(tensor.values.data() + static_cast<std::size_t>(n) * count, count) + "\n";
+    return text;
+}
+
+std::string rangeText(const std::vector<float>& values) {
+    float least = INFINITY, most = -INFINITY;
+    double sum = 0;
+    std::size_t numbers = 0;
+    for (const float v : values) {
+        if (std::isnan(v)) continue;
+        least = std::min(least, v);
+        most = std::max(most, v);
+        sum += v;
+        ++numbers;
+    }
+    if (numbers == 0) return "";
+    return "  minimum " + shortText(least) + ", maximum " + shortText(most) + ", mean " +
+           shortText(sum / static_cast<double>(numbers)) + "\n";
+}
+
+std::string describe(std::size_t index, const HostTensor& tensor) {
+    const bool isVector = tensor.shape.h == 1 && tensor.shape.w == 1;
+    std::string text = "output " + std::to_string(index) + " " + shapeText(tensor.shape);
+    text += isVector ? ", the largest values:\n" + topOfSamples(tensor) : "\n" + rangeText(tensor.values);
+    const auto nans = std::count_if(tensor.values.begin(), tensor.values.end(), [](float v) { return std::isnan(v); });
+    if (nans > 0)
+        text += "  " + std::to_string(nans) + " of " +
+                counted(static_cast<std::int64_t>(tensor.values.size()), "value") + " are NaN\n";
+    return text;
+}
+
+void run(const RunOptions& options) {
+    LoadedModel model(options.inputs.model, nullptr, options.inputs.batch);
+    std::vector<HostTensor> outputs = hostTensors(model.runner().outputShapes());
+    if (!options.outputs.empty() && options.outputs.size() != outputs.size())
+        throw std::runtime_error(options.inputs.model + ": " +
+                                 counted(static_cast<std::int64_t>(options.outputs.size()), "output file") +
+                                 ", expected " + std::to_string(outputs.size()));
+    std::vector<HostTensor> inputs = readInputs(model.runner().inputShapes(), options.inputs);
+    runOnce(model.runner(), inputs, outputs);
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        if (options.outputs.empty())
+            writeText("-", describe(i, outputs[i]));
+        else
+            writeText(options.outputs[i], npyBytes(outputs[i]));
+    }
+}
+
+}  // namespace
+
+void addRunCommand(CLI::App& app) {
+    CLI::App* const command =
+        app.add_subcommand("run", "Run a model on inputs from files, and print or write its outputs");
+    const auto options = std::make_shared<RunOptions>();  // the command's callback has to be copyable
+    addInputOptions(*command, options->inputs);
+    command
+        ->add_option("--output", options->outputs,
+                     "write the outputs as .npy, a file for each, instead of printing them")
+        ->type_name("FILE");
+    command->footer(std::string(kInputsHelp) +
+                    "Printed are, of an output without rows and columns, the five largest values of each\n"
+                    "sample with their indices, of any other its minimum, maximum and mean. NaNs are\n"
+                    "left out and counted.\n"
+                    "\n"
+                    "Example: nolk run digits.cm --input digit-3.pgm --scale 1/255");
+    command->callback([options] { run(*options); });
+}
