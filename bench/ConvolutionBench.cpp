@@ -1,10 +1,10 @@
 #include <memory>
 
 #include "Network.h"
+#include "bareProduct.h"
 #include "benches.h"
 #include "compare.h"
 #include "compareLevels.h"
-#include "products.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "bareProduct.h"
 #include "benches.h"
 #include "compare.h"
 #include "compareLevels.h"
-#include "products.h"
 
 namespace {
 

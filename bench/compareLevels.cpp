@@ -1,7 +1,7 @@
 #include "compareLevels.h"
 
 #include "compare.h"
-#include "math/products.h"
+#include "math/chooseProduct.h"
 
 void compareLevels(const std::string& name, const std::function<void()>& run) {
     const auto runAt = [run](const Product* level) {

@@ -2,6 +2,8 @@
 # targets that name their own.
 add_library(nolk_any_level INTERFACE)
 target_compile_features(nolk_any_level INTERFACE cxx_std_17)
+# Threads are the library's own affair, also where a user's flags switch OpenMP on.
+target_compile_definitions(nolk_any_level INTERFACE EIGEN_DONT_PARALLELIZE)
 
 # Results are fixed to the bit: a product and a sum are fused only where std::fma says so, and integers wrap.
 target_compile_options(nolk_any_level INTERFACE -ffp-contract=off -fwrapv -Wall -Wextra -Wpedantic -Wshadow)
@@ -16,6 +18,6 @@ endif()
 
 add_library(nolk_compile_options INTERFACE)
 target_link_libraries(nolk_compile_options INTERFACE nolk_any_level)
-if(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+if(NOLK_IS_X86_64)
   target_compile_options(nolk_compile_options INTERFACE -march=${NOLK_X86_ARCH})
 endif()

@@ -14,16 +14,23 @@ endif()
 
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
-elseif(CMAKE_SYSTEM_PROCESSOR STREQUAL "x86_64")
+elseif(NOLK_IS_X86_64)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
   set(needs_level "\n This build needs a processor of the level ${NOLK_X86_ARCH}.")
 endif()
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libnolk${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-# The oldest that have all symbols in use. Named here, since what would find them out knows no other processor's packages.
-set(needs_libraries "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${needs_libraries})
+find_program(DPKG_SHLIBDEPS NAMES dpkg-shlibdeps)
+if(DPKG_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+else()
+  # The oldest that have all symbols which Debian 12's compiler uses; dpkg knows no other processor's packages.
+  set(needs_libraries "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${needs_libraries})
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${needs_libraries})
+endif()
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
   "The library: it runs trained networks, from model files or recorded operation by operation.${needs_level}")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
@@ -37,7 +44,6 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME nolk)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${needs_libraries})
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
   "The program: it looks into model files, runs them, times them, and says what is wrong with them.${needs_level}")

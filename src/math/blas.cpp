@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "math/products.h"
+#include "math/chooseProduct.h"
 #include "math/quotient.h"
 
 namespace {

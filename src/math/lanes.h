@@ -19,7 +19,11 @@ constexpr int kLanes = 4;
 #endif
 using Lanes = float __attribute__((vector_size(kLanes * sizeof(float))));
 
-inline Lanes loadLanes(const float* p) { return loadVector<Lanes>(p); }
+inline Lanes loadLanes(const float* p) {
+    Lanes v;
+    loadVector(v, p);
+    return v;
+}
 
 inline void storeLanes(float* p, Lanes v) { storeVector(p, v); }
 

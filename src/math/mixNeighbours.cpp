@@ -24,8 +24,11 @@ Vec4 loadPairs(const float* p, const float* q) {
 void mixNeighbours(int n, float* out, const float* in, const int* at, const float* weights) {
     std::ptrdiff_t i = 0;
     for (; i + 4 <= n; i += 4) {
-        const Vec4 a = loadVector<Vec4>(weights + 2 * i) * loadPairs(in + at[i], in + at[i + 1]);
-        const Vec4 b = loadVector<Vec4>(weights + 2 * i + 4) * loadPairs(in + at[i + 2], in + at[i + 3]);
+        Vec4 a, b;
+        loadVector(a, weights + 2 * i);
+        loadVector(b, weights + 2 * i + 4);
+        a *= loadPairs(in + at[i], in + at[i + 1]);
+        b *= loadPairs(in + at[i + 2], in + at[i + 3]);
         const Vec4 mixed = __builtin_shufflevector(a, b, 0, 2, 4, 6) + __builtin_shufflevector(a, b, 1, 3, 5, 7);
         storeVector(out + i, mixed);
     }

@@ -6,7 +6,11 @@ namespace {
 
 using Vec4 = float __attribute__((vector_size(16)));
 
-constexpr auto load = loadVector<Vec4>;
+Vec4 load(const float* p) {
+    Vec4 v;
+    loadVector(v, p);
+    return v;
+}
 
 // Four by four: for whole matrices that measures faster than the eight by eight of transposeTile.
 void transpose4x4(const float* in, std::ptrdiff_t inStride, float* out, std::ptrdiff_t outStride) {

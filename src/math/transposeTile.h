@@ -10,18 +10,20 @@ constexpr int kTile = 8;
 // Eight floats, each kStep behind the one before it.
 using TileRow = float __attribute__((vector_size(kTile * sizeof(float))));
 template <int kStep>
-TileRow loadTileRow(const float* p) {
+void loadTileRow(TileRow& row, const float* p) {
     static_assert(kStep == 1 || kStep == 2);
-    if (kStep == 1) return loadVector<TileRow>(p);
-    // The second load ends with the last float that is wanted.
-    return __builtin_shufflevector(loadVector<TileRow>(p), loadVector<TileRow>(p + 7), 0, 2, 4, 6, 9, 11, 13, 15);
+    loadVector(row, p);
+    if (kStep == 1) return;
+    TileRow end;
+    loadVector(end, p + 7);  // ends with the last float that is wanted
+    row = __builtin_shufflevector(row, end, 0, 2, 4, 6, 9, 11, 13, 15);
 }
 
 // out[j * outStride + i] = in[i][j * kStep] for i and j below kTile. The rows must not overlap out.
 template <int kStep = 1>
 void transposeTile(const float* const (&in)[kTile], float* out, std::ptrdiff_t outStride) {
     TileRow r[kTile], s[kTile];
-    for (int i = 0; i < kTile; ++i) r[i] = loadTileRow<kStep>(in[i]);
+    for (int i = 0; i < kTile; ++i) loadTileRow<kStep>(r[i], in[i]);
     // Pairs of rows, then pairs of pairs, each within the halves of a vector; the halves come last.
     for (int i = 0; i < kTile; i += 2) {
         s[i] = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);

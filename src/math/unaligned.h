@@ -1,17 +1,16 @@
 // Vectors in memory of any alignment. By copies, since compilers differ in what an aligned attribute does to a vector
-// type; each copy becomes one move.
+// type; each copy becomes one move. By reference, since vectors wider than the registers have no fixed way to be
+// passed.
 #pragma once
 
 #include <cstring>
 
 template <typename Vector>
-Vector loadVector(const float* p) {
-    Vector v;
+void loadVector(Vector& v, const float* p) {
     std::memcpy(&v, p, sizeof v);
-    return v;
 }
 
 template <typename Vector>
-void storeVector(float* p, Vector v) {
+void storeVector(float* p, const Vector& v) {
     std::memcpy(p, &v, sizeof v);
 }

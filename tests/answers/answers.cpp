@@ -1,8 +1,11 @@
 // Computes a fixed set of networks, one for each operation and some larger ones, and writes what came out; compares
 // what different builds of the library, for different processors, have written:
-//   answers > a.txt               one line a network: its name, "bits" or the depth of its sums, a hash, floats
-//   answers x86-64-v2 > b.txt     with matrix products for that instruction set; prints nothing if the processor lacks
-//   it answers --compare a.txt b.txt ...
+//   answers > a.txt
+//   answers x86-64-v2 > b.txt
+//   answers --compare a.txt b.txt ...
+// The second has matrix products for that instruction set, and writes nothing if the processor lacks it. A line is a
+// network's name, "bits" or the depth of its sums, a hash, and the floats where there is a depth.
+//
 // Networks of fixed arithmetic must give the same bits everywhere. Those with a matrix product, whose order of sums is
 // the processor's, or with exponentials of the C library, must agree to kTolerance times the square root of the depth,
 // relative to the largest value of the tensor: as far as roundings that do not favour a direction add up.
@@ -12,6 +15,7 @@
 #include <cinttypes>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -20,7 +24,7 @@
 #include <string>
 #include <vector>
 
-#include "math/products.h"
+#include "math/chooseProduct.h"
 #include "support/Net.h"
 #include "support/OwnedWeights.h"
 #include "support/specials.h"
@@ -61,13 +65,28 @@ void element(const char* name, const Recording& record) {
     write(name, 0, net.run({record(net, x)}).at(0));
 }
 
-// A network on a tensor of ordinary values.
-void network(const char* name, int depth, nolk::TensorShape shape, const Recording& record) {
+std::size_t elements(const nolk::TensorShape& s) {
+    return static_cast<std::size_t>(s.n) * static_cast<std::size_t>(s.c) * static_cast<std::size_t>(s.h) *
+           static_cast<std::size_t>(s.w);
+}
+
+void network(const std::string& name, int depth, nolk::TensorShape shape, const Floats& input,
+             const Recording& record) {
     Net net;
-    const auto count = static_cast<std::size_t>(shape.n) * static_cast<std::size_t>(shape.c) *
-                       static_cast<std::size_t>(shape.h) * static_cast<std::size_t>(shape.w);
-    TensorX* const x = net.input(shape, Values(2).reals(count));
-    write(name, depth, net.run({record(net, x)}).at(0));
+    TensorX* const x = net.input(shape, input);
+    write(name.c_str(), depth, net.run({record(net, x)}).at(0));
+}
+
+// Results that are only close, on ordinary values.
+void close(const char* name, int depth, nolk::TensorShape shape, const Recording& record) {
+    network(name, depth, shape, Values(2).reals(elements(shape)), record);
+}
+
+// Results that are fixed, on ordinary values and on what element has.
+void fixed(const std::string& name, const Recording& record) {
+    const nolk::TensorShape shape{2, 6, 15, 37, 3};
+    network(name, 0, shape, Values(2).reals(elements(shape)), record);
+    network(name + "-specials", 0, shape, valuesWithSpecials(2, elements(shape)), record);
 }
 
 TensorX* other(Net& net) { return net.constant({2, 4, 9, 21, 3}, valuesWithSpecials(3, 2 * 4 * 9 * 21)); }
@@ -105,8 +124,6 @@ void writeMoving() {
 }
 
 void writeFixedSums() {
-    const nolk::TensorShape shape{2, 6, 15, 37, 3};
-    const auto fixed = [&](const char* name, const Recording& record) { network(name, 0, shape, record); };
     fixed("avg-pool", [](Net& n, TensorX* x) { return n->avgPool(x, {3, 3}, {1, 1, 1, 1}, {2, 1}); });
     fixed("l2-normalize", [](Net& n, TensorX* x) { return n->l2normalize(x); });
     fixed("instance-normalization", [](Net& n, TensorX* x) { return n->instanceNormalization(x, 0.01f); });
@@ -137,8 +154,8 @@ void writeReductions() {
         for (const nolk::TensorShape to : {nolk::TensorShape{2, 6, 1, 1, 3}, {2, 1, 15, 37, 3}, {2, 6, 15, 1, 3}}) {
             const std::string axes =
                 std::string(to.c == 1 ? "c" : "") + (to.h == 1 ? "h" : "") + (to.w == 1 ? "w" : "");
-            network((std::string("reduce-") + o.name + "-" + axes).c_str(), 0, {2, 6, 15, 37, 3},
-                    [&](Net& n, TensorX* x) { return n->reduce(x, to, o.op); });
+            fixed(std::string("reduce-") + o.name + "-" + axes,
+                  [&](Net& n, TensorX* x) { return n->reduce(x, to, o.op); });
         }
 }
 
@@ -152,8 +169,8 @@ void writeResizes() {
                  {"nearest", nolk::ResizeMode::nearest, nolk::ResizeTransMode::halfPixel}};
     for (const auto& form : forms)
         for (const nolk::TensorShape to : {nolk::TensorShape{2, 6, 31, 64, 3}, {2, 6, 7, 19, 3}})
-            network((std::string("resize-") + form.name + (to.h > 15 ? "-up" : "-down")).c_str(), 0, {2, 6, 15, 37, 3},
-                    [&](Net& n, TensorX* x) { return n->resize(x, to, form.mode, form.trans); });
+            fixed(std::string("resize-") + form.name + (to.h > 15 ? "-up" : "-down"),
+                  [&](Net& n, TensorX* x) { return n->resize(x, to, form.mode, form.trans); });
 }
 
 void writeProductsAndExponentials() {
@@ -161,29 +178,32 @@ void writeProductsAndExponentials() {
     Values random(8);
     OwnedWeights threes(1, 10, 6, 3, 3, true, random), ones(1, 8, 6, 1, 1, true, random);
     OwnedWeights grouped(3, 2, 2, 3, 2, false, random), depthwise(6, 1, 1, 3, 3, true, random);
-    network("convolution-3x3", 54, shape, [&](Net& n, TensorX* x) {
+    close("convolution-3x3", 54, shape, [&](Net& n, TensorX* x) {
         return n->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, threes.get());
     });
-    network("convolution-1x1", 6, shape, [&](Net& n, TensorX* x) {
+    close("convolution-3x3-stride-2", 54, {1, 6, 9, 41, 3}, [&](Net& n, TensorX* x) {
+        return n->convolve(x, {1, 1, 1, 1}, {2, 2}, {1, 1}, threes.get());
+    });
+    close("convolution-1x1", 6, shape, [&](Net& n, TensorX* x) {
         return n->convolve(x, {0, 0, 0, 0}, {1, 1}, {1, 1}, ones.get());
     });
-    network("convolution-grouped", 12, shape, [&](Net& n, TensorX* x) {
+    close("convolution-grouped", 12, shape, [&](Net& n, TensorX* x) {
         return n->convolve(x, {2, 1, 0, 1}, {2, 1}, {1, 2}, grouped.get());
     });
-    network("convolution-depthwise", 9, shape, [&](Net& n, TensorX* x) {
+    close("convolution-depthwise", 9, shape, [&](Net& n, TensorX* x) {
         return n->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, depthwise.get());
     });
     OwnedWeights dense(1, 33, 702, 1, 1, true, random, true);
-    network("full-connect", 702, {2, 702, 1, 1, 1}, [&](Net& n, TensorX* x) { return n->fullConnect(x, dense.get()); });
+    close("full-connect", 702, {2, 702, 1, 1, 1}, [&](Net& n, TensorX* x) { return n->fullConnect(x, dense.get()); });
 
-    network("sigmoid", 1, shape, [](Net& n, TensorX* x) { return n->sigmoid(x); });
-    network("exp", 1, shape, [](Net& n, TensorX* x) { return n->exp(x); });
-    network("tanh", 1, shape, [](Net& n, TensorX* x) { return n->tanh(x); });
-    network("softmax-c", 6, shape, [](Net& n, TensorX* x) { return n->softmax(x, nolk::Axis::c); });
-    network("softmax-h", 9, shape, [](Net& n, TensorX* x) { return n->softmax(x, nolk::Axis::h); });
-    network("softmax-w", 13, shape, [](Net& n, TensorX* x) { return n->softmax(x, nolk::Axis::w); });
+    close("sigmoid", 1, shape, [](Net& n, TensorX* x) { return n->sigmoid(x); });
+    close("exp", 1, shape, [](Net& n, TensorX* x) { return n->exp(x); });
+    close("tanh", 1, shape, [](Net& n, TensorX* x) { return n->tanh(x); });
+    close("softmax-c", 6, shape, [](Net& n, TensorX* x) { return n->softmax(x, nolk::Axis::c); });
+    close("softmax-h", 9, shape, [](Net& n, TensorX* x) { return n->softmax(x, nolk::Axis::h); });
+    close("softmax-w", 13, shape, [](Net& n, TensorX* x) { return n->softmax(x, nolk::Axis::w); });
     Floats weights = random.reals(10 * 7 * 4 * 2 + 7 * 7 * 4 * 2 + 7 * 8 * 2);
-    network("lstm", 17 * 12, {2, 1, 12, 10, 3}, [&](Net& n, TensorX* x) {
+    close("lstm", 17 * 12, {2, 1, 12, 10, 3}, [&](Net& n, TensorX* x) {
         float* const f = weights.data();
         return n->lstm(x, {nolk::Direction::both, 2, 10, 7, f, f + 10 * 7 * 4 * 2, f + (10 + 7) * 7 * 4 * 2, true});
     });
@@ -195,7 +215,7 @@ void writeChain() {
     OwnedWeights first(1, 16, 6, 3, 3, true, random), second(1, 16, 16, 3, 3, false, random);
     Floats v = random.reals(64);
     for (std::size_t i = 48; i < 64; ++i) v[i] = std::fabs(v[i]) + 1.0f;
-    network("residual-block", 54 + 144, {1, 6, 12, 12, 3}, [&](Net& n, TensorX* x) {
+    close("residual-block", 54 + 144, {1, 6, 12, 12, 3}, [&](Net& n, TensorX* x) {
         TensorX* y = n->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, first.get());
         y = n->relu(n->batchNormalize(y, {16, &v[0]}, {16, &v[16]}, {16, &v[32]}, {16, &v[48]}, 0.001f));
         return n->relu(n->add(y, n->convolve(y, {1, 1, 1, 1}, {1, 1}, {1, 1}, second.get())));
@@ -214,11 +234,17 @@ std::vector<Line> readLines(const char* path) {
         std::istringstream fields(text);
         Line line;
         fields >> line.name >> line.kind >> line.hash;
-        for (double v; fields >> v;) line.values.push_back(v);
+        for (std::string v; fields >> v;) line.values.push_back(std::strtod(v.c_str(), nullptr));
         lines.push_back(line);
     }
     if (lines.empty()) throw std::runtime_error(std::string(path) + ": no answers");
     return lines;
+}
+
+// NaN and an infinity equal themselves alone.
+double difference(double a, double b) {
+    if (a == b || (std::isnan(a) && std::isnan(b))) return 0;
+    return std::isfinite(a) && std::isfinite(b) ? std::fabs(a - b) : INFINITY;
 }
 
 // The largest difference, as a part of what is allowed.
@@ -226,12 +252,12 @@ double distance(const Line& a, const Line& b) {
     if (a.name != b.name || a.kind != b.kind || a.values.size() != b.values.size())
         throw std::runtime_error("answers to other questions: " + a.name + ", " + b.name);
     if (a.kind == "bits") return a.hash == b.hash ? 0 : INFINITY;
-    double largest = 0, difference = 0;
+    double largest = 0, farthest = 0;
     for (std::size_t i = 0; i < a.values.size(); ++i) {
-        largest = std::max(largest, std::fabs(a.values[i]));
-        difference = std::max(difference, std::fabs(a.values[i] - b.values[i]));
+        if (std::isfinite(a.values[i])) largest = std::max(largest, std::fabs(a.values[i]));
+        farthest = std::max(farthest, difference(a.values[i], b.values[i]));
     }
-    return difference / (largest * kTolerance * std::sqrt(std::stod(a.kind)));
+    return farthest == 0 ? 0 : farthest / (largest * kTolerance * std::sqrt(std::stod(a.kind)));
 }
 
 std::string labelOf(const std::string& path) {
@@ -243,20 +269,24 @@ std::string labelOf(const std::string& path) {
 bool compare(int fileCount, char** paths) {
     const std::vector<Line> reference = readLines(paths[0]);
     std::vector<std::vector<Line>> others;
-    for (int i = 1; i < fileCount; ++i) others.push_back(readLines(paths[i]));
-    std::printf("%-30s %4s  %-16s", "difference / allowed", "", labelOf(paths[0]).c_str());
+    for (int i = 1; i < fileCount; ++i) {
+        others.push_back(readLines(paths[i]));
+        if (others.back().size() != reference.size())
+            throw std::runtime_error(std::string(paths[i]) + ": another number of answers");
+    }
+    std::printf("%-34s %4s  %-16s", "difference / allowed", "", labelOf(paths[0]).c_str());
     for (int i = 1; i < fileCount; ++i) std::printf("  %16s", labelOf(paths[i]).c_str());
     std::printf("\n");
     bool agree = true;
     for (std::size_t i = 0; i < reference.size(); ++i) {
-        std::printf("%-30s %4s  %s", reference[i].name.c_str(), reference[i].kind.c_str(), reference[i].hash.c_str());
+        std::printf("%-34s %4s  %s", reference[i].name.c_str(), reference[i].kind.c_str(), reference[i].hash.c_str());
         for (const std::vector<Line>& lines : others) {
             const double d = distance(reference[i], lines.at(i));
             if (lines[i].hash == reference[i].hash)
                 std::printf("  %16s", "same");
             else
                 std::printf("  %s %5.3f%s", lines[i].hash.substr(0, 10).c_str(), d, d <= 1 ? "" : " FAR");
-            agree = agree && d <= 1;  // false for NaN too
+            agree = agree && d <= 1;
         }
         std::printf("\n");
     }

@@ -5,7 +5,7 @@
 #include <limits>
 #include <memory>
 
-#include "math/products.h"
+#include "math/chooseProduct.h"
 #include "math/quotient.h"
 #include "support/values.h"
 

@@ -1,10 +1,9 @@
-// The build compiles this file once for each instruction set, with
-//   NOLK_PRODUCT       the namespace of what it exports
-//   NOLK_PRODUCT_NAME  what the instruction set is called
-//   Eigen              another name for Eigen's namespace: inline code of one name would be kept once by the linker,
-//   and
-//                      maybe in the form that the processor cannot run.
-// For the same reason nothing here may come out of line that is not Eigen's or of internal linkage.
+// The build compiles this file once for each instruction set. It defines
+//   NOLK_PRODUCT       the namespace of what is exported,
+//   NOLK_PRODUCT_NAME  what the instruction set is called,
+//   Eigen              another name for Eigen's namespace.
+// The last because the linker keeps inline code of one name once, maybe in a form that the processor cannot run. For
+// the same reason nothing here may come out of line that is neither Eigen's nor of internal linkage.
 #include <Eigen/Core>
 
 #include "math/Product.h"

@@ -1,4 +1,4 @@
-#include "math/products.h"
+#include "math/chooseProduct.h"
 
 #include <atomic>
 
