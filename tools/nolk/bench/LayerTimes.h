@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "nolk/model/LoadedModel.h"
-#include "nolk/run/HostTensor.h"
+#include "nolk/model/HostTensor.h"
 
 struct LayerTime {
     std::size_t number;  // in execution order, from 1

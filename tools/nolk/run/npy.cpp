@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "builder/shapes.h"
-#include "nolk/run/InputFile.h"
+#include "nolk/model/InputFile.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "nolk/run/HostTensor.h"
+#include "nolk/model/HostTensor.h"
 
 // Reads the array of a file of version 1.0 to 3.0 that has the shape `expected`, but for leading extents of 1, which
 // may be missing; a matrix [n, c] may also come as [n, c, 1, 1]. values has room for it. Throws std::runtime_error,

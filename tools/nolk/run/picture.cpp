@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "nolk/run/InputFile.h"
+#include "nolk/model/InputFile.h"
 
 namespace {
 

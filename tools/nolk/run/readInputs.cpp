@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "builder/shapes.h"
-#include "nolk/run/InputFile.h"
+#include "nolk/model/InputFile.h"
 #include "nolk/run/npy.h"
 #include "nolk/words.h"
 

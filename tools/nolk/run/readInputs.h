@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "nolk/run/HostTensor.h"
+#include "nolk/model/HostTensor.h"
 #include "nolk/run/InputOptions.h"
 
 // The tensors for a network's inputs, of these shapes, from the files of the options: one file for each input, or one

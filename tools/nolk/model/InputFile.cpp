@@ -1,4 +1,4 @@
-#include "nolk/run/InputFile.h"
+#include "nolk/model/InputFile.h"
 
 #include <filesystem>
 #include <stdexcept>

@@ -1,4 +1,4 @@
-#include "nolk/run/HostTensor.h"
+#include "nolk/model/HostTensor.h"
 
 #include <algorithm>
 #include <stdexcept>
