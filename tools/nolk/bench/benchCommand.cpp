@@ -94,7 +94,7 @@ std::optional<long long> peakBytes() {
 std::vector<double> timeRuns(LoadedModel& model, std::vector<HostTensor>& inputs, const BenchOptions& options) {
     std::vector<HostTensor> outputs = hostTensors(model.runner().outputShapes());
     if (options.warmup > 0)
-        repeat({options.warmup, 0}, "warming up", [&] { runOnce(model.runner(), inputs, outputs); });
+        repeat({options.warmup, 0}, "warming up", [&] { runStrictly(model.runner(), inputs, outputs); });
     std::vector<double> seconds;
     repeat(options.limit, "runs", [&] {
         const Clock::time_point start = Clock::now();
@@ -118,13 +118,11 @@ std::vector<LayerTime> timeLayers(LoadedModel& model, const std::vector<HostTens
 
 void bench(const BenchOptions& options) {
     const std::string settings = settingsOf(options);
-    const Clock::time_point start = Clock::now();
     LoadedModel model(options.model, settings.c_str(), options.batch);
-    const double loadSeconds = secondsSince(start);
     std::vector<HostTensor> inputs = randomTensors(model.runner().inputShapes());
     const std::vector<double> seconds = timeRuns(model, inputs, options);
     BenchReport report{options.model,      options.batch,  intSetting(cfgToMap(settings.c_str()), "num_threads", 1),
-                       options.warmup,     seconds.size(), loadSeconds,
+                       options.warmup,     seconds.size(), model.loadSeconds(),
                        summarise(seconds), peakBytes(),    {}};
     if (options.layers || !options.trace.empty()) {
         std::vector<LayerTime> layers = timeLayers(model, inputs, options);

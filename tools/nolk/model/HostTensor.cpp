@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "builder/shapes.h"
+#include "nolk/model/StandardErrorCapture.h"
 
 namespace {
 
@@ -30,6 +31,19 @@ void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<
     std::vector<nolk::Tensor> in = views(inputs), out = views(outputs);
     if (!runner.run(in.data(), static_cast<int>(in.size()), out.data(), static_cast<int>(out.size())))
         throw std::runtime_error("the network does not take these inputs");
+}
+
+void runStrictly(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs) {
+    StandardErrorCapture quiet;
+    std::string refusal;
+    try {
+        runOnce(runner, inputs, outputs);
+    } catch (const std::exception& e) {
+        refusal = e.what();
+    }
+    const std::string printed = quiet.take();
+    if (refusal.empty() && printed.empty()) return;
+    throw std::runtime_error(refusal + (refusal.empty() || printed.empty() ? "" : ": ") + printed);
 }
 
 std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape) {

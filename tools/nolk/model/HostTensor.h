@@ -22,5 +22,8 @@ std::vector<HostTensor> hostTensors(const std::vector<nolk::TensorShape>& shapes
 // Throws std::runtime_error when the runner refuses the tensors.
 void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
 
+// The same, but what the library prints on standard error meanwhile is a failure too: then the outputs mean nothing.
+void runStrictly(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
+
 // The extents that mean something: [n, c] of a matrix, else [n, c, h, w].
 std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape);

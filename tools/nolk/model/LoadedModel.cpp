@@ -1,9 +1,12 @@
 #include "nolk/model/LoadedModel.h"
 
+#include <chrono>
 #include <exception>
 #include <stdexcept>
 
 #include "model/ModelReaderImpl.h"
+#include "nolk/model/NotingBuilder.h"
+#include "nolk/model/RecordWalk.h"
 #include "nolk/model/StandardErrorCapture.h"
 
 namespace {
@@ -24,9 +27,34 @@ std::string withoutPath(const std::string& message, const std::string& path) {
     return named ? message.substr(0, message.size() - end.size()) : message;
 }
 
+// The library runs what no operation is defined for too: it prints a line, and ends the process with status 0 or leaves
+// the output as it was. What cannot be read is left to loading, which says why.
+void refuseMeaningless(const std::string& path, int batch) {
+    const ModelFile file(path);
+    for (const Finding& finding : file.findings())
+        if (finding.isError) return;
+    NotingBuilder notes;
+    RecordWalk walk(file, batch, notes);
+    while (walk.next()) {
+        walk.model().arrays.clear();  // notes keep none
+        const Record& record = walk.record();
+        if (!record.failure.empty()) return;
+        if (!record.hasOutput) continue;
+        for (const Doubt& doubt : notes.operations().back().doubts)
+            if (doubt.isError) throw std::runtime_error(path + ": " + record.place() + ": " + doubt.text);
+    }
+}
+
 }  // namespace
 
 LoadedModel::LoadedModel(const std::string& path, const char* cfg, int batch) : builder_(newBuilder(cfg)) {
+    refuseMeaningless(path, batch);
+    const auto start = std::chrono::steady_clock::now();
+    load(path, batch);
+    loadSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void LoadedModel::load(const std::string& path, int batch) {
     StandardErrorCapture quiet;
     ModelReaderImpl reader;
     try {

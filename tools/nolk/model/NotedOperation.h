@@ -12,6 +12,7 @@
 struct Doubt {
     bool isError = false;
     std::string text;
+    bool isAboutShapes = false;  // so that build may refuse the operation for the same reason
 };
 
 // Counts stop at 2^63 - 1, and a negative extent counts as 0.

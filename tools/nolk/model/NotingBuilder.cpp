@@ -275,6 +275,7 @@ TensorX* NotingBuilder::concat(TensorX** inputs, int count, nolk::Axis axis) {
     std::vector<nolk::TensorShape> shapes;
     for (TensorX* x : tensors) shapes.push_back(shapeOf(x));
     const int fromStart = index >= -4 && index < 0 ? index + 4 : index;
+    if (isAxis(fromStart)) doubtJoined(operation, shapes, fromStart);
     return finish(std::move(operation),
                   isAxis(fromStart) ? outputShape::concatenated(shapes, fromStart) : shapes.front());
 }
@@ -307,6 +308,7 @@ TensorX* NotingBuilder::reduce(TensorX* x, nolk::TensorShape shape, nolk::BasicO
     operation.details = nameOf(kOps, static_cast<int>(op));
     operation.work = elementsOf(shapeOf(x));
     doubtEnum(operation, true, "operator", static_cast<int>(op), 0, 3, kUnwritten);
+    doubtReduced(operation, shapeOf(x), shape);
     return finish(std::move(operation), shape);
 }
 
@@ -366,6 +368,7 @@ TensorX* NotingBuilder::resize(TensorX* x, nolk::TensorShape shape, nolk::Resize
     if (mode == nolk::ResizeMode::linear) operation.details += ", " + nameOf(kTransModes, static_cast<int>(transMode));
     doubtEnum(operation, true, "mode", static_cast<int>(mode), 1, 2, "running it ends the process");
     doubtEnum(operation, false, "trans mode", static_cast<int>(transMode), 0, 1, "it is taken for align corners");
+    doubtResized(operation, shapeOf(x), shape);
     return finish(std::move(operation), shape);
 }
 
@@ -385,13 +388,10 @@ TensorX* NotingBuilder::prelu(TensorX* x, float* slopes, int count) {
     return finish(std::move(operation), shapeOf(x));
 }
 
-// build refuses a second input that is too small.
 TensorX* NotingBuilder::matMul(TensorX* a, TensorX* b) {
     const nolk::TensorShape left = shapeOf(a), right = shapeOf(b);
     NotedOperation operation = begin("matMul", {a, b});
-    if (right.h > left.w)
-        operation.doubts.push_back({false, "the second input has " + std::to_string(right.h) + " rows for " +
-                                               std::to_string(left.w) + " columns of the first"});
+    doubtProduct(operation, left, right);
     operation.multiplyAdds = productOf({left.n, left.c, left.h, left.w, right.w});
     return finish(std::move(operation), outputShape::matMultiplied(left, right));
 }

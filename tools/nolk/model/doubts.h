@@ -5,6 +5,7 @@
 #include <nolk.h>
 
 #include <cstdint>
+#include <vector>
 
 #include "nolk/model/NotedOperation.h"
 
@@ -25,6 +26,18 @@ void doubtChannels(NotedOperation& operation, std::int64_t expected, const nolk:
 
 // Extents of b that are neither a's nor 1.
 void doubtBroadcast(NotedOperation& operation, const nolk::TensorShape& a, const nolk::TensorShape& b);
+
+// Inputs of a concatenation, whose extents off the axis (0 to 3) are not the first one's.
+void doubtJoined(NotedOperation& operation, const std::vector<nolk::TensorShape>& shapes, int axis);
+
+// A reduced shape with extents that are neither the input's nor 1, or with other samples.
+void doubtReduced(NotedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to);
+
+// Samples or channels that only one of the two has: only rows and columns are resized.
+void doubtResized(NotedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to);
+
+// Samples, channels and rows of a product's second input that are not looked at; build refuses one that has too few.
+void doubtProduct(NotedOperation& operation, const nolk::TensorShape& a, const nolk::TensorShape& b);
 
 // Another number of elements.
 void doubtElements(NotedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to);

@@ -60,7 +60,7 @@ void diff(const DiffOptions& options) {
     for (std::size_t i = 0; i < expected.size(); ++i)
         readNpy(options.expected[i], expected[i].shape, expected[i].values.data());
     std::vector<HostTensor> inputs = readInputs(model.runner().inputShapes(), options.inputs);
-    runOnce(model.runner(), inputs, outputs);
+    runStrictly(model.runner(), inputs, outputs);
     std::size_t tooLarge = 0, all = 0;
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         const Differences differences = compare(outputs[i].values, expected[i].values, options.tolerance);

@@ -85,7 +85,7 @@ void run(const RunOptions& options) {
                                  counted(static_cast<std::int64_t>(options.outputs.size()), "output file") +
                                  ", expected " + std::to_string(outputs.size()));
     std::vector<HostTensor> inputs = readInputs(model.runner().inputShapes(), options.inputs);
-    runOnce(model.runner(), inputs, outputs);
+    runStrictly(model.runner(), inputs, outputs);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         if (options.outputs.empty())
             writeText("-", describe(i, outputs[i]));
