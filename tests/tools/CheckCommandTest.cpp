@@ -12,6 +12,7 @@ namespace {
 Bytes version2(const std::string& records) { return container(2, hex("0000"), hex(records)); }
 
 const std::string kInput = "0000 04000000 01000000 01000000 0100 ";  // [n, 4, 1, 1], id 1, bytes 8 to 23
+const std::string kInput4 = "0000 02000000 03000000 01000000 0400 ";  // [n, 2, 3, 1], id 4, as long
 const std::string kOutput2 = "1600 0200 ";
 
 struct Row {
@@ -81,6 +82,25 @@ TEST(CheckCommand, RecordsThatContradictThemselves) {
         {"a resize that ends the process",
          version2("0300" + kInput + "1c00 0100 0200 04000000 02000000 02000000 09" + kOutput2),
          {"record 2 (resize) at byte 24: error: mode must be 1 to 2, is 9: running it ends the process"}},
+        {"a concat of shapes that disagree",
+         version2("0400" + kInput + kInput4 + "0c00 02 0100 0400 0200 01" + kOutput2),
+         {"record 3 (concat) at byte 40: warning: shapes disagree off the axis: input 1 is [1, 2, 3, 1], the first [1, "
+          "4, 1, 1]"}},
+        {"a product of shapes that disagree",
+         version2("0400" + kInput + kInput4 + "2400 0400 0100 0200" + kOutput2),
+         {"record 3 (matMul) at byte 40: warning: the second input has 4 channels for 2 channels of the first"}},
+        {"a reduction to an extent that is neither",
+         version2("0300" + kInput + "1400 0100 0200 03000000 01000000 01000000 00" + kOutput2),
+         {"record 2 (reduce) at byte 24: warning: extents should be 1 or the input's [1, 4, 1, 1], are [1, 3, 1, 1]"}},
+        {"a resize of the channels",
+         version2("0300" + kInput + "1c00 0100 0200 05000000 02000000 02000000 01" + kOutput2),
+         {"record 2 (resize) at byte 24: warning: the output [1, 5, 2, 2] should have the samples and channels of the "
+          "input [1, 4, 1, 1]"}},
+        {"one fact that both walks see, and another",
+         version2("0300" + kInput + "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 05000000 01000000" +
+                  "01000000 f(1)f(nan)f(1)f(1)f(1) 00" + kOutput2),
+         {"record 2 (convolve) at byte 24: warning: weights: 1 of 5 is not finite",
+          "record 2 (convolve) at byte 24: error: convolve: weights expect 5 input channels, input has 4"}},
         {"a concat of nothing",
          version2("0300" + kInput + "0c00 00 0200 01" + "1600 0100"),
          {"record 2 (concat) at byte 24: error: joins nothing, which ends the process",

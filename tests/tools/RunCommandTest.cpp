@@ -194,6 +194,32 @@ TEST(RunCommand, RefusesArgumentsThatDoNotFit) {
     }
 }
 
+TEST(RunCommand, RefusesOperationsThatMeanNothing) {
+    const std::string resize = modelFile("resize.cm", [](ModelWriter& w) {
+        nolk::TensorX* y = w.resize(w.input({1, 1, 2, 2, 3}), {1, 1, 4, 4, 3}, static_cast<nolk::ResizeMode>(0),
+                                    nolk::ResizeTransMode::halfPixel);
+        w.build(&y, 1);
+    });
+    const std::string softmax = modelFile("softmax.cm", [](ModelWriter& w) {
+        nolk::TensorX* y = w.softmax(w.input({1, 1, 2, 2, 3}), static_cast<nolk::Axis>(0));
+        w.build(&y, 1);
+    });
+    const std::pair<std::string, std::string> cases[] = {
+        {resize, "record 2 (resize): mode must be 1 to 2, is 0: running it ends the process"},
+        {softmax, "record 2 (softmax): axis must be 1 to 3, is 0: the output is left unwritten"},
+    };
+    const std::string in = writeTemporary("in.raw", rawFloats({1, 2, 3, 4}));
+    for (const auto& [model, error] : cases)
+        for (const auto& arguments : {std::vector<std::string>{"run", model, "--input", in},
+                                      std::vector<std::string>{"bench", model, "--runs", "1"},
+                                      std::vector<std::string>{"diff", model, in, "--input", in}}) {
+            const ProgramResult r = runProgram(arguments);
+            EXPECT_EQ(r.status, 1) << arguments[0];
+            EXPECT_EQ(r.err, "nolk: " + model + ": " + error + "\n");
+            EXPECT_EQ(r.out, "");
+        }
+}
+
 TEST(RunCommand, LeavesNoFileBehindWhenItFails) {
     const std::string file = writeTemporary("kept.npy", std::string("as before"));
     const ProgramResult r = runProgram({"run", kDigitsModel, "--input", kEight, "--output", file + "/no-folder.npy"});

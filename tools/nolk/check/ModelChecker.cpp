@@ -196,7 +196,20 @@ void ModelChecker::judgeRecord(const Record& record, Model& model) {
             report(true, record,
                    "its result " + shapeText(made->shape) + " has a negative extent or more than 2^31 - 1 elements");
     } catch (const std::exception& e) {
+        dropShapeDoubts(record);
         if (inputsAreGood) report(true, record, e.what());
+    }
+}
+
+// What a record is refused for need not be told a second time.
+void ModelChecker::dropShapeDoubts(const Record& record) {
+    const auto result = std::find_if(results_.begin(), results_.end(),
+                                     [&record](const Result& r) { return r.record.number == record.number; });
+    if (result == results_.end()) return;
+    for (const Doubt& doubt : result->noted.doubts) {
+        const auto isDoubled = [&](const Finding& f) { return f.offset == record.begin && f.text == doubt.text; };
+        if (doubt.isAboutShapes)
+            findings_.erase(std::remove_if(findings_.begin(), findings_.end(), isDoubled), findings_.end());
     }
 }
 

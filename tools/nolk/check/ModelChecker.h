@@ -40,6 +40,7 @@ private:
     };
 
     void report(bool isError, const Record& record, const std::string& text);
+    void dropShapeDoubts(const Record& record);
     bool hasErrors() const;
 
     void readRecords();
@@ -47,7 +48,6 @@ private:
     void noteResult(const Record& record, const NotedOperation& noted);
     void noteOutput(const Record& record);
     std::vector<int> resultsOf(const Record& record);
-    void checkRecordEnd(const Record& record);
     void checkLeftOver(std::int64_t end);
     void checkOutputs(std::int64_t end);
     void checkUse();
