@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <exception>
-#include <fstream>
 #include <memory>
-#include <optional>
 #include <random>
 
 #include "builder/utils.h"
@@ -15,6 +13,7 @@
 #include "nolk/bench/chromeTrace.h"
 #include "nolk/bench/repeat.h"
 #include "nolk/model/LoadedModel.h"
+#include "nolk/model/peakBytes.h"
 #include "nolk/numberChecks.h"
 #include "nolk/outputFile.h"
 
@@ -81,14 +80,6 @@ std::vector<HostTensor> randomTensors(const std::vector<nolk::TensorShape>& shap
     for (HostTensor& t : tensors)
         for (float& v : t.values) v = static_cast<float>(random() >> 7) * 0x1p-24f;
     return tensors;
-}
-
-std::optional<long long> peakBytes() {
-    // getrusage would count what the process was before it became this program.
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;)
-        if (long long kibibytes; word == "VmHWM:" && status >> kibibytes) return kibibytes * 1024;
-    return std::nullopt;
 }
 
 std::vector<double> timeRuns(LoadedModel& model, std::vector<HostTensor>& inputs, const BenchOptions& options) {

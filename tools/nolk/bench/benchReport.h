@@ -1,6 +1,7 @@
 // What a benchmark has found, for people and for programs.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,7 +17,7 @@ struct BenchReport {
     std::size_t runs;
     double loadSeconds;
     RunTimes times;
-    std::optional<long long> peakBytes;  // unknown where the system does not tell
+    std::optional<std::int64_t> peakBytes;  // unknown where the system does not tell
     std::vector<LayerTime> layers;       // none, unless they were wanted
 
     double imagesPerSecond() const { return batch / times.mean; }

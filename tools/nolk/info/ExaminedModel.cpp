@@ -1,26 +1,19 @@
 #include "nolk/info/ExaminedModel.h"
 
-#include <sys/resource.h>
-
 #include <algorithm>
 #include <map>
 #include <stdexcept>
 
-#include "builder/shapes.h"
 #include "layers/ConvolutionLayerFactory.h"
+#include "nolk/model/HostTensor.h"
 #include "nolk/model/NotingBuilder.h"
 #include "nolk/model/counts.h"
 #include "nolk/model/limits.h"
+#include "nolk/model/peakBytes.h"
 
 namespace {
 
 std::int64_t bytesOf(int floats) { return std::int64_t{floats} * static_cast<int>(sizeof(float)); }
-
-std::int64_t peakBytes() {
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return std::int64_t{usage.ru_maxrss} * 1024;
-}
 
 // Fusion gives a convolution a bias; all other layers hold what their call brought.
 std::int64_t parametersOf(const LayerFactory& factory, const NotedOperation& noted) {
@@ -31,22 +24,6 @@ std::int64_t parametersOf(const LayerFactory& factory, const NotedOperation& not
     return productOf({groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW}) +
            (w.bias ? productOf({groups, w.outChannels}) : 0);
 }
-
-// Tensors of zeros, and what they lie in.
-struct Zeros {
-    explicit Zeros(const std::vector<nolk::TensorShape>& shapes) {
-        for (const nolk::TensorShape& shape : shapes) {
-            floats.emplace_back(static_cast<std::size_t>(elementCount(shape)) + 1);
-            tensors.push_back({shape, floats.back().data()});
-        }
-        tensors.emplace_back();  // an array has an address also for no tensors
-    }
-
-    int count() const { return static_cast<int>(tensors.size()) - 1; }
-
-    std::vector<std::vector<float>> floats;
-    std::vector<nolk::Tensor> tensors;
-};
 
 }  // namespace
 
@@ -149,10 +126,12 @@ void ExaminedModel::runOnce() {
         remark_ = "not run: " + unfit_;
         return;
     }
-    Zeros inputs(runner_->inputShapes()), outputs(runner_->outputShapes());
-    StandardErrorCapture quiet;
-    if (!runner_->run(inputs.tensors.data(), inputs.count(), outputs.tensors.data(), outputs.count()))
-        fail("a run on zeros failed: " + quiet.take());
+    std::vector<HostTensor> inputs = hostTensors(runner_->inputShapes()), outputs = hostTensors(runner_->outputShapes());
+    try {
+        runStrictly(*runner_, inputs, outputs);
+    } catch (const std::runtime_error& e) {
+        fail(std::string("a run on zeros failed: ") + e.what());
+    }
     memory_.scratchBytes = bytesOf(runner_->scratch().size());
-    memory_.peakBytes = peakBytes();
+    memory_.peakBytes = peakBytes().value_or(-1);
 }
