@@ -49,7 +49,7 @@ TEST(BenchCommand, ReportsTimesThatFitTogether) {
     EXPECT_NEAR(shares, 1, 1e-9);
 }
 
-TEST(BenchCommand, CountsMultiplyAdds) {
+TEST(BenchCommand, CountsMultiplyAddsAsInfoDoes) {
     std::vector<float> f(4000, 0.5f);
     const struct {
         const char* operation;
@@ -76,6 +76,16 @@ TEST(BenchCommand, CountsMultiplyAdds) {
              return w.fullConnect(w.input({1, 40, 1, 1, 1}), {1, 7, 40, 1, 1, true, f.data(), nullptr});
          },
          40 * 7},
+        {"fc",  // of weights for more channels than there are
+         [&](ModelWriter& w) {
+             return w.fullConnect(w.input({1, 30, 1, 1, 1}), {1, 7, 40, 1, 1, true, f.data(), nullptr});
+         },
+         30 * 7},
+        {"fc",  // in groups
+         [&](ModelWriter& w) {
+             return w.fullConnect(w.input({1, 40, 1, 1, 1}), {4, 7, 10, 1, 1, true, f.data(), nullptr});
+         },
+         40 * 7},
         {"LSTM",
          [&](ModelWriter& w) {
              return w.lstm(w.input({1, 1, 6, 5, 3}),
@@ -97,10 +107,13 @@ TEST(BenchCommand, CountsMultiplyAdds) {
         ModelWriter writer;
         nolk::TensorX* y = c.record(writer);
         writer.build(&y, 1);
-        const Json report = jsonOf({writeTemporary("one.cm", writer.bytes()), "--batch", "2", "--layers"});
+        const std::string model = writeTemporary("one.cm", writer.bytes());
+        const Json report = jsonOf({model, "--batch", "2", "--layers"});
         ASSERT_EQ(report["layers"].size(), 1u) << report;
         EXPECT_EQ(report["layers"][0]["kind"], c.operation);
         EXPECT_EQ(report["layers"][0]["multiplyAdds"], 2 * c.expected) << c.operation;
+        const Json info = Json::parse(runProgram({"info", model, "--batch", "2", "--json"}).out, nullptr, false);
+        EXPECT_EQ(info["totals"]["multiplyAdds"]["beforeFusion"], 2 * c.expected) << c.operation;
     }
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "nolk/bench/multiplyAdds.h"
+#include "nolk/bench/layerMultiplyAdds.h"
 
 LayerTimes::LayerTimes(LoadedModel& model, const std::vector<HostTensor>& inputs)
     : model_(model), inputs_(inputs), sums_(model.runner().layers().size()), now_(sums_.size() + 2) {}
@@ -35,7 +35,7 @@ std::vector<LayerTime> LayerTimes::layers() const {
         const auto& layer = model_.runner().layers()[i];
         const LayerFactory& factory = *model_.builder().factories()[i];
         const double seconds = std::chrono::duration<double>(sums_[i]).count() / std::max(runs_, 1);
-        all.push_back({i + 1, layer ? layer->desc : "", factory.output()->shape, multiplyAdds(factory), seconds});
+        all.push_back({i + 1, layer ? layer->desc : "", factory.output()->shape, layerMultiplyAdds(factory), seconds});
     }
     return all;
 }

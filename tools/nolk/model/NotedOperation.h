@@ -24,7 +24,7 @@ struct NotedOperation {
     bool isMade = false;             // whether there is an output: no input was null
     bool isView = false;             // whether the output has to lie where the input does
     std::int64_t parameters = 0;     // floats that the call brings: weights, bias, vectors, a constant's values
-    std::int64_t multiplyAdds = 0;   // by the usual convention, see NotingBuilder
+    std::int64_t multiplyAdds = 0;   // by the usual convention, see multiplyAdds.h
     std::int64_t work = 0;           // rough number of steps that running takes; at least multiplyAdds
     std::int64_t scratchFloats = 0;  // at most that many at a time
     std::vector<Doubt> doubts;

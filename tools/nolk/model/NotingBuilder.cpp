@@ -7,6 +7,7 @@
 
 #include "nolk/model/counts.h"
 #include "nolk/model/doubts.h"
+#include "nolk/model/multiplyAdds.h"
 #include "writer/outputShapes.h"
 
 using nolk::TensorX;
@@ -158,7 +159,7 @@ TensorX* NotingBuilder::convolve(TensorX* x, nolk::Padding padding, nolk::DimsHW
     doubtDims(operation, "kernel", {w.kernelH, w.kernelW});
     doubtChannels(operation, productOf({w.groups, w.inChannels}), in);
     operation.scratchFloats = productOf({out.h, out.w, w.inChannels, w.kernelH, w.kernelW});
-    operation.multiplyAdds = productOf({out.n, out.c, operation.scratchFloats});
+    operation.multiplyAdds = multiplyAdds::ofConvolve(out, w);
     return finish(std::move(operation), out);
 }
 
@@ -174,7 +175,7 @@ TensorX* NotingBuilder::deConvolve(TensorX* x, nolk::Padding padding, nolk::Dims
     if (dilation.h != 1 || dilation.w != 1)
         operation.doubts.push_back({false, "dilation enlarges the output, but is not carried out"});
     operation.scratchFloats = productOf({in.h, in.w, w.outChannels, w.kernelH, w.kernelW});
-    operation.multiplyAdds = productOf({in.n, in.c, operation.scratchFloats});
+    operation.multiplyAdds = multiplyAdds::ofDeConvolve(in, w);
     return finish(std::move(operation), outputShape::deConvolved(in, padding, stride, dilation, w));
 }
 
@@ -216,7 +217,7 @@ TensorX* NotingBuilder::fullConnect(TensorX* x, nolk::Weights w) {
     doubtChannels(operation, productOf({w.groups, rowLength}), in);
     if (in.h != 1 || in.w != 1)
         operation.doubts.push_back({false, "rows and columns of the input should be 1, are " + times(in.h, in.w)});
-    operation.multiplyAdds = productOf({in.n, w.groups, w.outChannels, rowLength});
+    operation.multiplyAdds = multiplyAdds::ofFullConnect(in, w);
     return finish(std::move(operation), outputShape::fullyConnected(in, w));
 }
 
@@ -334,7 +335,7 @@ TensorX* NotingBuilder::lstm(TensorX* x, nolk::LstmWeights w) {
     doubtFloats(operation, "input weights", w.inputWeights, inputs);
     doubtFloats(operation, "recurrent weights", w.recurrentWeights, recurrent);
     doubtFloats(operation, "bias", w.bias, biases);
-    operation.multiplyAdds = productOf({in.n, in.c, in.h, sumOf(inputs, recurrent)});
+    operation.multiplyAdds = multiplyAdds::ofLstm(in, w);
     return finish(std::move(operation), outputShape::lstmOutput(in, w));
 }
 
@@ -392,7 +393,7 @@ TensorX* NotingBuilder::matMul(TensorX* a, TensorX* b) {
     const nolk::TensorShape left = shapeOf(a), right = shapeOf(b);
     NotedOperation operation = begin("matMul", {a, b});
     doubtProduct(operation, left, right);
-    operation.multiplyAdds = productOf({left.n, left.c, left.h, left.w, right.w});
+    operation.multiplyAdds = multiplyAdds::ofMatMul(left, right);
     return finish(std::move(operation), outputShape::matMultiplied(left, right));
 }
 

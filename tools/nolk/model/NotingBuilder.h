@@ -2,15 +2,6 @@
 //   NotingBuilder notes;  reader->readFromFile(&notes, 1, "digits.cm");  notes.operations()[1].multiplyAdds
 // It bears any call: null tensors, extents that cannot be, arrays that are null. Arrays are only read, and only during
 // the call. Tensors are its own and mean nothing to another builder.
-//
-// Multiply-adds are counted by the usual convention: one for each product that the definition sums up, padding
-// included, biases not.
-//   convolve     n * groups * outChannels * outH * outW * inChannels * kernelH * kernelW
-//   deConvolve   n * c * h * w * outChannels * kernelH * kernelW
-//   fullConnect  n * groups * outChannels * inChannels * kernelH * kernelW
-//   matMul       n * c * h * w * b.w
-//   lstm         n * c * h * directions * 4 * hiddenSize * (inputSize + hiddenSize)
-// All other operations count none.
 #pragma once
 
 #include <nolk.h>
