@@ -152,6 +152,8 @@ TEST(BenchCommand, RefusesArgumentsThatDoNotFit) {
         {{"--seconds", "nan"}, 2, "--seconds: nan is not above 0"},
         {{"--sort", "time"}, 2, "--sort requires --layers"},
         {{"--config", "num_threads=many"}, 2, "--config: num_threads is no whole number"},
+        {{"--config", "num_threads=0"}, 2, "--config: num_threads must be 1 to 1024, is 0"},
+        {{"--config", "num_threads=2,foo=1"}, 2, "--config: foo: no such setting; num_threads, gemm_thresh"},
         {{"--runs", "1", "--trace", "/no-such-folder/t"},
          1,
          "/no-such-folder/t: cannot be written: No such file or directory"},

@@ -21,7 +21,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kMostWarmups = 1000;
+constexpr int kMostWarmups = 1000, kMostThreads = 1024;
 
 constexpr char kFooter[] =
     "Inputs are pseudo-random numbers from 0 to 1, the same in every call. A percentile\n"
@@ -64,11 +64,15 @@ std::string settingsOf(const BenchOptions& options) {
 // What is wrong with --config.
 std::string checkConfig(const std::string& config) {
     const auto settings = cfgToMap(config.c_str());
-    for (const char* key : {"num_threads", "gemm_thresh"}) {
+    for (const auto& [key, value] : settings) {
+        if (key != "num_threads" && key != "gemm_thresh")
+            return key + ": no such setting; num_threads, gemm_thresh";
         try {
-            intSetting(settings, key, 1);
+            const int number = intSetting(settings, key.c_str(), 1);
+            if (key == "num_threads" && (number < 1 || number > kMostThreads))
+                return "num_threads must be 1 to " + std::to_string(kMostThreads) + ", is " + value;
         } catch (const std::exception&) {
-            return std::string(key) + " is no whole number";
+            return key + " is no whole number";
         }
     }
     return "";
@@ -133,7 +137,7 @@ void addOptions(CLI::App& command, BenchOptions& options) {
         ->capture_default_str();
     command.add_option("--threads", options.threads, "threads of the matrix products: num_threads of the settings")
         ->type_name("N")
-        ->check(wholeNumber(1, 1024));
+        ->check(wholeNumber(1, kMostThreads));
     command.add_option("--warmup", options.warmup, "runs before the first that is timed")
         ->type_name("N")
         ->check(wholeNumber(0, kMostWarmups))
