@@ -1,5 +1,7 @@
 #include "nolk/model/InputFile.h"
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
@@ -15,7 +17,7 @@ InputFile::InputFile(const std::string& path) : path_(path) {
     left_ = static_cast<std::int64_t>(std::filesystem::file_size(path, error));
     if (error) fail(error.message());
     file_.open(path, std::ios::binary);
-    if (!file_) fail("can not open file");
+    if (!file_) fail(std::string("can not open file: ") + std::strerror(errno));
 }
 
 void InputFile::read(void* to, std::int64_t bytes) {

@@ -4,9 +4,11 @@
 #include <stdexcept>
 
 #include "model/readFile.h"
+#include "nolk/model/InputFile.h"
 #include "nolk/model/StandardErrorCapture.h"
 
 ModelFile::ModelFile(const std::string& path) : path_(path) {
+    const InputFile present(path);  // fails for what is no file, where the library would wait or tell less
     StandardErrorCapture quiet;
     bytes_ = readFile(path.c_str());
     const std::string message = quiet.take();
