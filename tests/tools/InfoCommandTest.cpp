@@ -139,7 +139,7 @@ TEST(InfoCommand, FailuresAreOneLineThatNamesTheFile) {
         std::vector<std::string> arguments;
         std::string line;
     } rows[] = {
-        {{"info", "no-such.cm"}, "nolk: no-such.cm: can not open file\n"},
+        {{"info", "no-such.cm"}, "nolk: no-such.cm: no such file\n"},
         {{"info", truncated},
          "nolk: " + truncated + ": checksum at byte 49996: error: it is not that of the bytes before it\n"},
         {{"info", model, "--dot", "/no/such/folder/x"},

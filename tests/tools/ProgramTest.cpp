@@ -1,19 +1,32 @@
 // What all commands of the program have in common.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "support/Program.h"
 
 namespace {
 
-TEST(Program, WrongUsageIsOneLineAndStatus2) {
-    const std::vector<std::vector<std::string>> misuses = {{}, {"frobnicate"}, {"--frobnicate"}};
-    for (const auto& arguments : misuses) {
-        const ProgramResult r = runProgram(arguments);
-        EXPECT_EQ(r.status, 2);
+TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
+    const std::string commands = "info, run, bench, check or diff";
+    const struct {
+        std::vector<std::string> arguments;
+        int status;
+        std::string error;
+    } cases[] = {
+        {{}, 2, "no command; " + commands + "; see nolk --help"},
+        {{"inf", "x.cm"}, 2, "inf: no such command; " + commands},
+        {{"--frobnicate"}, 2, "--frobnicate: no such option; see nolk --help"},
+        {{"info", "--frobnicate"}, 2, "--frobnicate: no such option; see nolk info --help"},
+        {{"info"}, 2, "MODEL is required"},
+        {{"info", "no\nsuch\tfile"}, 1, "no?such?file: no such file"},
+        {{"info", "/"}, 1, "/: is a directory"},
+        {{"check", "/dev/zero"}, 1, "/dev/zero: not a regular file"},
+        {{"bench", "/dev/null"}, 1, "/dev/null: not a regular file"},
+    };
+    for (const auto& c : cases) {
+        const ProgramResult r = runProgram(c.arguments);
+        EXPECT_EQ(r.status, c.status);
         EXPECT_EQ(r.out, "");
-        EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        EXPECT_EQ(r.err, "nolk: " + c.error + "\n");
     }
 }
 

@@ -4,23 +4,34 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
+#include <memory>
+#include <string>
 
+#include "nolk/UsageError.h"
 #include "nolk/bench/benchCommand.h"
 #include "nolk/check/checkCommand.h"
+#include "nolk/help/HelpFormatter.h"
 #include "nolk/help/installCommands.h"
+#include "nolk/help/misuse.h"
 #include "nolk/info/infoCommand.h"
 #include "nolk/run/diffCommand.h"
 #include "nolk/run/runCommand.h"
+#include "nolk/words.h"
 
 namespace {
 
 constexpr int kFailure = 1, kUsage = 2;
 
-// One line: what is wrong. Help that was asked for is no error.
+// One line, whatever a file's name may hold.
+int report(const std::string& what, int status) {
+    std::fprintf(stderr, "nolk: %s\n", printable(what).c_str());
+    return status;
+}
+
+// Help that was asked for is no error.
 int reportUsage(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    std::fprintf(stderr, "nolk: %s\n", error.what());
-    return kUsage;
+    return report(error.what(), kUsage);
 }
 
 // The command runs as the last step of this.
@@ -32,6 +43,8 @@ int parse(CLI::App& app, int argc, char** argv) {
         return e.get_exit_code();  // a command has said all that is to be said
     } catch (const CLI::ParseError& e) {
         return reportUsage(app, e);
+    } catch (const UsageError& e) {
+        return report(e.what(), kUsage);
     }
 }
 
@@ -40,6 +53,7 @@ int parse(CLI::App& app, int argc, char** argv) {
 int main(int argc, char** argv) {
     try {
         CLI::App app("Looks into a model file, runs it, times it.", "nolk");
+        app.formatter(std::make_shared<HelpFormatter>());
         app.set_help_flag("-h,--help", "print this help, or a command's");
         app.set_version_flag("--version", nolk_version(), "print the version of the library's interface");
         app.footer(
@@ -52,9 +66,9 @@ int main(int argc, char** argv) {
         addCheckCommand(app);
         addDiffCommand(app);
         addInstallCommands(app);
-        return parse(app, argc, argv);
+        const std::string wrong = misuse(app, argc, argv);
+        return wrong.empty() ? parse(app, argc, argv) : report(wrong, kUsage);
     } catch (const std::exception& e) {
-        std::fprintf(stderr, "nolk: %s\n", e.what());
-        return kFailure;
+        return report(e.what(), kFailure);
     }
 }

@@ -24,7 +24,22 @@ inline bool takesValue(const CLI::Option& option) {
     return option.get_type_size() > 0 && option.get_expected_max() > 0;
 }
 
+// Whether several values may follow one another; a list of values in one word is one.
+inline bool takesSeveral(const CLI::Option& option) {
+    return option.get_expected_max() > 1 && option.get_allow_extra_args();
+}
+
 // "FILE", "order|time"; with "..." where there may be several.
 inline std::string valueOf(const CLI::Option& option) {
-    return option.get_type_name() + (option.get_expected_max() > 1 ? "..." : "");
+    return option.get_type_name() + (takesSeveral(option) ? "..." : "");
+}
+
+// "MODEL", "EXPECTED..."
+inline std::string positionalOf(const CLI::Option& option) {
+    return option.get_name() + (option.get_expected_max() > 1 ? "..." : "");
+}
+
+// Options without which a command hardly makes sense. Only a network without inputs runs without --input.
+inline bool isInSynopsis(const CLI::Option& option) {
+    return !isPositional(option) && (option.get_required() || option.get_name() == "--input");
 }

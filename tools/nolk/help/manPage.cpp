@@ -60,7 +60,7 @@ std::string optionNames(const CLI::Option& option) {
 }
 
 std::string optionText(const CLI::Option& option) {
-    std::string text = ".TP\n" + (isPositional(option) ? italic(option.get_name()) : optionNames(option)) + "\n" +
+    std::string text = ".TP\n" + (isPositional(option) ? italic(positionalOf(option)) : optionNames(option)) + "\n" +
                        roff(option.get_description());
     if (!option.get_default_str().empty()) text += "; " + roff(option.get_default_str()) + " by default";
     return text + "\n";
@@ -68,20 +68,19 @@ std::string optionText(const CLI::Option& option) {
 
 std::string synopsis(const CLI::App& command) {
     std::string text = ".br\n" + bold("nolk " + command.get_name());
-    for (const CLI::Option* option : command.get_options()) {
-        if (isPositional(*option) || !option->get_required()) continue;
-        text += " " + optionNames(*option);
-    }
-    text += " [" + italic("options") + "]";
     for (const CLI::Option* option : command.get_options())
-        if (isPositional(*option)) text += " " + italic(option->get_name());
+        if (isPositional(*option)) text += " " + italic(positionalOf(*option));
+    for (const CLI::Option* option : command.get_options())
+        if (isInSynopsis(*option)) text += " " + optionNames(*option);
+    text += " [" + italic("options") + "]";
     return text + "\n";
 }
 
 std::string section(const CLI::App& command) {
     std::string text = ".SS " + bold(command.get_name()) + "\n" + roff(command.get_description()) + ".\n";
-    for (const CLI::Option* option : command.get_options())
-        if (option->get_name() != "--help") text += optionText(*option);
+    for (const bool positionals : {true, false})
+        for (const CLI::Option* option : command.get_options())
+            if (isPositional(*option) == positionals && option->get_name() != "--help") text += optionText(*option);
     return text + paragraphs(command.get_footer());
 }
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "builder/shapes.h"
+#include "nolk/UsageError.h"
 #include "nolk/model/InputFile.h"
 #include "nolk/run/npy.h"
 #include "nolk/words.h"
@@ -62,6 +63,8 @@ std::vector<HostTensor> readInputs(const std::vector<nolk::TensorShape>& shapes,
     const std::size_t samples = std::accumulate(
         shapes.begin(), shapes.end(), std::size_t{0},
         [](std::size_t sum, const nolk::TensorShape& s) { return sum + static_cast<std::size_t>(std::max(s.n, 0)); });
+    if (files == 0 && !shapes.empty())
+        throw UsageError(options.model + ": no --input, expected files: " + expectedFiles(shapes, samples));
     if (files != shapes.size() && files != samples)
         throw std::runtime_error(options.model + ": " + counted(static_cast<std::int64_t>(files), "input file") +
                                  ", expected " + expectedFiles(shapes, samples));

@@ -1,0 +1,28 @@
+// The text of --help: as CLI11 has it, but for what the manual page writes otherwise too.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+#include "nolk/help/commandLine.h"
+
+class HelpFormatter final : public CLI::Formatter {
+public:
+    // Positionals first: an option that takes several files would take them as well.
+    std::string make_usage(const CLI::App* app, std::string name) const override {
+        if (!app->get_parent()) return Formatter::make_usage(app, name);
+        std::string text = "Usage: " + name;
+        for (const CLI::Option* option : app->get_options())
+            if (isPositional(*option)) text += " " + positionalOf(*option);
+        for (const CLI::Option* option : app->get_options())
+            if (isInSynopsis(*option)) text += " " + option->get_name() + " " + valueOf(*option);
+        return text + " [OPTIONS]\n";
+    }
+
+    std::string make_option_opts(const CLI::Option* option) const override {
+        std::string text = Formatter::make_option_opts(option);
+        const std::size_t dots = text.find(" ...");
+        if (dots != std::string::npos) text.replace(dots, 4, takesSeveral(*option) ? "..." : "");
+        return text;
+    }
+};
