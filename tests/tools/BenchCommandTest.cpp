@@ -45,7 +45,12 @@ TEST(BenchCommand, ReportsTimesThatFitTogether) {
         last = layer["share"];
         shares += last;
     }
-    EXPECT_EQ(report["layers"].size(), 11u);
+    ASSERT_EQ(report["layers"].size(), 11u);
+    const Json info = Json::parse(runProgram({"info", kDigitsModel, "--batch", "2", "--json"}).out, nullptr, false);
+    for (const Json& layer : report["layers"]) {
+        const Json& same = info["layers"][layer["layer"].get<std::size_t>() - 1];
+        for (const char* key : {"kind", "output", "dims"}) EXPECT_EQ(layer[key], same[key]) << layer;
+    }
     EXPECT_NEAR(shares, 1, 1e-9);
 }
 
@@ -148,8 +153,10 @@ TEST(BenchCommand, RefusesArgumentsThatDoNotFit) {
         std::string error;
     } cases[] = {
         {{"--runs", "2", "--seconds", "1"}, 2, "--runs excludes --seconds"},
-        {{"--runs", "0"}, 2, "--runs: Value 0 not in range 1 to 10000000"},
-        {{"--seconds", "nan"}, 2, "--seconds: nan is not above 0"},
+        {{"--runs", "0"}, 2, "--runs: a whole number from 1 to 10000000, is 0"},
+        {{"--seconds", "nan"}, 2, "--seconds: a number above 0, is nan"},
+        {{"--trace", ""}, 2, "--trace: a file's name, is empty"},
+        {{"--trace", "-", "--json"}, 2, "--trace - and --json both want standard output"},
         {{"--sort", "time"}, 2, "--sort requires --layers"},
         {{"--config", "num_threads=many"}, 2, "--config: num_threads is no whole number"},
         {{"--config", "num_threads=0"}, 2, "--config: num_threads must be 1 to 1024, is 0"},

@@ -138,16 +138,25 @@ TEST(InfoCommand, FailuresAreOneLineThatNamesTheFile) {
     const struct {
         std::vector<std::string> arguments;
         std::string line;
+        int status = 1;
     } rows[] = {
         {{"info", "no-such.cm"}, "nolk: no-such.cm: no such file\n"},
         {{"info", truncated},
          "nolk: " + truncated + ": checksum at byte 49996: error: it is not that of the bytes before it\n"},
         {{"info", model, "--dot", "/no/such/folder/x"},
          "nolk: /no/such/folder/x: cannot be written: No such file or directory\n"},
+        {{"info", model, "--dot", ""}, "nolk: --dot: a file's name, is empty\n", 2},
+        {{"info", model, "--dot", "-", "--memory", "-"},
+         "nolk: only one of --dot, --svg and --memory can go to standard output\n",
+         2},
+        {{"info", model, "--dot", "-", "--json"},
+         "nolk: a graph or picture and --json both want standard output\n",
+         2},
+        {{"info", model, "--batch", "2x"}, "nolk: --batch: a whole number from 1 to 1048576, is 2x\n", 2},
     };
     for (const auto& row : rows) {
         const ProgramResult r = runProgram(row.arguments);
-        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.status, row.status);
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, row.line);
     }

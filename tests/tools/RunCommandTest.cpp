@@ -181,9 +181,10 @@ TEST(RunCommand, RefusesArgumentsThatDoNotFit) {
         {{"--batch", "2", "--input", kThree}, 1, kThree + ": one picture, expected 2: give a file for each sample"},
         {{"--input", kThree, "--mean", "1,2,3"}, 1, kThree + ": 3 means, expected 1"},
         {{"--input", kThree, "--output", "a", "b"}, 1, kDigitsModel + ": 2 output files, expected 1"},
+        {{"--input", kThree, "--output", "-", "-"}, 2, "--output: only one can go to standard output"},
         {{"--input", kThree, "--output", "/dev/full"}, 1, "/dev/full: cannot be written: No space left on device"},
-        {{"--input", kThree, "--scale", "1/x"}, 2, "--scale: '1/x' is neither a number nor a quotient of two"},
-        {{"--input", kThree, "--batch", "0"}, 2, "--batch: Value 0 not in range 1 to 1048576"},
+        {{"--input", kThree, "--scale", "1/x"}, 2, "--scale: a number or a quotient of two, is 1/x"},
+        {{"--input", kThree, "--batch", "0"}, 2, "--batch: a whole number from 1 to 1048576, is 0"},
     };
     for (const auto& c : cases) {
         std::vector<std::string> arguments = {"run", kDigitsModel};

@@ -1,16 +1,46 @@
-// Checks of numbers on the command line. CLI11's own would quote the largest double as the upper bound, and --help the
-// bounds of every option.
+// Checks of values on the command line, whose texts name the wish: "a number above 0, is x". CLI11's own would quote the
+// largest double as the upper bound, and --help the bounds of every option.
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdlib>
+#include <optional>
+#include <string>
 
-inline CLI::Validator wholeNumber(int least, int most) { return CLI::Range(least, most).description(""); }
+// The finite number that the whole text is.
+inline std::optional<double> numberOf(const std::string& text) {
+    char* end = nullptr;
+    const double number = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || !std::isfinite(number)) return std::nullopt;
+    return number;
+}
+
+// isGood takes a double.
+template <typename IsGood>
+CLI::Validator numberThat(IsGood isGood, const std::string& wish) {
+    return {[isGood, wish](const std::string& text) {
+                const std::optional<double> number = numberOf(text);
+                return number && isGood(*number) ? "" : wish + ", is " + text;
+            },
+            ""};
+}
+
+inline CLI::Validator wholeNumber(int least, int most) {
+    return numberThat(
+        [least, most](double number) { return number >= least && number <= most && number == std::floor(number); },
+        "a whole number from " + std::to_string(least) + " to " + std::to_string(most));
+}
 
 inline CLI::Validator positiveNumber() {
-    return {[](const std::string& text) { return std::atof(text.c_str()) > 0 ? "" : text + " is not above 0"; }, ""};
+    return numberThat([](double number) { return number > 0; }, "a number above 0");
 }
 
 inline CLI::Validator noNegativeNumber() {
-    return {[](const std::string& text) { return std::atof(text.c_str()) >= 0 ? "" : text + " is negative"; }, ""};
+    return numberThat([](double number) { return number >= 0; }, "a number from 0 on");
+}
+
+// For files to be written.
+inline CLI::Validator fileName() {
+    return {[](const std::string& text) { return text.empty() ? "a file's name, is empty" : ""; }, ""};
 }

@@ -8,10 +8,12 @@
 #include <random>
 
 #include "builder/utils.h"
+#include "nolk/UsageError.h"
 #include "nolk/bench/LayerTimes.h"
 #include "nolk/bench/benchReport.h"
 #include "nolk/bench/chromeTrace.h"
 #include "nolk/bench/repeat.h"
+#include "nolk/commonOptions.h"
 #include "nolk/model/LoadedModel.h"
 #include "nolk/model/peakBytes.h"
 #include "nolk/numberChecks.h"
@@ -32,7 +34,8 @@ constexpr char kFooter[] =
     "Layers are timed in runs of their own, as many or as long. They are numbered as in\n"
     "nolk info, which tells what they compute; GFLOP/s count two operations for each\n"
     "multiply-add and are left out where multiply-adds are not what a layer does. A trace\n"
-    "is for chrome://tracing or ui.perfetto.dev.\n"
+    "is for chrome://tracing or ui.perfetto.dev; with - as FILE it goes to standard output,\n"
+    "in place of the text.\n"
     "\n"
     "Example: nolk bench digits.cm --batch 8 --layers --sort time";
 
@@ -112,6 +115,7 @@ std::vector<LayerTime> timeLayers(LoadedModel& model, const std::vector<HostTens
 }
 
 void bench(const BenchOptions& options) {
+    if (options.trace == "-" && options.json) throw UsageError("--trace - and --json both want standard output");
     const std::string settings = settingsOf(options);
     LoadedModel model(options.model, settings.c_str(), options.batch);
     std::vector<HostTensor> inputs = randomTensors(model.runner().inputShapes());
@@ -123,18 +127,15 @@ void bench(const BenchOptions& options) {
         std::vector<LayerTime> layers = timeLayers(model, inputs, options);
         if (options.layers) report.layers = std::move(layers);
     }
-    writeText("-", options.json ? reportJson(report) : reportText(report));
+    if (options.trace != "-") writeText("-", options.json ? reportJson(report) : reportText(report));
 }
 
 void addOptions(CLI::App& command, BenchOptions& options) {
-    command.add_option("MODEL", options.model, "the model file")->type_name("FILE")->required();
+    addModel(command, options.model);
     command.add_option("--config", options.config, "the library's settings, as key=value,...")
         ->type_name("CFG")
         ->check(CLI::Validator(std::function<std::string(std::string&)>(checkConfig), ""));
-    command.add_option("--batch", options.batch, "samples in a batch")
-        ->type_name("N")
-        ->check(wholeNumber(1, 1 << 20))
-        ->capture_default_str();
+    addBatch(command, options.batch);
     command.add_option("--threads", options.threads, "threads of the matrix products: num_threads of the settings")
         ->type_name("N")
         ->check(wholeNumber(1, kMostThreads));
@@ -157,7 +158,8 @@ void addOptions(CLI::App& command, BenchOptions& options) {
         ->needs(layers)
         ->capture_default_str();
     command.add_option("--trace", options.trace, "write ten runs, layer by layer, as a Chrome trace")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(fileName());
     command.add_flag("--json", options.json, "print for programs; times in seconds");
 }
 

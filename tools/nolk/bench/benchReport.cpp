@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "nolk/Table.h"
+#include "nolk/shapeJson.h"
 #include "nolk/words.h"
 
 namespace {
@@ -85,7 +86,8 @@ std::string reportJson(const BenchReport& report) {
     for (const LayerTime& layer : report.layers)
         json["layers"].push_back({{"layer", layer.number},
                                   {"kind", layer.kind},
-                                  {"output", extentsOf(layer.output)},
+                                  {"output", shapeJson(layer.output)},
+                                  {"dims", layer.output.dims},
                                   {"seconds", layer.seconds},
                                   {"share", shareOf(layer, sum)},
                                   {"multiplyAdds", layer.multiplyAdds},

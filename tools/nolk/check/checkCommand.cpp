@@ -6,6 +6,7 @@
 #include <string>
 
 #include "nolk/check/ModelChecker.h"
+#include "nolk/commonOptions.h"
 #include "nolk/outputFile.h"
 #include "nolk/words.h"
 
@@ -40,7 +41,7 @@ void check(const CheckOptions& options) {
 void addCheckCommand(CLI::App& app) {
     const auto options = std::make_shared<CheckOptions>();
     CLI::App* command = app.add_subcommand("check", "Report everything that is wrong or suspicious in a model file");
-    command->add_option("MODEL", options->model, "the model file")->required()->type_name("FILE");
+    addModel(*command, options->model);
     command->footer(
         "Prints a line for each finding, with the record's number (from 1), its operation\n"
         "and its offset in the file. With an error, loading would fail or the network's\n"

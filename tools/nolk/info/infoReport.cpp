@@ -6,6 +6,7 @@
 
 #include "nolk/Table.h"
 #include "nolk/model/counts.h"
+#include "nolk/shapeJson.h"
 #include "nolk/words.h"
 
 namespace {
@@ -140,8 +141,6 @@ std::string totalsText(const ExaminedModel& model) {
            "\npeak memory of this process, loading and one run: " + measured(model.memory().peakBytes) + "\n" +
            (model.remark().empty() ? "" : model.remark() + "\n");
 }
-
-Json shapeJson(const nolk::TensorShape& shape) { return {shape.n, shape.c, shape.h, shape.w}; }
 
 Json orNull(bool isKnown, std::int64_t value) { return isKnown ? Json(value) : Json(nullptr); }
 

@@ -1,32 +1,22 @@
 #include "nolk/run/InputOptions.h"
 
 #include <CLI/CLI.hpp>
-#include <cmath>
 #include <cstdio>
-#include <cstdlib>
+#include <optional>
 
+#include "nolk/commonOptions.h"
 #include "nolk/numberChecks.h"
 
 namespace {
 
-// The number at `text`, which then stands behind it.
-bool takeNumber(const char*& text, double& number) {
-    char* end = nullptr;
-    number = std::strtod(text, &end);
-    const bool found = end != text && std::isfinite(number);
-    text = end;
-    return found;
-}
-
 // Turns "1/255" into a decimal number. Returns what is wrong.
 std::string toDecimal(std::string& text) {
-    const char* rest = text.c_str();
-    double number = 0, divisor = 1;
-    bool good = takeNumber(rest, number);
-    if (good && *rest == '/') good = takeNumber(++rest, divisor) && divisor != 0;
-    if (!good || *rest != '\0') return "'" + text + "' is neither a number nor a quotient of two";
+    const std::size_t slash = text.find('/');
+    const std::optional<double> number = numberOf(text.substr(0, slash));
+    const std::optional<double> divisor = slash == std::string::npos ? 1 : numberOf(text.substr(slash + 1));
+    if (!number || !divisor || *divisor == 0) return "a number or a quotient of two, is " + text;
     char decimal[40];
-    std::snprintf(decimal, sizeof decimal, "%.17g", number / divisor);
+    std::snprintf(decimal, sizeof decimal, "%.17g", *number / *divisor);
     text = decimal;
     return "";
 }
@@ -35,15 +25,12 @@ std::string toDecimal(std::string& text) {
 
 void addInputOptions(CLI::App& command, InputOptions& options) {
     const CLI::Validator quotient(toDecimal, "");
-    command.add_option("MODEL", options.model, "the model file")->type_name("FILE")->required();
+    addModel(command, options.model);
     command
         .add_option("--input", options.inputs,
                     "the inputs: a file for each, with the whole batch in it, or a file for each sample")
         ->type_name("FILE");
-    command.add_option("--batch", options.batch, "samples in a batch")
-        ->type_name("N")
-        ->check(wholeNumber(1, 1 << 20))
-        ->capture_default_str();
+    addBatch(command, options.batch);
     command
         .add_option("--scale", options.pixels.scale,
                     "of pictures: a value is (pixel - mean) * S; 1/255 is a number here")

@@ -9,7 +9,9 @@
 #include <stdexcept>
 
 #include "builder/shapes.h"
+#include "nolk/UsageError.h"
 #include "nolk/model/LoadedModel.h"
+#include "nolk/numberChecks.h"
 #include "nolk/outputFile.h"
 #include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
@@ -78,6 +80,8 @@ std::string describe(std::size_t index, const HostTensor& tensor) {
 }
 
 void run(const RunOptions& options) {
+    if (std::count(options.outputs.begin(), options.outputs.end(), "-") > 1)
+        throw UsageError("--output: only one can go to standard output");
     LoadedModel model(options.inputs.model, nullptr, options.inputs.batch);
     std::vector<HostTensor> outputs = hostTensors(model.runner().outputShapes());
     if (!options.outputs.empty() && options.outputs.size() != outputs.size())
@@ -104,7 +108,8 @@ void addRunCommand(CLI::App& app) {
     command
         ->add_option("--output", options->outputs,
                      "write the outputs as .npy, a file for each, instead of printing them")
-        ->type_name("FILE");
+        ->type_name("FILE")
+        ->check(fileName());
     command->footer(std::string(kInputsHelp) +
                     "Printed are, of an output without rows and columns, the five largest values of each\n"
                     "sample with their indices, of any other its minimum, maximum and mean. NaNs are\n"
