@@ -11,7 +11,7 @@ namespace {
 // A file of version 2 without head info: the records begin at byte 8.
 Bytes version2(const std::string& records) { return container(2, hex("0000"), hex(records)); }
 
-const std::string kInput = "0000 04000000 01000000 01000000 0100 ";  // [n, 4, 1, 1], id 1, bytes 8 to 23
+const std::string kInput = "0000 04000000 01000000 01000000 0100 ";   // [n, 4, 1, 1], id 1, bytes 8 to 23
 const std::string kInput4 = "0000 02000000 03000000 01000000 0400 ";  // [n, 2, 3, 1], id 4, as long
 const std::string kOutput2 = "1600 0200 ";
 

@@ -149,9 +149,7 @@ TEST(InfoCommand, FailuresAreOneLineThatNamesTheFile) {
         {{"info", model, "--dot", "-", "--memory", "-"},
          "nolk: only one of --dot, --svg and --memory can go to standard output\n",
          2},
-        {{"info", model, "--dot", "-", "--json"},
-         "nolk: a graph or picture and --json both want standard output\n",
-         2},
+        {{"info", model, "--dot", "-", "--json"}, "nolk: a graph or picture and --json both want standard output\n", 2},
         {{"info", model, "--batch", "2x"}, "nolk: --batch: a whole number from 1 to 1048576, is 2x\n", 2},
     };
     for (const auto& row : rows) {

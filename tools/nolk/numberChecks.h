@@ -1,5 +1,5 @@
-// Checks of values on the command line, whose texts name the wish: "a number above 0, is x". CLI11's own would quote the
-// largest double as the upper bound, and --help the bounds of every option.
+// Checks of values on the command line, whose texts name the wish: "a number above 0, is x". CLI11's own would quote
+// the largest double as the upper bound, and --help the bounds of every option.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -46,5 +46,7 @@ int writeFile(const std::string& path, const std::string& text) {
 
 void writeText(const std::string& path, const std::string& text) {
     const int error = path == "-" ? writeAll(stdout, text) : writeFile(path, text);
-    if (error != 0) throw std::runtime_error((path == "-" ? "standard output" : path) + ": cannot be written: " + std::strerror(error));
+    if (error != 0)
+        throw std::runtime_error((path == "-" ? "standard output" : path) +
+                                 ": cannot be written: " + std::strerror(error));
 }

@@ -5,6 +5,4 @@
 
 #include <nlohmann/json.hpp>
 
-inline nlohmann::ordered_json shapeJson(const nolk::TensorShape& shape) {
-    return {shape.n, shape.c, shape.h, shape.w};
-}
+inline nlohmann::ordered_json shapeJson(const nolk::TensorShape& shape) { return {shape.n, shape.c, shape.h, shape.w}; }

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "nolk/model/LoadedModel.h"
 #include "nolk/model/HostTensor.h"
+#include "nolk/model/LoadedModel.h"
 
 struct LayerTime {
     std::size_t number;  // in execution order, from 1

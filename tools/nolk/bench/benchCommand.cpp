@@ -68,8 +68,7 @@ std::string settingsOf(const BenchOptions& options) {
 std::string checkConfig(const std::string& config) {
     const auto settings = cfgToMap(config.c_str());
     for (const auto& [key, value] : settings) {
-        if (key != "num_threads" && key != "gemm_thresh")
-            return key + ": no such setting; num_threads, gemm_thresh";
+        if (key != "num_threads" && key != "gemm_thresh") return key + ": no such setting; num_threads, gemm_thresh";
         try {
             const int number = intSetting(settings, key.c_str(), 1);
             if (key == "num_threads" && (number < 1 || number > kMostThreads))

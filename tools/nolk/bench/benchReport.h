@@ -18,7 +18,7 @@ struct BenchReport {
     double loadSeconds;
     RunTimes times;
     std::optional<std::int64_t> peakBytes;  // unknown where the system does not tell
-    std::vector<LayerTime> layers;       // none, unless they were wanted
+    std::vector<LayerTime> layers;          // none, unless they were wanted
 
     double imagesPerSecond() const { return batch / times.mean; }
 };

@@ -126,7 +126,8 @@ void ExaminedModel::runOnce() {
         remark_ = "not run: " + unfit_;
         return;
     }
-    std::vector<HostTensor> inputs = hostTensors(runner_->inputShapes()), outputs = hostTensors(runner_->outputShapes());
+    std::vector<HostTensor> inputs = hostTensors(runner_->inputShapes()),
+                            outputs = hostTensors(runner_->outputShapes());
     try {
         runStrictly(*runner_, inputs, outputs);
     } catch (const std::runtime_error& e) {

@@ -49,14 +49,17 @@ void addInfoCommand(CLI::App& app) {
     addBatch(*command, options->batch, "samples in a batch, for which shapes, multiply-adds and memory are");
     command->add_flag("--json", options->json, "print JSON instead of text");
     command->add_option("--dot", options->dot, "write the graph of operations, in Graphviz's language")
-        ->type_name("FILE")->check(fileName());
+        ->type_name("FILE")
+        ->check(fileName());
     command
         ->add_option("--svg", options->svg, "draw that graph as an SVG, with Graphviz's dot, which must be installed")
-        ->type_name("FILE")->check(fileName());
+        ->type_name("FILE")
+        ->check(fileName());
     command
         ->add_option("--memory", options->memory,
                      "draw the arena as an SVG: time along x, bytes along y, a box for each range that tensors share")
-        ->type_name("FILE")->check(fileName());
+        ->type_name("FILE")
+        ->check(fileName());
     command->footer(
         "A multiply-add is counted for each product that a convolution, deconvolution,\n"
         "full connection, matrix product or LSTM sums up, padding included; other\n"

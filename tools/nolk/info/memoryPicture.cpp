@@ -12,6 +12,9 @@
 namespace {
 
 constexpr double kLeft = 90, kTop = 64, kRight = 24, kBottom = 130, kPlotHeight = 440;
+constexpr double kMostWidth = 3800;          // of all steps; many get narrower for it
+constexpr double kLeastBoxHeight = 3;        // so that small tensors are seen beside large ones
+constexpr double kLeastLabelledStep = 14;    // steps narrower than that leave labels out
 constexpr double kLetter = 6.1, kLine = 13;  // of the boxes' text, whose font has 11 pixels
 
 std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
@@ -38,12 +41,20 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
+struct Rectangle {
+    double left, top, right, bottom;
+
+    bool meets(const Rectangle& other) const {
+        return left < other.right && other.left < right && top < other.bottom && other.top < bottom;
+    }
+};
+
 class Drawing {
 public:
     explicit Drawing(const ExaminedModel& model)
         : model_(model), boxes_(arenaBoxes(model)), steps_(arenaSteps(model)), bytes_(model.memory().arenaBytes) {
         const auto count = static_cast<double>(steps_.size());
-        stepWidth_ = std::clamp(1000 / count, 20.0, 120.0);
+        stepWidth_ = std::clamp(1000 / count, std::min(20.0, kMostWidth / count), 120.0);
         width_ = std::max(kLeft + stepWidth_ * count + kRight, 640.0);
     }
 
@@ -51,7 +62,8 @@ public:
         head();
         byteAxis();
         stepAxis();
-        for (std::size_t i = 0; i < boxes_.size(); ++i) box(boxes_[i], colourOf(i));
+        for (const ArenaBox& b : boxes_) taken_.push_back(rectangleOf(b));
+        for (std::size_t i = 0; i < boxes_.size(); ++i) box(boxes_[i], taken_[i], colourOf(i));
         return svg_ + "</svg>\n";
     }
 
@@ -98,6 +110,7 @@ private:
     }
 
     static std::string inUnitOf(std::int64_t tick, std::int64_t bytes) {
+        if (bytes == 0) return "0";
         if (tick >= 1 << 20) return grouped(bytes >> 20) + " Mi";
         if (tick >= 1 << 10) return grouped(bytes >> 10) + " Ki";
         return grouped(bytes);
@@ -105,7 +118,8 @@ private:
 
     void stepAxis() {
         const double bottom = kTop + kPlotHeight;
-        for (std::size_t i = 0; i <= steps_.size(); ++i) {
+        const auto stride = static_cast<std::size_t>(std::max(std::ceil(kLeastLabelledStep / stepWidth_), 1.0));
+        for (std::size_t i = 0; i <= steps_.size(); i += stride) {
             const double edge = x(static_cast<int>(i));
             svg_ += format("<line x1=\"%.1f\" y1=\"%.1f\" x2=\"%.1f\" y2=\"%.1f\" stroke=\"#eeeeee\"/>\n", edge, kTop,
                            edge, bottom + 4);
@@ -118,22 +132,52 @@ private:
              "text-anchor=\"middle\"", "time: the layers in the order in which they run");
     }
 
-    void box(const ArenaBox& b, const char* colour) {
-        const double left = x(b.firstStep), right = x(b.lastStep + 1), top = y(b.offset + b.size), bottom = y(b.offset);
+    Rectangle rectangleOf(const ArenaBox& b) const {
+        const double bottom = y(b.offset);
+        return {x(b.firstStep), std::min(y(b.offset + b.size), bottom - kLeastBoxHeight), x(b.lastStep + 1), bottom};
+    }
+
+    void box(const ArenaBox& b, const Rectangle& place, const char* colour) {
+        const auto [left, top, right, bottom] = place;
         const std::string name = joined(b.tensors);
-        const std::string place = bytesText(b.size) + " at " + grouped(b.offset);
-        svg_ += "<g><title>" + xmlText(name) + "\n" + xmlText(b.shapes) + "\n" + xmlText(place) + "</title>\n";
+        const std::string range = bytesText(b.size) + " at " + grouped(b.offset);
+        svg_ += "<g><title>" + xmlText(name) + "\n" + xmlText(b.shapes) + "\n" + xmlText(range) + "</title>\n";
         svg_ += format(
             "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"%s\" stroke=\"#444444\" "
-            "stroke-width=\"0.7\"/>\n",
-            left, top, right - left, bottom - top, colour);
-        const double centreX = (left + right) / 2, centreY = (top + bottom) / 2;
-        for (const std::string& shownName : {name, b.tensors.front() + ", ...", b.tensors.front()}) {
-            const std::vector<std::string> lines = {shownName, b.shapes, bytesText(b.size)};
-            if (label(lines, centreX, centreY, right - left, bottom - top, false)) break;
-            if (label(lines, centreX, centreY, bottom - top, right - left, true)) break;
-        }
+            "stroke-width=\"%.2f\"/>\n",
+            left, top, right - left, bottom - top, colour, std::min(0.7, stepWidth_ / 8));
+        boxLabel(b, name, place);
         svg_ += "</g>\n";
+    }
+
+    void boxLabel(const ArenaBox& b, const std::string& name, const Rectangle& place) {
+        const auto [left, top, right, bottom] = place;
+        const double centreX = (left + right) / 2, centreY = (top + bottom) / 2;
+        const std::string names[] = {name, b.tensors.front() + ", ...", b.tensors.front()};
+        for (const std::string& shownName : names) {
+            const std::vector<std::string> lines = {shownName, b.shapes, bytesText(b.size)};
+            if (label(lines, centreX, centreY, right - left, bottom - top, false)) return;
+            if (label(lines, centreX, centreY, bottom - top, right - left, true)) return;
+        }
+        for (const std::string& shownName : names)
+            if (labelAbove(shownName, place)) return;
+    }
+
+    // Over a box that is too low for its label, upright where the place is narrow, if nothing else is there.
+    bool labelAbove(const std::string& name, const Rectangle& box) {
+        if (stepWidth_ < kLeastLabelledStep) return false;
+        const double length = static_cast<double>(name.size()) * kLetter + 6, centre = (box.left + box.right) / 2;
+        for (const bool upright : {false, true}) {
+            const double width = upright ? kLine : length, height = upright ? length : kLine;
+            const Rectangle place{centre - width / 2, box.top - height, centre + width / 2, box.top};
+            const bool isInside = place.left >= kLeft && place.right <= width_ && place.top >= kTop;
+            const bool isFree = std::none_of(taken_.begin(), taken_.end(),
+                                             [&place](const Rectangle& other) { return other.meets(place); });
+            if (!isInside || !isFree) continue;
+            taken_.push_back(place);
+            return label({name}, centre, box.top - height / 2, length, kLine + 2, upright);
+        }
+        return false;
     }
 
     // As many of the lines as fit into a box of that length along the text; whether the first one did.
@@ -160,6 +204,7 @@ private:
     const ExaminedModel& model_;
     std::vector<ArenaBox> boxes_;
     std::vector<std::string> steps_;
+    std::vector<Rectangle> taken_;  // boxes, and labels beside them
     std::int64_t bytes_;
     double stepWidth_ = 0, width_ = 0;
     std::string svg_;

@@ -29,7 +29,7 @@ void doubtVector(NotedOperation& operation, const char* what, nolk::Vector vecto
     doubtFloats(operation, what, vector.data, std::max(vector.count, 0));
     if (vector.count > x.c)
         warnOfShapes(operation,
-             std::string(what) + " has " + counted(vector.count, "value") + " for " + counted(x.c, "channel"));
+                     std::string(what) + " has " + counted(vector.count, "value") + " for " + counted(x.c, "channel"));
 }
 
 void doubtVariance(NotedOperation& operation, nolk::Vector variance, float epsilon, const nolk::TensorShape& x) {
@@ -48,7 +48,8 @@ void doubtDims(NotedOperation& operation, const char* what, nolk::DimsHW dims) {
 
 void doubtChannels(NotedOperation& operation, std::int64_t expected, const nolk::TensorShape& x) {
     if (expected != x.c)
-        warnOfShapes(operation, "weights are for " + counted(expected, "input channel") + ", the input has " + grouped(x.c));
+        warnOfShapes(operation,
+                     "weights are for " + counted(expected, "input channel") + ", the input has " + grouped(x.c));
 }
 
 void doubtBroadcast(NotedOperation& operation, const nolk::TensorShape& a, const nolk::TensorShape& b) {
@@ -96,7 +97,7 @@ void doubtProduct(NotedOperation& operation, const nolk::TensorShape& a, const n
 void doubtElements(NotedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to) {
     if (elementsOf(from) != elementsOf(to))
         warnOfShapes(operation, "the input " + shapeText(from) + " has " + counted(elementsOf(from), "element") +
-                            ", the output " + shapeText(to) + " has " + grouped(elementsOf(to)));
+                                    ", the output " + shapeText(to) + " has " + grouped(elementsOf(to)));
 }
 
 void doubtEnum(NotedOperation& operation, bool isError, const char* what, int value, int low, int high,
