@@ -137,7 +137,7 @@ private:
         return {x(b.firstStep), std::min(y(b.offset + b.size), bottom - kLeastBoxHeight), x(b.lastStep + 1), bottom};
     }
 
-    void box(const ArenaBox& b, const Rectangle& place, const char* colour) {
+    void box(const ArenaBox& b, Rectangle place, const char* colour) {
         const auto [left, top, right, bottom] = place;
         const std::string name = joined(b.tensors);
         const std::string range = bytesText(b.size) + " at " + grouped(b.offset);
