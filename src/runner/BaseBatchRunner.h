@@ -24,16 +24,15 @@ public:
 protected:
     virtual ~BaseBatchRunner() = default;
 
-    // Views of sample `index` of every tensor.
+    // Views of sample `index` of every tensor; none for a null array.
     static std::vector<nolk::Tensor> splitBatch(const nolk::Tensor* tensors, int count, int index);
 
     // One item per sample of the first input, which alone decides how many there are.
     static std::vector<QueItem> toQueItems(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs,
                                            int outputCount);
 
-    // Whether there is a first input, and every tensor has data for as many samples as it has; says on standard error
-    // what is missing.
-    static bool canSplit(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs, int outputCount);
+    // Whether there is a first input, which tells the number of items; if not, says so on standard error.
+    static bool hasFirstInput(const nolk::Tensor* inputs, int inputCount);
 
     nolk::Runner* runner_;
     int batch_;

@@ -19,26 +19,40 @@ const float nolk_batch_wait_factor = readWaitFactor();
 
 constexpr std::chrono::milliseconds kPatience(100);  // bounds the delay of a missed wake-up
 
-std::vector<nolk::TensorShape> shapesOf(const QueItem& item) {
-    std::vector<nolk::TensorShape> shapes;
-    for (const nolk::Tensor& t : item.inputs) shapes.push_back(t.shape);
-    for (const nolk::Tensor& t : item.outputs) shapes.push_back(t.shape);
-    return shapes;
+// Whether there is data for every element; if not, says so on standard error as the runner of a network does.
+bool hasData(const std::vector<nolk::Tensor>& tensors) {
+    for (std::size_t i = 0; i < tensors.size(); ++i) {
+        if (tensors[i].data || elementCount(tensors[i].shape) == 0) continue;
+        std::fprintf(stderr, "tensors[%d] is null\n", static_cast<int>(i));
+        return false;
+    }
+    return true;
+}
+
+bool sameShapes(const std::vector<nolk::Tensor>& a, const std::vector<nolk::Tensor>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](const nolk::Tensor& x, const nolk::Tensor& y) { return sameShape(x.shape, y.shape); });
+}
+
+bool sameCounts(const std::vector<nolk::Tensor>& a, const std::vector<nolk::Tensor>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const nolk::Tensor& x, const nolk::Tensor& y) {
+        return elementCount(x.shape) == elementCount(y.shape);
+    });
 }
 
 }  // namespace
 
 BatchRunner::BatchRunner(nolk::Runner* runner, int batch) : BaseBatchRunner(runner, batch) {
-    pass_.reserve(static_cast<std::size_t>(batch));
+    pass_.reserve(1);  // no more, however large the batch is: passes grow as items come
     worker_ = std::thread(&BatchRunner::workerFun, this);
 }
 
 bool BatchRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) {
     // From here on destroy waits for this caller.
     const Presence presence(*this);
-    if (!presence || !canSplit(inputs, inputCount, outputs, outputCount) || inputs[0].shape.n < 1) return false;
+    if (!presence || !hasFirstInput(inputs, inputCount) || inputs[0].shape.n < 1) return false;
     std::vector<QueItem> items = toQueItems(inputs, inputCount, outputs, outputCount);
-    if (!fitsBatch(items.front())) return false;
+    if (!hasData(items.front().inputs) || !hasData(items.front().outputs)) return false;
     fillItemsInQue(items);
     readItemsFromQue(items);
     return items.front().ok;
@@ -55,26 +69,6 @@ bool BatchRunner::enter() {
     const Lock lock(mutex_);
     if (!closed_) ++callers_;
     return !closed_;
-}
-
-// Whether the batch tensors, which the first call determines, have room for the item.
-bool BatchRunner::fitsBatch(const QueItem& item) {
-    const std::vector<nolk::TensorShape> shapes = shapesOf(item);
-    const auto representable = [this](nolk::TensorShape shape) {
-        shape.n = batch_;
-        return isRepresentable(shape);
-    };
-    const Lock lock(mutex_);
-    if (shapes_.empty() && std::all_of(shapes.begin(), shapes.end(), representable)) {
-        shapes_ = shapes;
-        inputCount_ = item.inputs.size();
-    }
-    if (item.inputs.size() != inputCount_ ||
-        !std::equal(shapes.begin(), shapes.end(), shapes_.begin(), shapes_.end(), sameShape)) {
-        std::fputs("batch runner: tensors differ from those of the first call\n", stderr);
-        return false;
-    }
-    return true;
 }
 
 void BatchRunner::leave() {
@@ -133,12 +127,29 @@ const std::vector<QueItem*>& BatchRunner::drainQue() {
         waitAWhile(lock);
     }
     if (nolk_batch_wait_factor != 0.0f) waitForFullBatch(lock);
-    while (!queue_.empty() && pass_.size() < static_cast<std::size_t>(batch_)) {
+    takeItems();
+    cond_.notify_all();  // there is room in the queue again
+    return pass_;
+}
+
+// To the pass: the oldest items, up to a batch, or up to the first that does not go with them.
+void BatchRunner::takeItems() {
+    try {
+        pass_.reserve(std::min(queue_.size(), static_cast<std::size_t>(batch_)));
+    } catch (const std::bad_alloc&) {
+        // A shorter pass does as well: there is room for one item at least.
+    }
+    const std::size_t limit = std::min(pass_.capacity(), static_cast<std::size_t>(batch_));
+    while (!queue_.empty() && pass_.size() < limit && (pass_.empty() || goTogether(*pass_.front(), *queue_.front()))) {
         pass_.push_back(queue_.front());
         queue_.pop_front();
     }
-    cond_.notify_all();  // there is room in the queue again
-    return pass_;
+}
+
+// While the shapes are not known yet, a caller with wrong ones must fail alone.
+bool BatchRunner::goTogether(const QueItem& a, const QueItem& b) const {
+    if (!shapesAreKnown_) return sameShapes(a.inputs, b.inputs) && sameShapes(a.outputs, b.outputs);
+    return sameCounts(a.inputs, b.inputs) && sameCounts(a.outputs, b.outputs);
 }
 
 void BatchRunner::waitForFullBatch(Lock& lock) {
@@ -158,13 +169,14 @@ void BatchRunner::waitForFullBatch(Lock& lock) {
 bool BatchRunner::runPass(const std::vector<QueItem*>& pass) {
     bool ok = false;
     try {
-        if (realInputs_.tensors.empty()) initRealBatchTensors(*pass.front());
+        if (!canHold(*pass.front())) return false;
         copyItemsToBatchTensors(pass);
         const Clock::time_point start = Clock::now();
         ok = runner_->run(realInputs_.tensors.data(), static_cast<int>(realInputs_.tensors.size()),
                           realOutputs_.tensors.data(), static_cast<int>(realOutputs_.tensors.size()));
         lastRunSeconds_ = std::chrono::duration<double>(Clock::now() - start).count();
         copyBatchTensorsToItems(pass);
+        shapesAreKnown_ = shapesAreKnown_ || ok;
     } catch (...) {
         ok = false;
     }
@@ -172,18 +184,33 @@ bool BatchRunner::runPass(const std::vector<QueItem*>& pass) {
     return ok;
 }
 
+// Whether the batch tensors have a place for the item's values. They are of the shapes of the first pass that succeeds;
+// until then, of the pass at hand, since the inner runner alone knows which shapes are right.
+bool BatchRunner::canHold(const QueItem& item) {
+    if (!shapesAreKnown_) {
+        if (!sameShapes(realInputs_.samples, item.inputs) || !sameShapes(realOutputs_.samples, item.outputs))
+            initRealBatchTensors(item);
+        return true;
+    }
+    if (sameCounts(realInputs_.samples, item.inputs) && sameCounts(realOutputs_.samples, item.outputs)) return true;
+    std::fputs("batch runner: tensors must hold as many elements as those of the first run that succeeded\n", stderr);
+    return false;
+}
+
 void BatchRunner::initRealBatchTensors(const QueItem& item) {
-    RealTensors inputs = makeRealTensors(item.inputs);
+    realInputs_ = {};
     realOutputs_ = makeRealTensors(item.outputs);
-    realInputs_ = std::move(inputs);
+    realInputs_ = makeRealTensors(item.inputs);
 }
 
 BatchRunner::RealTensors BatchRunner::makeRealTensors(const std::vector<nolk::Tensor>& samples) const {
     RealTensors real;
+    real.samples = samples;
     real.tensors.reserve(samples.size() + 1);  // runners refuse null, also for no tensors
     for (const nolk::Tensor& sample : samples) {
         nolk::TensorShape shape = sample.shape;
         shape.n = batch_;
+        if (!isRepresentable(shape)) throw std::bad_alloc();
         // Zeroed, so that a first partial batch computes on numbers.
         real.storage.push_back(std::make_unique<float[]>(static_cast<std::size_t>(elementCount(shape))));
         real.tensors.push_back({shape, real.storage.back().get()});

@@ -3,7 +3,7 @@
 // variable nolk_batch_wait_factor, times the last run's duration), then runs the inner runner with the full batch size.
 //   BatchRunner* shared = new BatchRunner(runnerOfBatch16, 16);  // any number of threads: shared->run(...)
 //   shared->destroy();  // runs what is queued, lets every caller go, joins the worker
-// All calls must have tensors of the first call's shapes, but for the batch; others are refused.
+// The first run that succeeds fixes how many elements each tensor of a sample holds; calls with others return false.
 #pragma once
 
 #include <chrono>
@@ -30,8 +30,9 @@ private:
     using Clock = std::chrono::system_clock;
     using Lock = std::unique_lock<std::mutex>;
 
-    // One batch tensor, and its storage.
+    // The tensors of a full batch, their storage, and the shapes of the samples that they were made for.
     struct RealTensors {
+        std::vector<nolk::Tensor> samples;  // whose data is not used
         std::vector<nolk::Tensor> tensors;
         std::vector<std::unique_ptr<float[]>> storage;
     };
@@ -55,16 +56,18 @@ private:
     // Callers.
     bool enter();
     void leave();
-    bool fitsBatch(const QueItem& item);
     void fillItemsInQue(std::vector<QueItem>& items);
     void readItemsFromQue(const std::vector<QueItem>& items);
 
     // Worker.
     void workerFun();
     const std::vector<QueItem*>& drainQue();
+    void takeItems();
+    bool goTogether(const QueItem& a, const QueItem& b) const;
     void waitForFullBatch(Lock& lock);
     void waitAWhile(Lock& lock);
     bool runPass(const std::vector<QueItem*>& pass);
+    bool canHold(const QueItem& item);
     void initRealBatchTensors(const QueItem& item);
     RealTensors makeRealTensors(const std::vector<nolk::Tensor>& samples) const;
     void copyItemsToBatchTensors(const std::vector<QueItem*>& pass);
@@ -76,15 +79,14 @@ private:
     std::condition_variable cond_;  // with mutex_: items queued, items finished
 
     // Guarded by mutex_.
-    std::deque<QueItem*> queue_;             // not yet taken, oldest first
-    int callers_ = 0;                        // inside run
-    bool closed_ = false;                    // the worker has left
-    std::vector<nolk::TensorShape> shapes_;  // of the first call's inputs, then outputs, with batch 1
-    std::size_t inputCount_ = 0;             // of the first call
+    std::deque<QueItem*> queue_;  // not yet taken, oldest first
+    int callers_ = 0;             // inside run
+    bool closed_ = false;         // the worker has left
 
     // Worker only.
     double lastRunSeconds_ = 0.01;
     std::vector<QueItem*> pass_;
+    bool shapesAreKnown_ = false;  // a run has succeeded with those of the real tensors
     RealTensors realInputs_;
     RealTensors realOutputs_;
 

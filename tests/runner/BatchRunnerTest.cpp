@@ -2,10 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <malloc.h>
+
+#include <algorithm>
 #include <atomic>
+#include <climits>
 #include <stdexcept>
 #include <thread>
 
+#include "builder/RawRunnerBuilder.h"
 #include "support/values.h"
 
 namespace {
@@ -89,22 +94,62 @@ TEST(BaseBatchRunner, RunsItemByItemUntilOneFails) {
     EXPECT_EQ(inner.destroyed, 1);
 }
 
-TEST(BaseBatchRunner, TensorsThatCannotBeCutAreRefused) {
-    CountingRunner inner;
-    for (BaseBatchRunner* wrapped :
-         {new BaseBatchRunner(&inner, 1), static_cast<BaseBatchRunner*>(new BatchRunner(&inner, 2))}) {
-        Call call(3, 1);
-        EXPECT_FALSE(wrapped->run(nullptr, 1, &call.output, 1));
-        EXPECT_FALSE(wrapped->run(&call.input, 0, &call.output, 1));
-        EXPECT_FALSE(wrapped->run(&call.input, 1, nullptr, 1));
-        call.output.shape.n = 2;
-        EXPECT_FALSE(call.run(wrapped));
-        call.output = {kOut, nullptr};
-        call.output.shape.n = 3;
-        EXPECT_FALSE(call.run(wrapped));
+// A built network, which checks what it is given: y = max(a, b), all of shape [batch, 3] with dims 1.
+nolk::Runner* strictRunner(int batch) {
+    RawRunnerBuilder* builder = new RawRunnerBuilder(nullptr);
+    const nolk::TensorShape shape{batch, 3, 1, 1, 1};
+    nolk::TensorX* const a = builder->input(shape);
+    nolk::TensorX* outputs[] = {builder->max(a, builder->input(shape))};
+    nolk::Runner* const runner = builder->build(outputs, 1);
+    builder->destroy();
+    return runner;
+}
+
+// Tensors for a strict runner.
+struct StrictCall {
+    explicit StrictCall(int items) {
+        for (nolk::Tensor* t : {&inputs[0], &inputs[1], &output}) t->shape = {items, 3, 1, 1, 1};
+        inputs[0].data = a;
+        inputs[1].data = b;
+        output.data = y;
+    }
+    bool run(nolk::Runner* runner) { return runner->run(inputs, 2, &output, 1); }
+    bool isRight() const { return std::equal(y, y + 12, expected); }
+
+    float a[12] = {-1, 2, -3, 4, -5, 6, -7, 8, -9, 10, -11, 12}, b[12] = {}, y[12] = {};
+    const float expected[12] = {0, 2, 0, 4, 0, 6, 0, 8, 0, 10, 0, 12};
+    nolk::Tensor inputs[2], output;
+};
+
+TEST(BaseBatchRunner, TheFirstInputAloneSaysHowManyItemsThereAre) {
+    for (const int batch : {1, 2}) {
+        nolk::Runner* const wrapped = nolk_wrap_batch_runner(strictRunner(batch), batch);
+        StrictCall call(4);
+        call.inputs[1].shape.n = 1;
+        call.output.shape.n = 0;
+        EXPECT_TRUE(call.run(wrapped));
+        EXPECT_TRUE(call.isRight());
         wrapped->destroy();
     }
-    EXPECT_EQ(inner.calls, 0);
+}
+
+TEST(BaseBatchRunner, WhatIsMissingIsToldInTheInnerRunnersWords) {
+    for (const int batch : {1, 2}) {
+        nolk::Runner* const wrapped = nolk_wrap_batch_runner(strictRunner(batch), batch);
+        StrictCall noData(2), noOutputs(2), otherDims(2);
+        noData.inputs[1].data = nullptr;
+        otherDims.inputs[1].shape.dims = 3;
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(noData.run(wrapped));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors[1] is null\n");
+        EXPECT_FALSE(wrapped->run(nullptr, 2, &noData.output, 1));
+        EXPECT_FALSE(wrapped->run(noData.inputs, 0, &noData.output, 1));
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(wrapped->run(noOutputs.inputs, 2, nullptr, 1));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors is null\n");
+        EXPECT_FALSE(otherDims.run(wrapped));
+        wrapped->destroy();
+    }
 }
 
 TEST(BaseBatchRunner, CallersOfARunnerForOneTakeTurns) {
@@ -175,7 +220,45 @@ TEST(BatchRunner, AFailingRunFailsItsItemsAndNoOthers) {
     }
 }
 
-TEST(BatchRunner, OtherShapesAreRefusedAndTheRestIsServed) {
+TEST(BatchRunner, TheFirstPassThatSucceedsFixesTheSizes) {
+    nolk::Runner* const shared = nolk_wrap_batch_runner(strictRunner(4), 4);
+    for (int i = 0; i < 2; ++i) {
+        StrictCall wrong(2);  // refused by the inner runner, so it fixes nothing
+        wrong.inputs[0].shape.dims = 3;
+        EXPECT_FALSE(wrong.run(shared));
+    }
+    // While no pass has succeeded, wrong callers do not spoil the passes of right ones.
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([shared, t] {
+            StrictCall call(4);
+            if (t % 2) call.inputs[1].shape.c = 6;
+            EXPECT_EQ(call.run(shared), t % 2 == 0);
+            EXPECT_EQ(call.isRight(), t % 2 == 0);
+        });
+    for (std::thread& t : threads) t.join();
+    // From then on the number of elements decides.
+    StrictCall otherShape(4), otherDims(4);
+    otherShape.inputs[0].shape = {4, 1, 3, 1, 3};
+    otherShape.output.shape = {4, 1, 1, 3, 3};
+    otherDims.inputs[1].shape.dims = 3;
+    EXPECT_TRUE(otherShape.run(shared));
+    EXPECT_TRUE(otherShape.isRight());
+    EXPECT_TRUE(otherDims.run(shared));
+    shared->destroy();
+}
+
+TEST(BatchRunner, ConstructionAllocatesNothingForTheBatch) {
+    CountingRunner inner;
+    const std::size_t before = mallinfo2().hblkhd + mallinfo2().uordblks;
+    BatchRunner* const shared = new BatchRunner(&inner, INT_MAX);
+    EXPECT_LT(mallinfo2().hblkhd + mallinfo2().uordblks, before + (std::size_t{1} << 20));
+    Call call(1, 1);
+    EXPECT_FALSE(call.run(shared));  // the batch's tensors are beyond 32 bits
+    shared->destroy();
+}
+
+TEST(BatchRunner, OtherSizesAreRefusedAndTheRestIsServed) {
     CountingRunner inner;
     inner.batch = 4;
     BatchRunner* shared = new BatchRunner(&inner, 4);
