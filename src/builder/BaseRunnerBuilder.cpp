@@ -1,14 +1,13 @@
 #include "builder/BaseRunnerBuilder.h"
 
 #include <algorithm>
-#include <cstring>
-#include <new>
 #include <stdexcept>
 #include <utility>
 
 #include "builder/OutputLayerFactory.h"
 #include "builder/refuse.h"
 #include "builder/shapes.h"
+#include "math/copySparsely.h"
 #include "memory/TensorSpace.h"
 
 namespace {
@@ -25,17 +24,8 @@ void checkExtents(const std::vector<std::unique_ptr<nolk::TensorX>>& tensors, co
     for (const auto& t : tensors) {
         const nolk::TensorShape& s = t->shape;
         if (!isRepresentable(s))
-            refuse("%s: extents must not be negative nor hold more than 2^31 - 1 elements, shape is [%d, %d, %d, %d]",
-                   what, s.n, s.c, s.h, s.w);
+            refuse("%s: at most 2^31 - 1 elements fit, shape is [%d, %d, %d, %d]", what, s.n, s.c, s.h, s.w);
     }
-}
-
-std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count) {
-    if (count < 0) refuse("build: output count must not be negative, is %d", count);
-    if (count > 0 && !outputs) refuse("build: %d outputs expected, the array is null", count);
-    for (int i = 0; i < count; ++i)
-        if (!outputs[i]) refuse("build: output %d is null: an operation had no input, or an id is unknown", i);
-    return {outputs, outputs + count};
 }
 
 }  // namespace
@@ -51,10 +41,9 @@ nolk::TensorX* BaseRunnerBuilder::constTensor(nolk::Tensor* tensor) {
     const bool hasElements = isRepresentable(tensor->shape) && elementCount(tensor->shape) > 0;
     if (hasElements && !tensor->data) return nullptr;
 
-    const std::size_t bytes = hasElements ? static_cast<std::size_t>(elementCount(tensor->shape)) * sizeof(float) : 0;
-    ConstBuffer data(static_cast<float*>(std::malloc(std::max<std::size_t>(bytes, 1))));
-    if (!data) throw std::bad_alloc();
-    if (bytes > 0) std::memcpy(data.get(), tensor->data, bytes);
+    const std::size_t count = hasElements ? static_cast<std::size_t>(elementCount(tensor->shape)) : 0;
+    FloatBuffer data = zeroedFloats(count);
+    copySparsely(tensor->data, data.get(), count);
 
     auto constant = std::make_unique<nolk::TensorX>(tensor->shape, true);
     auto raw = std::make_shared<RawTensor>();
@@ -87,20 +76,41 @@ nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
 
 void BaseRunnerBuilder::destroy() { delete this; }
 
+// Looks at the address alone: the other builder may be gone, and its tensors with it.
+bool BaseRunnerBuilder::isOwn(const nolk::TensorX* x) {
+    const bool own = own_.count(x) > 0;
+    tookForeign_ = tookForeign_ || (x && !own);
+    return own;
+}
+
 std::vector<nolk::TensorX*> BaseRunnerBuilder::addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory) {
     factories_.push_back(std::move(factory));
+    for (const auto& t : factories_.back()->outputs) own_.insert(t.get());
     return borrowed(factories_.back()->outputs);
 }
 
 nolk::TensorX* BaseRunnerBuilder::addInputReturn(std::unique_ptr<nolk::TensorX> tensor) {
     inputs_.push_back(std::move(tensor));
+    own_.insert(inputs_.back().get());
     return inputs_.back().get();
 }
 
-nolk::TensorX* BaseRunnerBuilder::addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, ConstBuffer data) {
+nolk::TensorX* BaseRunnerBuilder::addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data) {
     constTensors_.push_back(std::move(tensor));
+    own_.insert(constTensors_.back().get());
     constData_.push_back(std::move(data));
     return constTensors_.back().get();
+}
+
+std::vector<nolk::TensorX*> BaseRunnerBuilder::checkedOutputs(nolk::TensorX** outputs, int count) {
+    if (count < 0) refuse("build: output count must not be negative, is %d", count);
+    if (count > 0 && !outputs) refuse("build: %d outputs expected, the array is null", count);
+    if (tookForeign_) refuse("build: an operation was given a tensor of another builder");
+    for (int i = 0; i < count; ++i) {
+        if (!outputs[i]) refuse("build: output %d is null: an operation had no input, or an id is unknown", i);
+        if (own_.count(outputs[i]) == 0) refuse("build: output %d is a tensor of another builder", i);
+    }
+    return {outputs, outputs + count};
 }
 
 // Before fusion, which walks vectors whose lengths have to be right.

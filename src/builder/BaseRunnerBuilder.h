@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <memory>
+#include <unordered_set>
 #include <vector>
 
 #include "builder/LayerFactory.h"
@@ -32,11 +33,15 @@ protected:
     BaseRunnerBuilder() = default;
     virtual ~BaseRunnerBuilder() = default;
 
+    // Whether x is one of this builder's. Null and tensors of other builders are not, and the latter make build throw.
+    bool isOwn(const nolk::TensorX* x);
+
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
     nolk::TensorX* addInputReturn(std::unique_ptr<nolk::TensorX> tensor);
-    nolk::TensorX* addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, ConstBuffer data);
+    nolk::TensorX* addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data);
 
 private:
+    std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count);
     void check() const;
     void fuse();
     LayerFactory* absorbOnce();
@@ -49,6 +54,8 @@ private:
     std::vector<std::unique_ptr<nolk::TensorX>> inputs_;  // in the order that run expects
     std::vector<std::unique_ptr<LayerFactory>> factories_;
     std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
-    std::vector<ConstBuffer> constData_;                   // of constTensors_; the runner's from build on
+    std::vector<FloatBuffer> constData_;                   // of constTensors_; the runner's from build on
+    std::unordered_set<const nolk::TensorX*> own_;         // every tensor that was handed out
+    bool tookForeign_ = false;                             // an operation was given another builder's tensor
     bool built_ = false;
 };

@@ -31,15 +31,16 @@ RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
     gemmThresh_ = intSetting(settings, "gemm_thresh", 2000000);
 }
 
-// A null input (an unknown id of a model file, or a failed operation before this one) is handed on as a null result.
+// A null input (an unknown id of a model file, or a failed operation before this one) is handed on as a null result,
+// and so is a tensor of another builder.
 template <typename Factory, typename... Args>
 nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
-    if (!x) return nullptr;
+    if (!isOwn(x)) return nullptr;
     return addLayerReturnOutputs(std::make_unique<Factory>(x, std::move(args)...)).front();
 }
 
 nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX* a, nolk::TensorX* b, EltwiseType type) {
-    if (!b) return nullptr;
+    if (!isOwn(b)) return nullptr;
     return record<RawEltwiseLayerFactory>(a, b, type);
 }
 
@@ -94,7 +95,7 @@ nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX** inputs, int count, nolk:
     std::vector<nolk::TensorX*> tensors;
     if (inputs && count > 0) tensors.assign(inputs, inputs + count);
     for (const nolk::TensorX* t : tensors)
-        if (!t) return nullptr;
+        if (!isOwn(t)) return nullptr;
     return addLayerReturnOutputs(std::make_unique<RawConcatLayerFactory>(tensors, axis)).front();
 }
 
@@ -135,7 +136,7 @@ nolk::TensorX* RawRunnerBuilder::hardSigmoid(nolk::TensorX* x, float alpha, floa
 nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MAX); }
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
-    if (!x) return nullptr;
+    if (!isOwn(x)) return nullptr;
     // An empty tensor needs none, and build refuses what cannot be represented.
     const bool hasChannels = isRepresentable(x->shape) && elementCount(x->shape) > 0;
     const int channels = hasChannels ? x->shape.c : 0;
@@ -172,6 +173,6 @@ nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int coun
 }
 
 nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX* a, nolk::TensorX* b) {
-    if (!b) return nullptr;
+    if (!isOwn(b)) return nullptr;
     return record<RawMatmulLayerFactory>(a, b);
 }

@@ -1,20 +1,20 @@
 #include "builder/shapes.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <iterator>
 
 #include "math/quotient.h"
 
-int elementCount(const nolk::TensorShape& shape) { return shape.n * shape.c * shape.h * shape.w; }
+int elementCount(const nolk::TensorShape& shape) {
+    const bool empty = shape.n < 1 || shape.c < 1 || shape.h < 1 || shape.w < 1;
+    return empty ? 0 : shape.n * shape.c * shape.h * shape.w;
+}
 
 bool isRepresentable(const nolk::TensorShape& shape) {
     const int extents[] = {shape.n, shape.c, shape.h, shape.w};
-    bool empty = false;
-    for (const int extent : extents) {
-        if (extent < 0) return false;
-        empty = empty || extent == 0;
-    }
-    if (empty) return true;
+    if (*std::min_element(std::begin(extents), std::end(extents)) < 1) return true;
     std::int64_t count = 1;
     for (const int extent : extents) {
         count *= extent;

@@ -3,10 +3,11 @@
 
 #include <nolk.h>
 
-// Number of elements. Wraps beyond 32 bits: ask isRepresentable first where the shape comes from outside.
+// Number of elements: the product of the extents, or 0 when one of them is below 1, as where a window is larger than
+// its input. Wraps beyond 32 bits: ask isRepresentable first where the shape comes from outside.
 int elementCount(const nolk::TensorShape& shape);
 
-// No negative extent, and an element count that fits 32 bits.
+// Whether the element count fits 32 bits.
 bool isRepresentable(const nolk::TensorShape& shape);
 
 // All five fields are equal.

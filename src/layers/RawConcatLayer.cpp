@@ -52,7 +52,7 @@ void RawConcatLayer::joinRows() const {
     for (const nolk::Tensor& in : inputs_) {
         const nolk::TensorShape& s = in.shape;
         const int plane = s.h * s.w;
-        if (plane > 0)
+        if (elementCount(s) > 0)
             for (std::ptrdiff_t i = 0; i < static_cast<std::ptrdiff_t>(s.n) * s.c; ++i)
                 std::copy_n(in.data + i * plane, plane, output_.data + (i * output_.shape.h + row) * s.w);
         row += s.h;

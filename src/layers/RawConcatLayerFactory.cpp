@@ -23,11 +23,15 @@ int extentAt(const nolk::TensorShape& shape, int axis) {
 
 bool isInt(double value) { return value >= INT_MIN && value <= INT_MAX; }
 
-// Where the copies of an input end in the output, `before` being the extents joined before it.
-double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis, double before) {
+// Where the copies of an input that is not empty end in the output. `before`: the extents joined before it, which set
+// where rows and columns start; `copied`: the elements or channels, which samples and channels start behind.
+double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis, double before, double copied) {
     const double planes = static_cast<double>(in.n) * in.c;
-    if (planes * in.h * in.w == 0.0) return 0.0;
     switch (axis) {
+        case 0:
+            return copied + elementCount(in);
+        case 1:
+            return elementCount(out) == 0 ? 0.0 : (copied + in.c) * out.n * out.h * out.w;
         case 2:
             return ((planes - 1) * out.h + before + in.h) * in.w;
         case 3:
@@ -39,7 +43,8 @@ double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int a
 
 // Where the copies of an input end in the input itself.
 double readEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis) {
-    return axis == 1 ? static_cast<double>(out.n) * in.c * out.h * out.w : 0.0;
+    const bool copies = axis == 1 && in.c > 0 && elementCount(out) > 0;
+    return copies ? static_cast<double>(out.n) * in.c * out.h * out.w : 0.0;
 }
 
 }  // namespace
@@ -70,15 +75,17 @@ void RawConcatLayerFactory::check() const {
     const nolk::TensorShape& out = output()->shape;
     if (!isRepresentable(out)) return;  // refused for every operation alike
 
-    double extents = 0.0, elements = 0.0;
+    double extents = 0.0, copied = 0.0;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         const nolk::TensorShape& in = inputs[i]->shape;
-        elements += elementCount(in);
-        const double written = axis == 0 ? elements : writeEnd(in, out, axis, extents);
-        if (written > elementCount(out) || readEnd(in, out, axis) > elementCount(in))
+        const bool leavesOutput =
+            elementCount(in) > 0 &&
+            ((axis > 1 && extents < 0.0) || writeEnd(in, out, axis, extents, copied) > elementCount(out));
+        if (leavesOutput || readEnd(in, out, axis) > elementCount(in))
             refuse("concat: extents off axis %d must agree, input %d is [%d, %d, %d, %d], output [%d, %d, %d, %d]",
                    axis_, static_cast<int>(i), in.n, in.c, in.h, in.w, out.n, out.c, out.h, out.w);
         extents += extentAt(in, axis);
+        if (elementCount(in) > 0) copied += axis == 0 ? elementCount(in) : in.c;
     }
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "builder/shapes.h"
+#include "layers/ownedFloats.h"
 #include "math/lanes.h"
 
 namespace {
@@ -48,9 +49,7 @@ RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor ou
     for (int o = 0; o < out.c && weights.bias && weights.groups > 0; ++o)
         bias_.push_back(weights.bias[weights.shared ? o % weights.outChannels : o]);
     if (!hasProducts(in, out, weights)) return;
-    const auto filters = static_cast<std::size_t>(in.c) * static_cast<std::size_t>(out.c);
-    const auto taps = static_cast<std::size_t>(kernelH_) * static_cast<std::size_t>(kernelW_);
-    weights_.assign(weights.weight, weights.weight + filters * taps);
+    weight_ = ownedFloats(weights.weight, in.c * out.c * kernelH_ * kernelW_);
     rows_ = tapsOf(in.h, out.h, kernelH_, stride.h, padding.top, padding.bottom);
     columns_ = tapsOf(in.w, out.w, kernelW_, stride.w, padding.left, padding.right);
     products_.resize(static_cast<std::size_t>(in.c) * rows_.most() * columns_.most());
@@ -98,7 +97,7 @@ void RawDeConvolutionLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& i = input_.shape;
     const nolk::TensorShape& o = output_.shape;
     if (elementCount(o) == 0) return;
-    if (weights_.empty()) return fillWithBias();
+    if (!weight_) return fillWithBias();
     const std::ptrdiff_t inSample = static_cast<std::ptrdiff_t>(i.c) * i.h * i.w;
     const std::ptrdiff_t outSample = static_cast<std::ptrdiff_t>(o.c) * o.h * o.w;
     for (std::ptrdiff_t n = 0; n < o.n; ++n)
@@ -158,7 +157,7 @@ void RawDeConvolutionLayer::gather(const float* in, float* out, int row, int col
     out += static_cast<std::ptrdiff_t>(row) * output_.shape.w + column;
     for (int c = 0; c < output_.shape.c; ++c, out += plane) {
         float sums[kColumns];
-        sumUp<kVectors>(in, weights_.data() + c * kernel, products_.data(), count, sums);
+        sumUp<kVectors>(in, weight_.get() + c * kernel, products_.data(), count, sums);
         for (std::ptrdiff_t k = 0; k < kColumns; ++k) out[k * columnStep_] = withBias(sums[k], c);
     }
 }

@@ -52,8 +52,8 @@ private:
     int columnStep_;  // distance of output columns that take the same kernel columns
     int kernelH_;
     int kernelW_;
-    std::vector<float> weights_;  // of the input's channels; empty where there is nothing to multiply
-    std::vector<float> bias_;     // one for every output channel, or none
+    std::unique_ptr<float[]> weight_;  // of the input's channels; null where there is nothing to multiply
+    std::vector<float> bias_;          // one for every output channel, or none
     Taps rows_;
     Taps columns_;
     std::vector<Product> products_;  // of the element at hand

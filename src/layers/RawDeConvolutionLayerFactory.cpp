@@ -1,5 +1,6 @@
 #include "layers/RawDeConvolutionLayerFactory.h"
 
+#include <climits>
 #include <cstdint>
 
 #include "builder/refuse.h"
@@ -24,6 +25,9 @@ void RawDeConvolutionLayerFactory::check() const {
     if (w.groups > 1) refuse("deConvolve: groups must be 1, are %d", w.groups);
     if (w.kernelH < 0) refuse("deConvolve: kernel must not be negative, is %d x %d", w.kernelH, w.kernelW);
     if (in.c > w.inChannels) refuse("deConvolve: weights expect %d input channels, input has %d", w.inChannels, in.c);
+    if (static_cast<double>(in.c) * w.outChannels * w.kernelH * w.kernelW > INT_MAX)
+        refuse("deConvolve: weights must hold at most 2^31 - 1 floats, are %d x %d x %d x %d", in.c, w.outChannels,
+               w.kernelH, w.kernelW);
     if (!w.weight) refuse("deConvolve: weights must not be null");
 }
 

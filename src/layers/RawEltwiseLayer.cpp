@@ -81,9 +81,10 @@ void RawEltwiseLayer::binary(const Operation& operation) const {
 
 // n elements of a from `at` with those of b from atB, as far as there are any.
 void RawEltwiseLayer::combine(const Operation& operation, int n, std::ptrdiff_t at, std::int64_t atB) const {
-    const int present = static_cast<int>(std::clamp<std::int64_t>(countB_ - atB, 0, n));
+    const int present = atB < 0 ? 0 : static_cast<int>(std::clamp<std::int64_t>(countB_ - atB, 0, n));
     if (present > 0) operation.arrays(present, output_.data + at, a_.data + at, b_.data + atB);
     if (present < n) operation.scalar(n - present, output_.data + at + present, a_.data + at + present, 0.0f);
 }
 
-float RawEltwiseLayer::elementOfB(std::int64_t at) const { return at < countB_ ? b_.data[at] : 0.0f; }
+// Negative places come from negative extents, where b is empty.
+float RawEltwiseLayer::elementOfB(std::int64_t at) const { return at >= 0 && at < countB_ ? b_.data[at] : 0.0f; }

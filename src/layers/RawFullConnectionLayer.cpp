@@ -1,5 +1,7 @@
 #include "layers/RawFullConnectionLayer.h"
 
+#include <algorithm>
+
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
 #include "layers/weights.h"
@@ -17,7 +19,7 @@ RawFullConnectionLayer::RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor 
 void RawFullConnectionLayer::run(AlignedMemory<float>&) {
     if (elementCount(output_.shape) == 0) return;
     const int rows = groups_ * input_.shape.n;
-    const int inputs = quotient(input_.shape.c, groups_);
+    const int inputs = std::max(quotient(input_.shape.c, groups_), 0);
     const int outputs = quotient(output_.shape.c, groups_);
     gemmMajRowColRow(input_.data, weight_.get(), output_.data, rows, inputs, outputs, 1, 0);
     if (!bias_) return;

@@ -21,6 +21,11 @@ void sumUp(const float* weights, const float* bias, const float* state, std::siz
     for (int v = 0; v < kVectors; ++v) storeLanes(sums + v * kLanes, acc[v]);
 }
 
+// Into zeros, which stay unwritten: the weights may be more than their file holds.
+void put(float value, float* place) {
+    if (value != 0.0f || std::signbit(value)) *place = value;
+}
+
 float sigmoid(float v) { return 1.0f / (std::exp(-v) + 1.0f); }
 
 }  // namespace
@@ -30,7 +35,7 @@ RawLstmLayer::RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::
       output_(output),
       direction_(weights.direction),
       numDirections_(weights.numDirections),
-      inputSize_(weights.inputSize),
+      inputSize_(std::max(weights.inputSize, 0)),
       hiddenSize_(weights.hiddenSize),
       paddedUnits_((static_cast<std::size_t>(weights.hiddenSize) * 4 + kBlock - 1) / kBlock * kBlock) {
     desc = "LSTM";
@@ -45,15 +50,15 @@ RawLstmLayer::RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::
 void RawLstmLayer::packWeights(const nolk::LstmWeights& weights) {
     const auto i = static_cast<std::size_t>(inputSize_), h = static_cast<std::size_t>(hiddenSize_);
     const std::size_t rows = i + h, units = 4 * h;
-    weights_.resize(static_cast<std::size_t>(numDirections_) * rows * paddedUnits_);
-    float* direction = weights_.data();
+    weights_ = zeroedFloats(static_cast<std::size_t>(numDirections_) * rows * paddedUnits_);
+    float* direction = weights_.get();
     for (std::size_t d = 0; d < static_cast<std::size_t>(numDirections_); ++d, direction += rows * paddedUnits_)
         for (std::size_t u = 0; u < units; ++u) {
             float* column = direction + u / kBlock * rows * kBlock + u % kBlock;
-            for (std::size_t r = 0; r < i; ++r, column += kBlock)
-                *column = weights.inputWeights[(d * units + u) * i + r];
-            for (std::size_t r = 0; r < h; ++r, column += kBlock)
-                *column = weights.recurrentWeights[(d * units + u) * h + r];
+            const float* const input = weights.inputWeights + (d * units + u) * i;
+            const float* const recurrent = weights.recurrentWeights + (d * units + u) * h;
+            for (std::size_t r = 0; r < i; ++r, column += kBlock) put(input[r], column);
+            for (std::size_t r = 0; r < h; ++r, column += kBlock) put(recurrent[r], column);
         }
 }
 
@@ -69,9 +74,9 @@ void RawLstmLayer::packBias(const nolk::LstmWeights& weights) {
 void RawLstmLayer::run(AlignedMemory<float>&) {
     if (elementCount(output_.shape) == 0) return;
     const bool backward = direction_ == nolk::Direction::backward;
-    if (numDirections_ == 1) return lstm(input_.data, output_.data, backward, weights_.data(), bias_.data());
-    lstm(input_.data, output_.data, false, weights_.data(), bias_.data());
-    lstm(input_.data, output_.data + hiddenSize_, true, weights_.data() + state_.size() * paddedUnits_,
+    if (numDirections_ == 1) return lstm(input_.data, output_.data, backward, weights_.get(), bias_.data());
+    lstm(input_.data, output_.data, false, weights_.get(), bias_.data());
+    lstm(input_.data, output_.data + hiddenSize_, true, weights_.get() + state_.size() * paddedUnits_,
          bias_.data() + paddedUnits_);
 }
 

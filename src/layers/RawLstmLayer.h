@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "layers/Layer.h"
+#include "memory/FloatBuffer.h"
 
 class RawLstmLayer final : public Layer {
 public:
@@ -31,11 +32,11 @@ private:
     int numDirections_;
     int inputSize_;
     int hiddenSize_;
-    std::size_t paddedUnits_;     // 4 * H, in whole blocks
-    std::vector<float> weights_;  // [D, blocks, I + H, block]: columns of [W R], so that neighbouring units are summed
-                                  // up side by side
-    std::vector<float> bias_;     // [D, blocks, block]
-    std::vector<float> gates_;    // [4, H] of one step, padded
-    std::vector<float> state_;    // x and h of one step, one behind the other as the columns of [W R] are
-    std::vector<float> memory_;   // m
+    std::size_t paddedUnits_;    // 4 * H, in whole blocks
+    FloatBuffer weights_;        // [D, blocks, I + H, block]: columns of [W R], so that neighbouring units are summed
+                                 // up side by side
+    std::vector<float> bias_;    // [D, blocks, block]
+    std::vector<float> gates_;   // [4, H] of one step, padded
+    std::vector<float> state_;   // x and h of one step, one behind the other as the columns of [W R] are
+    std::vector<float> memory_;  // m
 };

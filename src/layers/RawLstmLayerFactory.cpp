@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "builder/refuse.h"
+#include "builder/shapes.h"
 #include "layers/RawLstmLayer.h"
 
 RawLstmLayerFactory::RawLstmLayerFactory(nolk::TensorX* x, const nolk::LstmWeights& weights)
@@ -16,15 +17,16 @@ void RawLstmLayerFactory::check() const {
     const nolk::LstmWeights& w = weights_;
     if (w.numDirections != 1 && w.numDirections != 2)
         refuse("lstm: directions must be 1 or 2, are %d", w.numDirections);
-    if (w.inputSize < 0 || w.hiddenSize < 0)
-        refuse("lstm: sizes must not be negative, input size is %d, hidden size %d", w.inputSize, w.hiddenSize);
+    if (w.hiddenSize < 0) refuse("lstm: hidden size must not be negative, is %d", w.hiddenSize);
     if (4.0 * w.numDirections * w.hiddenSize * std::max({w.inputSize, w.hiddenSize, 2}) > INT_MAX)
         refuse("lstm: weights must hold fewer than 2^31 floats, input size is %d, hidden size %d", w.inputSize,
                w.hiddenSize);
 
     const nolk::TensorShape& in = input()->shape;
-    if (in.n == 0 || in.c == 0 || in.h == 0 || w.hiddenSize == 0) return;
-    if (in.w != w.inputSize) refuse("lstm: weights expect %d features, input has %d", w.inputSize, in.w);
+    if (elementCount(output()->shape) == 0) return;
+    // Steps lie inputSize floats apart, whatever the input's width is: only the end of the last has to be there.
+    if (static_cast<double>(in.n) * in.h * w.inputSize > elementCount(in))
+        refuse("lstm: weights expect %d features, input has %d", w.inputSize, in.w);
     if ((w.inputSize > 0 && !w.inputWeights) || !w.recurrentWeights) refuse("lstm: weights must not be null");
 }
 

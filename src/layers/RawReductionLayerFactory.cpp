@@ -25,9 +25,9 @@ void RawReductionLayerFactory::check() const {
     const nolk::TensorShape& out = output()->shape;
     const bool known = op_ >= nolk::BasicOp::maximum && op_ <= nolk::BasicOp::minimum;
     if (!known || !isRepresentable(out)) return;
-    if (RawReductionLayer::reducesChannelsOnly(in, out) && in.c == 0 && static_cast<double>(in.n) * in.h * in.w > 0)
-        refuse("reduce: input must have channels to reduce to %d, has 0", out.c);
-    if (elementCount(in) > 0 && writeEnd(in, out) > elementCount(out))
+    if (RawReductionLayer::reducesChannelsOnly(in, out) && in.c < 1 && static_cast<double>(in.n) * in.h * in.w > 0)
+        refuse("reduce: input must have channels to reduce to %d, has %d", out.c, in.c);
+    if (elementCount(in) > 0 && (elementCount(out) == 0 || writeEnd(in, out) > elementCount(out)))
         refuse("reduce: extents must be 1 or the input's [%d, %d, %d, %d], are [%d, %d, %d, %d]", in.n, in.c, in.h,
                in.w, out.n, out.c, out.h, out.w);
 }

@@ -11,7 +11,7 @@ namespace {
 // Planes of `walked` are counted with its own n and c, and found in `other` by other's c.
 bool staysInside(const nolk::TensorShape& walked, const nolk::TensorShape& other) {
     const std::int64_t last = (static_cast<std::int64_t>(walked.n) - 1) * other.c + walked.c;
-    return last <= static_cast<std::int64_t>(other.n) * other.c;
+    return other.n > 0 && other.c > 0 && last <= static_cast<std::int64_t>(other.n) * other.c;
 }
 
 }  // namespace
@@ -29,8 +29,8 @@ void RawResizeLayerFactory::check() const {
     if (!linear && mode_ != nolk::ResizeMode::nearest) return;
     // Linear walks over the input's planes, nearest over the output's.
     const nolk::TensorShape& walked = linear ? in : out;
-    if (!isRepresentable(out) || walked.n == 0 || walked.c == 0 || out.h == 0 || out.w == 0) return;
-    if (in.h == 0 || in.w == 0) refuse("resize: input planes must not be empty, are %d x %d", in.h, in.w);
+    if (!isRepresentable(out) || walked.n < 1 || walked.c < 1 || out.h < 1 || out.w < 1) return;
+    if (in.h < 1 || in.w < 1) refuse("resize: input planes must not be empty, are %d x %d", in.h, in.w);
     if (!staysInside(walked, linear ? out : in))
         refuse("resize: output must have the input's %d samples and %d channels, has %d and %d", in.n, in.c, out.n,
                out.c);

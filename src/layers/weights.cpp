@@ -1,12 +1,15 @@
 #include "layers/weights.h"
 
+#include <algorithm>
+
 #include "builder/refuse.h"
 #include "builder/shapes.h"
 
 void checkWeights(const char* operation, const nolk::Weights& weights) {
     const int groups = weights.shared ? 1 : weights.groups;
     const bool fits =
-        weights.groups >= 0 && isRepresentable({1, weights.groups, weights.outChannels, 1}) &&
+        std::min({weights.groups, weights.outChannels, weights.inChannels, weights.kernelH, weights.kernelW}) >= 0 &&
+        isRepresentable({1, weights.groups, weights.outChannels, 1}) &&
         isRepresentable({groups, weights.outChannels, weights.inChannels, 1}) &&
         isRepresentable({1, 1, weights.kernelH, weights.kernelW}) &&
         isRepresentable({groups * weights.outChannels, weights.inChannels, weights.kernelH, weights.kernelW});

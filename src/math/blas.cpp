@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "math/chooseProduct.h"
+#include "math/copySparsely.h"
 #include "math/quotient.h"
 
 namespace {
@@ -48,7 +49,7 @@ void copyFloats(const float* src, float*& dst, int n) {
     dst = nullptr;
     if (!src || n <= 0) return;
     dst = new float[static_cast<std::size_t>(n)];
-    std::copy_n(src, n, dst);
+    copySparsely(src, dst, static_cast<std::size_t>(n));
 }
 
 namespace {

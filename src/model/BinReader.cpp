@@ -19,9 +19,10 @@ const unsigned char* BinReader::step(std::int64_t n) {
     return overflowed() ? nullptr : data_ + start;
 }
 
-void BinReader::read(void* dst, std::int64_t n) {
+bool BinReader::read(void* dst, std::int64_t n) {
     const unsigned char* src = step(n);
     if (src && n > 0) std::memcpy(dst, src, static_cast<std::size_t>(n));
+    return src != nullptr;
 }
 
 std::string BinReader::readString() {
@@ -33,14 +34,15 @@ std::string BinReader::readString() {
     return text;
 }
 
-void BinReader::readFloats(float* dst, int n, bool compressed) {
+int BinReader::readFloats(float* dst, int n, bool compressed) {
     const int bits = compressed ? readByte() : 0;
-    if (bits == 0) return read(dst, std::int64_t{n} * static_cast<int>(sizeof(float)));
+    if (bits == 0) return read(dst, std::int64_t{n} * static_cast<int>(sizeof(float))) ? n : 0;
     if (bits == 8) return readIndexedFloats(dst, n);
     std::fprintf(stderr, "invalid compress bits: %d\n", bits);
+    return 0;
 }
 
-void BinReader::readIndexedFloats(float* dst, int n) {
+int BinReader::readIndexedFloats(float* dst, int n) {
     float table[kTableSize] = {};
     read(table, sizeof table);
     const int present = static_cast<int>(std::min<std::int64_t>(remaining(), std::max(n, 0)));
@@ -48,4 +50,5 @@ void BinReader::readIndexedFloats(float* dst, int n) {
     for (int i = 0; i < present; ++i) dst[i] = table[indices[i]];
     for (int i = present; i < n; ++i) dst[i] = table[0];
     step(std::int64_t{n} - present);
+    return n;
 }

@@ -21,8 +21,8 @@ public:
     // Moves the cursor by n bytes (not at all for a negative n). Where it stood, or null when it has overflowed.
     const unsigned char* step(std::int64_t n);
 
-    // Copies n bytes to dst and moves on; dst is left alone when there are fewer.
-    void read(void* dst, std::int64_t n);
+    // Copies n bytes to dst and moves on; false, and dst left alone, when there are fewer.
+    bool read(void* dst, std::int64_t n);
 
     std::int32_t readInt() { return readValue<std::int32_t>(); }
     std::int16_t readShort() { return readValue<std::int16_t>(); }
@@ -34,8 +34,8 @@ public:
 
     // n floats. Compressed ones start with a byte that tells their form: 0, plain; 8, a table of 256 floats and then n
     // indices into it. Any other byte is reported on standard error, and dst and the cursor stay as they are. Missing
-    // floats leave dst alone, missing indices count as 0.
-    void readFloats(float* dst, int n, bool compressed);
+    // floats leave dst alone, missing indices count as 0. Returns how many floats were written to dst: n or none.
+    int readFloats(float* dst, int n, bool compressed);
 
 private:
     template <typename T>
@@ -45,7 +45,7 @@ private:
         return value;
     }
 
-    void readIndexedFloats(float* dst, int n);
+    int readIndexedFloats(float* dst, int n);
 
     const unsigned char* data_;
     std::int32_t size_;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <new>
 
 namespace {
@@ -20,8 +19,8 @@ int floatCount(std::initializer_list<int> factors) {
     return static_cast<int>(count);
 }
 
-// Floats that may be made of nothing: four megabytes.
-constexpr int kHarmlessCount = 1 << 20;
+// Floats of a codebook, over all samples, that stand in for indices beyond the file's end: 64 megabytes.
+constexpr int kMaxMissing = 1 << 24;
 
 }  // namespace
 
@@ -83,30 +82,21 @@ float* RecordReader::optionalFloats(std::initializer_list<int> factors) {
 float* RecordReader::floats(std::initializer_list<int> factors) {
     const int count = floatCount(factors);
     float* array = newArray(count);
-    // A count above the bytes that are left cannot be met in any form. A large one fails the load even in a form that
-    // is unknown, before layers copy what no data backs.
+    // In no form does the file hold more floats than it has bytes left. What it announces beyond that is written for a
+    // while only, so that a small file does not make the library touch gigabytes; the load fails in any case.
     const std::int64_t left = in_.remaining();
-    const bool mayBePresent = count <= left;
-    in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, left + 1)), version_ > 3);
+    const std::int64_t most = left + std::max(kMaxMissing / batch_, 1);
+    floatsRead_ = in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, most)), version_ > 3);
     floatBytes_ += left - in_.remaining();
-    if (!mayBePresent && count > kHarmlessCount) in_.step(in_.remaining() + 1);
     return array;
 }
 
-float* RecordReader::repeatedSample(nolk::TensorShape& shape) {
+float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
     const int count = floatCount({shape.c, shape.h, shape.w});
-    const int countOfAll = floatCount({batch_, count});
-    const bool mayBePresent = count <= in_.remaining();
     const float* sample = floats({count});
-    float* samples = newArray(countOfAll);
-    // Zeros stand for what is not there. A builder copies them, so of too many it sees none; the load fails all the
-    // same.
-    if (!mayBePresent || overflowed()) {
-        if (countOfAll > kHarmlessCount) shape.c = 0;
-        return samples;
-    }
-    for (int n = 0; n < batch_ && count > 0; ++n)
-        std::memcpy(samples + std::int64_t{n} * count, sample, static_cast<std::size_t>(count) * sizeof(float));
+    float* samples = newArray(floatCount({batch_, count}));
+    for (int n = 0; n < batch_ && floatsRead_ > 0; ++n)
+        std::copy_n(sample, floatsRead_, samples + std::int64_t{n} * count);
     return samples;
 }
 

@@ -50,12 +50,11 @@ public:
     nolk::Weights fullConnectWeights();
     nolk::LstmWeights lstmWeights();
 
-    // As many floats as the factors' product; zeros where the data ends before them.
+    // As many floats as the factors' product; zeros where the data ends before them, or comes in an unknown form.
     float* floats(std::initializer_list<int> factors);
 
-    // One sample of the shape, repeated for every sample of it. Takes the channels out of a large shape whose sample
-    // the file does not hold.
-    float* repeatedSample(nolk::TensorShape& shape);
+    // One sample of the shape, repeated for every sample of it.
+    float* repeatedSample(const nolk::TensorShape& shape);
 
 private:
     nolk::Weights weightDims();
@@ -68,4 +67,5 @@ private:
     nolk::RunnerBuilder& builder_;
     Model& model_;
     std::int64_t floatBytes_ = 0;
+    int floatsRead_ = 0;  // into the last array
 };

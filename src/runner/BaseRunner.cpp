@@ -37,7 +37,7 @@ bool tensorsMatch(const nolk::Tensor* tensors, int count, const std::vector<nolk
 
 BaseRunner::BaseRunner(std::vector<std::unique_ptr<Layer>> layers, const std::vector<nolk::TensorX*>& inputs,
                        const std::vector<nolk::TensorX*>& outputs, std::unique_ptr<MemoryPool> pool,
-                       std::vector<ConstBuffer> constData)
+                       std::vector<FloatBuffer> constData)
     : pool_(std::move(pool)), layers_(std::move(layers)), constData_(std::move(constData)) {
     for (const nolk::TensorX* t : inputs) {
         writers_.push_back(t->createWriter());

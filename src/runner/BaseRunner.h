@@ -5,21 +5,16 @@
 
 #include <nolk.h>
 
-#include <cstdlib>
 #include <memory>
 #include <vector>
 
 #include "builder/TensorX.h"
 #include "layers/Layer.h"
 #include "memory/AlignedMemory.h"
+#include "memory/FloatBuffer.h"
 #include "memory/MemoryPool.h"
 #include "runner/NCHWReader.h"
 #include "runner/NCHWWriter.h"
-
-struct FreeBuffer {
-    void operator()(float* p) const { std::free(p); }
-};
-using ConstBuffer = std::unique_ptr<float, FreeBuffer>;
 
 class BaseRunner final : public nolk::Runner {
 public:
@@ -27,7 +22,7 @@ public:
     // be.
     BaseRunner(std::vector<std::unique_ptr<Layer>> layers, const std::vector<nolk::TensorX*>& inputs,
                const std::vector<nolk::TensorX*>& outputs, std::unique_ptr<MemoryPool> pool,
-               std::vector<ConstBuffer> constData);
+               std::vector<FloatBuffer> constData);
 
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
     void destroy() override;
@@ -52,5 +47,5 @@ private:
     std::vector<nolk::TensorShape> inputShapes_;
     std::vector<nolk::TensorShape> outputShapes_;
     std::vector<std::unique_ptr<Layer>> layers_;
-    std::vector<ConstBuffer> constData_;
+    std::vector<FloatBuffer> constData_;
 };

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 
 #include "builder/utils.h"
 #include "support/Net.h"
+#include "support/refusal.h"
 #include "support/values.h"
 
 namespace {
@@ -91,22 +93,150 @@ TEST(RunnerBuilder, InputsConstantsAndRepeatedOutputsKeepTheirValues) {
     }
 }
 
-TEST(RunnerBuilder, ConstantsWithoutDataOrSenseAreRefused) {
+TEST(RunnerBuilder, ConstantsWithoutDataAndShapesBeyond32BitsAreRefused) {
     Net net;
     nolk::Tensor noData{{1, 2, 1, 1, 1}, nullptr};
     EXPECT_EQ(net->constTensor(&noData), nullptr);
-    float one = 1.0f;
-    nolk::Tensor negative{{1, -2, 1, 1, 1}, &one};
-    nolk::TensorX* t = net->constTensor(&negative);
-    EXPECT_THROW(net.build({t}), std::invalid_argument);
+    EXPECT_THROW(net.build({net->relu(net.input({1, 65536, 65536, 1, 3}, {}))}), std::invalid_argument);
 }
 
-TEST(RunnerBuilder, UnrepresentableShapesAreRefused) {
-    for (const nolk::TensorShape& shape :
-         {nolk::TensorShape{1, 65536, 65536, 1, 3}, {1, -1, 1, 1, 1}, {-1, -1, 2, 2, 3}}) {
+const nolk::TensorShape kFilled{1, 2, 3, 4, 3};
+
+TEST(RunnerBuilder, WindowsAndSlicesWithoutPositionsLeaveTheRestOfTheNetworkAlone) {
+    auto weight = Values(1).reals(2 * 25);
+    const nolk::Weights wide{1, 1, 2, 5, 5, false, weight.data(), nullptr};
+    Net net;
+    nolk::TensorX* const x = net.input(kFilled, std::vector<float>(24, -2.0f));
+    nolk::TensorX* const none[] = {net->maxPool(x, {5, 6}, {}, {1, 1}), net->convolve(x, {}, {1, 1}, {1, 1}, wide),
+                                   net->slice(x, {2, 3, 1, 1})};
+    for (nolk::TensorX* const y : none) EXPECT_LT(net->shapeOf(y).h, 0);
+    const auto out = net.run({none[0], net->relu(none[1]), none[2], net->abs(x)});
+    ASSERT_EQ(out.size(), 4u);
+    EXPECT_EQ(out[3], std::vector<float>(24, 2.0f));
+}
+
+// Each operation on a tensor with extents below 0 is refused, or computes nothing and lets the rest of the network run.
+// What an operation reads and writes beyond its tensors is for the sanitizers to find.
+TEST(RunnerBuilder, NegativeExtentsAreHarmlessToEveryOperation) {
+    std::vector<float> values(64, 1.0f);
+    float* const v = values.data();
+    const nolk::Vector two{2, v};
+    const nolk::Weights weights{1, 1, 2, 1, 1, false, v, nullptr};
+    const nolk::LstmWeights lstm{nolk::Direction::forward, 1, 4, 1, v, v, nullptr, true};
+    using X = nolk::TensorX*;
+    const std::function<X(Net&, X, X)> operations[] = {
+        [](Net& n, X x, X) { return n->relu(x); },
+        [=](Net& n, X x, X) { return n->prelu(x, v, 2); },
+        [](Net& n, X x, X f) { return n->add(x, f); },
+        [](Net& n, X x, X f) { return n->sub(f, x); },
+        [](Net& n, X x, X f) { return n->max(f, x); },
+        [](Net& n, X x, X) {
+            return n->maxPool(x, {2, 2}, {}, {1, 1});
+        },
+        [](Net& n, X x, X) {
+            return n->avgPool(x, {1, 1}, {3, 3, 3, 3}, {1, 1});
+        },
+        [](Net& n, X x, X) {
+            return n->pad(x, {3, 3, 3, 3});
+        },
+        [=](Net& n, X x, X) { return n->batchNormalize(x, two, two, two, two, 1.0f); },
+        [](Net& n, X x, X) { return n->instanceNormalization(x, 1.0f); },
+        [](Net& n, X x, X) { return n->l2normalize(x); },
+        [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::c); },
+        [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::h); },
+        [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::w); },
+        [](Net& n, X x, X) {
+            return n->transpose(x, {{0, 2, 3, 1}});
+        },
+        [](Net& n, X x, X) {
+            return n->slice(x, {3, 0, 2, 1});
+        },
+        [](Net& n, X x, X) {
+            return n->reshape(x, {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc);
+        },
+        [](Net& n, X x, X) {
+            return n->reduce(x, {1, 1, 1, 1, 3}, nolk::BasicOp::mean);
+        },
+        [](Net& n, X, X f) {
+            return n->reduce(f, {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
+        },
+        [](Net& n, X x, X) {
+            return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::nearest, {});
+        },
+        [](Net& n, X x, X) {
+            return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::linear, {});
+        },
+        [](Net& n, X x, X f) { return n->matMul(x, f); },
+        [](Net& n, X x, X f) { return n->matMul(f, x); },
+        [=](Net& n, X x, X) {
+            return n->convolve(x, {3, 3, 3, 3}, {1, 1}, {1, 1}, weights);
+        },
+        [=](Net& n, X x, X) {
+            return n->deConvolve(x, {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights);
+        },
+        [=](Net& n, X x, X) { return n->fullConnect(x, weights); },
+        [=](Net& n, X x, X) { return n->lstm(x, lstm); },
+        [](Net& n, X x, X f) {
+            X three[] = {x, f, f};
+            return n->concat(three, 3, nolk::Axis::n);
+        },
+        [](Net& n, X x, X f) {
+            X three[] = {f, x, f};
+            return n->concat(three, 3, nolk::Axis::c);
+        },
+        [](Net& n, X x, X f) {
+            X three[] = {f, x, f};
+            return n->concat(three, 3, nolk::Axis::h);
+        },
+        [](Net& n, X x, X f) {
+            X three[] = {x, f, f};
+            return n->concat(three, 3, nolk::Axis::w);
+        },
+    };
+    for (const nolk::TensorShape& shape : {nolk::TensorShape{1, 2, -1, 4, 3},
+                                           {1, 2, -3, -4, 3},
+                                           {-1, -2, 3, 4, 3},
+                                           {1, -2, 3, 4, 3},
+                                           {1, -2, -3, 4, 3},
+                                           {1, 2, 3, -1, 3}})
+        for (const auto& operation : operations) {
+            Net net;
+            X const x = net.input(shape, values);
+            X const f = net.input(kFilled, std::vector<float>(24, -2.0f));
+            X const y = operation(net, x, f);
+            X const rest = net->abs(f);
+            SCOPED_TRACE(testing::Message() << "operation " << &operation - operations << " of [" << shape.n << " "
+                                            << shape.c << " " << shape.h << " " << shape.w << "]");
+            try {
+                const auto out = net.run({y, rest});
+                ASSERT_EQ(out.size(), 2u);
+                EXPECT_EQ(out[1], std::vector<float>(24, 2.0f));
+            } catch (const std::invalid_argument&) {
+            }
+        }
+}
+
+TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
+    Net other;
+    nolk::TensorX* const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
+    const std::function<nolk::TensorX*(Net&, nolk::TensorX*)> operations[] = {
+        [=](Net& net, nolk::TensorX*) { return net->relu(stranger); },
+        [=](Net& net, nolk::TensorX* own) { return net->add(own, stranger); },
+        [=](Net& net, nolk::TensorX* own) { return net->matMul(own, stranger); },
+        [=](Net& net, nolk::TensorX* own) {
+            nolk::TensorX* pair[] = {own, stranger};
+            return net->concat(pair, 2, nolk::Axis::c);
+        },
+        [=](Net& net, nolk::TensorX*) { return net->instanceNormalization(stranger, 0.1f); },
+    };
+    for (const auto& operation : operations) {
         Net net;
-        EXPECT_THROW(net.build({net->relu(net.input(shape, {}))}), std::invalid_argument);
+        nolk::TensorX* const own = net.input({1, 2, 1, 1, 1}, {1, 2});
+        EXPECT_EQ(operation(net, own), nullptr);
+        expectRefused(net, own, "another builder");  // also where nothing depends on the result
     }
+    Net net;
+    expectRefused(net, stranger, "output 0 is a tensor of another builder");
 }
 
 }  // namespace

@@ -75,19 +75,33 @@ TEST(RawLstmLayer, OfSeveralChannelsOnlyTheFirstRowsAreComputed) {
     expectSameBits(out, reference::lstm({2, 1, 2, 2, 3}, x, weights));
 }
 
+// Steps lie as many floats apart as the weights have inputs, whatever the rows of the tensor are.
+TEST(RawLstmLayer, RowsNeedNotBeAsWideAsTheWeights) {
+    const auto x = Values(4).reals(24);
+    Arrays arrays(1, 2, 3);
+    const nolk::LstmWeights weights{nolk::Direction::forward, 1, 2, 3, arrays.w.data(), arrays.r.data(), nullptr, true};
+    const auto want = reference::lstm({2, 1, 3, 2, 3}, x, weights);  // the first 12 values, two a step
+    for (const nolk::TensorShape& in : {nolk::TensorShape{2, 1, 3, 4, 3}, {2, 4, 3, 1, 3}}) {
+        Net net;
+        auto out = net.run({net->lstm(net.input(in, x), weights)})[0];
+        out.resize(want.size());
+        expectSameBits(out, want);
+    }
+}
+
 TEST(RawLstmLayer, RefusesWeightsThatDoNotFit) {
-    Arrays arrays(2, 4, 4);
+    Arrays arrays(2, 5, 4);
     struct Case {
         int directions, inputs, hidden;
         bool w, r;
         const char* text;
     };
     const Case cases[] = {
-        {0, 4, 4, true, true, "lstm: directions"},    {3, 4, 4, true, true, "lstm: directions"},
-        {-1, 4, 4, true, true, "lstm: directions"},   {1, 3, 4, true, true, "lstm: weights expect 3"},
-        {1, -1, 4, true, true, "lstm: sizes"},        {1, 4, -4, true, true, "lstm: sizes"},
-        {1, 4, 65536, true, true, "fewer than 2^31"}, {2, 4, INT32_MAX, true, true, "fewer than 2^31"},
-        {1, 4, 4, false, true, "must not be null"},   {1, 4, 4, true, false, "must not be null"}};
+        {0, 4, 4, true, true, "lstm: directions"},        {3, 4, 4, true, true, "lstm: directions"},
+        {-1, 4, 4, true, true, "lstm: directions"},       {1, 5, 4, true, true, "lstm: weights expect 5"},
+        {1, 4, -4, true, true, "lstm: hidden size"},      {1, 4, 65536, true, true, "fewer than 2^31"},
+        {2, 4, INT32_MAX, true, true, "fewer than 2^31"}, {1, 4, 4, false, true, "must not be null"},
+        {1, 4, 4, true, false, "must not be null"}};
     for (const Case& c : cases) {
         const nolk::LstmWeights weights{
             nolk::Direction::forward,        c.directions, c.inputs, c.hidden, c.w ? arrays.w.data() : nullptr,

@@ -68,7 +68,7 @@ TEST(RawReductionLayer, RefusesShapesThatItWouldLeave) {
         auto* y = net->reduce(net.input(c.in, Values(1).reals(reference::count(c.in))), c.out, nolk::BasicOp::sum);
         SCOPED_TRACE(&c - cases);
         if (c.refused)
-            expectRefused(net, y, c.out.w < 0 ? "must not be negative" : "reduce: ");
+            expectRefused(net, y, "reduce: ");
         else
             EXPECT_EQ(net.run({y}).size(), 1u);
     }

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+#include "builder/RawRunnerBuilder.h"
+#include "model/RecordReader.h"
 #include "support/CallLog.h"
 #include "support/messages.h"
 #include "support/modelBytes.h"
@@ -295,7 +297,7 @@ TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
             const Load load(container(version, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
             EXPECT_EQ(load.runner, nullptr);
             ASSERT_EQ(load.log.lines.size(), 3u);
-            EXPECT_EQ(load.log.lines[2], "#3 = constTensor [3 0 4 1 dims 3] {}");
+            EXPECT_EQ(load.log.lines[2], "#3 = constTensor [3 16777216 4 1 dims 3] 201326592 floats");
             EXPECT_EQ(load.messages, Lines{});
             EXPECT_TRUE(load.restored);
         }
@@ -310,6 +312,54 @@ TEST(ModelReader, AnUnknownCompressionIsPrintedAndReadingGoesOn) {
     EXPECT_EQ(load.log.lines.back(), "build #3");
     EXPECT_EQ(load.printed, "invalid compress bits: 7\n");
     EXPECT_EQ(load.messages, Lines{});
+}
+
+// However many floats are announced: 256 MB of constants and of weights, of which layers have copies. The memory for
+// them is never touched.
+TEST(ModelReader, AnUnknownCompressionOfManyFloatsIsBuilt) {
+    Bytes file = container(4, hex("0000"),
+                           hex("0700 0000 00200000 00000000 00000000 0000"
+                               "0100 0100 00000001 04000000 01000000 07"
+                               "0600 0000 0200 0100 00200000 00200000 01000000 01000000 07 00"
+                               "0200 0000 0300 00000000 0100 0100 0100 0100 0100 00200000 00200000 01000000 01000000 07"
+                               "00 1600 0100 1600 0200 1600 0300"));
+    [[maybe_unused]] const long before = peakMegabytes();
+    RawRunnerBuilder* const builder = new RawRunnerBuilder(nullptr);
+    ModelReaderImpl reader;
+    testing::internal::CaptureStderr();
+    nolk::Runner* const runner = reader.readFromMemory(builder, 1, file.data(), static_cast<int>(file.size()));
+    const std::string line = "invalid compress bits: 7\n";
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), line + line + line);
+    builder->destroy();
+    ASSERT_NE(runner, nullptr);
+    runner->destroy();
+#ifndef __SANITIZE_THREAD__
+    EXPECT_LT(peakMegabytes() - before, 220);
+#endif
+}
+
+// What the file holds of the floats goes to the builder before the shortfall ends the load.
+TEST(ModelReader, AShortConstantIsHandedOnAsItWasRead) {
+    std::string table;
+    for (int i = 0; i < 256; ++i) table += "f(" + std::to_string(i + 5) + ")";
+    const std::string constant = "0100 0700 03000000 00000000 00000000 ";  // [batch, 3]
+    const struct {
+        std::string floats, expected;
+    } rows[] = {
+        {"08 " + table + "02 01", "{7 6 5 7 6 5}"},
+        {"08 " + table, "{5 5 5 5 5 5}"},
+        {"00 f(1) f(2)", "{0 0 0 0 0 0}"},
+    };
+    for (const auto& row : rows) {
+        // The record alone: a file would end in a checksum, which the record could read.
+        const Bytes record = hex(constant + row.floats);
+        CallLog log;
+        Model model;
+        BinReader in(record.data(), static_cast<int>(record.size()));
+        RecordReader fields(in, 4, 2, log, model);
+        EXPECT_FALSE(ModelReaderImpl::readOp(fields));
+        EXPECT_EQ(log.lines.back(), "#1 = constTensor [2 3 1 1 dims 1] " + row.expected);
+    }
 }
 
 // Lengths below 0 take the body's beginning back, at most to the file's; nothing in front of it is touched.

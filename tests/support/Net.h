@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "builder/RawRunnerBuilder.h"
+#include "builder/shapes.h"
 
 class Net {
 public:
@@ -46,7 +47,7 @@ public:
         std::vector<std::vector<float>> results;
         for (Input& i : inputs_) in.push_back({i.shape, i.values.data()});
         for (const nolk::TensorShape& s : outputShapes_)
-            results.emplace_back(static_cast<std::size_t>(s.n) * s.c * s.h * s.w + 1, kSentinel);
+            results.emplace_back(static_cast<std::size_t>(elementCount(s)) + 1, kSentinel);
         for (std::size_t i = 0; i < results.size(); ++i) out.push_back({outputShapes_[i], results[i].data()});
         nolk::Tensor none;
         if (!runner_->run(in.empty() ? &none : in.data(), static_cast<int>(in.size()), out.data(),

@@ -193,8 +193,7 @@ void ModelChecker::judgeRecord(const Record& record, Model& model) {
         }
         // What is wrong with an input has been told.
         if (inputsAreGood && !isRepresentable(made->shape))
-            report(true, record,
-                   "its result " + shapeText(made->shape) + " has a negative extent or more than 2^31 - 1 elements");
+            report(true, record, "its result " + shapeText(made->shape) + " has more than 2^31 - 1 elements");
     } catch (const std::exception& e) {
         dropShapeDoubts(record);
         if (inputsAreGood) report(true, record, e.what());
