@@ -56,8 +56,19 @@ bool ModelReaderImpl::readOps(BinReader& in) {
     RecordReader fields(in, version_, batch_, *builder_, model_);
     const int count = fields.i16();
     for (int i = 0; i < count; ++i)
-        if (!readRecord(fields)) return false;
+        if (!readOp(fields)) return false;
     return true;
+}
+
+bool ModelReaderImpl::readOp(RecordReader& fields) {
+    const int opCode = fields.i16();
+    const Record record = recordOf(opCode);
+    if (!record) {
+        reportError("unknown op: %d", opCode);
+        return false;
+    }
+    record(fields);
+    return !fields.overflowed();
 }
 
 nolk::Runner* ModelReaderImpl::build() {

@@ -10,11 +10,18 @@
 #include "model/BinReader.h"
 #include "model/Model.h"
 
+class RecordReader;
+
 class ModelReaderImpl final : public nolk::ModelReader {
 public:
     nolk::Runner* readFromFile(nolk::RunnerBuilder* builder, int batch, const char* path) override;
     nolk::Runner* readFromMemory(nolk::RunnerBuilder* builder, int batch, void* data, int size) override;
     void destroy() override { delete this; }
+
+    // Reads one record, op code and fields, and makes its call of the builder. False when the data ended within the
+    // record, and for an unknown op code, which is an error message. Public because programs that examine files walk
+    // them record by record.
+    static bool readOp(RecordReader& fields);
 
 private:
     nolk::Runner* readFromVersion1(BinReader& in);
