@@ -37,8 +37,8 @@ nolk::Runner* ModelReaderImpl::readFromVersion3(BinReader& in, unsigned char* da
     // Negative lengths in the head info must not put the body in front of the data.
     const std::int64_t body = std::max<std::int64_t>(kHeadBytes + getHeadInfo(in), 0);
     scramble(data, body, size - kCrcBytes);
-    // Deliberate: the trailer belongs to what records can read, and an exception out of a record leaves the body
-    // unscrambled.
+    // Records may read on into the checksum: which calls the builder gets before a short file fails depends on where
+    // the data ends. An exception out of a record leaves the body unscrambled, as nolk.h says.
     BinReader plain(data + kHeadBytes, size - kHeadBytes);
     nolk::Runner* runner = readFromVersion2(plain);
     scramble(data, body, size - kCrcBytes);

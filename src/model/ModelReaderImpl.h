@@ -1,6 +1,7 @@
 // The container of a model file: head, version, head info, checksum and scrambling around a list of operation records.
 // docs/model-format.md has the tables. Every record becomes one call of the builder (records.cpp), then build is
-// called. Deliberate: tensors and outputs are kept from load to load, since a reader is meant to serve one model.
+// called. Take a new reader for each model: a second load with the same one would find the first one's tensors by
+// their ids and add its outputs to the first one's.
 #pragma once
 
 #include <nolk.h>
