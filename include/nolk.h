@@ -7,8 +7,8 @@
 //
 // Everything handed to a host is released through its own destroy(), never with delete. What fails returns null or
 // false; the reason stands on standard error and, but for Runner::run, in a queue that nolk_pop_error_message empties.
-// A null argument and a file that ends within a record fail without a text. Tensors are float32, dense and row-major in
-// the order [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
+// ModelReader lists the failures that leave no text. Tensors are float32, dense and row-major in the order
+// [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
 #ifndef NOLK_H
 #define NOLK_H
 
@@ -40,8 +40,8 @@ namespace nolk {
 // valid until that builder is destroyed.
 class TensorX;
 
-// Extents of a tensor. Two shapes are equal only if all five fields are: [1, 8, 1, 1] with dims 1 and with dims 3 are
-// different shapes, and Runner::run tells them apart. The element count, n * c * h * w, must fit 32 bits.
+// Extents of a tensor. Runner::run compares dims too: it refuses [1, 8, 1, 1] with dims 3 where the network has it with
+// dims 1. The element count, n * c * h * w, must fit 32 bits.
 struct TensorShape {
     std::int32_t n = 0;     // batch size
     std::int32_t c = 0;     // channels
@@ -70,7 +70,7 @@ struct Padding {
     std::int32_t right = 0;
 };
 
-// Weights of a convolution, deconvolution or fully connected operation. The arrays must stay valid, and belong to one
+// What convolve, deConvolve and fullConnect multiply x by, and add to it. The arrays must stay valid, and belong to one
 // operation only, until RunnerBuilder::build has returned: the layers copy them then, and folding a batch
 // normalisation into a convolution rewrites them in place.
 struct Weights {
@@ -150,7 +150,7 @@ public:
     // which lets its callers finish.
     virtual void destroy() = 0;
 
-    // Whether run may be called from several threads at once.
+    // Whether run may be called from several threads at once. A wrapped runner may be, although it answers false.
     virtual bool isThreadSafe() { return false; }
 
 protected:
@@ -161,9 +161,11 @@ protected:
 //
 // Every operation returns the tensor that it makes, of the stated shape. Given a null tensor it returns null, so that a
 // chain can be written without checks; build reports the null output. x is [n, c, h, w] below. In quotients division
-// truncates, and a quotient by 0 is 0. An operation whose layer would leave its tensors' memory (channel counts that
-// disagree with weights, say) makes build throw std::invalid_argument. "inputs empty" and its like on standard error,
-// with exit status 1, tell of a graph that cannot be meant: a concat of nothing.
+// truncates, and a quotient by 0 is 0. A window larger than its padded input, or a slice whose end is not behind its
+// start, can make an extent 0 or negative: such a layer computes and writes nothing, and the other layers run. An
+// operation whose layer would leave its tensors' memory (channel counts that disagree with weights, say) makes build
+// throw std::invalid_argument. "inputs empty" and its like on standard error, with exit status 1, tell of a graph that
+// cannot be meant: a concat of nothing.
 class RunnerBuilder {
 public:
     // The next input of the network; Runner::run takes inputs in the order of these calls.
@@ -183,21 +185,21 @@ public:
     // Dimension i of the result is dimension perm.axes[i] of x.
     virtual TensorX* transpose(TensorX* x, Perm perm) = 0;
 
-    // Result: x with (end - start) / step elements along the axis; dims as x has.
+    // Result: x with (end - start) / step elements along the axis; dims as x has. Nothing is written unless start <
+    // end.
     virtual TensorX* slice(TensorX* x, SlicePos pos) = 0;
 
-    // y = x * weight^T + bias over the c channels (h and w are expected to be 1). With groups > 1, each sample's
-    // channels are cut into that many rows, and all rows use the same weights and bias. Result [n, groups *
-    // outChannels], dims 1.
+    // y = x * weight^T + bias over the c channels (h and w are expected to be 1). Each group takes its share of the
+    // channels, but all groups use the same weights and bias. Result [n, groups * outChannels], dims 1.
     virtual TensorX* fullConnect(TensorX* x, Weights weights) = 0;
 
-    // y = (x - mean[c]) * scale[c] / sqrt(variance[c] + epsilon) + bias[c]. Vectors of at least c floats, which are
+    // y = scale[c] * (x - mean[c]) / sqrt(epsilon + variance[c]) + bias[c]. Vectors of at least c floats, which are
     // copied. Result as x.
     virtual TensorX* batchNormalize(TensorX* x, Vector scale, Vector bias, Vector mean, Vector variance,
                                     float epsilon) = 0;
 
-    // Maximum or average of each window; positions in the padding take no part, nor are they counted.
-    // Result [n, c, (h + top + bottom - kernel.h) / stride.h + 1, w likewise].
+    // Maximum or average of the values of x in each window; padding adds no values.
+    // Result [n, c, (top + h + bottom - kernel.h) / stride.h + 1, w likewise].
     virtual TensorX* maxPool(TensorX* x, DimsHW kernel, Padding padding, DimsHW stride) = 0;
     virtual TensorX* avgPool(TensorX* x, DimsHW kernel, Padding padding, DimsHW stride) = 0;
 
@@ -239,7 +241,8 @@ public:
     // y = x < min ? min : x > max ? max : x
     virtual TensorX* clip(TensorX* x, float min, float max) = 0;
 
-    // One LSTM layer over [n, 1, T, I] (T time steps of I features). Result [n, 1, T, numDirections * hiddenSize].
+    // One LSTM layer over [n, 1, T, I]: T time steps of I = weights.inputSize features. x may be wider than I; its time
+    // steps are still read I floats apart, as if x were [n, 1, T, I]. Result [n, 1, T, numDirections * hiddenSize].
     virtual TensorX* lstm(TensorX* x, LstmWeights weights) = 0;
 
     // y = alpha * x + beta (rounded once), limited to [0, 1]
@@ -253,7 +256,8 @@ public:
     virtual TensorX* instanceNormalization(TensorX* x, float epsilon) = 0;
     virtual TensorX* instanceNormalization(TensorX* x, Vector scale, Vector bias, float epsilon) = 0;
 
-    // Scales every plane to shape.h x shape.w. A mode other than linear and nearest ends the process when it runs.
+    // Scales every plane to shape.h x shape.w. A mode that is neither linear nor nearest can be built, but running it
+    // prints "not suppot yet" on standard output and ends the process with status 0.
     virtual TensorX* resize(TensorX* x, TensorShape shape, ResizeMode mode, ResizeTransMode transMode) = 0;
 
     // y = |x|
@@ -293,7 +297,8 @@ protected:
     ~RunnerBuilder() = default;
 };
 
-// Reads model files: every record becomes one call of the builder, then build. One model, one thread.
+// Reads model files: every record becomes one call of the builder, then build. One model, one thread. These failures
+// leave no text: a batch below 1, a null builder, path or data, an empty file, a file that ends within a record.
 class ModelReader {
 public:
     // The runner of the model in the file at path, for inputs of batch samples, or null.
@@ -301,7 +306,8 @@ public:
     virtual Runner* readFromFile(RunnerBuilder* builder, int batch, const char* path) = 0;
 
     // The same from size bytes at data, which must be writable: they change during the call and are restored before it
-    // returns, but not when it throws: std::bad_array_new_length for a count that cannot be, std::bad_alloc.
+    // returns, so two loads must not use one buffer at the same time. They are not restored when it throws:
+    // std::bad_array_new_length for a count that cannot be, std::bad_alloc.
     virtual Runner* readFromMemory(RunnerBuilder* builder, int batch, void* data, int size) = 0;
 
     // Releases the reader and the weight arrays that it handed to builders, so: after build.
@@ -313,7 +319,7 @@ protected:
 
 }  // namespace nolk
 
-// The entry points may be called from any thread.
+// Threads may call these functions whenever they like.
 //
 // implCfg names an implementation, then a colon, then its settings: "NolkRaw:num_threads=4,gemm_thresh=100000". Null,
 // "" and a missing name mean the built-in implementation, NolkRaw; any other name X loads libX.so, from the loader's
@@ -333,15 +339,16 @@ NOLK_API nolk::ModelReader* nolk_new_model_reader();
 NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 
 // A runner that many threads may call: it cuts their tensors into single items and runs these through `runner`, which
-// must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers.
-// Then the first call fixes the shapes of a sample, and calls with others return false, with a line on standard error.
-// Takes over `runner`, and destroys it with itself. Null for a null runner, a batchSize below 1, or when no thread can
-// be had; then `runner` stays the caller's.
+// must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers into
+// passes of that many. Then the first pass that succeeds fixes how many elements each tensor of an item has: later
+// items may have other shapes or dims with as many elements, and calls with others return false. The result of a call
+// is that of the pass with its first item. Takes over `runner`, and destroys it with itself. Null for a null runner, a
+// batchSize below 1, or when no thread can be had; then `runner` stays the caller's.
 NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
 
 // A runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's format
-// go to the implementation named by implCfg. The bytes must be writable, as for ModelReader::readFromMemory. Throws
-// what that and nolk_new_runner_builder throw.
+// go to the implementation named by implCfg. The bytes must be writable and in no other load at the same time, as for
+// ModelReader::readFromMemory. Throws what that and nolk_new_runner_builder throw.
 NOLK_API nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch);
 
 // Queues a message; the newest 100 are kept. A null or empty message is not queued.
@@ -351,7 +358,7 @@ NOLK_API void nolk_push_error_message(const char* msg);
 NOLK_API void nolk_pop_error_message(char* buf, int size);
 }
 
-// The structures and slots are a binary interface shared with other implementations.
+// Other implementations are compiled against these structures and slots.
 static_assert(sizeof(nolk::TensorShape) == 20 && offsetof(nolk::TensorShape, c) == 4 &&
                   offsetof(nolk::TensorShape, h) == 8 && offsetof(nolk::TensorShape, w) == 12 &&
                   offsetof(nolk::TensorShape, dims) == 16,

@@ -21,7 +21,7 @@ std::string folderOf(const void* address) {
     if (!dladdr(address, &info) || !info.dli_fname) return "";
     const std::string path = info.dli_fname;
     const std::size_t separator = path.find_last_of("/\\");
-    // Deliberate: a separator in the first place does not count.
+    // A separator in the first place means the root folder, where no plug-ins are expected.
     if (separator == std::string::npos || separator == 0) return "";
     return path.substr(0, separator + 1);
 }

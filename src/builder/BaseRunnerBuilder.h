@@ -1,7 +1,7 @@
 // The part of a builder that does not depend on the operations: keeps inputs, constants and factories, and turns them
 // into a runner. A derived class implements each operation by making its factory and calling addLayerReturnOutputs.
-// build: guard the outputs, check, fuse, connect, plan memory, create the layers. Creation order is execution order: a
-// factory can only take tensors that exist.
+// build: guard the outputs, check, fuse, connect, plan memory, create the layers. Layers run in the order in which
+// their operations were recorded, since what an operation reads has always been recorded before it.
 #pragma once
 
 #include <nolk.h>

@@ -57,7 +57,8 @@ LayerFactory* LayerFactory::fusibleNext() const {
 
 void LayerFactory::update_pre_comsumer() {
     inputs.front() = fusiblePrev()->inputs.front();
-    // Deliberate: the first entry is replaced, whoever it names; only the number of consumers is asked for later.
+    // The first entry may name another factory than the absorbed one. That does no harm: fusion looks at an entry only
+    // where it is the only one, and then it was the absorbed one; elsewhere the number of consumers is all that counts.
     inputs.front()->consumers.front() = this;
 }
 

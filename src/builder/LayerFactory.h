@@ -1,9 +1,9 @@
-// An operation of a network that is being built: knows its input tensors, owns its outputs, and makes the layer at the
-// end. With the tensors it forms the graph: a tensor has one producer and its consumers in order of creation. The
-// builder calls, over all factories: the constructor as operations are recorded, then check, fuse, connect, and after
-// memory planning create. A factory that fusion has absorbed lives on until the builder goes, because tensors may still
-// name it as a consumer. A derived constructor hands its inputs up, computes the output's shape and calls initOutputs
-// once.
+// An operation of a network that is being built: refers to the tensors that it reads, owns those that it makes, and
+// creates the layer in the end. With the tensors it forms the graph: a tensor has one producer and its consumers in
+// order of creation. The builder calls, over all factories: the constructor as operations are recorded, then check,
+// fuse, connect, and after memory planning create. A factory that fusion has absorbed lives on until the builder goes,
+// because tensors may still name it as a consumer. A derived constructor hands its inputs up, computes the output's
+// shape and calls initOutputs once.
 #pragma once
 
 #include <memory>
@@ -15,7 +15,7 @@ class Layer;
 
 class LayerFactory {
 public:
-    // Registers this factory as a consumer of each input. No inputs: "inputs empty" and exit(1).
+    // Enters itself in the consumers of every input. No inputs: "inputs empty" and exit(1).
     explicit LayerFactory(const std::vector<nolk::TensorX*>& factoryInputs);
     virtual ~LayerFactory() = default;
     LayerFactory(const LayerFactory&) = delete;

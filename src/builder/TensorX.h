@@ -25,8 +25,8 @@ public:
     TensorX(const TensorX&) = delete;
     TensorX& operator=(const TensorX&) = delete;
 
-    // Shares raw and raises its size to at least this tensor's element count, so that it has room for the largest
-    // sharer.
+    // From now on this tensor lies where raw does. Where raw is too small for it, raw grows; it never shrinks, because
+    // other tensors may share it.
     virtual void setRawTensor(const std::shared_ptr<RawTensor>& raw);
 
     virtual std::unique_ptr<NCHWReader> createReader() const;

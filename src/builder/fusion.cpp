@@ -92,8 +92,9 @@ void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
     float* w = weights.weight;
     for (int o = 0; o < outChannels; ++o) {
         for (int i = 0; i < weights.inChannels; ++i) {
-            // Deliberate: the output channel for every grouped convolution, though only a depthwise one reads that
-            // input.
+            // With groups, the output channel stands for the input channel. That is the same in a depthwise
+            // convolution, the usual one with groups; others use the same index because results of networks in use
+            // depend on it.
             const auto channel = static_cast<std::size_t>(weights.groups == 1 ? i : o);
             const auto factor = static_cast<float>(factors.factor[channel]);
             float sum = 0.0f;
@@ -143,8 +144,10 @@ LayerFactory* PoolingLayerFactory::fuse() {
     return pad;
 }
 
-// Deliberate: positions in the padding take no part in a maximum, where the padding layer's zeros did; and the input
-// goes on naming the padding as its consumer.
+// A window of padding and negative values gets another maximum: the padding layer's zeros took part, but the pooling
+// leaves out its own padding. Accepted because pooled values mostly come from a relu, and then none is negative. The
+// input goes on naming the padding as its consumer, which misleads nobody: consumers are counted, and only a batch
+// normalisation among them would be used.
 void PoolingLayerFactory::absorbPad(PaddingLayerFactory* pad) {
     addPadding(padding, pad->padding);
     inputs.front() = pad->inputs.front();

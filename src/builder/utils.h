@@ -4,11 +4,12 @@
 #include <map>
 #include <string>
 
-// Text without blanks, tabs, line feeds and carriage returns at its ends.
+// Text without the white space (" \t\n\r") at its ends.
 std::string trim(const std::string& text);
 
-// Keys and values of comma-separated settings; the first 511 characters count. A token without '=' is a key with an
-// empty value, unless the key has one already; of repeated keys the last counts. Null gives an empty map.
+// Keys and values of comma-separated settings; the first 511 characters count. A token without '=' gives its key an
+// empty value, or leaves the value that the key has; of several tokens with '=' the last counts. Null gives an empty
+// map.
 std::map<std::string, std::string> cfgToMap(const char* cfg);
 
 // The number at key, or fallback where there is no such key. Leading blanks and trailing text are ignored. Throws

@@ -17,7 +17,7 @@ public:
 
     nolk::Padding padding;
     nolk::Weights weights;         // arrays: the caller's until create, but for a folded bias
-    std::vector<float> fusedBias;  // the bias array once a batch normalisation has been folded in
+    std::vector<float> fusedBias;  // weights.bias points here after folding a batch normalisation
 
 private:
     bool canAbsorbPreBn(const BatchNormalizationLayerFactory& bn) const;

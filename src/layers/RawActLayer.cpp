@@ -40,10 +40,11 @@ void RawActLayer::run(AlignedMemory<float>&) {
         case ACT_PRELU:
             return prelu(count);
     }
-    // Deliberate: an unknown type leaves the output as it is.
+    // A layer cannot report anything to the caller of run, so an unknown type just leaves the output as it is.
 }
 
-// Deliberate: the whole tensor, batch included, is cut into as many equal runs as there are channels.
+// Slope k belongs to the k-th of c equal parts of the whole tensor. In a batch above 1 these parts are not the
+// channels, but nolk.h describes it so and hosts may depend on it.
 void RawActLayer::prelu(int count) const {
     if (count == 0) return;
     const int channels = input_.shape.c;

@@ -1,4 +1,5 @@
-// y = ((x - mean[c]) * scale[c]) / sqrt(variance[c] + epsilon) + bias[c], in this order of single-precision steps.
+// y = ((x - mean) * scale) / sqrt(variance + epsilon) + bias with the channel's values, in this order of
+// single-precision steps.
 //   in, out [n, c, h, w]; out may be in. The vectors hold at least c floats.
 #pragma once
 

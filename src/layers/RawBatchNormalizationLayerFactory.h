@@ -1,4 +1,5 @@
-// Records a batch normalisation. Output: the input's shape. Copies the vectors; refuses ones shorter than the channels.
+// Records a batch normalisation. Output: shaped as the input. Copies the vectors; refuses ones shorter than the
+// channels.
 #pragma once
 
 #include "layers/BatchNormalizationLayerFactory.h"

@@ -1,11 +1,11 @@
-// Grouped, strided, dilated convolution with zero padding:
+// A convolution in groups, with stride, dilation and zeros around the input:
 //   y[b, o, oh, ow] = bias[o] + sum over i, kh, kw of
 //                     x[b, i, oh * stride.h - top + kh * dilation.h, ow * stride.w - left + kw * dilation.w] *
 //                     weight[o, i, kh, kw]
 //   in [n, groups * inChannels, h, w], weights [group, out, in, kh, kw], out [n, groups * outChannels, oh, ow]
-// One matrix product per sample and group: weights times the input itself for a 1x1 kernel at unit stride without
-// padding, else times a copy of the input in which every output position has its window as one contiguous column
-// (im2col). The copy lies in the runner's scratch memory and is reused for every group, sample and run.
+// Each group of each sample is a matrix product of weights and windows. The windows of a 1x1 kernel with stride 1 and
+// no padding are the input as it lies; others are copied to the runner's scratch memory first, window behind window
+// (im2col), where the next group's windows overwrite them.
 #pragma once
 
 #include <memory>

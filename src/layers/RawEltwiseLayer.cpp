@@ -34,12 +34,13 @@ RawEltwiseLayer::RawEltwiseLayer(nolk::Tensor a, nolk::Tensor b, nolk::Tensor ou
 void RawEltwiseLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& a = a_.shape;
     const nolk::TensorShape& b = b_.shape;
-    // Deliberate: an unknown type leaves the output as it is.
+    // A layer cannot report anything to the caller of run, so an unknown type just leaves the output as it is.
     if (type_ < ELTWISE_ADD || type_ > ELTWISE_MAX) return;
     // The other extents of an empty tensor may be too many to count through.
     if (elementCount(a) == 0) return;
     const Operation& operation = kOperations[type_];
-    // Deliberate: a maximum never reads b as one plane a sample.
+    // Not by broadcastChannel: a maximum finds elements of b by b's own extents, also where b has several channels, but
+    // not as many as a.
     if (type_ == ELTWISE_MAX) return binary(operation);
     if (b.c == a.c && b.h == 1 && b.w == 1) return broadcastSpace(operation);
     if (b.c != a.c && b.w == a.w && b.h == a.h) return broadcastChannel(operation);

@@ -1,4 +1,4 @@
-// a + b, a - b, a * b, a / b, or a > b ? a : b (b where they are equal or either is NaN), element by element.
+// a + b, a - b, a * b, a / b, or a > b ? a : b (so b when one of them is NaN), element by element.
 //   a, out [n, c, h, w]; out may be a
 //   b      a's shape, or 1 at c, h or w, which is broadcast. The batch is not.
 // With neither a's c nor a 1 at c, but a's h and w, b is read as one plane a sample. An element of b that does not

@@ -1,7 +1,7 @@
 // y = x * weight^T + bias, one matrix product on the calling thread.
 //   in [n, c, 1, 1], weights [out, c / groups], bias [out], y [n, groups * out, 1, 1]
-// With groups > 1 each sample's channels are cut into that many rows, and deliberately all of them meet the first
-// group's weights and biases. Of an input with h or w above 1 only the first n * c values take part.
+// Each group is a row of its own in the product, and all rows use the same weights and biases, because model files hold
+// one group's worth of them. The input is read as n * c floats, even where its h or w is above 1.
 #pragma once
 
 #include <memory>

@@ -1,6 +1,6 @@
-// Maximum or average of every window of every plane. Positions outside the input take no part and are not counted: a
-// window that lies wholly in the padding gives -1e37 as its maximum and NaN as its average. NaN never becomes a
-// maximum.
+// Maximum or average of every window of every plane, over the part of the window that lies inside the input: an average
+// divides by the number of values in that part. Where there are none, the maximum is -1e37 and the average NaN. A
+// maximum ignores NaN.
 //   in [n, c, h, w], out [n, c, oh, ow]; not in place
 #pragma once
 

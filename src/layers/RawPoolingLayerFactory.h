@@ -1,4 +1,4 @@
-// Records a pooling. Output [n, c, (h + top + bottom - kernel.h) / stride.h + 1, w likewise].
+// Records a pooling. Output [n, c, (top + h + bottom - kernel.h) / stride.h + 1, w likewise].
 #pragma once
 
 #include "layers/PoolingLayerFactory.h"

@@ -1,9 +1,10 @@
 // Maximum, mean, sum or minimum over the dimensions in which the output's extent is 1; the batch is never reduced.
 //   in [n, c, h, w]; out [n, c or 1, h or 1, w or 1]
 // Where the output differs in c alone, whole planes are combined: NaN as vectorMax, vectorAdd and vectorMin treat it,
-// and the mean multiplies by 1 / c. Else the values are taken in row-major order, and an accumulator that is NaN is
-// replaced by the next value. Deliberate: so maximum and minimum ignore NaN, and sums start anew after one; the mean
-// divides by the full count all the same. An unknown operator writes nothing.
+// and the mean multiplies by 1 / c. Else the values are taken in row-major order, and NaN marks a result that has no
+// value yet, so the next value becomes the result. A NaN of the input looks the same: maximum and minimum ignore it,
+// and a sum begins again behind it, while a mean divides by the number of all values. An unknown operator
+// writes nothing.
 #pragma once
 
 #include "layers/Layer.h"

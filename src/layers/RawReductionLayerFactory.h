@@ -1,5 +1,5 @@
-// Records a reduction. Output: the given shape, as it is. An extent of 1 is reduced; any other is kept, and is the
-// input's unless the layer stays inside the output all the same.
+// Records a reduction. Output: the given shape, as it is. The layer reduces where its extent is 1. Every other extent
+// should be the input's; one that is not is accepted if the layer stays inside the output.
 #pragma once
 
 #include "layers/ReductionLayerFactory.h"

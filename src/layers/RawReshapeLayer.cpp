@@ -16,6 +16,7 @@ RawReshapeLayer::RawReshapeLayer(nolk::Tensor input, nolk::Tensor output, nolk::
 }
 
 void RawReshapeLayer::run(AlignedMemory<float>& scratch) {
-    // Deliberate: nchw copies nothing even where the output could not share the input's storage.
+    // With nchw the output normally shares the input's storage. Where it could not, nothing is copied either: nolk.h
+    // tells hosts not to record such a reshape.
     if (layout_ == nolk::TensorLayout::nhwc) transpose_.run(scratch);
 }

@@ -13,8 +13,9 @@ public:
     RawResizeLayer(nolk::Tensor input, nolk::Tensor output, nolk::ResizeMode mode, nolk::ResizeTransMode transMode);
 
     // For each of `out` indices the source index, and the weights of the values there and behind. transMode 0 is
-    // half-pixel, any other align-corners. Deliberate: at the end the source index is in - 2 with the weights (0, 1),
-    // hence -1 where there is one value only; that read, of weight 0, is the caller's to leave out.
+    // half-pixel, any other align-corners. At the end the source index is in - 2 with the weights (0, 1), so that there
+    // is a value behind it. Where there is one value only, this gives -1, and the caller leaves out that read, whose
+    // weight is 0.
     static void linear_coeffs(int in, int out, int* offsets, float* weights, int transMode);
 
     void run(AlignedMemory<float>& scratch) override;

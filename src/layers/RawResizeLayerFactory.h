@@ -1,5 +1,5 @@
 // Records a resize. Output: the given shape, as it is; it need not have the input's samples and channels as long as the
-// layer stays inside both tensors. Any mode is accepted; one that is not known ends the process when the layer runs.
+// layer stays inside both tensors. Any mode is accepted, also one for which RawResizeLayer::run ends the process.
 #pragma once
 
 #include "layers/ResizeLayerFactory.h"

@@ -1,8 +1,8 @@
 // Takes the elements start, start + step, ... below end along an axis.
 //   in [n, c, h, w]; out has (end - start) / step elements at the axis
-// Deliberate: the quotient truncates, the loop does not. Where the step does not divide the range, a row's last element
-// goes where the next row begins, which overwrites it; the very last one goes behind the output's end, so the storage
-// of out must have room there.
+// The quotient truncates but the loop does not, and existing networks depend on both, on the shape and on the values.
+// Where the step does not divide the range, the surplus element of a row goes where the next row begins, which
+// overwrites it; that of the last row goes behind the output's end, so the storage of out must have room there.
 #pragma once
 
 #include "layers/Layer.h"

@@ -7,6 +7,7 @@
 
 #include "math/chooseProduct.h"
 #include "math/copySparsely.h"
+#include "math/mapDivision.h"
 #include "math/quotient.h"
 
 namespace {
@@ -35,6 +36,8 @@ void vectorAdd(int n, float* dst, const float* src, float s) { array(dst, n) = a
 void vectorSub(int n, float* dst, const float* src, float s) { array(dst, n) = array(src, n) - s; }
 void vectorMul(int n, float* dst, const float* src, float s) { array(dst, n) = array(src, n) * s; }
 void vectorDiv(int n, float* dst, const float* src, float s) { array(dst, n) = array(src, n) / s; }
+
+void operator/=(Eigen::Map<Eigen::VectorXf>&, const Eigen::Map<Eigen::VectorXf>&) {}
 
 // Plain loops: the comparison decides what becomes of NaN and signed zeros, and compilers turn it into vector selects.
 void vectorMax(int n, float* dst, const float* src) {

@@ -2,7 +2,7 @@
 //   vectorAdd(n, dst, a, b);                                     // dst[i] = a[i] + b[i]
 //   gemmMajRowColRow(a, b, c, m, k, n, 1, 0);                    // c = a * b on the calling thread
 // Every kernel does one IEEE operation per element, so results depend neither on alignment nor on the processor. n <= 0
-// touches nothing. A source may be dst itself, but must not overlap it otherwise. May be called from any thread.
+// touches nothing. A source may be dst itself, but must not overlap it otherwise. Thread-safe.
 #pragma once
 
 // dst[i] = dst[i] op src[i]
@@ -29,8 +29,8 @@ void vectorSub(int n, float* dst, const float* src, float s);
 void vectorMul(int n, float* dst, const float* src, float s);
 void vectorDiv(int n, float* dst, const float* src, float s);
 
-// dst[i] = dst[i] < src[i] ? src[i] : dst[i], and with the comparison turned round. A NaN in dst stays, one in src is
-// ignored.
+// The larger, or the smaller, of dst[i] and src[i]; dst[i] where they compare as neither, so a NaN in dst stays and one
+// in src is ignored.
 void vectorMax(int n, float* dst, const float* src);
 void vectorMin(int n, float* dst, const float* src);
 

@@ -6,7 +6,7 @@
 
 #include "math/Product.h"
 
-// Those that this processor can run, from the slowest to the fastest; at least one. May be called from any thread.
+// Those that this processor can run, from the slowest to the fastest; at least one. Thread-safe.
 const std::vector<const Product*>& supportedProducts();
 
 // The fastest of them, found at the first call, or what forceProduct has set.

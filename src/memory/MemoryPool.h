@@ -1,8 +1,8 @@
 // Hands out ranges of one growable block of floats, lowest offset first.
 //   MemoryPool pool(16);  MemoryPoolMem a = pool.malloc(20);  // {0, 32}
 // While planning, the block's own floats mark what is taken (1 taken, 0 free), so freed neighbours need no merging;
-// afterwards they are the tensors' storage, and the marks in them are garbage. Addresses hold only once the pool has
-// stopped growing. The block goes with the pool.
+// afterwards they are the tensors' storage, and the marks in them are garbage. Growing moves the block: addresses hold
+// only when nothing more will be taken. The block goes with the pool.
 #pragma once
 
 #include "memory/AlignedMemory.h"

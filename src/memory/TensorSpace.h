@@ -1,5 +1,5 @@
-// Plans one arena for all tensors of a network, by simulating the run once: a tensor gets its range just before the
-// layer that makes it and gives it back right after its last consumer.
+// Plans one arena for all tensors of a network by going through the layers once, as a run would. A tensor takes its
+// range when its layer is reached, and gives it back when all layers that read it have been passed.
 //   TensorSpace space(16);  std::unique_ptr<MemoryPool> arena = space.mallocAll(factories, inputs, outputs);
 // A layer's output never overlaps its own inputs, unless both share a RawTensor by design; outputs of the network are
 // never given back. Placement is greedy, first fit, in execution order. Addresses are set at the very end.

@@ -15,7 +15,7 @@ struct FreeDeleter {
 using FloatArray = std::unique_ptr<float[], FreeDeleter>;
 
 struct Model {
-    std::map<std::int16_t, nolk::TensorX*> tensors;  // the builder's; null under an id that nothing has produced
-    std::vector<nolk::TensorX*> outputs;             // in the order of their records
-    std::vector<FloatArray> arrays;                  // builders borrow them until build has returned
+    std::map<std::int16_t, nolk::TensorX*> tensors;  // the builder's; null for ids looked up before they were made
+    std::vector<nolk::TensorX*> outputs;             // as they follow in the file
+    std::vector<FloatArray> arrays;                  // for builders, which read them until build is over
 };

@@ -37,8 +37,8 @@ nolk::Runner* ModelReaderImpl::readFromVersion3(BinReader& in, unsigned char* da
     // Negative lengths in the head info must not put the body in front of the data.
     const std::int64_t body = std::max<std::int64_t>(kHeadBytes + getHeadInfo(in), 0);
     scramble(data, body, size - kCrcBytes);
-    // Deliberate: the trailer belongs to what records can read, and an exception out of a record leaves the body
-    // unscrambled.
+    // Records may read on into the checksum: which calls the builder gets before a short file fails depends on where
+    // the data ends. An exception out of a record leaves the body unscrambled, as nolk.h says.
     BinReader plain(data + kHeadBytes, size - kHeadBytes);
     nolk::Runner* runner = readFromVersion2(plain);
     scramble(data, body, size - kCrcBytes);
@@ -56,8 +56,19 @@ bool ModelReaderImpl::readOps(BinReader& in) {
     RecordReader fields(in, version_, batch_, *builder_, model_);
     const int count = fields.i16();
     for (int i = 0; i < count; ++i)
-        if (!readRecord(fields)) return false;
+        if (!readOp(fields)) return false;
     return true;
+}
+
+bool ModelReaderImpl::readOp(RecordReader& fields) {
+    const int opCode = fields.i16();
+    const Record record = recordOf(opCode);
+    if (!record) {
+        reportError("unknown op: %d", opCode);
+        return false;
+    }
+    record(fields);
+    return !fields.overflowed();
 }
 
 nolk::Runner* ModelReaderImpl::build() {

@@ -1,6 +1,7 @@
 // The container of a model file: head, version, head info, checksum and scrambling around a list of operation records.
 // docs/model-format.md has the tables. Every record becomes one call of the builder (records.cpp), then build is
-// called. Deliberate: tensors and outputs are kept from load to load, since a reader is meant to serve one model.
+// called. Take a new reader for each model: a second load with the same one would find the first one's tensors by
+// their ids and add its outputs to the first one's.
 #pragma once
 
 #include <nolk.h>
@@ -10,11 +11,18 @@
 #include "model/BinReader.h"
 #include "model/Model.h"
 
+class RecordReader;
+
 class ModelReaderImpl final : public nolk::ModelReader {
 public:
     nolk::Runner* readFromFile(nolk::RunnerBuilder* builder, int batch, const char* path) override;
     nolk::Runner* readFromMemory(nolk::RunnerBuilder* builder, int batch, void* data, int size) override;
     void destroy() override { delete this; }
+
+    // Reads one record, op code and fields, and makes its call of the builder. False when the data ended within the
+    // record, and for an unknown op code, which is an error message. Public because programs that examine files walk
+    // them record by record.
+    static bool readOp(RecordReader& fields);
 
 private:
     nolk::Runner* readFromVersion1(BinReader& in);

@@ -26,5 +26,5 @@ std::int64_t getHeadInfo(BinReader& in, std::vector<HeadInfoEntry>* entries = nu
 // Whether the last four of size bytes, at least four, are the checksum of those before; if not, an error message.
 bool checkCrc(const unsigned char* data, int size);
 
-// Scrambles the bytes from begin to end, or restores them: the key is the offset in the file.
+// Scrambles the bytes from begin to end, or restores them: each is XORed with its offset in data.
 void scramble(unsigned char* data, std::int64_t begin, std::int64_t end);

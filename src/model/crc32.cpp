@@ -9,7 +9,7 @@ constexpr std::uint32_t kReflectedPolynomial = 0xEDB88320u;
 using Table = std::array<std::uint32_t, 256>;
 
 // Entry i is what eight steps of the division make of the byte i.
-constexpr Table makeTable() {
+constexpr Table init_CRC32_table() {
     Table table{};
     for (std::uint32_t i = 0; i < 256; ++i) {
         std::uint32_t entry = i;
@@ -19,7 +19,7 @@ constexpr Table makeTable() {
     return table;
 }
 
-constexpr Table CRC32_table = makeTable();
+constexpr Table CRC32_table = init_CRC32_table();
 
 }  // namespace
 

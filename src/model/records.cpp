@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "model/RecordReader.h"
-#include "model/reportError.h"
 
 namespace {
 
@@ -178,7 +177,7 @@ void prelu(RecordReader& f) {
 }
 
 // By op code.
-constexpr void (*kRecords[])(RecordReader&) = {
+constexpr Record kRecords[] = {
     input,                                             // 0
     constTensor,                                       // 1
     convolution<&RunnerBuilder::convolve>,             // 2
@@ -220,12 +219,6 @@ constexpr void (*kRecords[])(RecordReader&) = {
 
 }  // namespace
 
-bool readRecord(RecordReader& fields) {
-    const int opCode = fields.i16();
-    if (opCode < 0 || opCode >= static_cast<int>(std::size(kRecords))) {
-        reportError("unknown op: %d", opCode);
-        return false;
-    }
-    kRecords[opCode](fields);
-    return !fields.overflowed();
+Record recordOf(int opCode) {
+    return opCode >= 0 && opCode < static_cast<int>(std::size(kRecords)) ? kRecords[opCode] : nullptr;
 }

@@ -1,8 +1,11 @@
-// Operation records: an op code and its fields, which become one call of the builder.
+// The operation records of a model file: what to read behind each op code, and which call of the builder to make of it.
+//   if (const Record record = recordOf(opCode)) record(fields);
 #pragma once
 
 class RecordReader;
 
-// Reads one record and makes its call, also when the data ends within the record. False then, and for an unknown op
-// code, which is an error message.
-bool readRecord(RecordReader& fields);
+// Reads the fields behind an op code and makes the call, also when the data ends before the fields do.
+using Record = void (*)(RecordReader& fields);
+
+// Null for an op code that no operation has.
+Record recordOf(int opCode);

@@ -1,5 +1,5 @@
 // Cuts the tensors of a call along the batch and runs the inner runner once for every sample. Many threads may call
-// run; with an inner runner that is not thread-safe their batches run one after the other.
+// run: where the inner runner needs it (isThreadSafe is false), a mutex keeps it for one call at a time.
 //   BaseBatchRunner* wrapped = new BaseBatchRunner(runner, 1);  wrapped->run(...);  wrapped->destroy();
 // Owns the inner runner from construction to destroy(); when a constructor throws, it stays the caller's.
 #pragma once

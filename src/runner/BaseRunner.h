@@ -1,6 +1,6 @@
-// The runner of one built network: checks the host's tensors, copies the inputs into the arena, runs every layer in
-// order, copies the outputs out. Owns the layers, the arena, the constants and the layers' scratch memory; needs
-// nothing of the builder any more. Runs one batch size, the one it was built for, on one thread at a time.
+// The runner of one built network. A run refuses tensors that the network was not built for, fills the network's
+// inputs, lets the layers work and hands the outputs to the host. Layers, arena, constants and scratch memory are its
+// own, so the builder may go. It has one batch size, fixed by the build, and serves one thread at a time.
 #pragma once
 
 #include <nolk.h>

@@ -14,10 +14,11 @@ float readWaitFactor() {
     return text ? static_cast<float>(std::strtod(text, nullptr)) : 1.0f;
 }
 
-// How long a partial batch may wait for more, in durations of the last run. Read once, when the library is loaded.
+// How long a partial batch may wait for more, in durations of the last run. Hosts set the variable before they load the
+// library.
 const float nolk_batch_wait_factor = readWaitFactor();
 
-constexpr std::chrono::milliseconds kPatience(100);  // bounds the delay of a missed wake-up
+constexpr std::chrono::milliseconds kPatience(100);  // for a sleeper that missed a notification
 
 // Whether there is data for every element; if not, says so on standard error as the runner of a network does.
 bool hasData(const std::vector<nolk::Tensor>& tensors) {

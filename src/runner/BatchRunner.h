@@ -1,6 +1,6 @@
 // Gathers the samples of many callers into full batches and runs these on a worker thread. A caller queues its samples
-// and sleeps until they are finished; the worker waits a little for a partial batch to fill (a factor, the environment
-// variable nolk_batch_wait_factor, times the last run's duration), then runs the inner runner with the full batch size.
+// and sleeps until they are finished; the worker gives a partial batch some time to fill up (a factor, the environment
+// variable nolk_batch_wait_factor, times the last run's duration) and calls the inner runner with the full batch size.
 //   BatchRunner* shared = new BatchRunner(runnerOfBatch16, 16);  // any number of threads: shared->run(...)
 //   shared->destroy();  // runs what is queued, lets every caller go, joins the worker
 // The first run that succeeds fixes how many elements each tensor of a sample holds; calls with others return false.
@@ -19,8 +19,8 @@ public:
     // Starts the worker; throws std::system_error when that fails.
     BatchRunner(nolk::Runner* runner, int batch);
 
-    // The result of the first sample's run; deliberately, later samples that went into another run are not asked. False
-    // for a first dimension below 1.
+    // The result of the run that the first sample was in. Later samples may be in other runs, whose failures do not
+    // count, because hosts depend on the results of calls as they are. False for a first dimension below 1.
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
 
     // May be called while callers are inside run, and waits for them; no call may begin once it has been called.

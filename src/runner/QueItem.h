@@ -12,5 +12,5 @@ struct QueItem {
     std::vector<nolk::Tensor> outputs;  // likewise
     std::atomic<std::int32_t> state{
         0};           // 1: finished. Stored last, with release order: the caller may free the item then
-    bool ok = false;  // result of the run that covered the item; valid once state is 1
+    bool ok = false;  // what the run with this item returned; valid once state is 1
 };

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "math/chooseProduct.h"
+#include "math/mapDivision.h"
 #include "math/quotient.h"
 #include "support/values.h"
 
@@ -119,6 +120,14 @@ TEST_F(Gemm, EqualsTheSumsHoweverItIsSplitWhateverTheInstructionSet) {
             expectClose(columns, expected, 1e-5f);
         }
     }
+}
+
+TEST(MapDivision, LeavesBothVectorsAsTheyAre) {
+    std::vector<float> a = {8.0f, 0.0f}, b = {2.0f, 0.0f};
+    Eigen::Map<Eigen::VectorXf> left(a.data(), 2), right(b.data(), 2);
+    left /= right;
+    expectSameBits(a, {8.0f, 0.0f});
+    expectSameBits(b, {2.0f, 0.0f});
 }
 
 TEST(Quotient, IsTheSameOnEveryProcessor) {

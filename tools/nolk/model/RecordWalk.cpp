@@ -4,7 +4,7 @@
 #include <iterator>
 #include <new>
 
-#include "model/records.h"
+#include "model/ModelReaderImpl.h"
 #include "writer/OpCode.h"
 
 namespace {
@@ -104,7 +104,7 @@ void RecordWalk::readIds(BinReader fields) {
 
 void RecordWalk::readFields() {
     try {
-        const bool read = readRecord(fields_);
+        const bool read = ModelReaderImpl::readOp(fields_);
         record_.remark = quiet_.take();
         if (read) return;
         record_.failure = isKnown(record_.opCode) ? "the file ends within it"
