@@ -78,9 +78,10 @@ void RawConcatLayerFactory::check() const {
     double extents = 0.0, copied = 0.0;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         const nolk::TensorShape& in = inputs[i]->shape;
+        // Channels of an output without elements are not joined; rows and columns would be.
+        const bool hasPlace = axis < 2 || (extents >= 0.0 && elementCount(out) > 0);
         const bool leavesOutput =
-            elementCount(in) > 0 &&
-            ((axis > 1 && extents < 0.0) || writeEnd(in, out, axis, extents, copied) > elementCount(out));
+            elementCount(in) > 0 && (!hasPlace || writeEnd(in, out, axis, extents, copied) > elementCount(out));
         if (leavesOutput || readEnd(in, out, axis) > elementCount(in))
             refuse("concat: extents off axis %d must agree, input %d is [%d, %d, %d, %d], output [%d, %d, %d, %d]",
                    axis_, static_cast<int>(i), in.n, in.c, in.h, in.w, out.n, out.c, out.h, out.w);

@@ -53,6 +53,7 @@ bool BatchRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* output
     const Presence presence(*this);
     if (!presence || !hasFirstInput(inputs, inputCount) || inputs[0].shape.n < 1) return false;
     std::vector<QueItem> items = toQueItems(inputs, inputCount, outputs, outputCount);
+    if (!outputs && outputCount > 0) return std::fputs("tensors is null\n", stderr), false;
     if (!hasData(items.front().inputs) || !hasData(items.front().outputs)) return false;
     fillItemsInQue(items);
     readItemsFromQue(items);
