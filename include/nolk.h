@@ -15,6 +15,11 @@
 #include <cstddef>
 #include <cstdint>
 
+// The version of this header and of the library that it came with.
+#define NOLK_VERSION_MAJOR 1
+#define NOLK_VERSION_MINOR 0
+#define NOLK_VERSION_PATCH 0
+
 #define NOLK_API __attribute__((visibility("default")))
 
 // Operation codes that a builder passes on to its layers.
@@ -322,7 +327,7 @@ protected:
 // gemm_thresh (default 2000000), the multiply-adds from which a product is split.
 extern "C" {
 
-// The version of the interface. A static string.
+// The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_MAJOR and its like are the library's own.
 NOLK_API const char* nolk_version();
 
 // A new model reader; never null.
