@@ -318,7 +318,8 @@ protected:
 
 }  // namespace nolk
 
-// The entry points may be called from any thread.
+// The entry points may be called from any thread. A build for x86-64 processors with AVX2 and FMA, as it is by default,
+// reports on any other that it needs them, and every entry point that returns an object returns null.
 //
 // implCfg names an implementation, then a colon, then its settings: "NolkRaw:num_threads=4,gemm_thresh=100000". Null,
 // "" and a missing name mean the built-in implementation, NolkRaw; any other name X loads libX.so, from the loader's
@@ -330,7 +331,7 @@ extern "C" {
 // The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_MAJOR and its like are the library's own.
 NOLK_API const char* nolk_version();
 
-// A new model reader; never null.
+// A new model reader. Null only on a processor that this build does not support.
 NOLK_API nolk::ModelReader* nolk_new_model_reader();
 
 // A new builder, or null when the implementation cannot be loaded. Throws std::invalid_argument or std::out_of_range,

@@ -40,6 +40,15 @@ TEST(Program, HelpAndVersionAreNoErrors) {
     EXPECT_EQ(version.err, "");
 }
 
+#ifdef OLD_PROCESSOR  // the command that emulates a processor without AVX2
+TEST(Program, SaysOnAnOldProcessorWhatItNeeds) {
+    const ProgramResult r = runProgram({"info", kDigitsModel}, OLD_PROCESSOR);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "nolk: this build of nolk needs a processor with AVX2 and FMA\n");
+}
+#endif
+
 // What the completion's function offers, with the cursor behind the last word.
 std::string completed(const std::string& words) {
     const std::string script = writeTemporary("completion.bash", runProgram({"completion"}).out);
