@@ -15,6 +15,11 @@
 #include <cstddef>
 #include <cstdint>
 
+// The version of this header and of the library that it came with.
+#define NOLK_VERSION_MAJOR 1
+#define NOLK_VERSION_MINOR 0
+#define NOLK_VERSION_PATCH 0
+
 #define NOLK_API __attribute__((visibility("default")))
 
 // Operation codes that a builder passes on to its layers.
@@ -319,7 +324,8 @@ protected:
 
 }  // namespace nolk
 
-// Threads may call these functions whenever they like.
+// Threads may call these functions whenever they like. A build for x86-64 processors with AVX2 and FMA, as it is by
+// default, reports on any other that it needs them, and every function that returns an object returns null.
 //
 // implCfg names an implementation, then a colon, then its settings: "NolkRaw:num_threads=4,gemm_thresh=100000". Null,
 // "" and a missing name mean the built-in implementation, NolkRaw; any other name X loads libX.so, from the loader's
@@ -328,10 +334,10 @@ protected:
 // gemm_thresh (default 2000000), the multiply-adds from which a product is split.
 extern "C" {
 
-// The version of the interface. A static string.
+// The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_MAJOR and its like are the library's own.
 NOLK_API const char* nolk_version();
 
-// A new model reader; never null.
+// A new model reader. Null only on a processor that this build does not support.
 NOLK_API nolk::ModelReader* nolk_new_model_reader();
 
 // A new builder, or null when the implementation cannot be loaded. Throws std::invalid_argument or std::out_of_range,

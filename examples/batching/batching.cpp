@@ -29,6 +29,7 @@ using OwnedRunner = std::unique_ptr<nolk::Runner, Destroy>;
 OwnedRunner loadModel(const std::string& path, int batch) {
     nolk::ModelReader* reader = nolk_new_model_reader();
     nolk::RunnerBuilder* builder = nolk_new_runner_builder(nullptr);
+    if (!reader || !builder) throw std::runtime_error("nolk cannot be used here");
     OwnedRunner runner(reader->readFromFile(builder, batch, path.c_str()));
     builder->destroy();
     reader->destroy();

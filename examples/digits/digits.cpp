@@ -39,7 +39,7 @@ using OwnedRunner = std::unique_ptr<nolk::Runner, Destroy>;
 OwnedRunner loadModel(const std::string& path) {
     const std::unique_ptr<nolk::ModelReader, Destroy> reader(nolk_new_model_reader());
     const std::unique_ptr<nolk::RunnerBuilder, Destroy> builder(nolk_new_runner_builder(nullptr));
-    OwnedRunner runner(reader->readFromFile(builder.get(), 1, path.c_str()));
+    OwnedRunner runner(reader && builder ? reader->readFromFile(builder.get(), 1, path.c_str()) : nullptr);
     if (runner) return runner;
     char reason[256];
     nolk_pop_error_message(reason, sizeof reason);

@@ -1,68 +1,33 @@
-// The exported entry points.
+// The exported entry points. This file is compiled for every processor of the platform: where the rest of the library
+// cannot run, the host gets a message and not an illegal instruction.
 #include <nolk.h>
 
-#include <exception>
-#include <memory>
-#include <stdexcept>
-
-#include "api/find_proc.h"
-#include "builder/RawRunnerBuilder.h"
-#include "model/ModelReaderImpl.h"
+#include "api/create.h"
+#include "api/processor.h"
 #include "model/reportError.h"
-#include "runner/BaseBatchRunner.h"
-#include "runner/BatchRunner.h"
 
 namespace {
 
-using NewBuilder = nolk::RunnerBuilder* (*)(const char* cfg);
-using NewRunner = nolk::Runner* (*)(const char* cfg, void* data, int size, int batch);
-
-struct Destroy {
-    template <typename Object>
-    void operator()(Object* object) const {
-        object->destroy();
-    }
-};
-
-bool isModelFile(const void* data, int size) {
-    const auto* bytes = static_cast<const char*>(data);
-    return bytes && size > 2 && bytes[0] == 'C' && bytes[1] == 'M';
-}
-
-nolk::Runner* readModel(const char* implCfg, void* data, int size, int batch) {
-    const std::unique_ptr<nolk::RunnerBuilder, Destroy> builder(nolk_new_runner_builder(implCfg));
-    if (!builder) return nullptr;
-    const std::unique_ptr<nolk::ModelReader, Destroy> reader(nolk_new_model_reader());
-    return reader->readFromMemory(builder.get(), batch, data, size);
+bool canRunOnThisProcessor() {
+    const char* const problem = processorProblem();
+    if (problem) reportError("%s", problem);
+    return !problem;
 }
 
 }  // namespace
 
 const char* nolk_version() { return "opencv_4.8.0"; }
 
-nolk::ModelReader* nolk_new_model_reader() { return new ModelReaderImpl(); }
+nolk::ModelReader* nolk_new_model_reader() { return canRunOnThisProcessor() ? createModelReader() : nullptr; }
 
 nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg) {
-    const auto [impl, cfg] = parseImplCfg(implCfg);
-    if (impl.empty()) return new RawRunnerBuilder(cfg.c_str());
-    const auto newBuilder = reinterpret_cast<NewBuilder>(find_proc(impl.c_str(), "nolk_new_runner_builder_impl"));
-    return newBuilder ? newBuilder(cfg.c_str()) : nullptr;
+    return canRunOnThisProcessor() ? createRunnerBuilder(implCfg) : nullptr;
 }
 
 nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize) {
-    try {
-        if (!runner || batchSize < 1) throw std::invalid_argument("invalid runner or batch_size");
-        if (batchSize == 1) return new BaseBatchRunner(runner, batchSize);
-        return new BatchRunner(runner, batchSize);
-    } catch (const std::exception& e) {
-        reportError("%s", e.what());
-        return nullptr;
-    }
+    return canRunOnThisProcessor() ? createBatchRunner(runner, batchSize) : nullptr;
 }
 
 nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch) {
-    if (isModelFile(data, size)) return readModel(implCfg, data, size, batch);
-    const auto [impl, cfg] = parseImplCfg(implCfg);
-    const auto newRunner = reinterpret_cast<NewRunner>(find_proc(impl.c_str(), "nolk_new_runner"));
-    return newRunner ? newRunner(cfg.c_str(), data, size, batch) : nullptr;
+    return canRunOnThisProcessor() ? createRunner(implCfg, data, size, batch) : nullptr;
 }

@@ -1,38 +1,55 @@
 // The error channel: one queue for the process, filled by every thread and object, emptied by the host.
+// It serves on every processor, so it does without std::string and std::queue: of their functions the linker keeps one
+// copy for the whole library, which may be the one that was compiled for newer processors.
 #include <nolk.h>
 
+#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <mutex>
-#include <queue>
-#include <string>
 
 namespace {
 
 constexpr std::size_t kMaxMessages = 100;
 
 std::mutex errMsgMtx;
-std::queue<std::string> errMsg;  // guarded by errMsgMtx
+
+// Guarded by errMsgMtx: a ring of messages, each ending with a zero byte.
+std::unique_ptr<char[]> errMsg[kMaxMessages];
+std::size_t oldest = 0;
+std::size_t count = 0;
+
+std::unique_ptr<char[]> popOldest() {
+    std::unique_ptr<char[]> message = std::move(errMsg[oldest]);
+    oldest = (oldest + 1) % kMaxMessages;
+    --count;
+    return message;
+}
 
 }  // namespace
 
 void nolk_push_error_message(const char* msg) {
     if (!msg || !*msg) return;
+    const std::size_t size = std::strlen(msg) + 1;
+    std::unique_ptr<char[]> copy(new char[size]);
+    std::memcpy(copy.get(), msg, size);
+
     const std::lock_guard<std::mutex> lock(errMsgMtx);
-    errMsg.emplace(msg);
-    if (errMsg.size() > kMaxMessages) errMsg.pop();
+    if (count == kMaxMessages) popOldest();
+    errMsg[(oldest + count) % kMaxMessages] = std::move(copy);
+    ++count;
 }
 
 void nolk_pop_error_message(char* buf, int size) {
     if (size <= 0 || !buf) return;
     const std::lock_guard<std::mutex> lock(errMsgMtx);
-    if (errMsg.empty()) {
+    if (count == 0) {
         buf[0] = '\0';
         return;
     }
+    const std::unique_ptr<char[]> message = popOldest();
     // What does not fit is lost: the host chose the size.
-    const std::string& oldest = errMsg.front();
-    const std::size_t length = std::min(oldest.size(), static_cast<std::size_t>(size) - 1);
-    std::memcpy(buf, oldest.data(), length);
+    const std::size_t length = std::min(std::strlen(message.get()), static_cast<std::size_t>(size) - 1);
+    std::memcpy(buf, message.get(), length);
     buf[length] = '\0';
-    errMsg.pop();
 }

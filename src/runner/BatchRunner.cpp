@@ -2,21 +2,12 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <new>
 
 #include "builder/shapes.h"
+#include "runner/batchWaitFactor.h"
 
 namespace {
-
-float readWaitFactor() {
-    const char* text = std::getenv("nolk_batch_wait_factor");
-    return text ? static_cast<float>(std::strtod(text, nullptr)) : 1.0f;
-}
-
-// How long a partial batch may wait for more, in durations of the last run. Hosts set the variable before they load the
-// library.
-const float nolk_batch_wait_factor = readWaitFactor();
 
 constexpr std::chrono::milliseconds kPatience(100);  // for a sleeper that missed a notification
 

@@ -67,9 +67,9 @@ inline ProgramResult runCommand(std::vector<std::string> words) {
     return result;
 }
 
-inline ProgramResult runProgram(const std::vector<std::string>& arguments) {
-    std::istringstream emulator(EMULATOR);
-    std::vector<std::string> words{std::istream_iterator<std::string>(emulator), {}};
+inline ProgramResult runProgram(const std::vector<std::string>& arguments, const std::string& emulator = EMULATOR) {
+    std::istringstream emulatorWords(emulator);
+    std::vector<std::string> words{std::istream_iterator<std::string>(emulatorWords), {}};
     words.push_back(PROGRAM);
     words.insert(words.end(), arguments.begin(), arguments.end());
     return runCommand(words);

@@ -31,13 +31,23 @@ TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
 }
 
 TEST(Program, HelpAndVersionAreNoErrors) {
-    for (const char* option : {"--help", "--version"}) {
-        const ProgramResult r = runProgram({option});
-        EXPECT_EQ(r.status, 0);
-        EXPECT_NE(r.out, "");
-        EXPECT_EQ(r.err, "");
-    }
+    const ProgramResult help = runProgram({"--help"}), version = runProgram({"--version"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out, "");
+    EXPECT_EQ(help.err, "");
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.out, "nolk " PROJECT_VERSION " (interface opencv_4.8.0)\n");
+    EXPECT_EQ(version.err, "");
 }
+
+#ifdef OLD_PROCESSOR  // the command that emulates a processor without AVX2
+TEST(Program, SaysOnAnOldProcessorWhatItNeeds) {
+    const ProgramResult r = runProgram({"info", kDigitsModel}, OLD_PROCESSOR);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "nolk: this build of nolk needs a processor with AVX2 and FMA\n");
+}
+#endif
 
 // What the completion's function offers, with the cursor behind the last word.
 std::string completed(const std::string& words) {

@@ -22,6 +22,12 @@ namespace {
 
 constexpr int kFailure = 1, kUsage = 2;
 
+std::string versionText() {
+    const std::string version = std::to_string(NOLK_VERSION_MAJOR) + "." + std::to_string(NOLK_VERSION_MINOR) + "." +
+                                std::to_string(NOLK_VERSION_PATCH);
+    return "nolk " + version + " (interface " + nolk_version() + ")";
+}
+
 // One line, whatever a file's name may hold.
 int report(const std::string& what, int status) {
     std::fprintf(stderr, "nolk: %s\n", printable(what).c_str());
@@ -55,7 +61,7 @@ int main(int argc, char** argv) {
         CLI::App app("Looks into a model file, runs it, times it.", "nolk");
         app.formatter(std::make_shared<HelpFormatter>());
         app.set_help_flag("-h,--help", "print this help, or a command's");
-        app.set_version_flag("--version", nolk_version(), "print the version of the library's interface");
+        app.set_version_flag("--version", versionText(), "print the versions of nolk and of its interface");
         app.footer(
             "The exit status is 0 when a command succeeds, 1 when it fails, and 2 for wrong\n"
             "usage. What failed is told in one line on standard error.");

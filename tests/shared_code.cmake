@@ -1,6 +1,10 @@
-# Holds that the product's objects, from the oldest processor to the newest, use the registers of theirs, and share no code
-# by name with others, of which the linker would keep one copy for all:
-#   cmake -DNM=nm -DOBJDUMP=objdump "-DPRODUCTS=v2.o,v3.o,v4.o" "-DREST=a.o,b.o" -P product_objects.cmake
+# Holds that the objects which are compiled for a level of x86-64 of their own use its registers, and share no code by name
+# with other objects, of which the linker would keep one copy for all. BASELINE are the objects that run on every
+# processor, PRODUCTS the matrix products from the oldest level to the newest, REST all others. With ONLY_BASELINE_STARTS
+# no object but BASELINE may have code that runs when the library is loaded; sanitizers add such code to every object, and
+# Eigen has some that only an optimised build leaves out.
+#   cmake -DNM=nm -DOBJDUMP=objdump "-DBASELINE=x.o,y.o" "-DPRODUCTS=v2.o,v3.o,v4.o" "-DREST=a.o,b.o"
+#         [-DONLY_BASELINE_STARTS=1] -P shared_code.cmake
 cmake_minimum_required(VERSION 3.22)
 
 function(symbols_of object result)
@@ -15,6 +19,7 @@ function(symbols_of object result)
   set(${result} ${symbols} PARENT_SCOPE)
 endfunction()
 
+string(REPLACE "," ";" baseline "${BASELINE}")
 string(REPLACE "," ";" products "${PRODUCTS}")
 string(REPLACE "," ";" rest "${REST}")
 set(seen "")
@@ -22,7 +27,7 @@ foreach(object ${rest})
   symbols_of(${object} symbols)
   list(APPEND seen ${symbols})
 endforeach()
-foreach(object ${products})
+foreach(object ${baseline} ${products})
   symbols_of(${object} symbols)
   foreach(symbol ${symbols})
     if(symbol IN_LIST seen)
@@ -32,6 +37,21 @@ foreach(object ${products})
   list(APPEND seen ${symbols})
 endforeach()
 
+if(ONLY_BASELINE_STARTS)
+  foreach(object ${products} ${rest})
+    execute_process(COMMAND ${OBJDUMP} -h ${object} OUTPUT_VARIABLE sections COMMAND_ERROR_IS_FATAL ANY)
+    if(sections MATCHES " \\.(init_array|ctors)")
+      message(FATAL_ERROR "${object} has code that runs when the library is loaded")
+    endif()
+  endforeach()
+endif()
+
+foreach(object ${baseline})
+  execute_process(COMMAND ${OBJDUMP} -d ${object} OUTPUT_VARIABLE code COMMAND_ERROR_IS_FATAL ANY)
+  if(code MATCHES "%[yz]mm")
+    message(FATAL_ERROR "${CMAKE_MATCH_0} in ${object}")
+  endif()
+endforeach()
 set(widest %xmm %ymm %zmm)
 foreach(object used IN ZIP_LISTS products widest)
   execute_process(COMMAND ${OBJDUMP} -d ${object} OUTPUT_VARIABLE code COMMAND_ERROR_IS_FATAL ANY)

@@ -1,0 +1,10 @@
+// Creates what the entry points of nolk.h hand out; nolk.h says what each function returns and throws.
+// Called only where processorProblem finds none: these functions use all instructions that the build was made for.
+#pragma once
+
+#include <nolk.h>
+
+nolk::ModelReader* createModelReader();
+nolk::RunnerBuilder* createRunnerBuilder(const char* implCfg);
+nolk::Runner* createBatchRunner(nolk::Runner* runner, int batchSize);
+nolk::Runner* createRunner(const char* implCfg, void* data, int size, int batch);

@@ -1,0 +1,46 @@
+// The library on a processor without AVX2 and FMA, as a host compiled for that processor sees it. These tests run in an
+// emulator; on a newer processor they fail.
+#include <gtest/gtest.h>
+#include <nolk.h>
+
+#include <string>
+#include <vector>
+
+#include "support/messages.h"
+
+namespace {
+
+// Whether `create` returns null, with one message in the queue and on standard error.
+template <typename Create>
+void expectRefusal(Create create) {
+    const std::string text = "this build of nolk needs a processor with AVX2 and FMA";
+    testing::internal::CaptureStderr();
+    const bool isNull = create() == nullptr;
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), text + "\n");
+    EXPECT_TRUE(isNull);
+    EXPECT_EQ(popMessages(), std::vector<std::string>{text});
+}
+
+TEST(OldProcessor, NothingIsCreatedAndTheReasonIsReported) {
+    char model[] = {'C', 'M', 1, 0, 0, 0}, other[] = "other format";
+    expectRefusal([] { return nolk_new_model_reader(); });
+    for (const char* implCfg : {static_cast<const char*>(nullptr), ":num_threads=x", "another:a=1"}) {
+        expectRefusal([=] { return nolk_new_runner_builder(implCfg); });
+        expectRefusal([&] { return nolk_new_runner(implCfg, model, sizeof model, 1); });
+        expectRefusal([&] { return nolk_new_runner(implCfg, other, sizeof other, 1); });
+    }
+    for (const int batchSize : {0, 1, 2}) expectRefusal([=] { return nolk_wrap_batch_runner(nullptr, batchSize); });
+}
+
+TEST(OldProcessor, VersionAndErrorChannelWork) {
+    EXPECT_STREQ(nolk_version(), "opencv_4.8.0");
+    std::vector<std::string> newest;
+    for (int i = 0; i < 150; ++i) {
+        const std::string text = std::to_string(i) + std::string(50, '.');
+        nolk_push_error_message(text.c_str());
+        if (i >= 50) newest.push_back(text);
+    }
+    EXPECT_EQ(popMessages(), newest);
+}
+
+}  // namespace
