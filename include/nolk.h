@@ -46,7 +46,7 @@ namespace nolk {
 class TensorX;
 
 // Extents of a tensor. Runner::run compares dims too: it refuses [1, 8, 1, 1] with dims 3 where the network has it with
-// dims 1. The element count, n * c * h * w, must fit 32 bits.
+// dims 1. The element count, n * c * h * w, must fit 32 bits; it is 0 when an extent is below 1.
 struct TensorShape {
     std::int32_t n = 0;     // batch size
     std::int32_t c = 0;     // channels
@@ -55,7 +55,7 @@ struct TensorShape {
     std::int32_t dims = 3;  // dimensions after the batch: 3 for [n, c, h, w], 1 for a matrix [n, c] (then h = w = 1)
 };
 
-// A view of a tensor: n * c * h * w floats that stay the property of whoever supplies them.
+// A view of a tensor: as many floats as its shape has elements, which stay the property of whoever supplies them.
 struct Tensor {
     TensorShape shape;
     float* data = nullptr;
@@ -75,8 +75,8 @@ struct Padding {
     std::int32_t right = 0;
 };
 
-// What convolve, deConvolve and fullConnect multiply x by, and add to it. The arrays must stay valid, and belong to one
-// operation only, until RunnerBuilder::build has returned: the layers copy them then, and folding a batch
+// Kernel and bias of one convolve, deConvolve or fullConnect. The arrays must stay valid, and belong to one operation
+// only, until RunnerBuilder::build has returned: the layers copy them then, and folding a batch
 // normalisation into a convolution rewrites them in place.
 struct Weights {
     std::int32_t groups = 0;
@@ -147,8 +147,8 @@ public:
     // Runs the network once. inputs and outputs are arrays in the order in which the network was given its inputs and
     // outputs; shapes must match exactly, data must not be null and stays the caller's. Returns false, with a line on
     // standard error and nothing written, when a count, shape or pointer is wrong. Allocates nothing of its own beyond
-    // the growth of its scratch memory in the first run. A wrapped runner takes any batch, allocates for every call,
-    // and may have written outputs when a run fails.
+    // the growth of its scratch memory in the first run. A wrapped runner takes any batch (nolk_wrap_batch_runner says
+    // which shapes), allocates for every call, and may have written outputs when a run fails.
     virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
 
     // Releases the runner and all that it owns. No call may be under way, but for a wrapped runner of a batch above 1,
@@ -164,13 +164,13 @@ protected:
 
 // Records a network, operation by operation, and builds a runner from it. One thread at a time.
 //
-// Every operation returns the tensor that it makes, of the stated shape. Given a null tensor it returns null, so that a
-// chain can be written without checks; build reports the null output. x is [n, c, h, w] below. In quotients division
-// truncates, and a quotient by 0 is 0. A window larger than its padded input, or a slice whose end is not behind its
-// start, can make an extent 0 or negative: such a layer computes and writes nothing, and the other layers run. An
-// operation whose layer would leave its tensors' memory (channel counts that disagree with weights, say) makes build
-// throw std::invalid_argument. "inputs empty" and its like on standard error, with exit status 1, tell of a graph that
-// cannot be meant: a concat of nothing.
+// Every operation returns the tensor that it makes, of the stated shape. Given a null tensor, or one of another
+// builder, it returns null, so that a chain can be written without checks; build then throws. x is [n, c, h, w] below.
+// In quotients division truncates, and a quotient by 0 is 0. A window larger than its padded input, or a slice whose
+// end is not behind its start, can make an extent 0 or negative: such a layer computes and writes nothing, and the
+// other layers run. An operation whose layer would leave its tensors' memory (channel counts that disagree with
+// weights, say) makes build throw std::invalid_argument. "inputs empty" and its like on standard error, with exit
+// status 1, tell of a graph that cannot be meant: a concat of nothing.
 class RunnerBuilder {
 public:
     // The next input of the network; Runner::run takes inputs in the order of these calls.
@@ -286,13 +286,13 @@ public:
     // Plane by plane [h, k] * [k, w]. b has a's n and c; result [a.n, a.c, a.h, b.w].
     virtual TensorX* matMul(TensorX* a, TensorX* b) = 0;
 
-    // All five fields of x's shape; zeros for null.
+    // All five fields of x's shape; zeros for null and for a tensor of another builder.
     virtual TensorShape shapeOf(TensorX* x) = 0;
 
     // Builds the runner, once. outputs may be any tensors of this builder, inputs and constants too; the array may be
     // null when count is 0. The runner is the caller's; builder and weight arrays are no longer needed by it.
-    // Throws std::invalid_argument when an output is null or an operation cannot be carried out safely,
-    // std::logic_error the second time.
+    // Throws std::invalid_argument when an output is null, when an output or the input of an operation belongs to
+    // another builder, or when an operation cannot be carried out safely; std::logic_error the second time.
     virtual Runner* build(TensorX** outputs, int count) = 0;
 
     // Releases the builder, its tensors and what was recorded.
@@ -324,8 +324,8 @@ protected:
 
 }  // namespace nolk
 
-// Threads may call these functions whenever they like. A build for x86-64 processors with AVX2 and FMA, as it is by
-// default, reports on any other that it needs them, and every function that returns an object returns null.
+// All these functions are thread-safe. A build that needs AVX2 and FMA, the default on x86-64, says so on a processor
+// without them: there every function that returns an object returns null.
 //
 // implCfg names an implementation, then a colon, then its settings: "NolkRaw:num_threads=4,gemm_thresh=100000". Null,
 // "" and a missing name mean the built-in implementation, NolkRaw; any other name X loads libX.so, from the loader's
@@ -346,15 +346,18 @@ NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 
 // A runner that many threads may call: it cuts their tensors into single items and runs these through `runner`, which
 // must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers into
-// passes of that many. Then the first pass that succeeds fixes how many elements each tensor of an item has: later
-// items may have other shapes or dims with as many elements, and calls with others return false. The result of a call
-// is that of the pass with its first item. Takes over `runner`, and destroys it with itself. Null for a null runner, a
+// passes of that many. With a batchSize above 1 the first pass that succeeds fixes how many elements each tensor of an
+// item has: later items may have other shapes or dims with as many elements, and calls with others return false. The
+// result of a call is that of the pass with its first item; a call of no items returns true for batchSize 1, and false,
+// without a text, above. The first input alone tells how many items there are: the other tensors must have as many.
+// Takes over `runner`, and destroys it with itself. Null for a null runner, a
 // batchSize below 1, or when no thread can be had; then `runner` stays the caller's.
 NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
 
 // A runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's format
-// go to the implementation named by implCfg. The bytes must be writable and in no other load at the same time, as for
-// ModelReader::readFromMemory. Throws what that and nolk_new_runner_builder throw.
+// go to the implementation named by implCfg; without a name that fails, since NolkRaw has no other format. The bytes
+// must be writable and in no other load at the same time, as for ModelReader::readFromMemory. Throws what that and
+// nolk_new_runner_builder throw.
 NOLK_API nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch);
 
 // Queues a message; the newest 100 are kept. A null or empty message is not queued.

@@ -48,7 +48,7 @@ endif()
 
 foreach(object ${baseline})
   execute_process(COMMAND ${OBJDUMP} -d ${object} OUTPUT_VARIABLE code COMMAND_ERROR_IS_FATAL ANY)
-  if(code MATCHES "%[yz]mm")
+  if(code MATCHES "%[yz]mm|\tv[a-z]+")
     message(FATAL_ERROR "${CMAKE_MATCH_0} in ${object}")
   endif()
 endforeach()

@@ -29,12 +29,15 @@ using OwnedRunner = std::unique_ptr<nolk::Runner, Destroy>;
 OwnedRunner loadModel(const std::string& path, int batch) {
     nolk::ModelReader* reader = nolk_new_model_reader();
     nolk::RunnerBuilder* builder = nolk_new_runner_builder(nullptr);
-    if (!reader || !builder) throw std::runtime_error("nolk cannot be used here");
+    char reason[256];
+    if (!reader || !builder) {
+        nolk_pop_error_message(reason, sizeof reason);
+        throw std::runtime_error(reason);
+    }
     OwnedRunner runner(reader->readFromFile(builder, batch, path.c_str()));
     builder->destroy();
     reader->destroy();
     if (runner) return runner;
-    char reason[256];
     nolk_pop_error_message(reason, sizeof reason);
     throw std::runtime_error(path + ": " + (*reason ? reason : "empty or damaged"));
 }

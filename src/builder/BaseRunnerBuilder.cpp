@@ -53,7 +53,7 @@ nolk::TensorX* BaseRunnerBuilder::constTensor(nolk::Tensor* tensor) {
 }
 
 nolk::TensorShape BaseRunnerBuilder::shapeOf(nolk::TensorX* x) {
-    return x ? x->shape : nolk::TensorShape{0, 0, 0, 0, 0};
+    return own_.count(x) > 0 ? x->shape : nolk::TensorShape{0, 0, 0, 0, 0};
 }
 
 nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {

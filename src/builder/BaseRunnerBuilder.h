@@ -6,7 +6,6 @@
 
 #include <nolk.h>
 
-#include <cstdlib>
 #include <memory>
 #include <unordered_set>
 #include <vector>

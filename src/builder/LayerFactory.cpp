@@ -57,8 +57,8 @@ LayerFactory* LayerFactory::fusibleNext() const {
 
 void LayerFactory::update_pre_comsumer() {
     inputs.front() = fusiblePrev()->inputs.front();
-    // The first entry may name another factory than the absorbed one. That does no harm: fusion looks at an entry only
-    // where it is the only one, and then it was the absorbed one; elsewhere the number of consumers is all that counts.
+    // The first entry may belong to another factory. That does no harm: fusion reads an entry only where it is the
+    // single one, which is then the absorbed factory's; otherwise it only counts them.
     inputs.front()->consumers.front() = this;
 }
 

@@ -146,8 +146,8 @@ LayerFactory* PoolingLayerFactory::fuse() {
 
 // A window of padding and negative values gets another maximum: the padding layer's zeros took part, but the pooling
 // leaves out its own padding. Accepted because pooled values mostly come from a relu, and then none is negative. The
-// input goes on naming the padding as its consumer, which misleads nobody: consumers are counted, and only a batch
-// normalisation among them would be used.
+// input still lists the padding as its consumer. That does no harm: fusion only counts consumers, and follows one only
+// if it is a batch normalisation.
 void PoolingLayerFactory::absorbPad(PaddingLayerFactory* pad) {
     addPadding(padding, pad->padding);
     inputs.front() = pad->inputs.front();

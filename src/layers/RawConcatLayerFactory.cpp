@@ -23,8 +23,8 @@ int extentAt(const nolk::TensorShape& shape, int axis) {
 
 bool isInt(double value) { return value >= INT_MIN && value <= INT_MAX; }
 
-// Where the copies of an input that is not empty end in the output. `before`: the extents joined before it, which set
-// where rows and columns start; `copied`: the elements or channels, which samples and channels start behind.
+// Where the copies of a non-empty input end in the output. before: sum of the earlier inputs' extents along the axis
+// (rows and columns start there). copied: elements (axis n) or channels (axis c) of the earlier non-empty inputs.
 double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis, double before, double copied) {
     const double planes = static_cast<double>(in.n) * in.c;
     switch (axis) {
@@ -78,7 +78,7 @@ void RawConcatLayerFactory::check() const {
     double extents = 0.0, copied = 0.0;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         const nolk::TensorShape& in = inputs[i]->shape;
-        // Channels of an output without elements are not joined; rows and columns would be.
+        // Into an output without elements the layer joins no channels, but it would copy rows and columns.
         const bool hasPlace = axis < 2 || (extents >= 0.0 && elementCount(out) > 0);
         const bool leavesOutput =
             elementCount(in) > 0 && (!hasPlace || writeEnd(in, out, axis, extents, copied) > elementCount(out));

@@ -21,7 +21,8 @@ void sumUp(const float* weights, const float* bias, const float* state, std::siz
     for (int v = 0; v < kVectors; ++v) storeLanes(sums + v * kLanes, acc[v]);
 }
 
-// Into zeros, which stay unwritten: the weights may be more than their file holds.
+// Stores value in memory that is still zero. Zeros are not stored, so that weights which a file announces but does not
+// hold take no memory.
 void put(float value, float* place) {
     if (value != 0.0f || std::signbit(value)) *place = value;
 }

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 
-// dst[i] = src[i] for i below n. In arrays of more than 16 megabytes, blocks that are zero on both sides are not
+// dst[i] = src[i] for i below n. In arrays of more than 32 megabytes, blocks that are zero on both sides are not
 // written: the pages of so large an allocation are fresh, and take no memory as long as they are only read. The two
 // must not overlap.
 void copySparsely(const float* src, float* dst, std::size_t n);

@@ -1,5 +1,5 @@
-// An operator that does nothing: a /= b leaves both vectors as they are. Nothing calls it; it stays because its name
-// belongs to the kernels. To divide element by element, call vectorDiv (math/blas.h), which needs no Eigen types.
+// The element-wise division operator of the vector kernels. It belongs to their fixed set of functions but computes
+// nothing, since a caller could rely on it leaving both vectors as they are. To divide, call vectorDiv (math/blas.h).
 #pragma once
 
 #include <Eigen/Core>

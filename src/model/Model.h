@@ -4,18 +4,13 @@
 #include <nolk.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <map>
-#include <memory>
 #include <vector>
 
-struct FreeDeleter {
-    void operator()(float* floats) const { std::free(floats); }
-};
-using FloatArray = std::unique_ptr<float[], FreeDeleter>;
+#include "memory/FloatBuffer.h"
 
 struct Model {
     std::map<std::int16_t, nolk::TensorX*> tensors;  // the builder's; null for ids looked up before they were made
     std::vector<nolk::TensorX*> outputs;             // as they follow in the file
-    std::vector<FloatArray> arrays;                  // for builders, which read them until build is over
+    std::vector<FloatBuffer> arrays;                 // for builders, which read them until build is over
 };

@@ -82,8 +82,9 @@ float* RecordReader::optionalFloats(std::initializer_list<int> factors) {
 float* RecordReader::floats(std::initializer_list<int> factors) {
     const int count = floatCount(factors);
     float* array = newArray(count);
-    // In no form does the file hold more floats than it has bytes left. What it announces beyond that is written for a
-    // while only, so that a small file does not make the library touch gigabytes; the load fails in any case.
+    // In no form does the file hold more floats than it has bytes left. Indices that it does not hold count as 0, but
+    // at most kMaxMissing of them are written: a small file must not make the library touch gigabytes. Such a load
+    // fails in any case.
     const std::int64_t left = in_.remaining();
     const std::int64_t most = left + std::max(kMaxMissing / batch_, 1);
     floatsRead_ = in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, most)), version_ > 3);
@@ -100,12 +101,8 @@ float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
     return samples;
 }
 
-// Zeroed by the system page by page, as they are touched: a count in a file costs nothing until data backs it. Never
-// null, since a null bias means none.
+// Never null, since a null bias means none.
 float* RecordReader::newArray(int count) {
-    const std::size_t atLeastOne = static_cast<std::size_t>(std::max(count, 1));
-    FloatArray array(static_cast<float*>(std::calloc(atLeastOne, sizeof(float))));
-    if (!array) throw std::bad_alloc();
-    model_.arrays.push_back(std::move(array));
+    model_.arrays.push_back(zeroedFloats(static_cast<std::size_t>(std::max(count, 0))));
     return model_.arrays.back().get();
 }

@@ -67,5 +67,5 @@ private:
     nolk::RunnerBuilder& builder_;
     Model& model_;
     std::int64_t floatBytes_ = 0;
-    int floatsRead_ = 0;  // into the last array
+    int floatsRead_ = 0;  // by the last call of floats
 };

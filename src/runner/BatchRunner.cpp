@@ -11,8 +11,13 @@ namespace {
 
 constexpr std::chrono::milliseconds kPatience(100);  // for a sleeper that missed a notification
 
-// Whether there is data for every element; if not, says so on standard error as the runner of a network does.
-bool hasData(const std::vector<nolk::Tensor>& tensors) {
+// Whether there are count tensors with data for every element; if not, says so on standard error as the runner of a
+// network does.
+bool hasData(const std::vector<nolk::Tensor>& tensors, int count) {
+    if (tensors.empty() && count > 0) {
+        std::fputs("tensors is null\n", stderr);
+        return false;
+    }
     for (std::size_t i = 0; i < tensors.size(); ++i) {
         if (tensors[i].data || elementCount(tensors[i].shape) == 0) continue;
         std::fprintf(stderr, "tensors[%d] is null\n", static_cast<int>(i));
@@ -44,8 +49,7 @@ bool BatchRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* output
     const Presence presence(*this);
     if (!presence || !hasFirstInput(inputs, inputCount) || inputs[0].shape.n < 1) return false;
     std::vector<QueItem> items = toQueItems(inputs, inputCount, outputs, outputCount);
-    if (!outputs && outputCount > 0) return std::fputs("tensors is null\n", stderr), false;
-    if (!hasData(items.front().inputs) || !hasData(items.front().outputs)) return false;
+    if (!hasData(items.front().inputs, inputCount) || !hasData(items.front().outputs, outputCount)) return false;
     fillItemsInQue(items);
     readItemsFromQue(items);
     return items.front().ok;

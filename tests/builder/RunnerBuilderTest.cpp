@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <stdexcept>
 
 #include "builder/utils.h"
@@ -124,94 +125,101 @@ TEST(RunnerBuilder, NegativeExtentsAreHarmlessToEveryOperation) {
     const nolk::Weights weights{1, 1, 2, 1, 1, false, v, nullptr};
     const nolk::LstmWeights lstm{nolk::Direction::forward, 1, 4, 1, v, v, nullptr, true};
     using X = nolk::TensorX*;
-    const std::function<X(Net&, X, X)> operations[] = {
-        [](Net& n, X x, X) { return n->relu(x); },
-        [=](Net& n, X x, X) { return n->prelu(x, v, 2); },
-        [](Net& n, X x, X f) { return n->add(x, f); },
-        [](Net& n, X x, X f) { return n->sub(f, x); },
-        [](Net& n, X x, X f) { return n->max(f, x); },
-        [](Net& n, X x, X) {
-            return n->maxPool(x, {2, 2}, {}, {1, 1});
-        },
-        [](Net& n, X x, X) {
-            return n->avgPool(x, {1, 1}, {3, 3, 3, 3}, {1, 1});
-        },
-        [](Net& n, X x, X) {
-            return n->pad(x, {3, 3, 3, 3});
-        },
-        [=](Net& n, X x, X) { return n->batchNormalize(x, two, two, two, two, 1.0f); },
-        [](Net& n, X x, X) { return n->instanceNormalization(x, 1.0f); },
-        [](Net& n, X x, X) { return n->l2normalize(x); },
-        [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::c); },
-        [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::h); },
-        [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::w); },
-        [](Net& n, X x, X) {
-            return n->transpose(x, {{0, 2, 3, 1}});
-        },
-        [](Net& n, X x, X) {
-            return n->slice(x, {3, 0, 2, 1});
-        },
-        [](Net& n, X x, X) {
-            return n->reshape(x, {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc);
-        },
-        [](Net& n, X x, X) {
-            return n->reduce(x, {1, 1, 1, 1, 3}, nolk::BasicOp::mean);
-        },
-        [](Net& n, X, X f) {
-            return n->reduce(f, {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
-        },
-        [](Net& n, X x, X) {
-            return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::nearest, {});
-        },
-        [](Net& n, X x, X) {
-            return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::linear, {});
-        },
-        [](Net& n, X x, X f) { return n->matMul(x, f); },
-        [](Net& n, X x, X f) { return n->matMul(f, x); },
-        [=](Net& n, X x, X) {
-            return n->convolve(x, {3, 3, 3, 3}, {1, 1}, {1, 1}, weights);
-        },
-        [=](Net& n, X x, X) {
-            return n->deConvolve(x, {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights);
-        },
-        [=](Net& n, X x, X) { return n->fullConnect(x, weights); },
-        [=](Net& n, X x, X) { return n->lstm(x, lstm); },
-        [](Net& n, X x, X f) {
-            X three[] = {x, f, f};
-            return n->concat(three, 3, nolk::Axis::n);
-        },
-        [](Net& n, X x, X f) {
-            X three[] = {f, x, f};
-            return n->concat(three, 3, nolk::Axis::c);
-        },
-        [](Net& n, X x, X f) {
-            X three[] = {f, x, f};
-            return n->concat(three, 3, nolk::Axis::h);
-        },
-        [](Net& n, X x, X f) {
-            X three[] = {x, f, f};
-            return n->concat(three, 3, nolk::Axis::w);
-        },
+    struct Operation {
+        bool mayBeRefused;  // where it would read or write beyond its tensors
+        std::function<X(Net&, X, X)> record;
     };
+    std::vector<Operation> operations{
+        {false, [](Net& n, X x, X) { return n->relu(x); }},
+        {false, [=](Net& n, X x, X) { return n->prelu(x, v, 2); }},
+        {false, [](Net& n, X x, X f) { return n->add(x, f); }},
+        {false, [](Net& n, X x, X f) { return n->sub(f, x); }},
+        {false, [](Net& n, X x, X f) { return n->max(f, x); }},
+        {false,
+         [](Net& n, X x, X) {
+             return n->maxPool(x, {2, 2}, {}, {1, 1});
+         }},
+        {false,
+         [](Net& n, X x, X) {
+             return n->avgPool(x, {1, 1}, {3, 3, 3, 3}, {1, 1});
+         }},
+        {true,
+         [](Net& n, X x, X) {
+             return n->pad(x, {3, 3, 3, 3});
+         }},
+        {false, [=](Net& n, X x, X) { return n->batchNormalize(x, two, two, two, two, 1.0f); }},
+        {false, [](Net& n, X x, X) { return n->instanceNormalization(x, 1.0f); }},
+        {false, [](Net& n, X x, X) { return n->l2normalize(x); }},
+        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::c); }},
+        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::h); }},
+        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::w); }},
+        {false,
+         [](Net& n, X x, X) {
+             return n->transpose(x, {{0, 2, 3, 1}});
+         }},
+        {false,
+         [](Net& n, X x, X) {
+             return n->slice(x, {3, 0, 2, 1});
+         }},
+        {false,
+         [](Net& n, X x, X) {
+             return n->reshape(x, {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc);
+         }},
+        {true,
+         [](Net& n, X x, X) {
+             return n->reduce(x, {1, 1, 1, 1, 3}, nolk::BasicOp::mean);
+         }},
+        {true,
+         [](Net& n, X, X f) {
+             return n->reduce(f, {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
+         }},
+        {true,
+         [](Net& n, X x, X) {
+             return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::nearest, {});
+         }},
+        {true,
+         [](Net& n, X x, X) {
+             return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::linear, {});
+         }},
+        {false, [](Net& n, X x, X f) { return n->matMul(x, f); }},
+        {true, [](Net& n, X x, X f) { return n->matMul(f, x); }},
+        {true,
+         [=](Net& n, X x, X) {
+             return n->convolve(x, {3, 3, 3, 3}, {1, 1}, {1, 1}, weights);
+         }},
+        {false,
+         [=](Net& n, X x, X) {
+             return n->deConvolve(x, {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights);
+         }},
+        {true, [=](Net& n, X x, X) { return n->fullConnect(x, weights); }},
+        {true, [=](Net& n, X x, X) { return n->lstm(x, lstm); }},
+    };
+    for (const nolk::Axis axis : {nolk::Axis::n, nolk::Axis::c, nolk::Axis::h, nolk::Axis::w})
+        for (int place = 0; place < 2; ++place)
+            operations.push_back({true, [=](Net& n, X x, X f) {
+                                      X three[] = {place == 0 ? x : f, place == 1 ? x : f, f};
+                                      return n->concat(three, 3, axis);
+                                  }});
     for (const nolk::TensorShape& shape : {nolk::TensorShape{1, 2, -1, 4, 3},
                                            {1, 2, -3, -4, 3},
                                            {-1, -2, 3, 4, 3},
                                            {1, -2, 3, 4, 3},
                                            {1, -2, -3, 4, 3},
                                            {1, 2, 3, -1, 3}})
-        for (const auto& operation : operations) {
+        for (const Operation& operation : operations) {
             Net net;
             X const x = net.input(shape, values);
             X const f = net.input(kFilled, std::vector<float>(24, -2.0f));
-            X const y = operation(net, x, f);
+            X const y = operation.record(net, x, f);
             X const rest = net->abs(f);
-            SCOPED_TRACE(testing::Message() << "operation " << &operation - operations << " of [" << shape.n << " "
-                                            << shape.c << " " << shape.h << " " << shape.w << "]");
+            SCOPED_TRACE(testing::Message() << "operation " << &operation - operations.data() << " of [" << shape.n
+                                            << " " << shape.c << " " << shape.h << " " << shape.w << "]");
             try {
                 const auto out = net.run({y, rest});
                 ASSERT_EQ(out.size(), 2u);
                 EXPECT_EQ(out[1], std::vector<float>(24, 2.0f));
-            } catch (const std::invalid_argument&) {
+            } catch (const std::invalid_argument& e) {
+                EXPECT_TRUE(operation.mayBeRefused) << e.what();
             }
         }
 }
@@ -237,6 +245,14 @@ TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
     }
     Net net;
     expectRefused(net, stranger, "output 0 is a tensor of another builder");
+
+    // The other builder may be gone.
+    Net later;
+    auto gone = std::make_unique<Net>();
+    nolk::TensorX* const dangling = gone->input({1, 2, 1, 1, 1}, {1, 2});
+    gone.reset();
+    EXPECT_EQ(later->relu(dangling), nullptr);
+    EXPECT_EQ(later->shapeOf(dangling).n, 0);
 }
 
 }  // namespace

@@ -52,6 +52,20 @@ std::vector<std::string> outputsOf(std::vector<std::string> arguments, std::size
     return bytes;
 }
 
+// A window larger than its input: the extents are -1, and the file that is written can be read again.
+TEST(RunCommand, AnOutputWithoutValuesIsAnEmptyFile) {
+    const std::string model = modelFile("empty.cm", [](ModelWriter& w) {
+        nolk::TensorX* output = w.maxPool(w.input({1, 2, 1, 1, 3}), {3, 3}, {}, {1, 1});
+        w.build(&output, 1);
+    });
+    const std::string input = writeTemporary("two.raw", rawFloats({1, 2}));
+    const std::string file = outputsOf({model, "--input", input}, 1)[0];
+    EXPECT_NE(file.find("'shape': (1, 2, 0, 0)"), std::string::npos) << file;
+    const std::string expected = writeTemporary("empty.npy", file);
+    const ProgramResult r = runProgram({"diff", model, "--input", input, "--expected", expected});
+    EXPECT_EQ(r.status, 0) << r.err << r.out;
+}
+
 TEST(RunCommand, PrintsTheLargestOfEachSample) {
     const ProgramResult r =
         runProgram({"run", kDigitsModel, "--input", kThree, kEight, "--batch", "2", "--scale", "1/255"});

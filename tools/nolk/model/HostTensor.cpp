@@ -47,6 +47,7 @@ void runStrictly(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vec
 }
 
 std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape) {
-    if (shape.dims == 1 && shape.h == 1 && shape.w == 1) return {shape.n, shape.c};
-    return {shape.n, shape.c, shape.h, shape.w};
+    const int n = std::max(shape.n, 0), c = std::max(shape.c, 0);
+    if (shape.dims == 1 && shape.h == 1 && shape.w == 1) return {n, c};
+    return {n, c, std::max(shape.h, 0), std::max(shape.w, 0)};
 }

@@ -25,5 +25,5 @@ void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<
 // The same, but what the library prints on standard error meanwhile is a failure too: then the outputs mean nothing.
 void runStrictly(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
 
-// The extents that mean something: [n, c] of a matrix, else [n, c, h, w].
+// The extents that mean something: [n, c] of a matrix, else [n, c, h, w]. Those below 0 count as 0.
 std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape);
