@@ -7,8 +7,8 @@
 //
 // Everything handed to a host is released through its own destroy(), never with delete. What fails returns null or
 // false; the reason stands on standard error and, but for Runner::run, in a queue that nolk_pop_error_message empties.
-// ModelReader lists the failures that leave no text. Tensors are float32, dense and row-major in the order
-// [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
+// ModelReader and nolk_wrap_batch_runner name the failures that leave no text. Tensors are float32, dense and row-major
+// in the order [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
 #ifndef NOLK_H
 #define NOLK_H
 
@@ -302,8 +302,9 @@ protected:
     ~RunnerBuilder() = default;
 };
 
-// Reads model files: every record becomes one call of the builder, then build. One model, one thread. These failures
-// leave no text: a batch below 1, a null builder, path or data, an empty file, a file that ends within a record.
+// Reads model files: every record becomes one call of the builder, then build. One model, one thread: a second load
+// goes on with the tensors of the first, and its builder refuses them as another builder's. These failures leave no
+// text: a batch below 1, a null builder, path or data, an empty file, a file that ends within a record.
 class ModelReader {
 public:
     // The runner of the model in the file at path, for inputs of batch samples, or null.
@@ -348,9 +349,9 @@ NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 // must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers into
 // passes of that many. With a batchSize above 1 the first pass that succeeds fixes how many elements each tensor of an
 // item has: later items may have other shapes or dims with as many elements, and calls with others return false. The
-// result of a call is that of the pass with its first item; a call of no items returns true for batchSize 1, and false,
-// without a text, above. The first input alone tells how many items there are: the other tensors must have as many.
-// Takes over `runner`, and destroys it with itself. Null for a null runner, a
+// result of a call is that of the pass with its first item, and a call of no items returns false without a text; for
+// batchSize 1 it is true when every item ran, also for none. The first input alone tells how many items there are: the
+// other tensors must have as many. Takes over `runner`, and destroys it with itself. Null for a null runner, a
 // batchSize below 1, or when no thread can be had; then `runner` stays the caller's.
 NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
 

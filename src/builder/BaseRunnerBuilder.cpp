@@ -76,11 +76,15 @@ nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
 
 void BaseRunnerBuilder::destroy() { delete this; }
 
-// Looks at the address alone: the other builder may be gone, and its tensors with it.
-bool BaseRunnerBuilder::isOwn(const nolk::TensorX* x) {
-    const bool own = own_.count(x) > 0;
-    tookForeign_ = tookForeign_ || (x && !own);
-    return own;
+// Looks at the addresses alone: another builder may be gone, and its tensors with it.
+bool BaseRunnerBuilder::areOwn(const std::vector<nolk::TensorX*>& tensors) {
+    bool all = true;
+    for (const nolk::TensorX* t : tensors) {
+        const bool own = own_.count(t) > 0;
+        all = all && own;
+        tookForeign_ = tookForeign_ || (t && !own);
+    }
+    return all;
 }
 
 std::vector<nolk::TensorX*> BaseRunnerBuilder::addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory) {

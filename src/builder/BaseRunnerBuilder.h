@@ -32,8 +32,8 @@ protected:
     BaseRunnerBuilder() = default;
     virtual ~BaseRunnerBuilder() = default;
 
-    // Whether x is one of this builder's. Null and tensors of other builders are not, and the latter make build throw.
-    bool isOwn(const nolk::TensorX* x);
+    // Whether all are this builder's. Null and tensors of other builders are not, and the latter make build throw.
+    bool areOwn(const std::vector<nolk::TensorX*>& tensors);
 
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
     nolk::TensorX* addInputReturn(std::unique_ptr<nolk::TensorX> tensor);

@@ -35,12 +35,12 @@ RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
 // and so is a tensor of another builder.
 template <typename Factory, typename... Args>
 nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
-    if (!isOwn(x)) return nullptr;
+    if (!areOwn({x})) return nullptr;
     return addLayerReturnOutputs(std::make_unique<Factory>(x, std::move(args)...)).front();
 }
 
 nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX* a, nolk::TensorX* b, EltwiseType type) {
-    if (!isOwn(b)) return nullptr;
+    if (!areOwn({a, b})) return nullptr;
     return record<RawEltwiseLayerFactory>(a, b, type);
 }
 
@@ -94,8 +94,7 @@ nolk::TensorX* RawRunnerBuilder::softmax(nolk::TensorX* x, nolk::Axis axis) {
 nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX** inputs, int count, nolk::Axis axis) {
     std::vector<nolk::TensorX*> tensors;
     if (inputs && count > 0) tensors.assign(inputs, inputs + count);
-    for (const nolk::TensorX* t : tensors)
-        if (!isOwn(t)) return nullptr;
+    if (!areOwn(tensors)) return nullptr;
     return addLayerReturnOutputs(std::make_unique<RawConcatLayerFactory>(tensors, axis)).front();
 }
 
@@ -136,7 +135,7 @@ nolk::TensorX* RawRunnerBuilder::hardSigmoid(nolk::TensorX* x, float alpha, floa
 nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MAX); }
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
-    if (!isOwn(x)) return nullptr;
+    if (!areOwn({x})) return nullptr;
     // An empty tensor needs none, and build refuses what cannot be represented.
     const bool hasChannels = isRepresentable(x->shape) && elementCount(x->shape) > 0;
     const int channels = hasChannels ? x->shape.c : 0;
@@ -173,6 +172,6 @@ nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int coun
 }
 
 nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX* a, nolk::TensorX* b) {
-    if (!isOwn(b)) return nullptr;
+    if (!areOwn({a, b})) return nullptr;
     return record<RawMatmulLayerFactory>(a, b);
 }

@@ -52,15 +52,17 @@ bool isZero(const nolk::Padding& p) { return p.top == 0 && p.bottom == 0 && p.le
 
 LayerFactory* ConvolutionLayerFactory::fuse() {
     LayerFactory* prev = fusiblePrev();
+    // A convolution without output may have weights that nobody has checked.
+    const bool canScale = areCountable(weights) && (weights.weight || weightCount(weights) == 0);
     auto* bnBefore = dynamic_cast<BatchNormalizationLayerFactory*>(prev);
-    if (bnBefore && isZero(padding) && canAbsorbPreBn(*bnBefore)) {
+    if (bnBefore && canScale && isZero(padding) && canAbsorbPreBn(*bnBefore)) {
         absorbPreBn(bnBefore);
         return bnBefore;
     }
     auto* bnBehind = dynamic_cast<BatchNormalizationLayerFactory*>(fusibleNext());
     // One set of weights for several groups cannot have the factors of every group.
     const bool oneFactorAWeight = !weights.shared || weights.groups == 1;
-    if (bnBehind && oneFactorAWeight && output()->shape.c <= channelCount(*bnBehind)) {
+    if (bnBehind && canScale && oneFactorAWeight && output()->shape.c <= channelCount(*bnBehind)) {
         absorbBn(bnBehind);
         return bnBehind;
     }

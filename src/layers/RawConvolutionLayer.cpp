@@ -16,8 +16,9 @@ RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output
       stride_(stride),
       dilation_(dilation),
       weights_(weights),
-      weight_(ownedFloats(weights.weight, weightCount(weights))),
-      bias_(ownedFloats(weights.bias, biasCount(weights))),
+      // Where nothing is computed, the counts need not be right.
+      weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0)),
+      bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0)),
       input_(input),
       output_(output),
       numThreads_(numThreads),

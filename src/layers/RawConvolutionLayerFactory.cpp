@@ -32,14 +32,15 @@ bool RawConvolutionLayerFactory::isPointwise() const {
 }
 
 void RawConvolutionLayerFactory::check() const {
-    checkWeights("convolve", weights);
     const nolk::TensorShape& in = input()->shape;
     const nolk::TensorShape& out = output()->shape;
     if (!isRepresentable(in) || !isRepresentable(out) || elementCount(out) == 0) return;
+    checkWeights("convolve", weights, true);
 
     const std::int64_t expected = static_cast<std::int64_t>(weights.groups) * weights.inChannels;
+    const bool readsInput = weights.kernelH > 0 && weights.kernelW > 0;
     const bool fits = isPointwise() ? in.c >= expected : quotient(in.c, weights.groups) == weights.inChannels;
-    if (!fits)
+    if (readsInput && !fits)
         refuse("convolve: weights expect %lld input channels, input has %d", static_cast<long long>(expected), in.c);
 
     const std::int64_t positions = static_cast<std::int64_t>(out.h) * out.w;

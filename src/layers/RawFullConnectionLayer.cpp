@@ -11,8 +11,9 @@ RawFullConnectionLayer::RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor 
     : input_(input),
       output_(output),
       groups_(weights.groups),
-      weight_(ownedFloats(weights.weight, weightCount(weights))),
-      bias_(ownedFloats(weights.bias, biasCount(weights))) {
+      // Where nothing is computed, the counts need not be right.
+      weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0)),
+      bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0)) {
     desc = "fc";
 }
 

@@ -14,12 +14,12 @@ RawFullConnectionLayerFactory::RawFullConnectionLayerFactory(nolk::TensorX* x, n
 }
 
 void RawFullConnectionLayerFactory::check() const {
-    checkWeights("fullConnect", weights_);
     const nolk::TensorShape& in = input()->shape;
     const nolk::TensorShape& out = output()->shape;
     if (!isRepresentable(in) || !isRepresentable(out) || elementCount(out) == 0) return;
 
     const int rowInputs = quotient(in.c, weights_.groups);
+    checkWeights("fullConnect", weights_, rowInputs > 0);
     const std::int64_t needed = static_cast<std::int64_t>(rowInputs) * weights_.outChannels;
     if (needed > weightCount(weights_))
         refuse("fullConnect: weights expect %d inputs per group, input has %d",

@@ -18,7 +18,7 @@ void RawPaddingLayerFactory::check() const {
                padding.right);
     const nolk::TensorShape& in = input()->shape;
     const nolk::TensorShape& out = output()->shape;
-    if (elementCount(out) > 0 && (in.h < 0 || in.w < 0))
+    if (elementCount(out) > 0 && (in.h < 0 || (in.h > 0 && in.w < 0)))
         refuse("pad: input extents must not be negative, are %d x %d", in.h, in.w);
     if (out.h < in.h || out.w < in.w) refuse("pad: the padded extents must fit 32 bits, come to %d x %d", out.h, out.w);
 }

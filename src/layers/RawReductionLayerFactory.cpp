@@ -1,5 +1,7 @@
 #include "layers/RawReductionLayerFactory.h"
 
+#include <algorithm>
+
 #include "builder/refuse.h"
 #include "builder/shapes.h"
 #include "layers/RawReductionLayer.h"
@@ -25,7 +27,7 @@ void RawReductionLayerFactory::check() const {
     const nolk::TensorShape& out = output()->shape;
     const bool known = op_ >= nolk::BasicOp::maximum && op_ <= nolk::BasicOp::minimum;
     if (!known || !isRepresentable(out)) return;
-    if (RawReductionLayer::reducesChannelsOnly(in, out) && in.c < 1 && static_cast<double>(in.n) * in.h * in.w > 0)
+    if (RawReductionLayer::reducesChannelsOnly(in, out) && in.c < 1 && std::min({in.n, in.h, in.w}) > 0)
         refuse("reduce: input must have channels to reduce to %d, has %d", out.c, in.c);
     if (elementCount(in) > 0 && (elementCount(out) == 0 || writeEnd(in, out) > elementCount(out)))
         refuse("reduce: extents must be 1 or the input's [%d, %d, %d, %d], are [%d, %d, %d, %d]", in.n, in.c, in.h,

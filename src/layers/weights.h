@@ -3,9 +3,12 @@
 
 #include <nolk.h>
 
-// Throws std::invalid_argument, naming the operation, for a negative dimension, more than 2^31 - 1 weights or output
-// channels, and for missing weights.
-void checkWeights(const char* operation, const nolk::Weights& weights);
+// Whether no dimension is negative, and there are at most 2^31 - 1 weights and output channels.
+bool areCountable(const nolk::Weights& weights);
+
+// Throws std::invalid_argument, naming the operation, for weights that are not countable and, where they are read, for
+// missing ones.
+void checkWeights(const char* operation, const nolk::Weights& weights, bool areRead);
 
 // Floats in the weight array.
 int weightCount(const nolk::Weights& weights);

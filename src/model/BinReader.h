@@ -33,7 +33,8 @@ public:
     std::string readString();
 
     // n floats. Compressed ones start with a byte that tells their form: 0, plain; 8, a table of 256 floats and then n
-    // indices into it. Any other byte is reported on standard error, and dst and the cursor stay as they are. Missing
+    // indices into it. Any other byte is reported on standard error, dst stays as it is, and nothing
+    // behind that byte is read. Missing
     // floats leave dst alone, missing indices count as 0. Returns how many floats were written to dst: n or none.
     int readFloats(float* dst, int n, bool compressed);
 

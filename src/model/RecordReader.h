@@ -50,7 +50,8 @@ public:
     nolk::Weights fullConnectWeights();
     nolk::LstmWeights lstmWeights();
 
-    // As many floats as the factors' product; zeros where the data ends before them, or comes in an unknown form.
+    // As many floats as the factors' product; zeros where the data ends before them, or comes in an unknown form. Of a
+    // codebook whose indices end too soon, the first value stands in, then zeros where very many are missing.
     float* floats(std::initializer_list<int> factors);
 
     // One sample of the shape, repeated for every sample of it.

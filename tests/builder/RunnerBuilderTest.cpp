@@ -229,6 +229,7 @@ TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
     nolk::TensorX* const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
     const std::function<nolk::TensorX*(Net&, nolk::TensorX*)> operations[] = {
         [=](Net& net, nolk::TensorX*) { return net->relu(stranger); },
+        [=](Net& net, nolk::TensorX*) { return net->add(stranger, nullptr); },
         [=](Net& net, nolk::TensorX* own) { return net->add(own, stranger); },
         [=](Net& net, nolk::TensorX* own) { return net->matMul(own, stranger); },
         [=](Net& net, nolk::TensorX* own) {

@@ -50,6 +50,13 @@ TEST(FullConnection, WeightsThatDoNotFitAreRefused) {
     none.groups = 0;
     Net net;
     EXPECT_NO_THROW(net.build({net->fullConnect(net.input({1, 4, 1, 1, 1}, {}), none)}));
+    // Where none is read, none is needed: without samples, and without inputs, which leaves the bias.
+    none = weights.get();
+    none.weight = nullptr;
+    Net unread;
+    const auto out = unread.run({unread->fullConnect(unread.input({0, 4, 1, 1, 1}, {}), none),
+                                 unread->fullConnect(unread.input({1, 0, 1, 1, 1}, {}), none)});
+    EXPECT_EQ(out[1], weights.bias());
 }
 
 }  // namespace

@@ -62,7 +62,7 @@ TEST(RunCommand, AnOutputWithoutValuesIsAnEmptyFile) {
     const std::string file = outputsOf({model, "--input", input}, 1)[0];
     EXPECT_NE(file.find("'shape': (1, 2, 0, 0)"), std::string::npos) << file;
     const std::string expected = writeTemporary("empty.npy", file);
-    const ProgramResult r = runProgram({"diff", model, "--input", input, "--expected", expected});
+    const ProgramResult r = runProgram({"diff", model, expected, "--input", input});
     EXPECT_EQ(r.status, 0) << r.err << r.out;
 }
 
