@@ -1,10 +1,11 @@
 // The built-in implementation of nolk::RunnerBuilder, "NolkRaw": each operation makes its factory.
+// A plug-in may derive from it and override the operations that it does in its own way.
 // Settings: num_threads and gemm_thresh, for the convolutions' matrix products.
 #pragma once
 
 #include "builder/BaseRunnerBuilder.h"
 
-class RawRunnerBuilder final : public BaseRunnerBuilder {
+class RawRunnerBuilder : public BaseRunnerBuilder {
 public:
     // cfg: comma-separated key=value settings, or null. Throws what intSetting throws.
     explicit RawRunnerBuilder(const char* cfg);

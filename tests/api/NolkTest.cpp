@@ -116,6 +116,33 @@ TEST_F(Nolk, PluginsAreFoundBesideTheLibraryAndGetTheirSettings) {
     dlclose(handle);
 }
 
+// One that is made of the library's own parts computes with them, in its own copy.
+TEST_F(Nolk, APluginOfTheLibrarysPartsRunsANetwork) {
+    nolk::RunnerBuilder* builder = nolk_new_runner_builder("nolk_test_raw_plugin:num_threads=2");
+    ASSERT_NE(builder, nullptr);
+    float weight[] = {1, 2, 3, 4}, bias[] = {10, 20};
+    nolk::TensorX* y = builder->fullConnect(builder->input({1, 2, 1, 1, 1}), {1, 2, 2, 1, 1, true, weight, bias});
+    y = builder->abs(y);  // of the plug-in's own, which changes the sign
+    nolk::Runner* runner = builder->build(&y, 1);
+    builder->destroy();
+    ASSERT_NE(runner, nullptr);
+    float x[] = {5, 6}, result[2] = {};
+    nolk::Tensor in{{1, 2, 1, 1, 1}, x}, out{{1, 2, 1, 1, 1}, result};
+    EXPECT_TRUE(runner->run(&in, 1, &out, 1));
+    EXPECT_EQ(result[0], -27);
+    EXPECT_EQ(result[1], -59);
+    runner->destroy();
+
+    int count = 2;
+    runner = nolk_new_runner("nolk_test_raw_plugin", &count, sizeof count, 1);
+    ASSERT_NE(runner, nullptr);
+    EXPECT_TRUE(runner->run(&in, 1, &out, 1));
+    EXPECT_EQ(result[1], -6);
+    runner->destroy();
+    EXPECT_EQ(nolk_new_runner("nolk_test_raw_plugin", &count, 3, 1), nullptr);
+    EXPECT_EQ(popError(), "not an int");  // the error channel is the library's
+}
+
 // What the loader finds is called, also where it is this library's own function: directly, or through a plug-in that
 // links it. Each call has one name less in front, so the last one fails.
 TEST_F(Nolk, OurOwnFunctionGoesOnWithTheRest) {
