@@ -31,8 +31,3 @@ private:
     nolk::Tensor out_;
     nolk::Runner* runner_;
 };
-
-inline std::size_t elementCount(const nolk::TensorShape& s) {
-    return static_cast<std::size_t>(s.n) * static_cast<std::size_t>(s.c) * static_cast<std::size_t>(s.h) *
-           static_cast<std::size_t>(s.w);
-}
