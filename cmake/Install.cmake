@@ -1,11 +1,12 @@
-# What `cmake --install` lays down: the header, libnolk.so, and what CMake (nolk::nolk) and pkg-config (nolk) find it by.
+# What `cmake --install` lays down: the header, the library, and what CMake (nolk::nolk) and pkg-config (nolk) find it by.
 # Component runtime is what programs need to run, development what they need to be built, tools the program nolk.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nolk)
 
 install(FILES ${PROJECT_SOURCE_DIR}/include/nolk.h TYPE INCLUDE COMPONENT development)
 install(TARGETS nolk EXPORT nolk
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
 # The library needs no other package at link time, so the exported target is the whole configuration.
 install(EXPORT nolk NAMESPACE nolk:: FILE nolk-config.cmake DESTINATION ${package_dir} COMPONENT development)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/nolk-config-version.cmake COMPATIBILITY SameMajorVersion)

@@ -41,9 +41,20 @@ run(${emulator} ${SCRATCH}/build/host ${MODEL})
 file(GLOB_RECURSE pc ${prefix}/nolk.pc)
 cmake_path(GET pc PARENT_PATH pc_folder)
 set(ENV{PKG_CONFIG_PATH} ${pc_folder})
-execute_process(COMMAND ${PKG_CONFIG} --cflags --libs nolk OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${PKG_CONFIG} --variable=libdir nolk OUTPUT_VARIABLE libdir OUTPUT_STRIP_TRAILING_WHITESPACE)
+file(GLOB static_library ${libdir}/libnolk.a)
+if(static_library)
+  set(with_private_libraries --static)
+endif()
+execute_process(COMMAND ${PKG_CONFIG} ${with_private_libraries} --cflags --libs nolk OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(options UNIX_COMMAND "${options}")
 # C++14 is what the header asks of a host.
 run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
 run(${emulator} ${SCRATCH}/host ${MODEL})
+
+# As a part of another project nolk installs nothing of its own accord: nothing is built here that could be installed.
+if(NOT CPACK)
+  run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/subproject -G ${GENERATOR} -DCMAKE_CXX_COMPILER=${CXX}
+      -DNOLK_FOLDER=${CMAKE_CURRENT_LIST_DIR}/../.. -DSOURCE=${SCRATCH}/main.cpp)
+  run(${CMAKE_COMMAND} --install ${SCRATCH}/subproject --prefix ${SCRATCH}/subproject/prefix)
+endif()
