@@ -12,6 +12,9 @@ install(EXPORT nolk NAMESPACE nolk:: FILE nolk-config.cmake DESTINATION ${packag
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/nolk-config-version.cmake COMPATIBILITY SameMajorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/nolk-config-version.cmake DESTINATION ${package_dir} COMPONENT development)
 
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libnolk-dev COMPONENT development
+  FILES_MATCHING PATTERN *.md PATTERN *.svg)
+
 # The way from the file back to the prefix, so that an installed tree can be moved.
 file(RELATIVE_PATH up_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/nolk.pc.in ${PROJECT_BINARY_DIR}/nolk.pc @ONLY)
@@ -19,7 +22,7 @@ install(FILES ${PROJECT_BINARY_DIR}/nolk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/
 
 if(NOLK_BUILD_TOOLS)
   install(TARGETS nolk_program COMPONENT tools)
-  install(FILES ${PROJECT_BINARY_DIR}/tools/nolk.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  install(FILES ${PROJECT_BINARY_DIR}/tools/nolk.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
   install(FILES ${PROJECT_BINARY_DIR}/tools/nolk.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools RENAME nolk)
 endif()

@@ -7,45 +7,62 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_COMPONENTS_ALL runtime development)
-if(NOLK_BUILD_TOOLS)
-  list(APPEND CPACK_COMPONENTS_ALL tools)
-endif()
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(debian_version ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 
 if(CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64")
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
 elseif(NOLK_IS_X86_64)
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE amd64)
-  set(needs_level "\n This build needs a processor of the level ${NOLK_X86_ARCH}.")
+  set(needs_level "\nThis build needs a processor of the level ${NOLK_X86_ARCH}.")
 endif()
 
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libnolk${PROJECT_VERSION_MAJOR})
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+# What a program that links a library of ours depends on: at least the version that it was built with.
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 find_program(DPKG_SHLIBDEPS NAMES dpkg-shlibdeps)
 if(DPKG_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 else()
   # The oldest that have all symbols which Debian 12's compiler uses; dpkg knows no other processor's packages.
-  set(needs_libraries "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS ${needs_libraries})
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS ${needs_libraries})
+  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
 endif()
-set(CPACK_COMPONENT_RUNTIME_DESCRIPTION
-  "The library: it runs trained networks, from model files or recorded operation by operation.${needs_level}")
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/triggers)
 
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libnolk-dev)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
-  "${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME} (= ${PROJECT_VERSION})")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
-  "For development: the header, and what CMake and pkg-config find the library by.")
+file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog latest LIMIT_COUNT 1)
+if(NOT latest MATCHES "^nolk \\(${debian_version}\\)")
+  message(FATAL_ERROR "cmake/debian/changelog does not begin with version ${debian_version}")
+endif()
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/debian/changelog)
+find_program(GZIP NAMES gzip REQUIRED)
+execute_process(COMMAND ${GZIP} -n9c ${CMAKE_CURRENT_LIST_DIR}/debian/changelog
+  OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.Debian.gz COMMAND_ERROR_IS_FATAL ANY)
 
-set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME nolk)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
-set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-  "The program: it looks into model files, runs them, times them, and says what is wrong with them.${needs_level}")
+# nolk_package(component package section description): the package of an install component, with its papers.
+macro(nolk_package component package section description)
+  string(TOUPPER ${component} upper)
+  list(APPEND CPACK_COMPONENTS_ALL ${component})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+  set(CPACK_COMPONENT_${upper}_DESCRIPTION "${description}")
+  if("${section}" STREQUAL "libs")
+    set(CPACK_DEBIAN_${upper}_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/debian/triggers)
+  endif()
+  # For packages only, not for `cmake --install`.
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/debian/copyright ${PROJECT_BINARY_DIR}/changelog.Debian.gz
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component} EXCLUDE_FROM_ALL)
+endmacro()
+
+nolk_package(runtime libnolk${PROJECT_VERSION_MAJOR} libs
+  "The library: it runs trained networks, from model files or recorded\noperation by operation.${needs_level}")
+
+nolk_package(development libnolk-dev libdevel
+  "For development: the header, the documents, and what CMake and\npkg-config find the library by.")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})")
+
+if(NOLK_BUILD_TOOLS)
+  nolk_package(tools nolk utils
+    "The program: it looks into model files, runs them, times them, and says\nwhat is wrong with them.${needs_level}")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
+endif()
 
 include(CPack)

@@ -52,6 +52,19 @@ separate_arguments(options UNIX_COMMAND "${options}")
 run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
 run(${emulator} ${SCRATCH}/host ${MODEL})
 
+# The program's package depends on the library's, as far as dpkg knows the processor.
+find_program(dpkg_shlibdeps dpkg-shlibdeps)
+if(CPACK AND dpkg_shlibdeps AND NOT EMULATOR)
+  file(GLOB library_package ${SCRATCH}/packages/libnolk1_*.deb)
+  file(WRITE ${SCRATCH}/dependent/debian/control "Source: host\n\nPackage: host\nArchitecture: any\n")
+  run(dpkg-deb --raw-extract ${library_package} ${SCRATCH}/dependent/libnolk1)
+  execute_process(COMMAND ${dpkg_shlibdeps} -Slibnolk1 -O ${SCRATCH}/build/host
+    WORKING_DIRECTORY ${SCRATCH}/dependent OUTPUT_VARIABLE dependencies COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT dependencies MATCHES "libnolk1 \\(>= [0-9]")
+    message(FATAL_ERROR "a program that links libnolk.so depends on ${dependencies}")
+  endif()
+endif()
+
 # As a part of another project nolk installs nothing of its own accord: nothing is built here that could be installed.
 if(NOT CPACK)
   run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/subproject -G ${GENERATOR} -DCMAKE_CXX_COMPILER=${CXX}
