@@ -15,7 +15,7 @@
 
 #include "benches.h"
 #include "compare.h"
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriter.h"
 
 namespace {
 

@@ -1,13 +1,14 @@
 #include "api/create.h"
 
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <stdexcept>
 
 #include "api/find_proc.h"
+#include "api/reportError.h"
 #include "builder/RawRunnerBuilder.h"
 #include "model/ModelReaderImpl.h"
-#include "model/reportError.h"
 #include "runner/BaseBatchRunner.h"
 #include "runner/BatchRunner.h"
 
@@ -15,6 +16,15 @@ namespace {
 
 using NewBuilder = nolk::RunnerBuilder* (*)(const char* cfg);
 using NewRunner = nolk::Runner* (*)(const char* cfg, void* data, int size, int batch);
+
+// What goes wrong with a model file reaches the host.
+class HostErrors final : public ErrorSink {
+public:
+    void error(const std::string& text) override { reportError("%s", text.c_str()); }
+    void warning(const std::string& text) override { std::fprintf(stderr, "%s\n", text.c_str()); }
+};
+
+HostErrors hostErrors;
 
 struct Destroy {
     template <typename Object>
@@ -37,7 +47,7 @@ nolk::Runner* readModel(const char* implCfg, void* data, int size, int batch) {
 
 }  // namespace
 
-nolk::ModelReader* createModelReader() { return new ModelReaderImpl(); }
+nolk::ModelReader* createModelReader() { return new ModelReaderImpl(hostErrors); }
 
 nolk::RunnerBuilder* createRunnerBuilder(const char* implCfg) {
     const auto [impl, cfg] = parseImplCfg(implCfg);

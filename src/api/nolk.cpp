@@ -4,7 +4,7 @@
 
 #include "api/create.h"
 #include "api/processor.h"
-#include "model/reportError.h"
+#include "api/reportError.h"
 
 namespace {
 

@@ -39,7 +39,10 @@ nolk::TensorX* BaseRunnerBuilder::input(nolk::TensorShape shape) {
 nolk::TensorX* BaseRunnerBuilder::constTensor(nolk::Tensor* tensor) {
     if (!tensor) return nullptr;
     const bool hasElements = isRepresentable(tensor->shape) && elementCount(tensor->shape) > 0;
-    if (hasElements && !tensor->data) return nullptr;
+    if (hasElements && !tensor->data) {
+        ++calls_;
+        return nullptr;
+    }
 
     const std::size_t count = hasElements ? static_cast<std::size_t>(elementCount(tensor->shape)) : 0;
     FloatBuffer data = zeroedFloats(count);
@@ -84,23 +87,27 @@ bool BaseRunnerBuilder::areOwn(const std::vector<nolk::TensorX*>& tensors) {
         all = all && own;
         tookForeign_ = tookForeign_ || (t && !own);
     }
+    if (!all) ++calls_;  // which comes to nothing
     return all;
 }
 
 std::vector<nolk::TensorX*> BaseRunnerBuilder::addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory) {
     factories_.push_back(std::move(factory));
+    factories_.back()->call = calls_++;
     for (const auto& t : factories_.back()->outputs) own_.insert(t.get());
     return borrowed(factories_.back()->outputs);
 }
 
 nolk::TensorX* BaseRunnerBuilder::addInputReturn(std::unique_ptr<nolk::TensorX> tensor) {
     inputs_.push_back(std::move(tensor));
+    ++calls_;
     own_.insert(inputs_.back().get());
     return inputs_.back().get();
 }
 
 nolk::TensorX* BaseRunnerBuilder::addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data) {
     constTensors_.push_back(std::move(tensor));
+    ++calls_;
     own_.insert(constTensors_.back().get());
     constData_.push_back(std::move(data));
     return constTensors_.back().get();
@@ -151,7 +158,10 @@ void BaseRunnerBuilder::connect() {
 
 std::vector<std::unique_ptr<Layer>> BaseRunnerBuilder::createLayers() {
     std::vector<std::unique_ptr<Layer>> layers;
-    for (const auto& factory : factories_) layers.push_back(factory->create());
+    for (const auto& factory : factories_) {
+        layers.push_back(factory->create());
+        if (layers.back()) layers.back()->call = factory->call;
+    }
     return layers;
 }
 

@@ -32,7 +32,8 @@ protected:
     BaseRunnerBuilder() = default;
     virtual ~BaseRunnerBuilder() = default;
 
-    // Whether all are this builder's. Null and tensors of other builders are not, and the latter make build throw.
+    // Whether all inputs of a call are this builder's; if not, the call makes nothing. Null and tensors of other builders
+    // are not, and the latter make build throw.
     bool areOwn(const std::vector<nolk::TensorX*>& tensors);
 
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
@@ -55,6 +56,7 @@ private:
     std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
     std::vector<FloatBuffer> constData_;                   // of constTensors_; the runner's from build on
     std::unordered_set<const nolk::TensorX*> own_;         // every tensor that was handed out
+    int calls_ = 0;                                        // that should have made a tensor
     bool tookForeign_ = false;                             // an operation was given another builder's tensor
     bool built_ = false;
 };

@@ -61,6 +61,7 @@ public:
 
     std::vector<nolk::TensorX*> inputs;  // borrowed
     std::vector<std::unique_ptr<nolk::TensorX>> outputs;
+    int call = -1;  // of the builder, which has recorded it
 
 protected:
     // One output of this shape.

@@ -28,4 +28,5 @@ public:
     Layer* setDesc(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
     std::string desc;  // "conv", say
+    int call = -1;     // of the builder, which has recorded it, see nolk::LayerDescription
 };

@@ -1,7 +1,6 @@
 #include "model/BinReader.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -38,7 +37,7 @@ int BinReader::readFloats(float* dst, int n, bool compressed) {
     const int bits = compressed ? readByte() : 0;
     if (bits == 0) return read(dst, std::int64_t{n} * static_cast<int>(sizeof(float))) ? n : 0;
     if (bits == 8) return readIndexedFloats(dst, n);
-    std::fprintf(stderr, "invalid compress bits: %d\n", bits);
+    if (errors_) errors_->warning("invalid compress bits: " + std::to_string(bits));
     return 0;
 }
 

@@ -8,9 +8,13 @@
 #include <cstdint>
 #include <string>
 
+#include "model/ErrorSink.h"
+
 class BinReader {
 public:
-    BinReader(const void* data, int size) : data_(static_cast<const unsigned char*>(data)), size_(size) {}
+    // errors, if any, must outlive the cursor.
+    BinReader(const void* data, int size, ErrorSink* errors = nullptr)
+        : data_(static_cast<const unsigned char*>(data)), size_(size), errors_(errors) {}
 
     // Whether the cursor has passed the end; standing at the end is no overflow.
     bool overflowed() const { return pos_ > size_; }
@@ -33,9 +37,9 @@ public:
     std::string readString();
 
     // n floats. Compressed ones start with a byte that tells their form: 0, plain; 8, a table of 256 floats and then n
-    // indices into it. Any other byte is reported on standard error, dst stays as it is, and nothing
-    // behind that byte is read. Missing
-    // floats leave dst alone, missing indices count as 0. Returns how many floats were written to dst: n or none.
+    // indices into it. Any other byte is a warning; dst stays as it is then, and nothing behind that byte is read.
+    // Missing floats leave dst alone, missing indices count as 0. Returns how many floats were written to dst: n or
+    // none.
     int readFloats(float* dst, int n, bool compressed);
 
 private:
@@ -50,5 +54,6 @@ private:
 
     const unsigned char* data_;
     std::int32_t size_;
+    ErrorSink* errors_;
     std::int64_t pos_ = 0;  // wider than a size, so that no step can bring it back
 };

@@ -2,17 +2,18 @@
 
 #include <algorithm>
 #include <exception>
+#include <string>
 #include <vector>
 
 #include "model/RecordReader.h"
 #include "model/container.h"
+#include "model/operations.h"
 #include "model/readFile.h"
 #include "model/records.h"
-#include "model/reportError.h"
 
 nolk::Runner* ModelReaderImpl::readFromFile(nolk::RunnerBuilder* builder, int batch, const char* path) {
     if (!builder || !path) return nullptr;
-    std::vector<unsigned char> bytes = readFile(path);
+    std::vector<unsigned char> bytes = readFile(path, errors_);
     if (bytes.empty()) return nullptr;
     return readFromMemory(builder, batch, bytes.data(), static_cast<int>(bytes.size()));
 }
@@ -21,25 +22,25 @@ nolk::Runner* ModelReaderImpl::readFromMemory(nolk::RunnerBuilder* builder, int 
     if (batch < 1 || !data || !builder) return nullptr;
     batch_ = batch;
     builder_ = builder;
-    BinReader in(data, size);
-    if (!checkHeadCM(in)) return nullptr;
+    BinReader in(data, size, &errors_);
+    if (!checkHeadCM(in, errors_)) return nullptr;
     version_ = in.readShort();
     if (version_ == 1) return readFromVersion1(in);
     if (version_ == 2) return readFromVersion2(in);
     if (version_ == 3 || version_ == 4) return readFromVersion3(in, static_cast<unsigned char*>(data), size);
-    reportError("unknown ver: %d", version_);
+    errors_.error("unknown ver: " + std::to_string(version_));
     return nullptr;
 }
 
 // Checks the checksum, which covers the bytes as they are stored, and reads the body unscrambled in place.
 nolk::Runner* ModelReaderImpl::readFromVersion3(BinReader& in, unsigned char* data, int size) {
-    if (!checkCrc(data, size)) return nullptr;
+    if (!checkCrc(data, size, errors_)) return nullptr;
     // Negative lengths in the head info must not put the body in front of the data.
     const std::int64_t body = std::max<std::int64_t>(kHeadBytes + getHeadInfo(in), 0);
     scramble(data, body, size - kCrcBytes);
     // Records may read on into the checksum: which calls the builder gets before a short file fails depends on where
     // the data ends. An exception out of a record leaves the body unscrambled, as nolk.h says.
-    BinReader plain(data + kHeadBytes, size - kHeadBytes);
+    BinReader plain(data + kHeadBytes, size - kHeadBytes, &errors_);
     nolk::Runner* runner = readFromVersion2(plain);
     scramble(data, body, size - kCrcBytes);
     return runner;
@@ -62,12 +63,12 @@ bool ModelReaderImpl::readOps(BinReader& in) {
 
 bool ModelReaderImpl::readOp(RecordReader& fields) {
     const int opCode = fields.i16();
-    const Record record = recordOf(opCode);
-    if (!record) {
-        reportError("unknown op: %d", opCode);
+    const Operation* const operation = findOperation(opCode);
+    if (!operation) {
+        errors_.error("unknown op: " + std::to_string(opCode));
         return false;
     }
-    record(fields);
+    makeCall(readRecord(*operation, fields), fields);
     return !fields.overflowed();
 }
 
@@ -75,7 +76,7 @@ nolk::Runner* ModelReaderImpl::build() {
     try {
         return builder_->build(model_.outputs.data(), static_cast<int>(model_.outputs.size()));
     } catch (const std::exception& e) {
-        reportError("%s", e.what());
+        errors_.error(e.what());
         return nullptr;
     }
 }

@@ -9,20 +9,23 @@
 #include <cstdint>
 
 #include "model/BinReader.h"
+#include "model/ErrorSink.h"
 #include "model/Model.h"
 
 class RecordReader;
 
 class ModelReaderImpl final : public nolk::ModelReader {
 public:
+    // errors must outlive the reader.
+    explicit ModelReaderImpl(ErrorSink& errors) : errors_(errors) {}
+
     nolk::Runner* readFromFile(nolk::RunnerBuilder* builder, int batch, const char* path) override;
     nolk::Runner* readFromMemory(nolk::RunnerBuilder* builder, int batch, void* data, int size) override;
     void destroy() override { delete this; }
 
     // Reads one record, op code and fields, and makes its call of the builder. False when the data ended within the
-    // record, and for an unknown op code, which is an error message. Public because programs that examine files walk
-    // them record by record.
-    static bool readOp(RecordReader& fields);
+    // record, and for an unknown op code, which is an error message.
+    bool readOp(RecordReader& fields);
 
 private:
     nolk::Runner* readFromVersion1(BinReader& in);
@@ -30,6 +33,8 @@ private:
     nolk::Runner* readFromVersion3(BinReader& in, unsigned char* data, int size);
     bool readOps(BinReader& in);
     nolk::Runner* build();
+
+    ErrorSink& errors_;
 
     // Of the current load.
     int batch_ = 0;

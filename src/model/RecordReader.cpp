@@ -92,13 +92,14 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
     return array;
 }
 
-float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
+nolk::Tensor RecordReader::constant() {
+    const nolk::TensorShape shape = this->shape();
     const int count = floatCount({shape.c, shape.h, shape.w});
     const float* sample = floats({count});
     float* samples = newArray(floatCount({batch_, count}));
     for (int n = 0; n < batch_ && floatsRead_ > 0; ++n)
         std::copy_n(sample, floatsRead_, samples + std::int64_t{n} * count);
-    return samples;
+    return {shape, samples};
 }
 
 // Never null, since a null bias means none.

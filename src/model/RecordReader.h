@@ -54,8 +54,8 @@ public:
     // codebook whose indices end too soon, the first value stands in, then zeros where very many are missing.
     float* floats(std::initializer_list<int> factors);
 
-    // One sample of the shape, repeated for every sample of it.
-    float* repeatedSample(const nolk::TensorShape& shape);
+    // One sample, repeated for every sample of the batch.
+    nolk::Tensor constant();
 
 private:
     nolk::Weights weightDims();

@@ -1,15 +1,15 @@
 #include "model/container.h"
 
 #include <cstring>
+#include <string>
 
 #include "model/crc32.h"
-#include "model/reportError.h"
 
-bool checkHeadCM(BinReader& in) {
+bool checkHeadCM(BinReader& in, ErrorSink& errors) {
     char head[3] = {};
     in.read(head, 2);
     if (std::strcmp(head, "CM") == 0) return true;
-    reportError("wrong head: %s", head);
+    errors.error(std::string("wrong head: ") + head);
     return false;
 }
 
@@ -26,12 +26,12 @@ std::int64_t getHeadInfo(BinReader& in, std::vector<HeadInfoEntry>* entries) {
     return total + 2;
 }
 
-bool checkCrc(const unsigned char* data, int size) {
+bool checkCrc(const unsigned char* data, int size, ErrorSink& errors) {
     const int covered = size - kCrcBytes;
     std::uint32_t expected;
     std::memcpy(&expected, data + covered, sizeof expected);
     if (GetCRC32(data, covered) == expected) return true;
-    reportError("model verify failed: wrong crc32");
+    errors.error("model verify failed: wrong crc32");
     return false;
 }
 

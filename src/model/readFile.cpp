@@ -3,8 +3,7 @@
 #include <climits>
 #include <cstdio>
 #include <memory>
-
-#include "model/reportError.h"
+#include <string>
 
 namespace {
 
@@ -22,10 +21,10 @@ long sizeOf(std::FILE* file) {
 
 }  // namespace
 
-std::vector<unsigned char> readFile(const char* path) {
+std::vector<unsigned char> readFile(const char* path, ErrorSink& errors) {
     const std::unique_ptr<std::FILE, Closer> file(std::fopen(path, "rb"));
     if (!file) {
-        reportError("can not open file: %s", path);
+        errors.error(std::string("can not open file: ") + path);
         return {};
     }
     const long size = sizeOf(file.get());
@@ -34,6 +33,6 @@ std::vector<unsigned char> readFile(const char* path) {
         std::vector<unsigned char> bytes(static_cast<std::size_t>(size));
         if (std::fread(bytes.data(), 1, bytes.size(), file.get()) == bytes.size()) return bytes;
     }
-    reportError("can not read file: %s", path);
+    errors.error(std::string("can not read file: ") + path);
     return {};
 }

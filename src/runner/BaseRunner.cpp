@@ -1,5 +1,6 @@
 #include "runner/BaseRunner.h"
 
+#include <chrono>
 #include <cstdio>
 #include <utility>
 
@@ -33,6 +34,10 @@ bool tensorsMatch(const nolk::Tensor* tensors, int count, const std::vector<nolk
     return true;
 }
 
+std::int64_t nanoseconds() {
+    return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
 }  // namespace
 
 BaseRunner::BaseRunner(std::vector<std::unique_ptr<Layer>> layers, const std::vector<nolk::TensorX*>& inputs,
@@ -58,6 +63,26 @@ bool BaseRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs
 }
 
 void BaseRunner::destroy() { delete this; }
+
+nolk::LayerDescription BaseRunner::layer(std::int32_t index) const {
+    const Layer* const layer = layers_[static_cast<std::size_t>(index)].get();
+    if (!layer) return {};
+    return {layer->desc.c_str(), layer->getOutputTensor().shape, layer->call};
+}
+
+bool BaseRunner::runTimed(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount,
+                          std::int64_t* times) {
+    if (!isValid(inputs, inputCount, outputs, outputCount)) return false;
+    *times++ = nanoseconds();
+    fillInputs(inputs);
+    *times++ = nanoseconds();
+    for (const auto& layer : layers_) {
+        if (layer) layer->run(memory_);
+        *times++ = nanoseconds();
+    }
+    fillOutputs(outputs);
+    return true;
+}
 
 bool BaseRunner::isValid(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs,
                          int outputCount) const {

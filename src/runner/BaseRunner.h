@@ -4,6 +4,7 @@
 #pragma once
 
 #include <nolk.h>
+#include <nolk_layers.h>
 
 #include <memory>
 #include <vector>
@@ -16,7 +17,7 @@
 #include "runner/NCHWReader.h"
 #include "runner/NCHWWriter.h"
 
-class BaseRunner final : public nolk::Runner {
+class BaseRunner final : public nolk::Runner, public nolk::LayeredRunner {
 public:
     // Takes the addresses of inputs and outputs as they are now: planning must be over. pool may be null, layers may
     // be.
@@ -27,7 +28,12 @@ public:
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
     void destroy() override;
 
-    // For programs that examine a network or time its parts.
+    std::int32_t layerCount() const override { return static_cast<std::int32_t>(layers_.size()); }
+    nolk::LayerDescription layer(std::int32_t index) const override;
+    bool runTimed(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount,
+                  std::int64_t* times) override;
+
+    // For programs that examine a network.
     const std::vector<nolk::TensorShape>& inputShapes() const { return inputShapes_; }
     const std::vector<nolk::TensorShape>& outputShapes() const { return outputShapes_; }
     const std::vector<std::unique_ptr<Layer>>& layers() const { return layers_; }  // in execution order

@@ -5,7 +5,7 @@
 
 #include "support/Net.h"
 #include "support/values.h"
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriter.h"
 
 namespace {
 

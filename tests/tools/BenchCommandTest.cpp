@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/Program.h"
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriter.h"
 
 namespace {
 

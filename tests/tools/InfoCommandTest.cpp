@@ -7,7 +7,7 @@
 #include "builder/RawRunnerBuilder.h"
 #include "support/Program.h"
 #include "support/values.h"
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriter.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriter.h"
 
 #include <gtest/gtest.h>
 
@@ -18,8 +18,8 @@
 #include "support/messages.h"
 #include "support/modelBytes.h"
 #include "support/values.h"
-#include "writer/Codebook.h"
-#include "writer/RecordWriter.h"
+#include "inspect/Codebook.h"
+#include "inspect/RecordWriter.h"
 
 namespace {
 

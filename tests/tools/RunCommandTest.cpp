@@ -4,7 +4,7 @@
 
 #include "support/Program.h"
 #include "support/npyFile.h"
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriter.h"
 
 namespace {
 

@@ -12,11 +12,11 @@
 #include "nolk/check/checkCommand.h"
 #include "nolk/help/HelpFormatter.h"
 #include "nolk/help/installCommands.h"
-#include "nolk/help/misuse.h"
+#include "nolk/help/usageError.h"
 #include "nolk/info/infoCommand.h"
 #include "nolk/run/diffCommand.h"
 #include "nolk/run/runCommand.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 
@@ -72,7 +72,7 @@ int main(int argc, char** argv) {
         addCheckCommand(app);
         addDiffCommand(app);
         addInstallCommands(app);
-        const std::string wrong = misuse(app, argc, argv);
+        const std::string wrong = usageError(app, argc, argv);
         return wrong.empty() ? parse(app, argc, argv) : report(wrong, kUsage);
     } catch (const std::exception& e) {
         return report(e.what(), kFailure);

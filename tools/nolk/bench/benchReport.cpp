@@ -4,7 +4,7 @@
 
 #include "nolk/Table.h"
 #include "nolk/shapeJson.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

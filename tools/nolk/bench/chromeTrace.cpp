@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

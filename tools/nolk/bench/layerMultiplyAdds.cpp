@@ -5,7 +5,7 @@
 #include "layers/RawDeConvolutionLayerFactory.h"
 #include "layers/RawFullConnectionLayerFactory.h"
 #include "layers/RawLstmLayerFactory.h"
-#include "nolk/model/multiplyAdds.h"
+#include "inspect/multiplyAdds.h"
 
 std::int64_t layerMultiplyAdds(const LayerFactory& factory) {
     if (const auto* conv = dynamic_cast<const ConvolutionLayerFactory*>(&factory))

@@ -5,10 +5,10 @@
 #include <memory>
 #include <string>
 
-#include "nolk/check/ModelChecker.h"
+#include "inspect/ModelChecker.h"
 #include "nolk/commonOptions.h"
 #include "nolk/outputFile.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

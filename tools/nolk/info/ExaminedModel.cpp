@@ -6,9 +6,9 @@
 
 #include "layers/ConvolutionLayerFactory.h"
 #include "nolk/model/HostTensor.h"
-#include "nolk/model/NotingBuilder.h"
-#include "nolk/model/counts.h"
-#include "nolk/model/limits.h"
+#include "inspect/OperationLog.h"
+#include "inspect/counts.h"
+#include "inspect/limits.h"
 #include "nolk/model/peakBytes.h"
 
 namespace {
@@ -16,7 +16,7 @@ namespace {
 std::int64_t bytesOf(int floats) { return std::int64_t{floats} * static_cast<int>(sizeof(float)); }
 
 // Fusion gives a convolution a bias; all other layers hold what their call brought.
-std::int64_t parametersOf(const LayerFactory& factory, const NotedOperation& noted) {
+std::int64_t parametersOf(const LayerFactory& factory, const LoggedOperation& noted) {
     const auto* convolution = dynamic_cast<const ConvolutionLayerFactory*>(&factory);
     if (!convolution) return noted.parameters;
     const nolk::Weights& w = convolution->weights;
@@ -38,7 +38,7 @@ ExaminedModel::ExaminedModel(const std::string& path, int batch) : file_(path) {
 void ExaminedModel::fail(const std::string& why) const { throw std::runtime_error(file_.path() + ": " + why); }
 
 void ExaminedModel::takeNotes(int batch) {
-    NotingBuilder notes;
+    OperationLog notes;
     RecordWalk walk(file_, batch, notes);
     std::vector<nolk::TensorX*> outputs;
     while (walk.next()) {

@@ -11,14 +11,14 @@
 
 #include "builder/RawRunnerBuilder.h"
 #include "nolk/model/LoadedModel.h"
-#include "nolk/model/ModelFile.h"
-#include "nolk/model/NotedOperation.h"
-#include "nolk/model/RecordWalk.h"
+#include "inspect/ModelFile.h"
+#include "inspect/LoggedOperation.h"
+#include "inspect/RecordWalk.h"
 #include "runner/BaseRunner.h"
 
 struct ExaminedOperation {
     Record record;
-    NotedOperation noted;             // its inputs are places among the examined operations
+    LoggedOperation noted;             // its inputs are places among the examined operations
     int layer = -1;                   // of the runner, which computes it; -1 for none
     bool isFused = false;             // whether that layer is another operation's, which has absorbed this one
     std::int64_t parametersKept = 0;  // floats that its layer holds; 0 when it is fused

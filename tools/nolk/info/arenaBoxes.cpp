@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "nolk/model/counts.h"
-#include "nolk/words.h"
+#include "inspect/counts.h"
+#include "inspect/format.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 
 #include "nolk/Table.h"
-#include "nolk/model/counts.h"
+#include "inspect/counts.h"
 #include "nolk/shapeJson.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <stdexcept>
 
 #include "nolk/info/arenaBoxes.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include <stdexcept>
 
 #include "model/ModelReaderImpl.h"
-#include "nolk/model/NotingBuilder.h"
-#include "nolk/model/RecordWalk.h"
+#include "inspect/OperationLog.h"
+#include "inspect/RecordWalk.h"
 #include "nolk/model/StandardErrorCapture.h"
 
 namespace {
@@ -33,14 +33,14 @@ void refuseMeaningless(const std::string& path, int batch) {
     const ModelFile file(path);
     for (const Finding& finding : file.findings())
         if (finding.isError) return;
-    NotingBuilder notes;
+    OperationLog notes;
     RecordWalk walk(file, batch, notes);
     while (walk.next()) {
         walk.model().arrays.clear();  // notes keep none
         const Record& record = walk.record();
         if (!record.failure.empty()) return;
         if (!record.hasOutput) continue;
-        for (const Doubt& doubt : notes.operations().back().doubts)
+        for (const Diagnostic& doubt : notes.operations().back().diagnostics)
             if (doubt.isError) throw std::runtime_error(path + ": " + record.place() + ": " + doubt.text);
     }
 }

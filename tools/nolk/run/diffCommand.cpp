@@ -12,7 +12,7 @@
 #include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
 #include "nolk/run/readInputs.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

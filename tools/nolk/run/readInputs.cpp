@@ -11,7 +11,7 @@
 #include "nolk/UsageError.h"
 #include "nolk/model/InputFile.h"
 #include "nolk/run/npy.h"
-#include "nolk/words.h"
+#include "inspect/format.h"
 
 namespace {
 

@@ -1,0 +1,242 @@
+// nolk_model: what is in a model file, what is wrong with it, and a writer of model files. A companion of nolk.h, in a
+// library of its own, libnolk_model.so.
+//
+//   const nolk::ModelInfo info = nolk::inspectModel(bytes, size);      // info.operations[info.inputs[0]].output
+//   for (const nolk::ModelFinding& finding : nolk::checkModel(bytes, size).findings) use(finding.text);
+//   nolk::Owned<nolk::Runner> runner = nolk::loadModel(bytes, size, 1, "NolkRaw", {1 << 30, 5'000'000'000});
+//   nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter();    // a nolk::RunnerBuilder
+//
+// The bytes of a file are only read: several threads may use them at once. Nothing is printed, but for what another
+// implementation, or the loader that looks for it, prints. Whatever the bytes, functions return or throw ModelError,
+// std::bad_alloc or what they name. docs/model-format.md describes the model file.
+#ifndef NOLK_MODEL_H
+#define NOLK_MODEL_H
+
+#include <nolk.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace nolk {
+
+// Releases what a library hands out.
+struct Destroyer {
+    template <typename Object>
+    void operator()(Object* object) const {
+        object->destroy();
+    }
+};
+template <typename Object>
+using Owned = std::unique_ptr<Object, Destroyer>;
+
+// A file that cannot be used; what() is one line that says why, with the place: "record 7 (convolve) at byte 1234:
+// ...".
+class NOLK_API ModelError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+    ~ModelError() override;
+};
+
+// What a caller is ready to spend on a network.
+struct ModelLimits {
+    static constexpr std::int64_t kNone = std::numeric_limits<std::int64_t>::max();
+
+    std::int64_t memoryBytes = kNone;   // see ModelCost::memoryBytes
+    std::int64_t multiplyAdds = kNone;  // of one run, see ModelCost::steps
+};
+
+// What a network needs, as its records declare it, known before anything is built. Counts stop at 2^63 - 1.
+struct ModelCost {
+    std::int64_t tensorBytes = 0;   // of all tensors that have to exist at the same time
+    std::int64_t weightBytes = 0;   // of weights and constants in memory
+    std::int64_t scratchBytes = 0;  // of the operation that needs most
+    std::int64_t multiplyAdds = 0;  // of one run, see ModelOperation
+    std::int64_t steps = 0;         // multiplyAdds, and one for each element that other operations read or write
+
+    // Their sum: what the built-in implementation holds while it runs, but for gaps in its arena.
+    NOLK_API std::int64_t memoryBytes() const;
+};
+
+// A file whose network would exceed a limit; what() gives the numbers.
+class NOLK_API LimitExceeded final : public ModelError {
+public:
+    LimitExceeded(const std::string& text, const ModelCost& networkCost) : ModelError(text), cost(networkCost) {}
+    ~LimitExceeded() override;
+
+    ModelCost cost;
+};
+
+// A named setting of an operation: {"stride", {2, 2}}, {"epsilon", {1e-05}}. Structures give their members in the order
+// of nolk.h, weights their extents, vectors their count, enumerations their number.
+struct ModelParameter {
+    std::string name;
+    std::vector<double> values;
+};
+
+// A record that makes a tensor: an operation, an input or a constant.
+struct ModelOperation {
+    int record = 0;       // number in the file, from 1
+    int code = 0;         // docs/model-format.md lists them
+    std::string name;     // the method of nolk::RunnerBuilder: "convolve"
+    std::string details;  // parameters for people: "3x3, stride 2, pad 1"
+    std::vector<ModelParameter> parameters;
+    int id = 0;                          // of the tensor that it makes
+    std::int64_t offset = 0;             // of the record in the file
+    std::int64_t bytes = 0;              // of the record
+    std::vector<int> inputs;             // places in ModelInfo::operations; -1 for an id that nothing has made
+    bool isMade = false;                 // whether it makes a tensor: none of the inputs is missing
+    TensorShape output;                  // zeros when it makes none
+    std::int64_t parameterCount = 0;     // floats that the record brings: weights, vectors, a constant's values
+    std::int64_t weightBytesInFile = 0;  // what they take in the file
+    // One for each product that a convolution, deconvolution, full connection, matrix product or LSTM sums up, taps in
+    // the padding included, biases not; other operations count none.
+    std::int64_t multiplyAdds = 0;
+    int layer = -1;                   // place in ModelInfo::layers; -1 when it has none, or nothing was built
+    bool isFused = false;             // the layer is another operation's, which has absorbed this one
+    std::int64_t parametersKept = 0;  // floats that its layer holds after fusion
+};
+
+// A layer of the built-in implementation's runner.
+struct ModelLayer {
+    std::string kind;    // "conv"
+    int operation = -1;  // place in ModelInfo::operations
+    TensorShape output;
+};
+
+// A range of the arena that one tensor, or several that share it, hold. Step 0 is when the inputs arrive, step i is
+// layer i - 1, and the step after the last layer is when the outputs are taken.
+struct ArenaRange {
+    std::int64_t offsetBytes = 0;
+    std::int64_t sizeBytes = 0;
+    int firstStep = 0;  // both included
+    int lastStep = 0;
+    std::vector<int> operations;  // whose tensors it holds, in the order in which they use it
+};
+
+struct ModelTotals {
+    std::int64_t operations = 0;  // inputs and constants not counted
+    std::int64_t parameters = 0;
+    std::int64_t weightBytes = 0;  // in memory
+};
+
+// An entry of the file's head info.
+struct HeadInfo {
+    int key = 0;                      // any 16-bit number but 0
+    std::vector<unsigned char> data;  // at most 32767 bytes
+};
+
+struct ModelInfo {
+    int version = 0;
+    std::int64_t fileBytes = 0;
+    int recordCount = 0;
+    std::vector<HeadInfo> headInfo;
+    std::vector<ModelOperation> operations;  // in the order of the file, inputs and constants too
+    std::vector<int> inputs;                 // places in operations, in the order in which run takes them
+    std::vector<int> outputs;                // likewise; an operation may be named twice
+    ModelCost cost;
+    ModelTotals beforeFusion;
+
+    // What the built-in implementation makes of it. Nothing, with a remark, when that was not wanted or exceeded the
+    // limits.
+    bool isBuilt = false;
+    ModelTotals afterFusion;
+    std::vector<ModelLayer> layers;
+    std::vector<ArenaRange> arenaRanges;  // in the order of their first steps
+    std::int64_t arenaBytes = -1;         // -1: not known, here and below
+    std::int64_t scratchBytes = -1;       // that one run has taken
+    std::int64_t peakBytes = -1;          // largest resident set of this process so far, after one run
+    std::string remark;                   // why something was not built or not run; empty when all was
+};
+
+enum class InspectionDepth {
+    records,  // read the file only
+    build,    // build the network too
+    run       // and run it once, on zeros
+};
+
+struct InspectionOptions {
+    int batch = 1;  // samples, for which shapes, costs and memory are
+    InspectionDepth depth = InspectionDepth::run;
+    ModelLimits limits;
+};
+
+// What is in a model file. Throws ModelError for a file that cannot be loaded.
+NOLK_API ModelInfo inspectModel(const void* data, std::size_t size, const InspectionOptions& options = {});
+
+enum class Severity {
+    warning,  // what can hardly be meant
+    error     // loading fails, or the result is undefined
+};
+
+struct ModelFinding {
+    Severity severity = Severity::warning;
+    int record = 0;           // from 1; 0 for the rest of the file
+    std::string operation;    // "convolve"; for the rest of the file its part: "head", "checksum", "network"
+    std::int64_t offset = 0;  // in the file
+    std::string text;
+};
+
+// "record 7 (convolve) at byte 1234: error: text"
+NOLK_API std::string describe(const ModelFinding& finding);
+
+struct ModelCheck {
+    std::vector<ModelFinding> findings;  // in the order of their offsets
+    int version = 0;                     // 0 when the file has none
+    int recordCount = -1;                // -1 when it is not known
+    std::string remark;                  // why the network was not built, though nothing is wrong; else empty
+};
+
+// Everything that is wrong or suspicious in a model file. A network within the limits is also built, as loading would.
+NOLK_API ModelCheck checkModel(const void* data, std::size_t size, const ModelLimits& limits = {});
+
+// A runner for a model file, whose inputs have `batch` samples. implementation names what runs it and its settings, as
+// for nolk_new_runner_builder: null for the built-in one. Before anything is built the file is checked for what would
+// end the process or has no meaning, and its cost is held against the limits.
+// Throws LimitExceeded, ModelError for any other file that cannot be run, and what nolk_new_runner_builder throws.
+NOLK_API Owned<Runner> loadModel(const void* data, std::size_t size, int batch, const char* implementation = nullptr,
+                                 const ModelLimits& limits = {});
+
+// What a model file looks like, apart from its network.
+struct ModelFileOptions {
+    int version = 4;                 // 1 to 4
+    bool lossy = false;              // version 4: replace floats by the nearest of 256 values where that is smaller
+    std::vector<HeadInfo> headInfo;  // from version 2 on; readers skip it
+};
+
+// A builder that writes a model file instead of building a runner: whatever can drive a builder can be saved.
+//   nolk::TensorX* y = writer->relu(writer->input({1, 3, 8, 8, 3}));
+//   writer->build(&y, 1);                                 // returns null: there is no runner
+//   std::vector<unsigned char> file = writer->bytes();
+// Tensors are the writer's own and mean nothing to another builder. Arrays are copied by the call that brings them.
+//
+// A file knows one sample of a batch. All shapes that are given (input, constTensor, reshape, reduce, resize) must have
+// the same n, which is dropped: reading puts its own batch there. Of a constant one sample is written, so all of its
+// samples must be equal.
+//
+// What has no form in the file makes the call throw std::out_of_range with the operation and the field, and leaves the
+// writer as it was; a null array that should hold values throws std::invalid_argument. Written otherwise than given,
+// with the same meaning: a convolution's shared weights (repeated for each group), a negative axis of concat, a bias of
+// an LSTM with splitBias false (left out, as it is not used). build returns null, which a nolk::ModelReader that drives
+// the writer returns in turn; it throws std::invalid_argument for a null output and std::logic_error the second time.
+// In version 4 floats become a table of 256 values and indices where that is exact and smaller, or, with
+// ModelFileOptions::lossy, where it is smaller.
+class ModelWriter : public RunnerBuilder {
+public:
+    // The file; empty before build.
+    virtual const std::vector<unsigned char>& bytes() const = 0;
+
+protected:
+    ~ModelWriter() = default;
+};
+
+// Throws std::out_of_range for options that cannot be.
+NOLK_API Owned<ModelWriter> newModelWriter(const ModelFileOptions& options = {});
+
+}  // namespace nolk
+
+#endif

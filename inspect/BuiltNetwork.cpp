@@ -1,0 +1,167 @@
+#include "inspect/BuiltNetwork.h"
+
+#include <algorithm>
+#include <exception>
+#include <fstream>
+#include <map>
+
+#include "builder/shapes.h"
+#include "inspect/RecordWalk.h"
+#include "inspect/counts.h"
+#include "layers/ConvolutionLayerFactory.h"
+
+namespace {
+
+constexpr std::int64_t kFloatBytes = sizeof(float);
+
+// Fusion gives a convolution a bias; all other layers hold what their call brought.
+std::int64_t parametersOf(const LayerFactory& factory, const nolk::ModelOperation& operation) {
+    const auto* convolution = dynamic_cast<const ConvolutionLayerFactory*>(&factory);
+    if (!convolution) return operation.parameterCount;
+    const nolk::Weights& w = convolution->weights;
+    const std::int64_t groups = w.shared ? 1 : w.groups;
+    return productOf({groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW}) +
+           (w.bias ? productOf({groups, w.outChannels}) : 0);
+}
+
+// The largest resident set of this process so far; -1 where the system does not tell.
+std::int64_t peakBytes() {
+    // getrusage would count what the process was before it became this program.
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;)
+        if (std::int64_t kibibytes; word == "VmHWM:" && status >> kibibytes) return kibibytes * 1024;
+    return -1;
+}
+
+// Who holds which range of the arena, and for how long.
+class ArenaRanges {
+public:
+    explicit ArenaRanges(const float* start) : start_(start) {}
+
+    void make(const nolk::TensorX& tensor, int operation, int step) {
+        const RawTensor* raw = tensor.rawTensor.get();
+        const auto found = places_.find(raw);
+        if (found != places_.end()) {
+            ranges_[found->second].operations.push_back(operation);
+        } else if (raw->size > 0) {
+            places_[raw] = ranges_.size();
+            ranges_.push_back({(raw->data - start_) * kFloatBytes, raw->size * kFloatBytes, step, -1, {operation}});
+        }
+    }
+
+    void use(const nolk::TensorX& tensor, int step) {
+        const auto found = places_.find(tensor.rawTensor.get());
+        if (found == places_.end()) return;  // a constant, or empty
+        nolk::ArenaRange& range = ranges_[found->second];
+        range.lastStep = std::max(range.lastStep, step);
+    }
+
+    // What nobody uses is never given back.
+    std::vector<nolk::ArenaRange> ranges(int lastStep) {
+        for (nolk::ArenaRange& range : ranges_)
+            if (range.lastStep < 0) range.lastStep = lastStep;
+        return ranges_;
+    }
+
+private:
+    const float* start_;
+    std::vector<nolk::ArenaRange> ranges_;
+    std::map<const RawTensor*, std::size_t> places_;
+};
+
+struct HostTensors {
+    explicit HostTensors(const std::vector<nolk::TensorShape>& shapes) : values(shapes.size() + 1) {
+        for (std::size_t i = 0; i < shapes.size(); ++i) {
+            values[i].resize(static_cast<std::size_t>(elementCount(shapes[i])) + 1);  // never null
+            tensors.push_back({shapes[i], values[i].data()});
+        }
+        tensors.reserve(1);  // nor is the array
+    }
+
+    std::vector<std::vector<float>> values;
+    std::vector<nolk::Tensor> tensors;
+};
+
+}  // namespace
+
+BuiltNetwork::BuiltNetwork(const ModelFile& file, int batch) : builder_(new RawRunnerBuilder(nullptr)) {
+    RecordWalk walk(file, batch, *builder_);
+    while (walk.next())
+        if (walk.record().hasOutput()) made_.push_back(walk.model().tensors[walk.record().output]);
+    walk.finish();
+    outputs_ = walk.model().outputs;
+    try {
+        runner_.reset(static_cast<BaseRunner*>(builder_->build(outputs_.data(), static_cast<int>(outputs_.size()))));
+    } catch (const std::exception& e) {
+        throw nolk::ModelError(e.what());
+    }
+}
+
+void BuiltNetwork::describe(nolk::ModelInfo& info) const {
+    info.isBuilt = true;
+    addLayers(info);
+    for (const nolk::ModelOperation& operation : info.operations)
+        info.afterFusion.parameters = sumOf(info.afterFusion.parameters, operation.parametersKept);
+    info.afterFusion.operations = static_cast<std::int64_t>(info.layers.size());
+    info.afterFusion.weightBytes = productOf({info.afterFusion.parameters, kFloatBytes});
+    info.arenaBytes = runner_->arena() ? runner_->arena()->size() * kFloatBytes : 0;
+    if (info.arenaBytes > 0) addArena(info);
+}
+
+// The layer whose operation has absorbed this one: fusion takes an operation into its producer, which then has its
+// output, or into its only consumer.
+int BuiltNetwork::layerOf(const nolk::ModelInfo& info, int place) const {
+    const nolk::TensorX* const made = made_[static_cast<std::size_t>(place)];
+    const auto& factories = builder_->factories();
+    for (std::size_t i = 0; i < factories.size(); ++i)
+        if (factories[i]->output() == made) return static_cast<int>(i);
+    for (const nolk::ModelOperation& consumer : info.operations)
+        if (std::find(consumer.inputs.begin(), consumer.inputs.end(), place) != consumer.inputs.end())
+            return consumer.layer;
+    return -1;
+}
+
+void BuiltNetwork::addLayers(nolk::ModelInfo& info) const {
+    const auto& factories = builder_->factories();
+    for (std::size_t i = 0; i < factories.size(); ++i) {
+        const LayerFactory& factory = *factories[i];
+        nolk::ModelOperation& operation = info.operations[static_cast<std::size_t>(factory.call)];
+        operation.layer = static_cast<int>(i);
+        operation.parametersKept = parametersOf(factory, operation);
+        info.layers.push_back({runner_->layers()[i]->desc, factory.call, factory.output()->shape});
+    }
+    // From the end, so that a consumer's layer is known.
+    for (int place = static_cast<int>(info.operations.size()) - 1; place >= 0; --place) {
+        nolk::ModelOperation& operation = info.operations[static_cast<std::size_t>(place)];
+        if (!operation.isMade || operation.layer >= 0) continue;
+        if (operation.name == "input" || operation.name == "constTensor") {
+            operation.parametersKept = operation.parameterCount;
+        } else {
+            operation.layer = layerOf(info, place);
+            operation.isFused = true;
+        }
+    }
+}
+
+void BuiltNetwork::addArena(nolk::ModelInfo& info) const {
+    ArenaRanges ranges(runner_->arena()->locate(0));
+    const auto& factories = builder_->factories();
+    const int lastStep = static_cast<int>(factories.size()) + 1;
+    for (std::size_t i = 0; i < info.inputs.size(); ++i) ranges.make(*builder_->inputs()[i], info.inputs[i], 0);
+    for (std::size_t i = 0; i < factories.size(); ++i) {
+        const int step = static_cast<int>(i) + 1;
+        for (const nolk::TensorX* input : factories[i]->inputs) ranges.use(*input, step);
+        for (const auto& output : factories[i]->outputs) ranges.make(*output, factories[i]->call, step);
+    }
+    for (const nolk::TensorX* output : outputs_) ranges.use(*output, lastStep);
+    info.arenaRanges = ranges.ranges(lastStep);
+}
+
+void BuiltNetwork::runOnce(nolk::ModelInfo& info) {
+    HostTensors inputs(runner_->inputShapes()), outputs(runner_->outputShapes());
+    const bool ran = runner_->run(inputs.tensors.data(), static_cast<int>(inputs.tensors.size()),
+                                  outputs.tensors.data(), static_cast<int>(outputs.tensors.size()));
+    if (!ran) throw nolk::ModelError("a run on zeros failed");
+    info.scratchBytes = runner_->scratch().size() * kFloatBytes;
+    info.peakBytes = peakBytes();
+}

@@ -1,0 +1,33 @@
+// A model file built by the built-in implementation, with what it makes of each operation.
+//   BuiltNetwork network(file, 1);  network.describe(info);  network.runOnce(info);
+#pragma once
+
+#include <nolk_model.h>
+
+#include <vector>
+
+#include "builder/RawRunnerBuilder.h"
+#include "inspect/ModelFile.h"
+#include "runner/BaseRunner.h"
+
+class BuiltNetwork {
+public:
+    // Throws nolk::ModelError when the network cannot be built.
+    BuiltNetwork(const ModelFile& file, int batch);
+
+    // Adds layers, arena and what fusion has done to an info whose operations are those of the file.
+    void describe(nolk::ModelInfo& info) const;
+
+    // Runs the network on zeros, and adds the memory that it took.
+    void runOnce(nolk::ModelInfo& info);
+
+private:
+    int layerOf(const nolk::ModelInfo& info, int place) const;
+    void addLayers(nolk::ModelInfo& info) const;
+    void addArena(nolk::ModelInfo& info) const;
+
+    nolk::Owned<RawRunnerBuilder> builder_;
+    nolk::Owned<BaseRunner> runner_;
+    std::vector<const nolk::TensorX*> made_;  // before fusion, for each operation; null for none
+    std::vector<nolk::TensorX*> outputs_;
+};

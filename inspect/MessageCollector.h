@@ -1,0 +1,21 @@
+// Collects what the library's reader would tell a host.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "model/ErrorSink.h"
+
+class MessageCollector final : public ErrorSink {
+public:
+    void error(const std::string& text) override { add(text); }
+    void warning(const std::string& text) override { add(text); }
+
+    // What has come since the last call, joined by "; ".
+    std::string take() { return std::exchange(text_, {}); }
+
+private:
+    void add(const std::string& text) { text_ += (text_.empty() ? "" : "; ") + text; }
+
+    std::string text_;
+};

@@ -1,0 +1,236 @@
+#include "inspect/ModelChecker.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "builder/RawRunnerBuilder.h"
+#include "builder/shapes.h"
+#include "inspect/OperationLog.h"
+#include "inspect/counts.h"
+#include "inspect/format.h"
+#include "inspect/limits.h"
+#include "model/operations.h"
+
+using nolk::Severity;
+
+namespace {
+
+// Damage in the middle of a file can make nonsense of all that follows.
+constexpr std::size_t kMaxFindings = 200;
+
+// Whether recording the operation is safe and cheap. The built-in implementation ends the process for a concat of
+// nothing, copies floats that no data backs, and makes vectors for a normalisation that has none.
+bool canBeRecorded(const WalkedRecord& record, const LoggedOperation* logged) {
+    constexpr int kManyChannels = 1 << 24;
+    if (!record.remark.empty()) return false;
+    if (record.operation->code == kCodeOf<&operation::concat> && record.inputs.empty()) return false;
+    return !logged || logged->operation->code != kCodeOf<operation::kInstanceNormalization> ||
+           logged->output.c <= kManyChannels;
+}
+
+}  // namespace
+
+ModelChecker::ModelChecker(const ModelFile& file, const nolk::ModelLimits& limits)
+    : file_(file), limits_(limits), findings_(file.findings()) {
+    if (file_.hasRecords()) {
+        readRecords();
+        judge();
+    }
+    std::stable_sort(findings_.begin(), findings_.end(),
+                     [](const nolk::ModelFinding& a, const nolk::ModelFinding& b) { return a.offset < b.offset; });
+}
+
+void ModelChecker::report(Severity severity, const WalkedRecord& record, const std::string& text) {
+    findings_.push_back(record.finding(severity, text));
+}
+
+bool ModelChecker::hasErrors() const {
+    return std::any_of(findings_.begin(), findings_.end(),
+                       [](const nolk::ModelFinding& finding) { return finding.severity == Severity::error; });
+}
+
+void ModelChecker::readRecords() {
+    OperationLog log;
+    RecordWalk walk(file_, 1, log);
+    bool isWhole = true;
+    while (isWhole && walk.next()) {
+        const WalkedRecord& record = walk.record();
+        isWhole = record.failure.empty() && findings_.size() < kMaxFindings;
+        if (!record.failure.empty())
+            report(Severity::error, record, record.failure);
+        else
+            logRecord(record, record.hasOutput() ? &log.operations().back() : nullptr);
+        walk.model().arrays.clear();  // the log keeps none
+    }
+    if (findings_.size() >= kMaxFindings)
+        report(Severity::error, walk.record(), "too many findings; what follows was left out");
+    if (!isWhole) return;
+    const std::int64_t end = walk.record().number > 0 ? walk.record().end : file_.offsetOf(file_.records());
+    checkLeftOver(end);
+    checkOutputs(end);
+    checkUse();
+    checkViews();
+}
+
+void ModelChecker::logRecord(const WalkedRecord& record, const LoggedOperation* logged) {
+    if (!record.remark.empty()) report(Severity::warning, record, record.remark);
+    if (record.end > file_.recordsEnd()) report(Severity::error, record, "it reaches into the checksum");
+    if (canBeRecorded(record, logged) && readableRecords_ == record.number - 1) readableRecords_ = record.number;
+    if (logged)
+        logResult(record, *logged);
+    else
+        logOutput(record);
+}
+
+// The results that a record's inputs name; an id that names none is reported.
+std::vector<int> ModelChecker::resultsOf(const WalkedRecord& record) {
+    std::vector<int> inputs;
+    for (const std::int16_t id : record.inputs) {
+        const auto found = latest_.find(id);
+        inputs.push_back(found == latest_.end() ? -1 : found->second);
+        if (inputs.back() < 0)
+            report(Severity::error, record, "id " + std::to_string(id) + " is undefined: no record before has made it");
+        else
+            ++results_[static_cast<std::size_t>(inputs.back())].uses;
+    }
+    return inputs;
+}
+
+void ModelChecker::logResult(const WalkedRecord& record, const LoggedOperation& logged) {
+    Result result{record, logged, resultsOf(record)};
+    for (const Diagnostic& diagnostic : logged.diagnostics)
+        report(diagnostic.isError ? Severity::error : Severity::warning, record, diagnostic.text);
+    const bool holdsNothing = logged.isMade && elementsOf(logged.output) == 0 && isRepresentable(logged.output);
+    const bool isAlreadyKnown =
+        std::any_of(result.inputs.begin(), result.inputs.end(), [this](int input) { return isEmpty(input); });
+    if (holdsNothing && !isAlreadyKnown)
+        report(Severity::warning, record, "its result " + shapeText(logged.output) + " holds no values");
+    const auto earlier = latest_.find(record.output);
+    if (earlier != latest_.end())
+        report(Severity::warning, record,
+               "id " + std::to_string(record.output) + " is made again, after " +
+                   results_[static_cast<std::size_t>(earlier->second)].record.place());
+    latest_[record.output] = static_cast<int>(results_.size());
+    results_.push_back(std::move(result));
+}
+
+void ModelChecker::logOutput(const WalkedRecord& record) {
+    const int place = resultsOf(record).front();
+    outputs_.push_back(place);
+    if (place < 0) return;
+    Result& result = results_[static_cast<std::size_t>(place)];
+    if (!result.logged.isMade)
+        report(Severity::error, record,
+               "an output must not depend on an undefined id, as " + result.record.place() + " does");
+    if (result.isOutput)
+        report(Severity::warning, record, "id " + std::to_string(result.record.output) + " is an output already");
+    result.isOutput = true;
+}
+
+bool ModelChecker::isEmpty(int result) const {
+    return result >= 0 && elementsOf(results_[static_cast<std::size_t>(result)].logged.output) == 0;
+}
+
+void ModelChecker::checkLeftOver(std::int64_t end) {
+    const std::int64_t left = file_.recordsEnd() - end;
+    if (left > 0)
+        findings_.push_back(
+            {Severity::warning, 0, "end", end, counted(left, "byte") + " left over behind the last record"});
+}
+
+void ModelChecker::checkOutputs(std::int64_t end) {
+    if (results_.empty() && outputs_.empty())
+        findings_.push_back({Severity::warning, 0, "end", end, "there are no records"});
+    else if (outputs_.empty())
+        findings_.push_back({Severity::warning, 0, "end", end, "no record names an output of the network"});
+}
+
+// Later records use earlier ones only, so one pass from the end finds all that outputs depend on.
+void ModelChecker::checkUse() {
+    if (outputs_.empty()) return;
+    for (auto result = results_.rbegin(); result != results_.rend(); ++result) {
+        result->isNeeded = result->isNeeded || result->isOutput;
+        if (!result->isNeeded) continue;
+        for (const int input : result->inputs)
+            if (input >= 0) results_[static_cast<std::size_t>(input)].isNeeded = true;
+    }
+    for (const Result& result : results_) {
+        if (result.isNeeded) continue;
+        const std::string id = "its result, id " + std::to_string(result.record.output);
+        report(Severity::warning, result.record,
+               id + (result.uses == 0 ? ", is never used" : ", is used, but for no output"));
+    }
+}
+
+// A reshape that copies nothing finds the elements only where it alone has taken over its input's memory.
+void ModelChecker::checkViews() {
+    for (const Result& result : results_) {
+        if (!result.logged.isView || !result.logged.isMade) continue;
+        const Result& source = results_[static_cast<std::size_t>(result.inputs.front())];
+        if (source.logged.operation->code == kCodeOf<&operation::constTensor>)
+            report(Severity::error, result.record, "layout nchw copies nothing, so its input must not be a constant");
+        else if (source.uses > 1)
+            report(Severity::error, result.record,
+                   "layout nchw copies nothing, so its input must have no other use, but id " +
+                       std::to_string(source.record.output) + " is used " + std::to_string(source.uses) + " times");
+    }
+}
+
+// Each operation judges itself as soon as it is recorded. A batch normalisation, say, is absorbed only by build.
+void ModelChecker::judge() {
+    const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
+    RecordWalk walk(file_, 1, *builder);
+    while (walk.record().number < readableRecords_ && walk.next()) judgeRecord(walk.record(), walk.model());
+    if (hasErrors()) return;
+    std::vector<LoggedOperation> operations;
+    for (const Result& result : results_) operations.push_back(result.logged);
+    if (readableRecords_ < file_.recordCount())
+        remark_ = "the network was not built: a record is too large to be judged";
+    else if (const std::string why = refusal(costOf(operations, outputs_), {limits_.memoryBytes}); !why.empty())
+        remark_ = "the network was not built: " + why;
+    else
+        build(walk.record(), *builder, walk.model());
+}
+
+void ModelChecker::judgeRecord(const WalkedRecord& record, Model& model) {
+    nolk::TensorX* const made = record.hasOutput() ? model.tensors[record.output] : nullptr;
+    if (!made) return;
+    bool inputsAreGood = true;
+    try {
+        if (made->producer) {
+            for (const nolk::TensorX* input : made->producer->inputs)
+                inputsAreGood = inputsAreGood && isRepresentable(input->shape);
+            made->producer->check();
+        }
+        // What is wrong with an input has been told.
+        if (inputsAreGood && !isRepresentable(made->shape))
+            report(Severity::error, record,
+                   "its result " + shapeText(made->shape) + " has more than 2^31 - 1 elements");
+    } catch (const std::exception& e) {
+        dropShapeDiagnostics(record);
+        if (inputsAreGood) report(Severity::error, record, e.what());
+    }
+}
+
+// What a record is refused for need not be told a second time.
+void ModelChecker::dropShapeDiagnostics(const WalkedRecord& record) {
+    const auto result = std::find_if(results_.begin(), results_.end(),
+                                     [&record](const Result& r) { return r.record.number == record.number; });
+    if (result == results_.end()) return;
+    for (const Diagnostic& diagnostic : result->logged.diagnostics) {
+        const auto isDoubled = [&](const nolk::ModelFinding& f) {
+            return f.offset == record.begin && f.text == diagnostic.text;
+        };
+        if (diagnostic.isAboutShapes)
+            findings_.erase(std::remove_if(findings_.begin(), findings_.end(), isDoubled), findings_.end());
+    }
+}
+
+void ModelChecker::build(const WalkedRecord& last, RawRunnerBuilder& builder, Model& model) {
+    try {
+        const nolk::Owned<nolk::Runner> runner(
+            builder.build(model.outputs.data(), static_cast<int>(model.outputs.size())));
+    } catch (const std::exception& e) {
+        findings_.push_back({Severity::error, 0, "network", last.end, e.what()});
+    }
+}

@@ -1,0 +1,30 @@
+// A model file read through once, without building anything: what its records ask for.
+//   const ModelRecords records(file, 1);  records.operations()[0].name
+#pragma once
+
+#include <nolk_model.h>
+
+#include <string>
+#include <vector>
+
+#include "inspect/LoggedOperation.h"
+#include "inspect/ModelFile.h"
+
+class ModelRecords {
+public:
+    // Throws nolk::ModelError for records that cannot be read, or an output that nothing makes.
+    ModelRecords(const ModelFile& file, int batch);
+
+    const std::vector<nolk::ModelOperation>& operations() const { return operations_; }
+    const std::vector<int>& outputs() const { return outputs_; }  // places in operations
+    const nolk::ModelCost& cost() const { return cost_; }
+
+    // The first operation that no run can give a meaning, or that ends the process, and why; empty when there is none.
+    const std::string& meaningless() const { return meaningless_; }
+
+private:
+    std::vector<nolk::ModelOperation> operations_;
+    std::vector<int> outputs_;
+    nolk::ModelCost cost_;
+    std::string meaningless_;
+};

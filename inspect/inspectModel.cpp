@@ -1,0 +1,70 @@
+#include <utility>
+
+#include "inspect/BuiltNetwork.h"
+#include "inspect/ModelRecords.h"
+#include "inspect/counts.h"
+#include "inspect/limits.h"
+
+namespace {
+
+std::vector<nolk::HeadInfo> headInfoOf(const ModelFile& file) {
+    std::vector<nolk::HeadInfo> entries;
+    for (const HeadInfoEntry& entry : file.headInfo()) {
+        entries.push_back({entry.key, {}});
+        if (entry.data && entry.length > 0) entries.back().data.assign(entry.data, entry.data + entry.length);
+    }
+    return entries;
+}
+
+nolk::ModelTotals totalsOf(const std::vector<nolk::ModelOperation>& operations) {
+    nolk::ModelTotals totals;
+    for (const nolk::ModelOperation& operation : operations) {
+        if (operation.name != "input" && operation.name != "constTensor") ++totals.operations;
+        totals.parameters = sumOf(totals.parameters, operation.parameterCount);
+    }
+    totals.weightBytes = productOf({totals.parameters, sizeof(float)});
+    return totals;
+}
+
+// Why the network should not be built, or not be run once it is; empty when it should.
+std::string whyNotBuilt(const nolk::ModelInfo& info, const nolk::InspectionOptions& options) {
+    if (options.depth == nolk::InspectionDepth::records) return "not built: only the records were asked for";
+    const std::string why = refusal(info.cost, {options.limits.memoryBytes});
+    return why.empty() ? "" : "not built: " + why;
+}
+
+std::string whyNotRun(const ModelRecords& records, const nolk::InspectionOptions& options) {
+    if (options.depth != nolk::InspectionDepth::run) return "not run: only building was asked for";
+    const std::string why =
+        records.meaningless().empty() ? refusal(records.cost(), options.limits) : records.meaningless();
+    return why.empty() ? "" : "not run: " + why;
+}
+
+}  // namespace
+
+nolk::ModelError::~ModelError() = default;
+nolk::LimitExceeded::~LimitExceeded() = default;
+
+nolk::ModelInfo nolk::inspectModel(const void* data, std::size_t size, const InspectionOptions& options) {
+    const ModelFile file(data, size);
+    const ModelRecords records(file, options.batch);
+    ModelInfo info;
+    info.version = file.version();
+    info.fileBytes = file.size();
+    info.recordCount = file.recordCount();
+    info.headInfo = headInfoOf(file);
+    info.operations = records.operations();
+    for (std::size_t i = 0; i < info.operations.size(); ++i)
+        if (info.operations[i].name == "input") info.inputs.push_back(static_cast<int>(i));
+    info.outputs = records.outputs();
+    info.cost = records.cost();
+    info.beforeFusion = totalsOf(info.operations);
+
+    info.remark = whyNotBuilt(info, options);
+    if (!info.remark.empty()) return info;
+    BuiltNetwork network(file, options.batch);
+    network.describe(info);
+    info.remark = whyNotRun(records, options);
+    if (info.remark.empty()) network.runOnce(info);
+    return info;
+}

@@ -1,0 +1,62 @@
+#include "inspect/limits.h"
+
+#include <algorithm>
+
+#include "inspect/counts.h"
+#include "inspect/format.h"
+
+namespace {
+
+// Floats of the tensors that exist at the same time, at most: each from its operation to its last use, outputs to the
+// end.
+std::int64_t liveFloats(const std::vector<LoggedOperation>& operations, const std::vector<int>& outputs) {
+    std::vector<std::size_t> lastUse(operations.size(), operations.size());  // what nobody uses stays
+    for (std::size_t user = 0; user < operations.size(); ++user)
+        for (const int place : operations[user].inputs)
+            if (place >= 0) lastUse[static_cast<std::size_t>(place)] = user;
+    for (const int place : outputs)
+        if (place >= 0) lastUse[static_cast<std::size_t>(place)] = operations.size();
+    std::vector<std::vector<std::size_t>> freed(operations.size() + 1);
+    for (std::size_t i = 0; i < operations.size(); ++i) freed[lastUse[i]].push_back(i);
+    std::int64_t live = 0, most = 0;
+    constexpr std::int64_t kEndless = std::int64_t{1} << 60;  // beyond which sums would stop to be sums
+    for (std::size_t i = 0; i < operations.size() && most < kEndless; ++i) {
+        live = sumOf(live, elementsOf(operations[i].output));
+        most = std::max(most, live);
+        for (const std::size_t gone : freed[i]) live -= elementsOf(operations[gone].output);
+    }
+    return most;
+}
+
+std::int64_t bytesOf(std::int64_t floats) { return productOf({floats, sizeof(float)}); }
+
+}  // namespace
+
+std::int64_t nolk::ModelCost::memoryBytes() const { return sumOf(sumOf(tensorBytes, weightBytes), scratchBytes); }
+
+nolk::ModelCost costOf(const std::vector<LoggedOperation>& operations, const std::vector<int>& outputs) {
+    std::int64_t weights = 0, scratch = 0;
+    nolk::ModelCost cost;
+    for (const LoggedOperation& operation : operations) {
+        weights = sumOf(weights, operation.parameterCount);
+        scratch = std::max(scratch, operation.scratchFloats);
+        cost.multiplyAdds = sumOf(cost.multiplyAdds, operation.multiplyAdds);
+        cost.steps = sumOf(cost.steps, operation.steps);
+    }
+    cost.tensorBytes = bytesOf(liveFloats(operations, outputs));
+    cost.weightBytes = bytesOf(weights);
+    cost.scratchBytes = bytesOf(scratch);
+    return cost;
+}
+
+std::string refusal(const nolk::ModelCost& cost, const nolk::ModelLimits& limits) {
+    std::string text;
+    if (cost.memoryBytes() > limits.memoryBytes)
+        text = "it needs " + bytesText(cost.memoryBytes()) + " of memory (tensors " + grouped(cost.tensorBytes) +
+               ", weights " + grouped(cost.weightBytes) + ", scratch " + grouped(cost.scratchBytes) +
+               "), the limit is " + bytesText(limits.memoryBytes);
+    if (cost.steps > limits.multiplyAdds)
+        text += (text.empty() ? "it" : "; it") + std::string(" needs ") + grouped(cost.steps) +
+                " multiply-adds and other steps for a run, the limit is " + grouped(limits.multiplyAdds);
+    return text;
+}

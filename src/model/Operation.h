@@ -1,0 +1,129 @@
+// What an operation is: the row of the table in operations.h, and the call of a builder that it stands for.
+//   Call call{operationOf<&nolk::RunnerBuilder::leakyRelu>(), {x}, {0.1f}};  call.operation.call(builder, call);
+// The fields of a row follow from the signature of the builder's method: leading tensors are its inputs, everything
+// behind them is a field, in the order of the parameters, which is the order of the file.
+#pragma once
+
+#include <nolk.h>
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+// Weights in the form in which all groups share one group's values.
+struct SharedWeights {
+    nolk::Weights weights;
+};
+
+// A value of each kind that a field can have. A nolk::Tensor is a constant.
+using Argument = std::variant<float, nolk::Axis, nolk::BasicOp, nolk::DimsHW, nolk::LstmWeights, nolk::Padding,
+                              nolk::Perm, nolk::ResizeMode, nolk::ResizeTransMode, SharedWeights, nolk::SlicePos,
+                              nolk::Tensor, nolk::TensorLayout, nolk::TensorShape, nolk::Vector, nolk::Weights>;
+
+struct Field {
+    const char* name = nullptr;
+    std::size_t kind = 0;  // the place of its type among those of Argument
+};
+
+struct Operation;
+
+// One call of a builder. Arrays in the arguments are borrowed.
+struct Call {
+    const Operation& operation;
+    std::vector<nolk::TensorX*> inputs;
+    std::vector<Argument> arguments;  // one for each field
+};
+
+constexpr int kListOfInputs = -1;
+constexpr std::size_t kMaxFields = 5;
+
+struct Operation {
+    int code;          // in model files
+    const char* name;  // of the builder's method
+    int inputCount;    // kListOfInputs: the record gives their number
+    std::size_t fieldCount;
+    std::array<Field, kMaxFields> fields;
+    nolk::TensorX* (*call)(nolk::RunnerBuilder& builder, const Call& call);  // null: names an output of the network
+    const void* method;                                                      // tells rows apart, see operationOf
+};
+
+namespace operation {
+
+template <auto function>
+inline constexpr char kMethod = 0;
+
+template <typename T>
+inline constexpr bool kIsInput = std::is_same_v<T, nolk::TensorX*> || std::is_same_v<T, std::vector<nolk::TensorX*>>;
+
+template <typename T, typename... Types>
+constexpr std::size_t kindIn(const std::variant<Types...>*) {
+    std::size_t kind = 0;
+    static_cast<void>((... || (std::is_same_v<T, Types> || (++kind, false))));
+    static_assert((std::is_same_v<T, Types> || ...), "Argument has no such alternative");
+    return kind;
+}
+
+template <typename T>
+constexpr Field fieldOf(const char* name) {
+    return {name, kindIn<T>(static_cast<const Argument*>(nullptr))};
+}
+
+// The argument in place i of a call, whose first arguments are its inputs.
+template <typename T, std::size_t i, std::size_t inputCount>
+decltype(auto) argumentOf(const Call& call) {
+    if constexpr (std::is_same_v<T, nolk::TensorX*>)
+        return call.inputs[i];
+    else if constexpr (kIsInput<T>)
+        return (call.inputs);
+    else
+        return std::get<T>(call.arguments[i - inputCount]);
+}
+
+template <auto function, typename... Args>
+struct Signature {
+    static constexpr std::size_t kInputs = (std::size_t{kIsInput<Args>} + ... + 0);
+    static constexpr std::size_t kFields = sizeof...(Args) - kInputs;
+    static constexpr bool kHasList = (std::is_same_v<Args, std::vector<nolk::TensorX*>> || ...);
+
+    template <std::size_t... i>
+    static nolk::TensorX* callWith(nolk::RunnerBuilder& builder, const Call& call, std::index_sequence<i...>) {
+        return std::invoke(function, builder, argumentOf<Args, i, kInputs>(call)...);
+    }
+
+    static nolk::TensorX* call(nolk::RunnerBuilder& builder, const Call& call) {
+        return callWith(builder, call, std::index_sequence_for<Args...>());
+    }
+
+    template <std::size_t... i>
+    static constexpr std::array<Field, kMaxFields> fields(const std::array<const char*, kFields>& names,
+                                                          std::index_sequence<i...>) {
+        return {fieldOf<std::tuple_element_t<i + kInputs, std::tuple<Args...>>>(names[i])...};
+    }
+};
+
+template <auto function, typename... Args>
+constexpr Signature<function, Args...> signatureOf(nolk::TensorX* (nolk::RunnerBuilder::*)(Args...));
+template <auto function, typename... Args>
+constexpr Signature<function, Args...> signatureOf(nolk::TensorX* (*)(nolk::RunnerBuilder&, Args...));
+
+// A row of the table. function is a method of the builder, or a function that takes a builder and calls a method with
+// arguments in the form of the file. One name for each parameter that is no tensor.
+template <auto function, typename... Names>
+constexpr Operation row(int code, const char* name, Names... fieldNames) {
+    using S = decltype(signatureOf<function>(function));
+    static_assert(sizeof...(Names) == S::kFields, "every parameter that is no tensor needs a name");
+    return {code,
+            name,
+            S::kHasList ? kListOfInputs : static_cast<int>(S::kInputs),
+            S::kFields,
+            S::fields({fieldNames...}, std::make_index_sequence<S::kFields>()),
+            &S::call,
+            &kMethod<function>};
+}
+
+}  // namespace operation
