@@ -4,7 +4,7 @@
 
 #include "support/Program.h"
 #include "support/npyFile.h"
-#include "inspect/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ std::string rawFloats(const std::vector<float>& values) {
 }
 
 std::string modelFile(const std::string& name, const std::function<void(ModelWriter&)>& record) {
-    ModelWriter writer;
+    ModelWriterImpl writer;
     record(writer);
     return writeTemporary(name, writer.bytes());
 }
