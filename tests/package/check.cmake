@@ -46,7 +46,8 @@ file(GLOB static_library ${libdir}/libnolk.a)
 if(static_library)
   set(with_private_libraries --static)
 endif()
-execute_process(COMMAND ${PKG_CONFIG} ${with_private_libraries} --cflags --libs nolk OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${PKG_CONFIG} ${with_private_libraries} --cflags --libs nolk
+  OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(options UNIX_COMMAND "${options}")
 # C++14 is what the header asks of a host.
 run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
