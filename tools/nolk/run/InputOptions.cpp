@@ -32,12 +32,11 @@ void addInputOptions(CLI::App& command, InputOptions& options) {
         ->type_name("FILE");
     addBatch(command, options.batch);
     command
-        .add_option("--scale", options.pixels.scale,
-                    "of pictures: a value is (pixel - mean) * S; 1/255 is a number here")
+        .add_option("--scale", options.pixels.scale, "of images: a value is (pixel - mean) * S; 1/255 is a number here")
         ->type_name("S")
         ->transform(quotient)
         ->default_str("1");
-    command.add_option("--mean", options.pixels.mean, "of pictures: one mean, or one for each channel")
+    command.add_option("--mean", options.pixels.mean, "of images: one mean, or one for each channel")
         ->type_name("M[,M,M]")
         ->delimiter(',')
         ->allow_extra_args(false)
@@ -49,7 +48,7 @@ const char kInputsHelp[] =
     "What an input's file holds follows from the ending of its name:\n"
     "  .npy              an array of float32 in C order, of the input's shape;\n"
     "                    leading extents of 1 may be missing\n"
-    "  .pgm, .ppm, .pnm  a binary picture, which is one sample; its pixels count from 0\n"
+    "  .pgm, .ppm, .pnm  a binary image, which is one sample; its pixels count from 0\n"
     "                    to the file's maximum, 255 as a rule\n"
     "  any other         the floats alone, little-endian, in the order [n, c, h, w]\n"
     "When each sample has a file, all of the first input's come first.\n"

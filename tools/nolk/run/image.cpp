@@ -1,4 +1,4 @@
-#include "nolk/run/picture.h"
+#include "nolk/run/image.h"
 
 #include <cctype>
 #include <cstddef>
@@ -22,22 +22,22 @@ int readNumber(InputFile& file) {
     }
     int number = 0, digits = 0;
     for (; std::isdigit(c); c = file.get()) {
-        if (++digits > 9) file.fail("damaged picture: a number of the head has more than 9 digits");
+        if (++digits > 9) file.fail("damaged image: a number of the head has more than 9 digits");
         number = number * 10 + (c - '0');
     }
-    if (digits == 0 || !std::isspace(c)) file.fail("damaged picture: the head does not hold three numbers");
+    if (digits == 0 || !std::isspace(c)) file.fail("damaged image: the head does not hold three numbers");
     return number;
 }
 
 Head readHead(InputFile& file) {
     const int p = file.get(), kind = file.get();
-    if (p != 'P' || (kind != '5' && kind != '6')) file.fail("not a binary PGM or PPM picture");
+    if (p != 'P' || (kind != '5' && kind != '6')) file.fail("not a binary PGM or PPM image");
     Head head{kind == '5' ? 1 : 3, 0, 0, 0};
     head.columns = readNumber(file);
     head.rows = readNumber(file);
     head.maximum = readNumber(file);
     if (head.maximum < 1 || head.maximum > 65535)
-        file.fail("damaged picture: maximum " + std::to_string(head.maximum) + ", expected 1 to 65535");
+        file.fail("damaged image: maximum " + std::to_string(head.maximum) + ", expected 1 to 65535");
     return head;
 }
 
@@ -47,7 +47,7 @@ std::string extentsText(int channels, int rows, int columns) {
 
 void checkHead(const InputFile& file, const Head& head, const nolk::TensorShape& expected, const PixelRule& rule) {
     if (head.channels != expected.c || head.rows != expected.h || head.columns != expected.w)
-        file.fail("picture of " + extentsText(head.channels, head.rows, head.columns) + ", expected " +
+        file.fail("image of " + extentsText(head.channels, head.rows, head.columns) + ", expected " +
                   extentsText(expected.c, expected.h, expected.w) + " (channels, rows, columns)");
     const std::size_t means = rule.mean.size();
     if (means != 1 && means != static_cast<std::size_t>(head.channels))
@@ -60,7 +60,7 @@ void checkHead(const InputFile& file, const Head& head, const nolk::TensorShape&
 
 }  // namespace
 
-void readPicture(const std::string& path, const nolk::TensorShape& expected, const PixelRule& rule, float* values) {
+void readImage(const std::string& path, const nolk::TensorShape& expected, const PixelRule& rule, float* values) {
     InputFile file(path);
     const Head head = readHead(file);
     checkHead(file, head, expected, rule);
