@@ -1,4 +1,6 @@
-// Binary PGM and PPM images ("P5" grey, "P6" red, green and blue) as inputs of a network.
+// Images as inputs of a network: PNG, JPEG, and binary PGM and PPM.
+//   readImage("photo.jpg", {1, 3, 224, 224, 3}, {{1.0 / 255}, {123.7, 116.3, 103.5}, false}, values);
+// What is not told by the extents that the network expects is an error: nothing is resized or converted to grey.
 #pragma once
 
 #include <nolk.h>
@@ -6,13 +8,14 @@
 #include <string>
 #include <vector>
 
-// value = (pixel - mean of the channel) * scale. Pixels count from 0 to the image's maximum, 255 as a rule.
+// value = (pixel - mean) * scale. Pixels are what the file holds: 0 to 255, to 65535 with 16 bits in PNG, to the
+// maximum that a PGM or PPM names.
 struct PixelRule {
-    double scale = 1;
-    std::vector<double> mean = {0};  // one for all channels, or one for each
+    std::vector<double> scale = {1};  // one for all of the network's channels, or one for each
+    std::vector<double> mean = {0};   // likewise
+    bool bgr = false;                 // the network's channels are blue, green, red
 };
 
 // Reads an image of expected.c channels, expected.h rows and expected.w columns, into [c, h, w]; values has room for
-// it. Samples of two bytes (a maximum above 255) are read too. Throws std::runtime_error, "path: what, expected what",
-// before any pixel is read.
+// it. Throws std::runtime_error, "path: what, expected what". No memory is reserved for extents that are not expected.
 void readImage(const std::string& path, const nolk::TensorShape& expected, const PixelRule& rule, float* values);
