@@ -6,9 +6,13 @@
 #include "model/readFile.h"
 #include "nolk/model/InputFile.h"
 #include "nolk/model/StandardErrorCapture.h"
+#include "nolk/onnx.h"
 
 ModelFile::ModelFile(const std::string& path) : path_(path) {
-    const InputFile present(path);  // fails for what is no file, where the library would wait or tell less
+    InputFile present(path);  // fails for what is no file, where the library would wait or tell less
+    std::string begin(std::min<std::size_t>(kOnnxBeginBytes, static_cast<std::size_t>(present.left())), '\0');
+    present.read(begin.data(), static_cast<std::int64_t>(begin.size()));
+    if (looksLikeOnnx(path, begin)) present.fail(kOnnxAdvice);
     StandardErrorCapture quiet;
     bytes_ = readFile(path.c_str());
     const std::string message = quiet.take();

@@ -13,7 +13,7 @@
 
 class ModelFile {
 public:
-    // Throws std::runtime_error, "path: why", for a file that cannot be read.
+    // Throws std::runtime_error, "path: why", for a file that cannot be read, and for an ONNX model.
     explicit ModelFile(const std::string& path);
     ModelFile(const ModelFile&) = delete;
     ModelFile& operator=(const ModelFile&) = delete;
