@@ -1,6 +1,6 @@
 // Images as inputs of a network: PNG, JPEG, and binary PGM and PPM.
 //   readImage("photo.jpg", {1, 3, 224, 224, 3}, {{1.0 / 255}, {123.7, 116.3, 103.5}, false}, values);
-// What is not told by the extents that the network expects is an error: nothing is resized or converted to grey.
+// An image of other extents than the network expects is an error: nothing is resized or converted to grey.
 #pragma once
 
 #include <nolk.h>
