@@ -7,7 +7,7 @@
 #include "builder/OutputLayerFactory.h"
 #include "builder/refuse.h"
 #include "builder/shapes.h"
-#include "math/copySparsely.h"
+#include "layers/ownedFloats.h"
 #include "memory/TensorSpace.h"
 
 namespace {
@@ -41,9 +41,8 @@ nolk::TensorX* BaseRunnerBuilder::constTensor(nolk::Tensor* tensor) {
     const bool hasElements = isRepresentable(tensor->shape) && elementCount(tensor->shape) > 0;
     if (hasElements && !tensor->data) return nullptr;
 
-    const std::size_t count = hasElements ? static_cast<std::size_t>(elementCount(tensor->shape)) : 0;
-    FloatBuffer data = zeroedFloats(count);
-    copySparsely(tensor->data, data.get(), count);
+    FloatBuffer data = ownedFloats(tensor->data, hasElements ? elementCount(tensor->shape) : 0, &givenArrays_);
+    if (!data) data = zeroedFloats(0);
 
     auto constant = std::make_unique<nolk::TensorX>(tensor->shape, true);
     auto raw = std::make_shared<RawTensor>();
@@ -151,7 +150,11 @@ void BaseRunnerBuilder::connect() {
 
 std::vector<std::unique_ptr<Layer>> BaseRunnerBuilder::createLayers() {
     std::vector<std::unique_ptr<Layer>> layers;
-    for (const auto& factory : factories_) layers.push_back(factory->create());
+    for (const auto& factory : factories_) {
+        factory->givenArrays = &givenArrays_;
+        layers.push_back(factory->create());
+    }
+    givenArrays_.clear();
     return layers;
 }
 

@@ -11,6 +11,7 @@
 
 #include "builder/TensorX.h"
 
+class FloatArrays;
 class Layer;
 
 class LayerFactory {
@@ -61,6 +62,7 @@ public:
 
     std::vector<nolk::TensorX*> inputs;  // borrowed
     std::vector<std::unique_ptr<nolk::TensorX>> outputs;
+    FloatArrays* givenArrays = nullptr;  // borrowed for create: weights that the layer may take over, if any
 
 protected:
     // One output of this shape.

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <utility>
+
+#include "memory/FloatKeeper.h"
 
 namespace {
 
@@ -94,7 +97,8 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
 
 float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
     const int count = floatCount({shape.c, shape.h, shape.w});
-    const float* sample = floats({count});
+    float* const sample = floats({count});
+    if (batch_ == 1) return sample;
     float* samples = newArray(floatCount({batch_, count}));
     for (int n = 0; n < batch_ && floatsRead_ > 0; ++n)
         std::copy_n(sample, floatsRead_, samples + std::int64_t{n} * count);
@@ -103,6 +107,8 @@ float* RecordReader::repeatedSample(const nolk::TensorShape& shape) {
 
 // Never null, since a null bias means none.
 float* RecordReader::newArray(int count) {
-    model_.arrays.push_back(zeroedFloats(static_cast<std::size_t>(std::max(count, 0))));
+    FloatBuffer array = zeroedFloats(static_cast<std::size_t>(std::max(count, 0)));
+    if (FloatKeeper* const keeper = floatKeeperOf(builder_)) return keeper->keep(std::move(array));
+    model_.arrays.push_back(std::move(array));
     return model_.arrays.back().get();
 }
