@@ -3,7 +3,7 @@
 #include <deque>
 
 #include "compare.h"
-#include "writer/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -67,7 +67,7 @@ private:
         return weights_.back().data();
     }
 
-    ModelWriter writer_;
+    ModelWriterImpl writer_;
     std::deque<std::vector<float>> weights_;
     std::vector<TensorX*> outputs_;
 };

@@ -9,12 +9,13 @@
 #include <string>
 
 #include "builder/RawRunnerBuilder.h"
+#include "inspect/MessageCollector.h"
+#include "inspect/ModelWriterImpl.h"
 #include "layers/ownedFloats.h"
 #include "memory/FloatKeeper.h"
 #include "model/ModelReaderImpl.h"
 #include "support/CallLog.h"
 #include "support/values.h"
-#include "writer/ModelWriter.h"
 
 namespace {
 
@@ -31,7 +32,8 @@ double peak() {
 void exitWithGrowth(const std::function<nolk::Runner*(RawRunnerBuilder&, ModelReaderImpl&)>& load, double most) {
     const double before = peak();
     auto* const builder = new RawRunnerBuilder(nullptr);
-    ModelReaderImpl reader;
+    MessageCollector errors;
+    ModelReaderImpl reader(errors);
     const bool loaded = load(*builder, reader) != nullptr;
     const double growth = peak() - before;
     std::fprintf(stderr, "%s, grown by %.0f bytes, at most %.0f expected\n", loaded ? "loaded" : "failed", growth,
@@ -42,7 +44,7 @@ void exitWithGrowth(const std::function<nolk::Runner*(RawRunnerBuilder&, ModelRe
 struct Case {
     const char* name;
     int version;
-    std::function<nolk::TensorX*(ModelWriter&, float* weights)> record;
+    std::function<nolk::TensorX*(ModelWriterImpl&, float* weights)> record;
 };
 
 constexpr int kExtent = 3000;                // so that all weights are 36 MB
@@ -51,11 +53,11 @@ constexpr int kUnits = 1060;                 // of an LSTM, with as many feature
 
 const Case kCases[] = {
     {"fullConnect", 3,
-     [](ModelWriter& w, float* weights) {
+     [](ModelWriterImpl& w, float* weights) {
          return w.fullConnect(w.input({1, kExtent, 1, 1, 1}), {1, kExtent, kExtent, 1, 1, true, weights, nullptr});
      }},
     {"convolve, folded", 4,
-     [](ModelWriter& w, float* weights) {
+     [](ModelWriterImpl& w, float* weights) {
          nolk::TensorX* const x = w.input({1, kExtent, 2, 2, 3});
          nolk::TensorX* const y =
              w.convolve(x, {}, {1, 1}, {1, 1}, {1, kExtent, kExtent, 1, 1, false, weights, weights});
@@ -63,19 +65,19 @@ const Case kCases[] = {
          return w.batchNormalize(y, v, v, v, v, 2.0f);
      }},
     {"deConvolve", 3,
-     [](ModelWriter& w, float* weights) {
+     [](ModelWriterImpl& w, float* weights) {
          nolk::TensorX* const x = w.input({1, kExtent, 2, 2, 3});
          return w.deConvolve(x, {}, {1, 1}, {1, 1}, {1, kExtent, kExtent, 1, 1, false, weights, nullptr});
      }},
     {"lstm", 4,
-     [](ModelWriter& w, float* weights) {
+     [](ModelWriterImpl& w, float* weights) {
          nolk::LstmWeights lstm;
          lstm.inputSize = lstm.hiddenSize = kUnits;
          lstm.inputWeights = lstm.recurrentWeights = weights;
          return w.lstm(w.input({1, 1, 2, kUnits, 3}), lstm);
      }},
     {"constTensor", 3,
-     [](ModelWriter& w, float* weights) {
+     [](ModelWriterImpl& w, float* weights) {
          nolk::Tensor tensor{{1, 1, kExtent, kExtent, 3}, weights};
          return w.constTensor(&tensor);
      }},
@@ -84,9 +86,9 @@ const Case kCases[] = {
 Bytes modelOf(const Case& c) {
     Values values(31);
     std::vector<float> weights = values.reals(kWeights);
-    ModelFileOptions options;
+    nolk::ModelFileOptions options;
     options.version = c.version;
-    ModelWriter writer(options);
+    ModelWriterImpl writer(options);
     nolk::TensorX* result = c.record(writer, weights.data());
     writer.build(&result, 1);
     return writer.bytes();
