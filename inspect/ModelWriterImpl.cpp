@@ -10,6 +10,7 @@
 
 #include "inspect/RecordWriter.h"
 #include "inspect/container.h"
+#include "inspect/entryPoints.h"
 #include "inspect/outputShape.h"
 
 namespace {
@@ -60,9 +61,7 @@ void checkSamplesAreEqual(const RecordWriter& record, const nolk::Tensor& tensor
 
 }  // namespace
 
-nolk::Owned<nolk::ModelWriter> nolk::newModelWriter(const ModelFileOptions& options) {
-    return Owned<ModelWriter>(new ModelWriterImpl(options));
-}
+nolk::ModelWriter* createModelWriter(const nolk::ModelFileOptions& options) { return new ModelWriterImpl(options); }
 
 ModelWriterImpl::ModelWriterImpl(nolk::ModelFileOptions options) : options_(std::move(options)) {
     checkOptions(options_);

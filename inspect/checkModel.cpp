@@ -1,4 +1,5 @@
 #include "inspect/ModelChecker.h"
+#include "inspect/entryPoints.h"
 
 std::string nolk::describe(const ModelFinding& finding) {
     const std::string place = finding.record > 0
@@ -8,7 +9,7 @@ std::string nolk::describe(const ModelFinding& finding) {
            (finding.severity == Severity::error ? ": error: " : ": warning: ") + finding.text;
 }
 
-nolk::ModelCheck nolk::checkModel(const void* data, std::size_t size, const ModelLimits& limits) {
+nolk::ModelCheck checkFile(const void* data, std::size_t size, const nolk::ModelLimits& limits) {
     const ModelFile file(data, size);
     const ModelChecker checker(file, limits);
     return {checker.findings(), file.version(), file.hasRecords() ? file.recordCount() : -1, checker.remark()};

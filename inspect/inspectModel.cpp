@@ -3,6 +3,7 @@
 #include "inspect/BuiltNetwork.h"
 #include "inspect/ModelRecords.h"
 #include "inspect/counts.h"
+#include "inspect/entryPoints.h"
 #include "inspect/limits.h"
 
 namespace {
@@ -42,13 +43,10 @@ std::string whyNotRun(const ModelRecords& records, const nolk::InspectionOptions
 
 }  // namespace
 
-nolk::ModelError::~ModelError() = default;
-nolk::LimitExceeded::~LimitExceeded() = default;
-
-nolk::ModelInfo nolk::inspectModel(const void* data, std::size_t size, const InspectionOptions& options) {
+nolk::ModelInfo inspectFile(const void* data, std::size_t size, const nolk::InspectionOptions& options) {
     const ModelFile file(data, size);
     const ModelRecords records(file, options.batch);
-    ModelInfo info;
+    nolk::ModelInfo info;
     info.version = file.version();
     info.fileBytes = file.size();
     info.recordCount = file.recordCount();

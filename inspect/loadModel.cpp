@@ -2,6 +2,7 @@
 
 #include "inspect/ModelRecords.h"
 #include "inspect/RecordWalk.h"
+#include "inspect/entryPoints.h"
 #include "inspect/limits.h"
 
 namespace {
@@ -15,23 +16,24 @@ nolk::Owned<nolk::RunnerBuilder> newBuilder(const char* implementation) {
 
 }  // namespace
 
-nolk::Owned<nolk::Runner> nolk::loadModel(const void* data, std::size_t size, int batch, const char* implementation,
-                                          const ModelLimits& limits) {
-    if (batch < 1) throw ModelError("the batch must be at least 1, is " + std::to_string(batch));
+nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char* implementation,
+                       const nolk::ModelLimits& limits) {
+    if (batch < 1) throw nolk::ModelError("the batch must be at least 1, is " + std::to_string(batch));
     const ModelFile file(data, size);
     const ModelRecords records(file, batch);
-    if (!records.meaningless().empty()) throw ModelError(records.meaningless());
-    if (const std::string why = refusal(records.cost(), limits); !why.empty()) throw LimitExceeded(why, records.cost());
+    if (!records.meaningless().empty()) throw nolk::ModelError(records.meaningless());
+    if (const std::string why = refusal(records.cost(), limits); !why.empty())
+        throw nolk::LimitExceeded(why, records.cost());
 
-    const Owned<RunnerBuilder> builder = newBuilder(implementation);
+    const nolk::Owned<nolk::RunnerBuilder> builder = newBuilder(implementation);
     RecordWalk walk(file, batch, *builder);
     walk.finish();
     auto& outputs = walk.model().outputs;
     try {
-        Owned<Runner> runner(builder->build(outputs.data(), static_cast<int>(outputs.size())));
-        if (!runner) throw ModelError("the implementation built no runner");
+        nolk::Runner* const runner = builder->build(outputs.data(), static_cast<int>(outputs.size()));
+        if (!runner) throw nolk::ModelError("the implementation built no runner");
         return runner;
     } catch (const std::invalid_argument& e) {
-        throw ModelError(e.what());
+        throw nolk::ModelError(e.what());
     }
 }

@@ -1,7 +1,7 @@
 // The library on a processor without AVX2 and FMA, as a host compiled for that processor sees it. These tests run in an
 // emulator; on a newer processor they fail.
 #include <gtest/gtest.h>
-#include <nolk.h>
+#include <nolk_model.h>
 
 #include <string>
 #include <vector>
@@ -41,6 +41,13 @@ TEST(OldProcessor, VersionAndErrorChannelWork) {
         if (i >= 50) newest.push_back(text);
     }
     EXPECT_EQ(popMessages(), newest);
+}
+
+TEST(OldProcessor, TheCompanionLibraryThrows) {
+    EXPECT_THROW(nolk::newModelWriter(), nolk::ModelError);
+    EXPECT_THROW(nolk::checkModel("CM", 2), nolk::ModelError);
+    EXPECT_THROW(nolk::inspectModel("CM", 2), nolk::ModelError);
+    EXPECT_THROW(nolk::loadModel("CM", 2, 1), nolk::ModelError);
 }
 
 }  // namespace

@@ -39,6 +39,7 @@ public:
     using RawRunnerBuilder::RawRunnerBuilder;
 
     nolk::TensorX* abs(nolk::TensorX* x) override {
+        if (!areOwn({x})) return nullptr;
         return addLayerReturnOutputs(std::make_unique<NegatingLayerFactory>(x)).front();
     }
 };

@@ -150,8 +150,8 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
         {"0300" + input + "0b00 0500 0700 00 1600 0700",
          "record 2 (softmax): axis must be 1 to 3, is 0: the output is left unwritten"},
         {"0200" + input + "1600 0700", "output 0 depends on an undefined id"},
-        {"0200" + input + "2500",
-         "record 2 (?) at byte 24: error: unknown op code 37, so where the next record "
+        {"0200" + input + "7f00",
+         "record 2 (?) at byte 24: error: unknown op code 127, so where the next record "
          "begins cannot be told"},
         {"0300" + input +
              "0200 0500 0700 00000000 0100 0100 0100 0100 0100 01000000 09000000 01000000 01000000 "

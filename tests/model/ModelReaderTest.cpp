@@ -212,7 +212,7 @@ TEST(ModelReader, RefusalsAreReported) {
         {hex("434d 0300"), "model verify failed: wrong crc32"},
         {hex("434d 0400 00000000 00"), "model verify failed: wrong crc32"},
         {wrongTrailer, "model verify failed: wrong crc32"},
-        {container(4, hex("0000"), hex(op + "2500")), "unknown op: 37"},
+        {container(4, hex("0000"), hex(op + "7f00")), "unknown op: 127"},
         {container(2, hex("0000"), hex(op + "ffff")), "unknown op: -1"},
     };
     for (const auto& row : rows) {
