@@ -44,7 +44,7 @@ struct DigitsNet {
 void compareDigits() {
     for (const int batch : {1, 16}) {
         const auto net = std::make_shared<DigitsNet>(batch);
-        // The largest of the operands has 144 * 196 values for a picture.
+        // The largest of the operands has 144 * 196 values for an image.
         const auto operands = std::make_shared<std::vector<float>>(randomFloats(64 * 1568));
         const auto result = std::make_shared<std::vector<float>>(std::size_t{32} * 784);
         const auto bare = [operands, result, batch] {

@@ -15,7 +15,7 @@
 
 #include "benches.h"
 #include "compare.h"
-#include "inspect/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -84,7 +84,7 @@ void compareLoad(const std::string& name, Bytes file) {
 Bytes fullyConnected5000() {
     constexpr int kExtent = 5000;
     std::vector<float> weights = randomFloats(std::size_t{kExtent} * kExtent);
-    ModelWriter writer;
+    ModelWriterImpl writer;
     nolk::TensorX* x = writer.input({1, kExtent, 1, 1, 1});
     nolk::TensorX* y = writer.fullConnect(x, {1, kExtent, kExtent, 1, 1, false, weights.data(), nullptr});
     writer.build(&y, 1);

@@ -23,6 +23,7 @@ set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 find_program(DPKG_SHLIBDEPS NAMES dpkg-shlibdeps)
 if(DPKG_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src ${PROJECT_BINARY_DIR}/inspect)
 else()
   # The oldest that have all symbols which Debian 12's compiler uses; dpkg knows no other processor's packages.
   set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
@@ -59,9 +60,26 @@ nolk_package(development libnolk-dev libdevel
   "For development: the header, the documents, and what CMake and\npkg-config find the library by.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})")
 
+# The libraries of one build belong together.
+if(CPACK_DEBIAN_PACKAGE_DEPENDS)
+  set(and_libraries ", ${CPACK_DEBIAN_PACKAGE_DEPENDS}")
+endif()
+if(TARGET nolk_model)
+  nolk_package(model_runtime libnolk-model${PROJECT_VERSION_MAJOR} libs
+    "The companion library: it looks into model files, checks them and\nwrites them.${needs_level}")
+  nolk_package(model_development libnolk-model-dev libdevel
+    "For development with the companion library: its header, and what CMake\nand pkg-config find it by.")
+  set(CPACK_DEBIAN_MODEL_RUNTIME_PACKAGE_DEPENDS
+    "libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
+  set(CPACK_DEBIAN_MODEL_DEVELOPMENT_PACKAGE_DEPENDS
+    "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk-dev (= ${debian_version})")
+endif()
+
 if(NOLK_BUILD_TOOLS)
   nolk_package(tools nolk utils
     "The program: it looks into model files, runs them, times them, and says\nwhat is wrong with them.${needs_level}")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+    "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
 endif()
 

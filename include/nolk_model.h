@@ -91,7 +91,7 @@ struct ModelOperation {
     std::vector<int> inputs;             // places in ModelInfo::operations; -1 for an id that nothing has made
     bool isMade = false;                 // whether it makes a tensor: none of the inputs is missing
     TensorShape output;                  // zeros when it makes none
-    std::int64_t parameterCount = 0;     // floats that the record brings: weights, vectors, a constant's values
+    std::int64_t parameterCount = 0;     // floats that the record brings: weights, vectors, a constant for each sample
     std::int64_t weightBytesInFile = 0;  // what they take in the file
     // One for each product that a convolution, deconvolution, full connection, matrix product or LSTM sums up, taps in
     // the padding included, biases not; other operations count none.

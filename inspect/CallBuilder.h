@@ -20,68 +20,68 @@ protected:
     virtual TensorX* record(const Call& call) = 0;
 
 public:
-    TensorX* input(nolk::TensorShape s) final { return make<&Builder::input>({}, s); }
-    TensorX* constTensor(nolk::Tensor* t) final { return t ? make<&operation::constTensor>({}, *t) : nullptr; }
-    TensorX* convolve(TensorX* x, nolk::Padding p, nolk::DimsHW s, nolk::DimsHW d, nolk::Weights w) final {
+    TensorX* input(nolk::TensorShape s) override { return make<&Builder::input>({}, s); }
+    TensorX* constTensor(nolk::Tensor* t) override { return t ? make<&operation::constTensor>({}, *t) : nullptr; }
+    TensorX* convolve(TensorX* x, nolk::Padding p, nolk::DimsHW s, nolk::DimsHW d, nolk::Weights w) override {
         return make<&Builder::convolve>({x}, p, s, d, w);
     }
-    TensorX* pad(TensorX* x, nolk::Padding p) final { return make<&Builder::pad>({x}, p); }
-    TensorX* transpose(TensorX* x, nolk::Perm p) final { return make<&Builder::transpose>({x}, p); }
-    TensorX* slice(TensorX* x, nolk::SlicePos p) final { return make<&Builder::slice>({x}, p); }
-    TensorX* fullConnect(TensorX* x, nolk::Weights w) final {
+    TensorX* pad(TensorX* x, nolk::Padding p) override { return make<&Builder::pad>({x}, p); }
+    TensorX* transpose(TensorX* x, nolk::Perm p) override { return make<&Builder::transpose>({x}, p); }
+    TensorX* slice(TensorX* x, nolk::SlicePos p) override { return make<&Builder::slice>({x}, p); }
+    TensorX* fullConnect(TensorX* x, nolk::Weights w) override {
         return make<&operation::fullConnect>({x}, SharedWeights{w});
     }
     TensorX* batchNormalize(TensorX* x, nolk::Vector scale, nolk::Vector bias, nolk::Vector mean, nolk::Vector variance,
-                            float e) final {
+                            float e) override {
         return make<&Builder::batchNormalize>({x}, scale, bias, mean, variance, e);
     }
-    TensorX* maxPool(TensorX* x, nolk::DimsHW k, nolk::Padding p, nolk::DimsHW s) final {
+    TensorX* maxPool(TensorX* x, nolk::DimsHW k, nolk::Padding p, nolk::DimsHW s) override {
         return make<&Builder::maxPool>({x}, k, p, s);
     }
-    TensorX* avgPool(TensorX* x, nolk::DimsHW k, nolk::Padding p, nolk::DimsHW s) final {
+    TensorX* avgPool(TensorX* x, nolk::DimsHW k, nolk::Padding p, nolk::DimsHW s) override {
         return make<&Builder::avgPool>({x}, k, p, s);
     }
-    TensorX* relu(TensorX* x) final { return make<&Builder::relu>({x}); }
-    TensorX* softmax(TensorX* x, nolk::Axis a) final { return make<&Builder::softmax>({x}, a); }
-    TensorX* concat(TensorX** inputs, int count, nolk::Axis a) final {
+    TensorX* relu(TensorX* x) override { return make<&Builder::relu>({x}); }
+    TensorX* softmax(TensorX* x, nolk::Axis a) override { return make<&Builder::softmax>({x}, a); }
+    TensorX* concat(TensorX** inputs, int count, nolk::Axis a) override {
         return make<&operation::concat>({inputs, inputs && count > 0 ? inputs + count : inputs}, a);
     }
-    TensorX* add(TensorX* a, TensorX* b) final { return make<&Builder::add>({a, b}); }
-    TensorX* sub(TensorX* a, TensorX* b) final { return make<&Builder::sub>({a, b}); }
-    TensorX* sigmoid(TensorX* x) final { return make<&Builder::sigmoid>({x}); }
-    TensorX* reshape(TensorX* x, nolk::TensorShape s, nolk::TensorLayout l) final {
+    TensorX* add(TensorX* a, TensorX* b) override { return make<&Builder::add>({a, b}); }
+    TensorX* sub(TensorX* a, TensorX* b) override { return make<&Builder::sub>({a, b}); }
+    TensorX* sigmoid(TensorX* x) override { return make<&Builder::sigmoid>({x}); }
+    TensorX* reshape(TensorX* x, nolk::TensorShape s, nolk::TensorLayout l) override {
         return make<&Builder::reshape>({x}, s, l);
     }
-    TensorX* multiply(TensorX* a, TensorX* b) final { return make<&Builder::multiply>({a, b}); }
-    TensorX* exp(TensorX* x) final { return make<&Builder::exp>({x}); }
-    TensorX* divide(TensorX* a, TensorX* b) final { return make<&Builder::divide>({a, b}); }
-    TensorX* reduce(TensorX* x, nolk::TensorShape s, nolk::BasicOp o) final {
+    TensorX* multiply(TensorX* a, TensorX* b) override { return make<&Builder::multiply>({a, b}); }
+    TensorX* exp(TensorX* x) override { return make<&Builder::exp>({x}); }
+    TensorX* divide(TensorX* a, TensorX* b) override { return make<&Builder::divide>({a, b}); }
+    TensorX* reduce(TensorX* x, nolk::TensorShape s, nolk::BasicOp o) override {
         return make<&Builder::reduce>({x}, s, o);
     }
-    TensorX* l2normalize(TensorX* x) final { return make<&Builder::l2normalize>({x}); }
-    TensorX* clip(TensorX* x, float min, float max) final { return make<&Builder::clip>({x}, min, max); }
-    TensorX* lstm(TensorX* x, nolk::LstmWeights w) final { return make<&Builder::lstm>({x}, w); }
-    TensorX* hardSigmoid(TensorX* x, float a, float b) final { return make<&Builder::hardSigmoid>({x}, a, b); }
-    TensorX* max(TensorX* a, TensorX* b) final { return make<&Builder::max>({a, b}); }
-    TensorX* instanceNormalization(TensorX* x, float e) final {
+    TensorX* l2normalize(TensorX* x) override { return make<&Builder::l2normalize>({x}); }
+    TensorX* clip(TensorX* x, float min, float max) override { return make<&Builder::clip>({x}, min, max); }
+    TensorX* lstm(TensorX* x, nolk::LstmWeights w) override { return make<&Builder::lstm>({x}, w); }
+    TensorX* hardSigmoid(TensorX* x, float a, float b) override { return make<&Builder::hardSigmoid>({x}, a, b); }
+    TensorX* max(TensorX* a, TensorX* b) override { return make<&Builder::max>({a, b}); }
+    TensorX* instanceNormalization(TensorX* x, float e) override {
         return make<operation::kInstanceNormalization>({x}, e);
     }
-    TensorX* instanceNormalization(TensorX* x, nolk::Vector scale, nolk::Vector bias, float e) final {
+    TensorX* instanceNormalization(TensorX* x, nolk::Vector scale, nolk::Vector bias, float e) override {
         return make<operation::kScaledInstanceNormalization>({x}, scale, bias, e);
     }
-    TensorX* resize(TensorX* x, nolk::TensorShape s, nolk::ResizeMode m, nolk::ResizeTransMode t) final {
+    TensorX* resize(TensorX* x, nolk::TensorShape s, nolk::ResizeMode m, nolk::ResizeTransMode t) override {
         return make<&Builder::resize>({x}, s, m, t);
     }
-    TensorX* abs(TensorX* x) final { return make<&Builder::abs>({x}); }
-    TensorX* leakyRelu(TensorX* x, float a) final { return make<&Builder::leakyRelu>({x}, a); }
-    TensorX* tanh(TensorX* x) final { return make<&Builder::tanh>({x}); }
-    TensorX* deConvolve(TensorX* x, nolk::Padding p, nolk::DimsHW s, nolk::DimsHW d, nolk::Weights w) final {
+    TensorX* abs(TensorX* x) override { return make<&Builder::abs>({x}); }
+    TensorX* leakyRelu(TensorX* x, float a) override { return make<&Builder::leakyRelu>({x}, a); }
+    TensorX* tanh(TensorX* x) override { return make<&Builder::tanh>({x}); }
+    TensorX* deConvolve(TensorX* x, nolk::Padding p, nolk::DimsHW s, nolk::DimsHW d, nolk::Weights w) override {
         return make<&Builder::deConvolve>({x}, p, s, d, w);
     }
-    TensorX* prelu(TensorX* x, float* slopes, int count) final {
+    TensorX* prelu(TensorX* x, float* slopes, int count) override {
         return make<&operation::prelu>({x}, nolk::Vector{count, slopes});
     }
-    TensorX* matMul(TensorX* a, TensorX* b) final { return make<&Builder::matMul>({a, b}); }
+    TensorX* matMul(TensorX* a, TensorX* b) override { return make<&Builder::matMul>({a, b}); }
 
 private:
     template <auto function, typename... Arguments>

@@ -1,5 +1,5 @@
-// Recognises handwritten digits with a trained network: shows some pictures with what the network thinks of each, and
-// counts over a whole set of pictures how many it gets right. Uses nothing of nolk but its public header.
+// Recognises handwritten digits with a trained network: shows some images with what the network thinks of each, and
+// counts over a whole set of images how many it gets right. Uses nothing of nolk but its public header.
 #include <nolk.h>
 
 #include <algorithm>
@@ -16,14 +16,14 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: digits [MODEL [IMAGES.idx LABELS.idx | PICTURE.pgm ...]]\n"
-    "  MODEL        a model file: grey values [1, 1, rows, columns], 0 paper to 1 ink, to probabilities [1, 10]\n"
-    "  *.idx        pictures and their digits, to be counted; by default the 500 that come with the example\n"
-    "  PICTURE.pgm  binary grey pictures to be shown, 0 paper to 255 ink\n";
+    "usage: digits [MODEL [IMAGES.idx LABELS.idx | IMAGE.pgm ...]]\n"
+    "  MODEL      a model file: grey values [1, 1, rows, columns], 0 paper to 1 ink, to probabilities [1, 10]\n"
+    "  *.idx      images and their digits, to be counted; by default the 500 that come with the example\n"
+    "  IMAGE.pgm  binary grey images to be shown, 0 paper to 255 ink\n";
 
 constexpr int kDigits = 10;
 
-struct Picture {
+struct Image {
     int rows, columns;
     std::vector<float> pixels;  // 0 paper to 1 ink
 };
@@ -52,11 +52,11 @@ std::string readFile(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-Picture toPicture(long long rows, long long columns, const std::string& bytes, std::size_t offset) {
-    Picture picture{static_cast<int>(rows), static_cast<int>(columns), {}};
+Image toImage(long long rows, long long columns, const std::string& bytes, std::size_t offset) {
+    Image image{static_cast<int>(rows), static_cast<int>(columns), {}};
     for (long long i = 0; i < rows * columns; ++i)
-        picture.pixels.push_back(static_cast<unsigned char>(bytes[offset++]) / 255.0f);
-    return picture;
+        image.pixels.push_back(static_cast<unsigned char>(bytes[offset++]) / 255.0f);
+    return image;
 }
 
 // Big-endian number i of the head of an IDX file.
@@ -67,19 +67,19 @@ long long headField(const std::string& idx, std::size_t i) {
     return value;
 }
 
-std::vector<Picture> readIdx(const std::string& path) {
+std::vector<Image> readIdx(const std::string& path) {
     const std::string bytes = readFile(path);
     const long long count = headField(bytes, 1), rows = headField(bytes, 2), columns = headField(bytes, 3);
     const bool sane = headField(bytes, 0) == 0x803 && std::max({count, rows, columns}) < 1 << 20 && rows * columns > 0;
     if (!sane || bytes.size() != 16 + static_cast<std::size_t>(count * rows * columns))
-        throw std::runtime_error(path + ": not an IDX file of pictures, or damaged");
-    std::vector<Picture> pictures;
+        throw std::runtime_error(path + ": not an IDX file of images, or damaged");
+    std::vector<Image> images;
     for (long long i = 0; i < count; ++i)
-        pictures.push_back(toPicture(rows, columns, bytes, static_cast<std::size_t>(16 + i * rows * columns)));
-    return pictures;
+        images.push_back(toImage(rows, columns, bytes, static_cast<std::size_t>(16 + i * rows * columns)));
+    return images;
 }
 
-Picture readPgm(const std::string& path) {
+Image readPgm(const std::string& path) {
     const std::string bytes = readFile(path);
     std::istringstream head(bytes);
     std::string magic;
@@ -89,24 +89,24 @@ Picture readPgm(const std::string& path) {
     const bool sane = start > 0 && magic == "P5" && ink == 255 && std::min(rows, columns) > 0;
     if (!sane || bytes.size() != start + static_cast<std::size_t>(1LL * rows * columns))
         throw std::runtime_error(path + ": not a binary PGM file of 255 greys, or damaged");
-    return toPicture(rows, columns, bytes, start);
+    return toImage(rows, columns, bytes, start);
 }
 
-std::vector<float> probabilities(nolk::Runner& runner, Picture& picture) {
+std::vector<float> probabilities(nolk::Runner& runner, Image& image) {
     std::vector<float> result(kDigits);
-    nolk::Tensor in{{1, 1, picture.rows, picture.columns, 3}, picture.pixels.data()};
+    nolk::Tensor in{{1, 1, image.rows, image.columns, 3}, image.pixels.data()};
     nolk::Tensor out{{1, kDigits, 1, 1, 1}, result.data()};
-    if (!runner.run(&in, 1, &out, 1)) throw std::runtime_error("the model and the pictures do not fit together");
+    if (!runner.run(&in, 1, &out, 1)) throw std::runtime_error("the model and the images do not fit together");
     return result;
 }
 
 long mostLikely(const std::vector<float>& p) { return std::max_element(p.begin(), p.end()) - p.begin(); }
 
-void show(nolk::Runner& runner, Picture picture) {
-    const std::vector<float> p = probabilities(runner, picture);
-    for (int row = 0; row < picture.rows; row += 2) {  // characters are about twice as high as wide
-        for (int column = 0; column < picture.columns; ++column)
-            std::putchar(" .:-=+*#%@"[static_cast<int>(picture.pixels[row * picture.columns + column] * 9.99f)]);
+void show(nolk::Runner& runner, Image image) {
+    const std::vector<float> p = probabilities(runner, image);
+    for (int row = 0; row < image.rows; row += 2) {  // characters are about twice as high as wide
+        for (int column = 0; column < image.columns; ++column)
+            std::putchar(" .:-=+*#%@"[static_cast<int>(image.pixels[row * image.columns + column] * 9.99f)]);
         std::putchar('\n');
     }
     for (int digit = 0; digit < kDigits; ++digit)
@@ -114,16 +114,16 @@ void show(nolk::Runner& runner, Picture picture) {
     std::printf("The network reads %ld.\n\n", mostLikely(p));
 }
 
-void countRight(nolk::Runner& runner, std::vector<Picture>& pictures, const std::string& path) {
+void countRight(nolk::Runner& runner, std::vector<Image>& images, const std::string& path) {
     const std::string labels = readFile(path);
-    if (headField(labels, 0) != 0x801 || labels.size() != 8 + pictures.size())
-        throw std::runtime_error(path + ": not the labels of " + std::to_string(pictures.size()) + " pictures");
+    if (headField(labels, 0) != 0x801 || labels.size() != 8 + images.size())
+        throw std::runtime_error(path + ": not the labels of " + std::to_string(images.size()) + " images");
     int right = 0;
     const auto start = std::chrono::steady_clock::now();
-    for (std::size_t i = 0; i < pictures.size(); ++i)
-        right += mostLikely(probabilities(runner, pictures[i])) == labels[8 + i];
+    for (std::size_t i = 0; i < images.size(); ++i)
+        right += mostLikely(probabilities(runner, images[i])) == labels[8 + i];
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    std::printf("%d of %zu right, %.0f images per second\n", right, pictures.size(), pictures.size() / seconds.count());
+    std::printf("%d of %zu right, %.0f images per second\n", right, images.size(), images.size() / seconds.count());
 }
 
 }  // namespace
@@ -137,9 +137,9 @@ int main(int argc, char** argv) try {
 
     const OwnedRunner runner = loadModel(files[0]);
     if (files.size() == 3 && readFile(files[1]).substr(0, 2) != "P5") {
-        std::vector<Picture> pictures = readIdx(files[1]);
-        for (std::size_t i = 0; i < std::min<std::size_t>(3, pictures.size()); ++i) show(*runner, pictures[i]);
-        countRight(*runner, pictures, files[2]);
+        std::vector<Image> images = readIdx(files[1]);
+        for (std::size_t i = 0; i < std::min<std::size_t>(3, images.size()); ++i) show(*runner, images[i]);
+        countRight(*runner, images, files[2]);
     } else {
         for (std::size_t i = 1; i < files.size(); ++i) show(*runner, readPgm(files[i]));
     }

@@ -16,10 +16,10 @@ void sumUp(const float* in, const float* weights, const RawDeConvolutionLayer::P
            float* sums) {
     // Set one by one: compilers clear a whole array in memory, and then keep it there.
     Lanes acc[kVectors];
-    for (int v = 0; v < kVectors; ++v) acc[v] = spread(0.0f);
+    for (int v = 0; v < kVectors; ++v) acc[v] = broadcast(0.0f);
     for (std::size_t p = 0; p < count; ++p) {
         const float* values = in + products[p].source;
-        const Lanes weight = spread(weights[products[p].weight]);
+        const Lanes weight = broadcast(weights[products[p].weight]);
         for (int v = 0; v < kVectors; ++v) acc[v] = fma(loadLanes(values + v * kLanes), weight, acc[v]);
     }
     for (int v = 0; v < kVectors; ++v) storeLanes(sums + v * kLanes, acc[v]);

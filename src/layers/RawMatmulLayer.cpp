@@ -15,7 +15,7 @@ void multiplyBlock(const float* a, const float* b, float* out, std::ptrdiff_t k,
     for (std::ptrdiff_t i = 0; i < k; ++i, b += w)
         for (int r = 0; r < kRows; ++r)
             for (int v = 0; v < kVectors; ++v)
-                sums[r][v] = fma(spread(a[r * k + i]), loadLanes(b + v * kLanes), sums[r][v]);
+                sums[r][v] = fma(broadcast(a[r * k + i]), loadLanes(b + v * kLanes), sums[r][v]);
     for (int r = 0; r < kRows; ++r)
         for (int v = 0; v < kVectors; ++v) storeLanes(out + r * w + v * kLanes, sums[r][v]);
 }

@@ -7,7 +7,7 @@
 #include <cstdlib>
 
 #include "builder/shapes.h"
-#include "math/mixNeighbours.h"
+#include "math/interpolate.h"
 
 namespace {
 
@@ -116,7 +116,7 @@ void RawResizeLayer::interpolateRow(const float* in, float* row) const {
     const int width = output_.shape.w;
     // The only column has weight 1; the one before it, of weight 0, does not exist.
     if (input_.shape.w == 1) return void(std::fill_n(row, width, 0.0f + *in));
-    mixNeighbours(width, row, in, columns_.data(), columnWeights_.data());
+    interpolate(width, row, in, columns_.data(), columnWeights_.data());
 }
 
 void RawResizeLayer::nearest(const nolk::Tensor& input, const nolk::Tensor& output) const {

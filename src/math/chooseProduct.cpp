@@ -20,7 +20,8 @@ extern const Product product;
 
 namespace {
 
-// Asks for what tells the levels apart: no processor has that and lacks the rest.
+// Finds the instruction sets that this processor supports. Only the newest features of each level are tested, because
+// every processor that has them has the rest too.
 std::vector<const Product*> findSupported() {
 #ifdef __x86_64__
     std::vector<const Product*> found{&x86_64_v2::product};

@@ -1,6 +1,6 @@
 // A register of floats. For the few loops whose sums have to stay in registers, which compilers do not find by
 // themselves; lanes do not mix, so every element has the bits that a plain loop would give.
-//   Lanes sum = spread(0.0f);  sum = fma(loadLanes(x), spread(factor), sum);  storeLanes(y, sum);
+//   Lanes sum = broadcast(0.0f);  sum = fma(loadLanes(x), broadcast(factor), sum);  storeLanes(y, sum);
 #pragma once
 
 #include <cmath>
@@ -28,7 +28,7 @@ inline Lanes loadLanes(const float* p) {
 inline void storeLanes(float* p, Lanes v) { storeVector(p, v); }
 
 // x in every lane; x - 0 keeps the sign of -0, which x + 0 would not.
-inline Lanes spread(float x) { return x - Lanes{}; }
+inline Lanes broadcast(float x) { return x - Lanes{}; }
 
 // a * b + c, rounded once. Spelled out, since a loop over the lanes weighs too much for compilers to unroll around it.
 inline Lanes fma(Lanes a, Lanes b, Lanes c) {

@@ -46,8 +46,8 @@ BatchRunner::BatchRunner(nolk::Runner* runner, int batch) : BaseBatchRunner(runn
 
 bool BatchRunner::run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) {
     // From here on destroy waits for this caller.
-    const Presence presence(*this);
-    if (!presence || !hasFirstInput(inputs, inputCount) || inputs[0].shape.n < 1) return false;
+    const CallerGuard guard(*this);
+    if (!guard || !hasFirstInput(inputs, inputCount) || inputs[0].shape.n < 1) return false;
     std::vector<QueItem> items = toQueItems(inputs, inputCount, outputs, outputCount);
     if (!hasData(items.front().inputs, inputCount) || !hasData(items.front().outputs, outputCount)) return false;
     fillItemsInQue(items);

@@ -38,14 +38,14 @@ private:
     };
 
     // A caller inside run, from construction to destruction; false when the worker has left.
-    class Presence {
+    class CallerGuard {
     public:
-        explicit Presence(BatchRunner& runner) : runner_(runner), counted_(runner.enter()) {}
-        ~Presence() {
+        explicit CallerGuard(BatchRunner& runner) : runner_(runner), counted_(runner.enter()) {}
+        ~CallerGuard() {
             if (counted_) runner_.leave();
         }
-        Presence(const Presence&) = delete;
-        Presence& operator=(const Presence&) = delete;
+        CallerGuard(const CallerGuard&) = delete;
+        CallerGuard& operator=(const CallerGuard&) = delete;
         explicit operator bool() const { return counted_; }
 
     private:

@@ -29,7 +29,7 @@ std::string writeTemporary(const std::string& name, const std::string& bytes) {
     return path;
 }
 
-// Ten probabilities for each of the 500 pictures, computed in batches.
+// Ten probabilities for each of the 500 images, computed in batches.
 std::vector<float> classifyAll(int batch) {
     std::string model = fileBytes(kFolder + "digits.cm");
     nolk::Runner* runner = nolk_new_runner(nullptr, model.data(), static_cast<int>(model.size()), batch);
@@ -63,14 +63,14 @@ TEST(Digits, ProbabilitiesAreThoseOfTheTrainingFramework) {
             for (int digit = 0; digit < 10; ++digit) {
                 ASSERT_TRUE(std::getline(fields, field, ','));
                 EXPECT_NEAR(actual[static_cast<std::size_t>(rows) * 10 + digit], std::stof(field), kTolerance)
-                    << "picture " << rows << ", digit " << digit << ", batch " << batch;
+                    << "image " << rows << ", digit " << digit << ", batch " << batch;
             }
         }
         EXPECT_EQ(rows, 20);
     }
 }
 
-TEST(Digits, Reads493Of500PicturesRight) {
+TEST(Digits, Reads493Of500ImagesRight) {
     const std::vector<float> p = classifyAll(50);
     ASSERT_EQ(p.size(), 5000u);
     const std::string labels = fileBytes(kFolder + "test-labels.idx").substr(8);
@@ -97,7 +97,7 @@ Outcome runProgram(const std::string& arguments) {
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out, fileBytes(errPath)};
 }
 
-TEST(Digits, ProgramShowsPicturesAndCounts) {
+TEST(Digits, ProgramShowsImagesAndCounts) {
     const struct {
         std::string arguments, wish;
     } cases[] = {

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <string>
 
+#include "inspect/MessageCollector.h"
 #include "model/readFile.h"
-#include "support/messages.h"
 #include "support/modelBytes.h"
 
 namespace {
@@ -111,16 +111,14 @@ TEST(BinReader, FloatsInEveryForm) {
     };
     for (const auto& row : rows) {
         std::vector<float> values(3, 9.0f);
-        BinReader in(row.bytes.data(), static_cast<int>(row.bytes.size()));
-        testing::internal::CaptureStderr();
+        MessageCollector messages;
+        BinReader in(row.bytes.data(), static_cast<int>(row.bytes.size()), &messages);
         in.readFloats(values.data(), 3, row.compressed);
-        const std::string printed = testing::internal::GetCapturedStderr();
         EXPECT_EQ(values, row.expected) << row.name;
         EXPECT_EQ(in.remaining(), row.left) << row.name;
         EXPECT_EQ(in.overflowed(), row.overflows) << row.name;
-        EXPECT_EQ(printed, row.left ? "invalid compress bits: 16\n" : "") << row.name;
+        EXPECT_EQ(messages.take(), row.left ? "invalid compress bits: 16" : "") << row.name;
     }
-    EXPECT_TRUE(popMessages().empty()) << "these are lines for a developer, not for the channel";
 }
 
 TEST(BinReader, CountsOfGigabytesOverflowAndTouchNothing) {
@@ -135,36 +133,31 @@ TEST(BinReader, CountsOfGigabytesOverflowAndTouchNothing) {
 }
 
 TEST(ReadFile, ReportsWhatIsNoFile) {
-    popMessages();
+    MessageCollector messages;
     const std::string folder = testing::TempDir();
     const std::string missing = folder + "no%s%n%dsuch" + std::string(300, 'x');
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(readFile(missing.c_str()).empty());
-    EXPECT_TRUE(readFile(folder.c_str()).empty());
-    const std::string printed = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(printed, "can not open file: " + missing + "\ncan not read file: " + folder + "\n");
-    const std::vector<std::string> expected = {("can not open file: " + missing).substr(0, 255),
-                                               "can not read file: " + folder};
-    EXPECT_EQ(popMessages(), expected);
+    EXPECT_TRUE(readFile(missing.c_str(), messages).empty());
+    EXPECT_EQ(messages.take(), "can not open file: " + missing);
+    EXPECT_TRUE(readFile(folder.c_str(), messages).empty());
+    EXPECT_EQ(messages.take(), "can not read file: " + folder);
 }
 
 TEST(ReadFile, ReadsAllAndSaysNothingOfEmptyFiles) {
     const std::string path = testing::TempDir() + "nolk-read-file-test";
     const Bytes bytes = hex("00 1a 0d 0a ff");
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), 5);
-    EXPECT_EQ(readFile(path.c_str()), bytes);
+    MessageCollector messages;
+    EXPECT_EQ(readFile(path.c_str(), messages), bytes);
     std::ofstream(path, std::ios::binary | std::ios::trunc).flush();
-    EXPECT_TRUE(readFile(path.c_str()).empty());
-    EXPECT_TRUE(popMessages().empty());
+    EXPECT_TRUE(readFile(path.c_str(), messages).empty());
+    EXPECT_EQ(messages.take(), "");
 
     std::ofstream big(path, std::ios::binary | std::ios::trunc);
     big.seekp(std::streamoff{INT_MAX} + 1);  // a hole: 2 GiB and a byte that take no room
     big.put('x');
     big.close();
-    testing::internal::CaptureStderr();
-    EXPECT_TRUE(readFile(path.c_str()).empty());
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(popMessages(), std::vector<std::string>{"can not read file: " + path});
+    EXPECT_TRUE(readFile(path.c_str(), messages).empty());
+    EXPECT_EQ(messages.take(), "can not read file: " + path);
     std::remove(path.c_str());
 }
 

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <nolk.h>
 
+#include "inspect/ModelWriterImpl.h"
 #include "support/Net.h"
 #include "support/values.h"
-#include "inspect/ModelWriter.h"
 
 namespace {
 
@@ -118,9 +118,9 @@ const Row kRows[] = {
 };
 
 std::vector<unsigned char> fileOf(const Row& row, int version, Arrays arrays) {
-    ModelFileOptions options;
+    nolk::ModelFileOptions options;
     options.version = version;
-    ModelWriter writer(options);
+    ModelWriterImpl writer(options);
     X* x = writer.input({1, 1, 4, 4, 3});
     X* y = writer.input({1, 1, 4, 4, 3});
     X* out = row.record(&writer, x, y, 1, arrays);

@@ -37,6 +37,9 @@ run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -G ${GENER
     -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp)
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
 run(${emulator} ${SCRATCH}/build/host ${MODEL})
+if(EXISTS ${SCRATCH}/build/model_host)
+  run(${emulator} ${SCRATCH}/build/model_host)
+endif()
 
 file(GLOB_RECURSE pc ${prefix}/nolk.pc)
 cmake_path(GET pc PARENT_PATH pc_folder)
@@ -46,11 +49,20 @@ file(GLOB static_library ${libdir}/libnolk.a)
 if(static_library)
   set(with_private_libraries --static)
 endif()
-execute_process(COMMAND ${PKG_CONFIG} ${with_private_libraries} --cflags --libs nolk OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${PKG_CONFIG} ${with_private_libraries} --cflags --libs nolk
+  OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(options UNIX_COMMAND "${options}")
 # C++14 is what the header asks of a host.
 run(${CXX} -std=c++14 ${flags} ${SCRATCH}/main.cpp ${options} -Wl,-rpath,${libdir} -o ${SCRATCH}/host)
 run(${emulator} ${SCRATCH}/host ${MODEL})
+if(EXISTS ${pc_folder}/nolk_model.pc)
+  execute_process(COMMAND ${PKG_CONFIG} ${with_private_libraries} --cflags --libs nolk_model
+    OUTPUT_VARIABLE options COMMAND_ERROR_IS_FATAL ANY)
+  separate_arguments(options UNIX_COMMAND "${options}")
+  run(${CXX} -std=c++17 ${flags} ${CMAKE_CURRENT_LIST_DIR}/model_host.cpp ${options} -Wl,-rpath,${libdir}
+      -o ${SCRATCH}/model_host)
+  run(${emulator} ${SCRATCH}/model_host)
+endif()
 
 # The program's package depends on the library's, as far as dpkg knows the processor.
 find_program(dpkg_shlibdeps dpkg-shlibdeps)

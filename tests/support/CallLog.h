@@ -13,74 +13,18 @@
 #include <string>
 #include <vector>
 
-class CallLog final : public nolk::RunnerBuilder {
-public:
-    using TensorX = nolk::TensorX;
+#include "inspect/CallBuilder.h"
 
+class CallLog final : public CallBuilder<nolk::RunnerBuilder> {
+public:
     std::vector<std::string> lines;
     std::string thrown;
     nolk::Runner* runner() { return &runner_; }
 
-    TensorX* input(nolk::TensorShape shape) override { return log("input", shape); }
-    TensorX* constTensor(nolk::Tensor* t) override {
-        return log("constTensor", t->shape, floats(t->data, {t->shape.n, t->shape.c, t->shape.h, t->shape.w}));
+    TensorX* concat(TensorX** inputs, int count, nolk::Axis axis) override {
+        isNullArray_ = !inputs;
+        return CallBuilder::concat(inputs, count, axis);
     }
-    TensorX* convolve(TensorX* x, nolk::Padding p, nolk::DimsHW s, nolk::DimsHW d, nolk::Weights w) override {
-        return log("convolve", x, p, s, d, w);
-    }
-    TensorX* pad(TensorX* x, nolk::Padding p) override { return log("pad", x, p); }
-    TensorX* transpose(TensorX* x, nolk::Perm p) override { return log("transpose", x, p); }
-    TensorX* slice(TensorX* x, nolk::SlicePos p) override { return log("slice", x, p); }
-    TensorX* fullConnect(TensorX* x, nolk::Weights w) override { return log("fullConnect", x, w); }
-    TensorX* batchNormalize(TensorX* x, nolk::Vector a, nolk::Vector b, nolk::Vector c, nolk::Vector d,
-                            float e) override {
-        return log("batchNormalize", x, a, b, c, d, e);
-    }
-    TensorX* maxPool(TensorX* x, nolk::DimsHW k, nolk::Padding p, nolk::DimsHW s) override {
-        return log("maxPool", x, k, p, s);
-    }
-    TensorX* avgPool(TensorX* x, nolk::DimsHW k, nolk::Padding p, nolk::DimsHW s) override {
-        return log("avgPool", x, k, p, s);
-    }
-    TensorX* relu(TensorX* x) override { return log("relu", x); }
-    TensorX* softmax(TensorX* x, nolk::Axis a) override { return log("softmax", x, static_cast<int>(a)); }
-    TensorX* concat(TensorX** inputs, int count, nolk::Axis a) override {
-        std::string names = inputs ? "" : "null array";
-        for (int i = 0; i < count; ++i) names += (i ? " " : "") + name(inputs[i]);
-        return log("concat", "(" + names + ")", static_cast<int>(a));
-    }
-    TensorX* add(TensorX* a, TensorX* b) override { return log("add", a, b); }
-    TensorX* sub(TensorX* a, TensorX* b) override { return log("sub", a, b); }
-    TensorX* sigmoid(TensorX* x) override { return log("sigmoid", x); }
-    TensorX* reshape(TensorX* x, nolk::TensorShape s, nolk::TensorLayout l) override {
-        return log("reshape", x, s, static_cast<int>(l));
-    }
-    TensorX* multiply(TensorX* a, TensorX* b) override { return log("multiply", a, b); }
-    TensorX* exp(TensorX* x) override { return log("exp", x); }
-    TensorX* divide(TensorX* a, TensorX* b) override { return log("divide", a, b); }
-    TensorX* reduce(TensorX* x, nolk::TensorShape s, nolk::BasicOp o) override {
-        return log("reduce", x, s, static_cast<int>(o));
-    }
-    TensorX* l2normalize(TensorX* x) override { return log("l2normalize", x); }
-    TensorX* clip(TensorX* x, float a, float b) override { return log("clip", x, a, b); }
-    TensorX* lstm(TensorX* x, nolk::LstmWeights w) override { return log("lstm", x, w); }
-    TensorX* hardSigmoid(TensorX* x, float a, float b) override { return log("hardSigmoid", x, a, b); }
-    TensorX* max(TensorX* a, TensorX* b) override { return log("max", a, b); }
-    TensorX* instanceNormalization(TensorX* x, float e) override { return log("instanceNormalization", x, e); }
-    TensorX* instanceNormalization(TensorX* x, nolk::Vector a, nolk::Vector b, float e) override {
-        return log("instanceNormalization", x, a, b, e);
-    }
-    TensorX* resize(TensorX* x, nolk::TensorShape s, nolk::ResizeMode m, nolk::ResizeTransMode t) override {
-        return log("resize", x, s, static_cast<int>(m), static_cast<int>(t));
-    }
-    TensorX* abs(TensorX* x) override { return log("abs", x); }
-    TensorX* leakyRelu(TensorX* x, float a) override { return log("leakyRelu", x, a); }
-    TensorX* tanh(TensorX* x) override { return log("tanh", x); }
-    TensorX* deConvolve(TensorX* x, nolk::Padding p, nolk::DimsHW s, nolk::DimsHW d, nolk::Weights w) override {
-        return log("deConvolve", x, p, s, d, w);
-    }
-    TensorX* prelu(TensorX* x, float* slopes, int count) override { return log("prelu", x, floats(slopes, {count})); }
-    TensorX* matMul(TensorX* a, TensorX* b) override { return log("matMul", a, b); }
     nolk::TensorShape shapeOf(TensorX*) override { return {}; }
 
     nolk::Runner* build(TensorX** outputs, int count) override {
@@ -98,11 +42,18 @@ private:
         void destroy() override {}
     };
 
-    template <typename... Args>
-    TensorX* log(const char* operation, const Args&... args) {
+    TensorX* record(const Call& call) override {
         std::ostringstream line;
-        line << "#" << ++count_ << " = " << operation;
-        ((line << " ", put(line, args)), ...);
+        line << "#" << ++count_ << " = " << call.operation.name;
+        const bool isList = call.operation.inputCount == kListOfInputs;
+        if (isList) line << (isNullArray_ ? " (null array" : " (");
+        for (std::size_t i = 0; i < call.inputs.size(); ++i)
+            line << (isList && i == 0 ? "" : " ") << name(call.inputs[i]);
+        if (isList) line << ")";
+        for (const Argument& argument : call.arguments) {
+            line << " ";
+            std::visit([&line](const auto& value) { put(line, value); }, argument);
+        }
         lines.push_back(line.str());
         return reinterpret_cast<TensorX*>(static_cast<std::uintptr_t>(count_));
     }
@@ -121,10 +72,16 @@ private:
         return count > 0 ? text.str() + "}" : "{}";
     }
 
-    static void put(std::ostream& out, int value) { out << value; }
+    template <typename Enum>
+    static void put(std::ostream& out, Enum value) {
+        out << static_cast<int>(value);
+    }
     static void put(std::ostream& out, float value) { out << value; }
-    static void put(std::ostream& out, const std::string& text) { out << text; }
-    static void put(std::ostream& out, TensorX* x) { out << name(x); }
+    static void put(std::ostream& out, const nolk::Tensor& t) {
+        put(out, t.shape);
+        out << " " << floats(t.data, {t.shape.n, t.shape.c, t.shape.h, t.shape.w});
+    }
+    static void put(std::ostream& out, const SharedWeights& w) { put(out, w.weights); }
     static void put(std::ostream& out, nolk::TensorShape s) {
         out << "[" << s.n << " " << s.c << " " << s.h << " " << s.w << " dims " << s.dims << "]";
     }
@@ -155,4 +112,5 @@ private:
 
     NoRunner runner_;
     int count_ = 0;
+    bool isNullArray_ = false;
 };

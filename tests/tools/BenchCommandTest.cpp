@@ -3,7 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/Program.h"
-#include "inspect/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -109,7 +109,7 @@ TEST(BenchCommand, CountsMultiplyAddsAsInfoDoes) {
          0},
     };
     for (const auto& c : cases) {
-        ModelWriter writer;
+        ModelWriterImpl writer;
         nolk::TensorX* y = c.record(writer);
         writer.build(&y, 1);
         const std::string model = writeTemporary("one.cm", writer.bytes());

@@ -2,13 +2,13 @@
 
 #include "support/Program.h"
 #include "support/npyFile.h"
-#include "inspect/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
 // [1, 2, 1, 3], handed through abs.
 std::string model() {
-    ModelWriter writer;
+    ModelWriterImpl writer;
     nolk::TensorX* y = writer.abs(writer.input({1, 2, 1, 3, 3}));
     writer.build(&y, 1);
     return writeTemporary("abs.cm", writer.bytes());

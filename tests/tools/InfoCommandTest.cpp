@@ -7,7 +7,7 @@
 #include "builder/RawRunnerBuilder.h"
 #include "support/Program.h"
 #include "support/values.h"
-#include "inspect/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -43,9 +43,9 @@ std::vector<nolk::TensorX*> record(nolk::RunnerBuilder& b) {
 }
 
 std::string modelFile() {
-    ModelFileOptions options;
+    nolk::ModelFileOptions options;
     options.headInfo = {{7, {'h', 'i'}}};
-    ModelWriter writer(options);
+    ModelWriterImpl writer(options);
     std::vector<nolk::TensorX*> outputs = record(writer);
     writer.build(outputs.data(), static_cast<int>(outputs.size()));
     return writeTemporary("info.cm", writer.bytes());

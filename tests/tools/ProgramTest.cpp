@@ -1,6 +1,8 @@
 // What all commands of the program have in common.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "support/Program.h"
 
 namespace {
@@ -28,6 +30,42 @@ TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
         EXPECT_EQ(r.out, "");
         EXPECT_EQ(r.err, "nolk: " + c.error + "\n");
     }
+}
+
+TEST(Program, TellsThatAModelIsOnnx) {
+    const auto file = [](const std::string& name, const std::string& bytes) {
+        return writeTemporary(name, bytes + std::string(90, '\x0a'));
+    };
+    const std::string onnx[] = {
+        file("named.bin",
+             "\x08\x07\x12\x07pytorch\x1a\x05"
+             "2.1.0:"),
+        file("graph.bin", "\x08\x0a:"),
+        file("opset.bin",
+             "\x08\x03"
+             "B"),
+        file("any.onnx", "?"),
+    };
+    for (const std::string& model : onnx)
+        for (const auto& arguments : {std::vector<std::string>{"info", model},
+                                      {"run", model},
+                                      {"bench", model},
+                                      {"check", model},
+                                      {"diff", model, "x.npy"}}) {
+            const ProgramResult r = runProgram(arguments);
+            EXPECT_EQ(r.status, 1) << arguments[0];
+            EXPECT_EQ(r.out, "");
+            EXPECT_EQ(r.err.find("nolk: " + model + ": an ONNX model"), 0u) << r.err;
+            EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+        }
+    const std::string others[] = {
+        file("saved_model.pb", "\x08\x01\x12\x40\x0a\x05"),      // TensorFlow
+        file("a.mlmodel", "\x08\x04\x12\x40\x0a\x05image\x1a"),  // Core ML
+        file("short.bin", "\x08"),
+    };
+    for (const std::string& model : others)
+        EXPECT_EQ(runProgram({"info", model}).err.find("ONNX"), std::string::npos) << model;
+    EXPECT_EQ(runProgram({"check", writeTemporary("digits.onnx", fileText(kDigitsModel))}).status, 0);
 }
 
 TEST(Program, HelpAndVersionAreNoErrors) {

@@ -1,9 +1,11 @@
 #include "nolk/model/Network.h"
 
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
 
 #include "nolk/model/InputFile.h"
+#include "nolk/onnx.h"
 
 namespace {
 
@@ -28,6 +30,9 @@ std::vector<unsigned char> readModel(const std::string& path) {
     InputFile file(path);
     std::vector<unsigned char> bytes(static_cast<std::size_t>(file.left()));
     file.read(bytes.data(), file.left());
+    const std::string begin(bytes.begin(),
+                            bytes.begin() + std::min<std::ptrdiff_t>(kOnnxBeginBytes, bytes.end() - bytes.begin()));
+    if (looksLikeOnnx(path, begin)) file.fail(kOnnxAdvice);
     return bytes;
 }
 

@@ -14,6 +14,7 @@
 // What info and check are ready to spend on a file of unknown origin.
 constexpr nolk::ModelLimits kExaminationLimits{std::int64_t{1} << 32, std::int64_t{1} << 37};
 
+// Fails for an ONNX model too.
 std::vector<unsigned char> readModel(const std::string& path);
 
 struct Network {

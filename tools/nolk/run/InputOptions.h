@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "nolk/run/picture.h"
+#include "nolk/run/image.h"
 
 namespace CLI {
 class App;

@@ -30,14 +30,19 @@ std::string endingOf(const std::string& path) {
     return ending;
 }
 
+bool isOfImage(const std::string& ending) {
+    const char* const endings[] = {".png", ".jpg", ".jpeg", ".pgm", ".ppm", ".pnm"};
+    return std::find(std::begin(endings), std::end(endings), ending) != std::end(endings);
+}
+
 void readTensor(const std::string& path, const nolk::TensorShape& expected, const PixelRule& pixels, float* values) {
     const std::string ending = endingOf(path);
     if (ending == ".npy") return readNpy(path, expected, values);
-    if (ending != ".pgm" && ending != ".ppm" && ending != ".pnm") return readFloats(path, expected, values);
+    if (!isOfImage(ending)) return readFloats(path, expected, values);
     if (expected.n != 1)
-        throw std::runtime_error(path + ": one picture, expected " + std::to_string(expected.n) +
+        throw std::runtime_error(path + ": one image, expected " + std::to_string(expected.n) +
                                  ": give a file for each sample");
-    readPicture(path, expected, pixels, values);
+    readImage(path, expected, pixels, values);
 }
 
 std::string expectedFiles(const std::vector<nolk::TensorShape>& shapes, std::size_t samples) {

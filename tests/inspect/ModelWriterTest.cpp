@@ -1,29 +1,28 @@
-#include "inspect/ModelWriter.h"
+#include "inspect/ModelWriterImpl.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <new>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "inspect/Codebook.h"
+#include "inspect/MessageCollector.h"
+#include "inspect/RecordWriter.h"
 #include "model/ModelReaderImpl.h"
 #include "support/CallLog.h"
 #include "support/effort.h"
 #include "support/messages.h"
 #include "support/modelBytes.h"
 #include "support/values.h"
-#include "inspect/Codebook.h"
-#include "inspect/RecordWriter.h"
 
 namespace {
-
-constexpr int kOps = 37;
 
 // A network with every record of the format, for a batch of n.
 void recordEverything(nolk::RunnerBuilder& b, int n) {
@@ -88,7 +87,7 @@ void read(Bytes file, nolk::RunnerBuilder& builder, int batch) {
 TEST(ModelWriter, EveryOperationComesBackAsItWasCalled) {
     for (const int version : {1, 2, 3, 4})
         for (const int batch : {1, 3}) {
-            ModelWriter writer({version, false, {}});
+            ModelWriterImpl writer({version, false, {}});
             recordEverything(writer, batch);
             CallLog expected, actual;
             recordEverything(expected, batch);
@@ -100,19 +99,20 @@ TEST(ModelWriter, EveryOperationComesBackAsItWasCalled) {
 TEST(ModelWriter, TheNetworkAboveHasEveryOperation) {
     CallLog log;
     recordEverything(log, 1);
-    std::set<std::string> names;
-    for (const std::string& line : log.lines) {
-        const std::size_t begin = line.find("= ") == std::string::npos ? 0 : line.find("= ") + 2;
-        names.insert(line.substr(begin, line.find(' ', begin) - begin));
+    for (const Operation& operation : operation::kTable) {
+        if (!operation.call) continue;
+        const std::string call = std::string("= ") + operation.name + " ";
+        EXPECT_TRUE(std::any_of(log.lines.begin(), log.lines.end(), [&call](const std::string& line) {
+            return line.find(call) != std::string::npos;
+        })) << operation.name;
     }
-    EXPECT_EQ(names.size(), kOps - 2u) << "resize and instanceNormalization have two records each, build writes Output";
 }
 
 TEST(ModelWriter, WrittenReadAndWrittenAgainTheBytesAreTheSame) {
     for (const int version : {1, 2, 3, 4}) {
-        std::vector<HeadInfo> headInfo;
+        std::vector<nolk::HeadInfo> headInfo;
         if (version > 1) headInfo = {{7, {1, 2, 3}}, {-1, {}}, {8, Bytes(300, 0)}};
-        ModelWriter first({version, false, headInfo}), second({version, false, headInfo});
+        ModelWriterImpl first({version, false, headInfo}), second({version, false, headInfo});
         recordEverything(first, 1);
         read(first.bytes(), second, 5);
         ASSERT_FALSE(first.bytes().empty());
@@ -125,9 +125,9 @@ TEST(ModelWriter, DamagedFilesAreHarmlessToRead) {
     constexpr unsigned char kDamages[] = {0x01, 0x80, 0xFF};
     const std::size_t step = static_cast<std::size_t>(500 / effort());
     for (const int version : {1, 4}) {
-        ModelWriter writer({version, false, {}});
+        ModelWriterImpl writer({version, false, {}});
         recordEverything(writer, 1);
-        testing::internal::CaptureStderr();
+        MessageCollector messages;
         for (std::size_t i = 4; i < writer.bytes().size(); i += step) {
             Bytes file = writer.bytes();
             file[i] = static_cast<unsigned char>(file[i] ^ kDamages[i % 3]);
@@ -135,20 +135,18 @@ TEST(ModelWriter, DamagedFilesAreHarmlessToRead) {
             const Bytes before = file;
             CallLog log;
             try {
-                ModelReaderImpl().readFromMemory(&log, 1, file.data(), static_cast<int>(file.size()));
+                ModelReaderImpl(messages).readFromMemory(&log, 1, file.data(), static_cast<int>(file.size()));
                 EXPECT_EQ(file, before) << i;
             } catch (const std::bad_array_new_length&) {
             }
         }
-        testing::internal::GetCapturedStderr();
-        popMessages();
     }
 }
 
 // input [2, 3, 4], prelu: what ModelReaderTest reads.
 TEST(ModelWriter, WritesTheBytesThatWereWrittenByHand) {
     const struct {
-        ModelFileOptions options;
+        nolk::ModelFileOptions options;
         const char* file;
     } rows[] = {
         {{1, false, {}}, "434d 0100 0300 0000 0200 0300 0400 0000 2300 0000 0100 0200 0000003f 000000c0 1600 0100"},
@@ -163,7 +161,7 @@ TEST(ModelWriter, WritesTheBytesThatWereWrittenByHand) {
          "3c20 2122 2224 2726 27 28292a14 2c2d2eef 2631 3333  38a7c0eb"},
     };
     for (const auto& row : rows) {
-        ModelWriter writer(row.options);
+        ModelWriterImpl writer(row.options);
         float slopes[] = {0.5f, -2.0f};
         nolk::TensorX* y = writer.prelu(writer.input({6, 2, 3, 4, 3}), slopes, 2);
         EXPECT_EQ(writer.build(&y, 1), nullptr);
@@ -177,7 +175,7 @@ void expectShape(nolk::RunnerBuilder& b, nolk::TensorX* x, nolk::TensorShape s) 
 }
 
 TEST(ModelWriter, ShapesOfResults) {
-    ModelWriter b;
+    ModelWriterImpl b;
     std::vector<float> f(1000);
     nolk::TensorX* const x = b.input({2, 4, 9, 7, 3});
     nolk::TensorX* const m = b.input({2, 6, 1, 1, 1});
@@ -204,7 +202,7 @@ TEST(ModelWriter, ShapesOfResults) {
 
 TEST(ModelWriter, SharedWeightsOfAConvolutionAreRepeated) {
     float weight[] = {1, 2}, bias[] = {3};
-    ModelWriter writer({2, false, {}});
+    ModelWriterImpl writer({2, false, {}});
     nolk::TensorX* y =
         writer.convolve(writer.input({1, 6, 1, 1, 3}), {}, {1, 1}, {1, 1}, {3, 1, 2, 1, 1, true, weight, bias});
     writer.build(&y, 1);
@@ -217,7 +215,7 @@ TEST(ModelWriter, SharedWeightsOfAConvolutionAreRepeated) {
 TEST(ModelWriter, WhatDoesNotFitIsRefusedByNameAndLeavesNoTrace) {
     std::vector<float> v(64);
     float* const f = v.data();
-    using Call = std::function<void(ModelWriter&, nolk::TensorX*)>;
+    using Call = std::function<void(ModelWriterImpl&, nolk::TensorX*)>;
     const struct {
         int version;
         Call call;
@@ -297,7 +295,7 @@ TEST(ModelWriter, WhatDoesNotFitIsRefusedByNameAndLeavesNoTrace) {
          "lstm: numDirections must be 2 for this direction, is 1"},
     };
     for (const auto& row : rows) {
-        ModelWriter writer({row.version, false, {}}), untouched({row.version, false, {}});
+        ModelWriterImpl writer({row.version, false, {}}), untouched({row.version, false, {}});
         nolk::TensorX* x = writer.input({1, 2, 2, 3, 3});
         nolk::TensorX* same = untouched.input({1, 2, 2, 3, 3});
         try {
@@ -313,7 +311,7 @@ TEST(ModelWriter, WhatDoesNotFitIsRefusedByNameAndLeavesNoTrace) {
 }
 
 TEST(ModelWriter, ConstantsWithSamplesOfTheirOwnAreRefused) {
-    ModelWriter writer;
+    ModelWriterImpl writer;
     float samples[] = {1, 2, 1, 3};
     nolk::Tensor constant{{2, 2, 1, 1, 1}, samples};
     EXPECT_THROW(writer.constTensor(&constant), std::out_of_range);
@@ -324,7 +322,7 @@ TEST(ModelWriter, ConstantsWithSamplesOfTheirOwnAreRefused) {
 }
 
 TEST(ModelWriter, BuildsOnce) {
-    ModelWriter writer;
+    ModelWriterImpl writer;
     nolk::TensorX* outputs[] = {writer.input({1, 1, 1, 1, 3}), nullptr};
     EXPECT_THROW(writer.build(outputs, 2), std::invalid_argument);
     writer.build(outputs, 1);
@@ -333,18 +331,18 @@ TEST(ModelWriter, BuildsOnce) {
 }
 
 TEST(ModelWriter, OptionsThatCannotBeAreRefused) {
-    const ModelFileOptions options[] = {{0, false, {}},
-                                        {5, false, {}},
-                                        {1, false, {{1, {}}}},
-                                        {2, false, {{0, {}}}},
-                                        {2, false, {{32768, {}}}},
-                                        {2, false, {{1, Bytes(32768, 0)}}}};
-    for (const ModelFileOptions& o : options) EXPECT_THROW(ModelWriter{o}, std::out_of_range);
+    const nolk::ModelFileOptions options[] = {{0, false, {}},
+                                              {5, false, {}},
+                                              {1, false, {{1, {}}}},
+                                              {2, false, {{0, {}}}},
+                                              {2, false, {{32768, {}}}},
+                                              {2, false, {{1, Bytes(32768, 0)}}}};
+    for (const nolk::ModelFileOptions& o : options) EXPECT_THROW(ModelWriterImpl{o}, std::out_of_range);
 }
 
 Bytes floatsRecord(const std::vector<float>& values, bool lossy) {
-    const ModelFileOptions options{4, lossy, {}};
-    RecordWriter record(options, OpCode::constTensor, "constTensor");
+    const nolk::ModelFileOptions options{4, lossy, {}};
+    RecordWriter record(options, operationOf<&operation::constTensor>());
     record.floats(values.data(), {static_cast<int>(values.size())}, "data");
     return Bytes(record.bytes().begin() + 2, record.bytes().end());
 }

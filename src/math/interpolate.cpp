@@ -1,4 +1,4 @@
-#include "math/mixNeighbours.h"
+#include "math/interpolate.h"
 
 #include <cstddef>
 #include <cstring>
@@ -21,7 +21,7 @@ Vec4 loadPairs(const float* p, const float* q) {
 
 }  // namespace
 
-void mixNeighbours(int n, float* out, const float* in, const int* at, const float* weights) {
+void interpolate(int n, float* out, const float* in, const int* at, const float* weights) {
     std::ptrdiff_t i = 0;
     for (; i + 4 <= n; i += 4) {
         Vec4 a, b;
