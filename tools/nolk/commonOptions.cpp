@@ -99,7 +99,7 @@ std::string ImplementationOptions::text() const {
     std::string settings = settingsTextIn(given_);
     if (threads_ > 0)
         settings += (settings.empty() ? "" : ",") + std::string(kThreads) + "=" + std::to_string(threads_);
-    return name() + ":" + settings;
+    return name() + (settings.empty() ? "" : ":" + settings);
 }
 
 std::string ImplementationOptions::name() const { return nameIn(given_); }

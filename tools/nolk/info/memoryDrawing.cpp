@@ -136,8 +136,8 @@ private:
             "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"#eeeeee\" stroke=\"#444444\" "
             "stroke-width=\"0.7\" stroke-dasharray=\"4 2\"/>\n",
             left, kScratchTop, right - left, kScratchHeight);
-        const std::string most = ", as much as the layer that needs most of it; not to the arena's scale";
-        const std::string texts[] = {"scratch: " + size + most, "scratch: " + size, "scratch"};
+        const std::string texts[] = {"scratch memory, shared by the layers: " + size + ", not drawn to scale",
+                                     "scratch: " + size, "scratch"};
         for (const std::string& shown : texts)
             if (label({shown}, (left + right) / 2, kScratchTop + kScratchHeight / 2, right - left, kScratchHeight,
                       false))
