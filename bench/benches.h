@@ -10,8 +10,11 @@ void compareConvolutions();
 // The trained network of the digits example beside its matrix products.
 void compareDigits();
 
-// Loading of a model of 100 MB, and of the digits network, beside checksum and copies.
+// Loading of a model of 100 MB, of a detection network and of the digits network, beside checksum and one copy.
 void compareLoads();
+
+// Planning of an arena of 400 MB, beside writing its floats once.
+void comparePlanning();
 
 // Single layers beside loops for the same arithmetic in the same order.
 void compareLayers();

@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     compareLayers();
     compareDigits();
     compareLoads();
+    comparePlanning();
     compareBatching();
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);

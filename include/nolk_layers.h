@@ -7,6 +7,8 @@
 
 #include <nolk.h>
 
+#include <cstring>
+
 namespace nolk {
 
 struct LayerDescription {
@@ -32,6 +34,14 @@ public:
 protected:
     ~LayeredRunner() = default;
 };
+
+// Null for a runner that does not tell its layers. One that was compiled without run-time type information has a null
+// pointer in front of its slots, where its class should be named; dynamic_cast would follow it.
+inline LayeredRunner* layeredRunnerOf(Runner* runner) {
+    const void* const* slots = nullptr;
+    std::memcpy(&slots, static_cast<const void*>(runner), sizeof slots);
+    return slots[-1] ? dynamic_cast<LayeredRunner*>(runner) : nullptr;
+}
 
 }  // namespace nolk
 

@@ -7,7 +7,7 @@
 #include "builder/OutputLayerFactory.h"
 #include "builder/refuse.h"
 #include "builder/shapes.h"
-#include "math/copySparsely.h"
+#include "layers/ownedFloats.h"
 #include "memory/TensorSpace.h"
 
 namespace {
@@ -44,9 +44,8 @@ nolk::TensorX* BaseRunnerBuilder::constTensor(nolk::Tensor* tensor) {
         return nullptr;
     }
 
-    const std::size_t count = hasElements ? static_cast<std::size_t>(elementCount(tensor->shape)) : 0;
-    FloatBuffer data = zeroedFloats(count);
-    copySparsely(tensor->data, data.get(), count);
+    FloatBuffer data = ownedFloats(tensor->data, hasElements ? elementCount(tensor->shape) : 0, &givenArrays_);
+    if (!data) data = zeroedFloats(0);
 
     auto constant = std::make_unique<nolk::TensorX>(tensor->shape, true);
     auto raw = std::make_shared<RawTensor>();
@@ -159,9 +158,11 @@ void BaseRunnerBuilder::connect() {
 std::vector<std::unique_ptr<Layer>> BaseRunnerBuilder::createLayers() {
     std::vector<std::unique_ptr<Layer>> layers;
     for (const auto& factory : factories_) {
+        factory->givenArrays = &givenArrays_;
         layers.push_back(factory->create());
         if (layers.back()) layers.back()->call = factory->call;
     }
+    givenArrays_.clear();
     return layers;
 }
 

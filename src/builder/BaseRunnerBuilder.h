@@ -8,20 +8,26 @@
 
 #include <memory>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "builder/LayerFactory.h"
 #include "layers/Layer.h"
+#include "memory/FloatArrays.h"
+#include "memory/FloatKeeper.h"
 #include "memory/MemoryPool.h"
 #include "runner/BaseRunner.h"
 
-class BaseRunnerBuilder : public nolk::RunnerBuilder {
+class BaseRunnerBuilder : public nolk::RunnerBuilder, public FloatKeeper {
 public:
     nolk::TensorX* input(nolk::TensorShape shape) override;
     nolk::TensorX* constTensor(nolk::Tensor* tensor) override;
     nolk::TensorShape shapeOf(nolk::TensorX* x) override;
     nolk::Runner* build(nolk::TensorX** outputs, int count) override;
     void destroy() override;
+
+    // Layers and constants take over the arrays that they need as they are; build releases the others.
+    float* keep(FloatBuffer array) override { return givenArrays_.add(std::move(array)); }
 
     // For programs that examine a network. From build on these are the factories that fusion has left, in execution
     // order: the runner's layer i is what factory i made, and tensors know where they lie.
@@ -32,8 +38,8 @@ protected:
     BaseRunnerBuilder() = default;
     virtual ~BaseRunnerBuilder() = default;
 
-    // Whether all inputs of a call are this builder's; if not, the call makes nothing. Null and tensors of other builders
-    // are not, and the latter make build throw.
+    // Whether all inputs of a call are this builder's; if not, the call makes nothing. Null and tensors of other
+    // builders are not, and the latter make build throw.
     bool areOwn(const std::vector<nolk::TensorX*>& tensors);
 
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
@@ -54,9 +60,10 @@ private:
     std::vector<std::unique_ptr<nolk::TensorX>> inputs_;  // in the order that run expects
     std::vector<std::unique_ptr<LayerFactory>> factories_;
     std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
-    std::vector<FloatBuffer> constData_;                   // of constTensors_; the runner's from build on
-    std::unordered_set<const nolk::TensorX*> own_;         // every tensor that was handed out
-    int calls_ = 0;                                        // that should have made a tensor
-    bool tookForeign_ = false;                             // an operation was given another builder's tensor
+    FloatArrays givenArrays_;
+    std::vector<FloatBuffer> constData_;            // of constTensors_; the runner's from build on
+    std::unordered_set<const nolk::TensorX*> own_;  // every tensor that was handed out
+    int calls_ = 0;                                 // that should have made a tensor
+    bool tookForeign_ = false;                      // an operation was given another builder's tensor
     bool built_ = false;
 };

@@ -11,6 +11,7 @@
 
 #include "builder/TensorX.h"
 
+class FloatArrays;
 class Layer;
 
 class LayerFactory {
@@ -61,7 +62,8 @@ public:
 
     std::vector<nolk::TensorX*> inputs;  // borrowed
     std::vector<std::unique_ptr<nolk::TensorX>> outputs;
-    int call = -1;  // of the builder, which has recorded it
+    FloatArrays* givenArrays = nullptr;  // borrowed for create: weights that the layer may take over, if any
+    int call = -1;                       // of the builder, which has recorded it
 
 protected:
     // One output of this shape.

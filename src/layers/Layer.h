@@ -1,7 +1,7 @@
 // An operation that computes: reads its input tensors, writes its output tensor, both in the runner's arena. Layers
-// copy weights and parameters when they are made; they never own the memory of their tensors. A runner calls run in the
-// order in which layers were built, on one thread at a time. Nothing is left to check there, because factories have
-// checked everything.
+// copy weights and parameters when they are made, or take over arrays that were given away; they never own the memory
+// of their tensors. A runner calls run in the order in which layers were built, on one thread at a time. Nothing is
+// left to check there, because factories have checked everything.
 #pragma once
 
 #include <nolk.h>

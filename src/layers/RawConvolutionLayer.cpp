@@ -7,18 +7,19 @@
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
 #include "layers/weights.h"
+#include "math/blas.h"
 #include "math/transposeTile.h"
 
 RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding,
                                          nolk::DimsHW stride, nolk::DimsHW dilation, const nolk::Weights& weights,
-                                         int numThreads, int gemmThresh)
+                                         int numThreads, int gemmThresh, FloatArrays* given)
     : padding_(padding),
       stride_(stride),
       dilation_(dilation),
       weights_(weights),
       // Where nothing is computed, the counts need not be right.
-      weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0)),
-      bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0)),
+      weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0, given)),
+      bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0, given)),
       input_(input),
       output_(output),
       numThreads_(numThreads),

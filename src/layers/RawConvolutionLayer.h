@@ -8,15 +8,16 @@
 // (im2col), where the next group's windows overwrite them.
 #pragma once
 
-#include <memory>
 #include <vector>
 
 #include "layers/Layer.h"
+#include "memory/FloatArrays.h"
 
 class RawConvolutionLayer final : public Layer {
 public:
     RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
-                        nolk::DimsHW dilation, const nolk::Weights& weights, int numThreads, int gemmThresh);
+                        nolk::DimsHW dilation, const nolk::Weights& weights, int numThreads, int gemmThresh,
+                        FloatArrays* given = nullptr);
 
     void run(AlignedMemory<float>& scratch) override;
     nolk::Tensor getInputTensor() const override { return input_; }
@@ -58,8 +59,8 @@ private:
     nolk::DimsHW stride_;
     nolk::DimsHW dilation_;
     nolk::Weights weights_;  // its arrays are the two below
-    std::unique_ptr<float[]> weight_;
-    std::unique_ptr<float[]> bias_;
+    FloatBuffer weight_;
+    FloatBuffer bias_;
     std::vector<Tap> taps_;  // of one window, in the order of the weights
     nolk::Tensor input_;
     nolk::Tensor output_;

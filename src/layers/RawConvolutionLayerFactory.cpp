@@ -52,5 +52,5 @@ void RawConvolutionLayerFactory::check() const {
 
 std::unique_ptr<Layer> RawConvolutionLayerFactory::create() {
     return std::make_unique<RawConvolutionLayer>(input()->toTensor(), output()->toTensor(), padding, stride_, dilation_,
-                                                 weights, numThreads_, gemmThresh_);
+                                                 weights, numThreads_, gemmThresh_, givenArrays);
 }

@@ -36,7 +36,7 @@ void sumUp<0>(const float* in, const float* weights, const RawDeConvolutionLayer
 }  // namespace
 
 RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding,
-                                             nolk::DimsHW stride, const nolk::Weights& weights)
+                                             nolk::DimsHW stride, const nolk::Weights& weights, FloatArrays* given)
     : input_(input),
       output_(output),
       columnStep_(std::max(stride.w, 1)),
@@ -49,7 +49,7 @@ RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor ou
     for (int o = 0; o < out.c && weights.bias && weights.groups > 0; ++o)
         bias_.push_back(weights.bias[weights.shared ? o % weights.outChannels : o]);
     if (!hasProducts(in, out, weights)) return;
-    weight_ = ownedFloats(weights.weight, in.c * out.c * kernelH_ * kernelW_);
+    weight_ = ownedFloats(weights.weight, in.c * out.c * kernelH_ * kernelW_, given);
     rows_ = tapsOf(in.h, out.h, kernelH_, stride.h, padding.top, padding.bottom);
     columns_ = tapsOf(in.w, out.w, kernelW_, stride.w, padding.left, padding.right);
     products_.resize(static_cast<std::size_t>(in.c) * rows_.most() * columns_.most());

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "layers/Layer.h"
+#include "memory/FloatArrays.h"
 
 class RawDeConvolutionLayer final : public Layer {
 public:
@@ -19,7 +20,7 @@ public:
     };
 
     RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
-                          const nolk::Weights& weights);
+                          const nolk::Weights& weights, FloatArrays* given = nullptr);
 
     // Whether there is anything to multiply; without, weights are not looked at.
     static bool hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out, const nolk::Weights& weights);
@@ -52,8 +53,8 @@ private:
     int columnStep_;  // distance of output columns that take the same kernel columns
     int kernelH_;
     int kernelW_;
-    std::unique_ptr<float[]> weight_;  // of the input's channels; null where there is nothing to multiply
-    std::vector<float> bias_;          // one for every output channel, or none
+    FloatBuffer weight_;       // of the input's channels; null where there is nothing to multiply
+    std::vector<float> bias_;  // one for every output channel, or none
     Taps rows_;
     Taps columns_;
     std::vector<Product> products_;  // of the element at hand

@@ -33,5 +33,5 @@ void RawDeConvolutionLayerFactory::check() const {
 
 std::unique_ptr<Layer> RawDeConvolutionLayerFactory::create() {
     return std::make_unique<RawDeConvolutionLayer>(input()->toTensor(), output()->toTensor(), padding_, stride_,
-                                                   weights_);
+                                                   weights_, givenArrays);
 }

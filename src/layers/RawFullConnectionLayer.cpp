@@ -5,15 +5,17 @@
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
 #include "layers/weights.h"
+#include "math/blas.h"
 #include "math/quotient.h"
 
-RawFullConnectionLayer::RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor output, const nolk::Weights& weights)
+RawFullConnectionLayer::RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor output, const nolk::Weights& weights,
+                                               FloatArrays* given)
     : input_(input),
       output_(output),
       groups_(weights.groups),
       // Where nothing is computed, the counts need not be right.
-      weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0)),
-      bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0)) {
+      weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0, given)),
+      bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0, given)) {
     desc = "fc";
 }
 

@@ -4,13 +4,13 @@
 // one group's worth of them. The input is read as n * c floats, even where its h or w is above 1.
 #pragma once
 
-#include <memory>
-
 #include "layers/Layer.h"
+#include "memory/FloatArrays.h"
 
 class RawFullConnectionLayer final : public Layer {
 public:
-    RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor output, const nolk::Weights& weights);
+    RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor output, const nolk::Weights& weights,
+                           FloatArrays* given = nullptr);
 
     void run(AlignedMemory<float>& scratch) override;
     nolk::Tensor getInputTensor() const override { return input_; }
@@ -20,6 +20,6 @@ private:
     nolk::Tensor input_;
     nolk::Tensor output_;
     int groups_;
-    std::unique_ptr<float[]> weight_;
-    std::unique_ptr<float[]> bias_;
+    FloatBuffer weight_;
+    FloatBuffer bias_;
 };

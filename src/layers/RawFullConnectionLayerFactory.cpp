@@ -29,5 +29,5 @@ void RawFullConnectionLayerFactory::check() const {
 }
 
 std::unique_ptr<Layer> RawFullConnectionLayerFactory::create() {
-    return std::make_unique<RawFullConnectionLayer>(input()->toTensor(), output()->toTensor(), weights_);
+    return std::make_unique<RawFullConnectionLayer>(input()->toTensor(), output()->toTensor(), weights_, givenArrays);
 }

@@ -3,25 +3,28 @@
 //   a = bias + W x + R h, added up in this order, for the gates i, o, f and g
 //   m = sigmoid(a_f) * m + sigmoid(a_i) * tanh(a_g),  h = sigmoid(a_o) * tanh(m)
 // With D = 1 time runs backward if `direction` is backward; with D = 2 a forward pass is followed by a backward one,
-// whose outputs stand behind the forward ones of the same step. Weights are copied.
+// whose outputs stand behind the forward ones of the same step. Weights are copied into another order.
 #pragma once
 
 #include <cstddef>
 #include <vector>
 
 #include "layers/Layer.h"
-#include "memory/FloatBuffer.h"
+#include "memory/FloatArrays.h"
 
 class RawLstmLayer final : public Layer {
 public:
-    RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights);
+    // Weights that were given away give their memory back while they are packed: they and the copy may be most of what
+    // a program needs while it loads a model.
+    RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights,
+                 FloatArrays* given = nullptr);
 
     void run(AlignedMemory<float>& scratch) override;
     nolk::Tensor getInputTensor() const override { return input_; }
     nolk::Tensor getOutputTensor() const override { return output_; }
 
 private:
-    void packWeights(const nolk::LstmWeights& weights);
+    void packWeights(const nolk::LstmWeights& weights, FloatArrays* given);
     void packBias(const nolk::LstmWeights& weights);
     void lstm(const float* in, float* out, bool backward, const float* weights, const float* bias);
     void step(const float* weights, const float* bias);

@@ -1,13 +1,16 @@
-// A layer's own copy of weights.
+// The weights that a layer keeps.
 #pragma once
 
-#include <memory>
+#include "math/copySparsely.h"
+#include "memory/FloatArrays.h"
 
-#include "math/blas.h"
-
-// A copy of n floats; null for a null source or n <= 0.
-inline std::unique_ptr<float[]> ownedFloats(const float* source, int n) {
-    float* copy = nullptr;
-    copyFloats(source, copy, n);
-    return std::unique_ptr<float[]>(copy);
+// The array at source if it is among those given away, which may be any or none; else a copy of its n floats. Null for
+// a null source or n <= 0.
+inline FloatBuffer ownedFloats(const float* source, int n, FloatArrays* given) {
+    if (!source || n <= 0) return nullptr;
+    FloatBuffer own = given ? given->take(source) : nullptr;
+    if (own) return own;
+    own = zeroedFloats(static_cast<std::size_t>(n));
+    copySparsely(source, own.get(), static_cast<std::size_t>(n));
+    return own;
 }

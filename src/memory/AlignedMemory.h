@@ -1,9 +1,8 @@
 // A growable array whose start is aligned: the arena's storage, and the scratch that a runner's layers share.
 //   AlignedMemory<float> scratch(16);  float* columns = scratch.growTo(1000);  // 64-byte aligned, new elements 0
-// It never shrinks. Growing keeps the contents and moves them, so pointers into it hold until the next growth.
+// It never shrinks. Growing keeps the contents and moves them, so pointers into it hold until the next growth. New
+// elements come from the system as zeros, which takes no memory until they are written.
 #pragma once
-
-#include <malloc.h>
 
 #include <cstdint>
 #include <cstdlib>
@@ -23,24 +22,28 @@ public:
 
     // Makes room for n elements and returns the start; throws std::bad_alloc, leaving everything as it was.
     T* growTo(int n) {
-        if (n <= size_) return data_.get();
+        if (n <= size_) return data_;
         const std::size_t bytes = static_cast<std::size_t>(n) * sizeof(T);
-        std::unique_ptr<T, Free> grown(static_cast<T*>(memalign(byteAlignment(), bytes)));
+        // No function of the C library returns zeroed memory with an alignment: take more, and begin at an aligned one.
+        std::size_t room = bytes + byteAlignment() - 1;
+        std::unique_ptr<void, Free> grown(std::calloc(room, 1));
         if (!grown) throw std::bad_alloc();
-        if (size_ > 0) std::memcpy(grown.get(), data_.get(), static_cast<std::size_t>(size_) * sizeof(T));
-        std::memset(grown.get() + size_, 0, static_cast<std::size_t>(n - size_) * sizeof(T));
-        data_ = std::move(grown);
+        void* start = grown.get();
+        std::align(byteAlignment(), bytes, start, room);
+        if (size_ > 0) std::memcpy(start, data_, static_cast<std::size_t>(size_) * sizeof(T));
+        block_ = std::move(grown);
+        data_ = static_cast<T*>(start);
         size_ = n;
-        return data_.get();
+        return data_;
     }
 
     int alignment() const { return alignment_; }
-    T* data() const { return data_.get(); }
+    T* data() const { return data_; }
     int size() const { return size_; }
 
 private:
     struct Free {
-        void operator()(T* p) const { std::free(p); }
+        void operator()(void* p) const { std::free(p); }
     };
 
     std::size_t byteAlignment() const {
@@ -52,6 +55,7 @@ private:
     }
 
     int alignment_;
-    std::unique_ptr<T, Free> data_;
+    std::unique_ptr<void, Free> block_;
+    T* data_ = nullptr;  // in block_
     int size_ = 0;
 };

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <iterator>
+#include <new>
 
 MemoryPoolMem MemoryPool::malloc(int n) {
     const int alignment = storage_.alignment();
@@ -14,7 +16,7 @@ MemoryPoolMem MemoryPool::malloc(int n) {
     const int offset = findOffsetToMalloc(size);
     if (size <= 0) return {offset, size};
     if (size > INT_MAX - offset) throw std::bad_alloc();
-    storage_.growTo(offset + size);
+    capacity_ = std::max(capacity_, offset + size);
     setSpaceRangeValue(offset, size, 1.0f);
     return {offset, size};
 }
@@ -25,18 +27,37 @@ void MemoryPool::free(MemoryPoolMem mem) {
     setSpaceRangeValue(begin, static_cast<int>(std::max<std::int64_t>(end - begin, 0)), 0.0f);
 }
 
+// Even for no floats at all the offset is that of a free one.
 int MemoryPool::findOffsetToMalloc(int n) const {
-    const float* marks = storage_.data();
+    const int wanted = std::max(n, 1);
     int start = 0;
-    for (int i = 0; i < size(); ++i) {
-        if (marks[i] == 1.0f)
-            start = i + 1;
-        else if (i - start + 1 >= n)
-            return start;
+    for (const Interval& interval : taken_) {
+        if (interval.begin - start >= wanted) return start;
+        start = interval.end;
     }
     return start;
 }
 
 void MemoryPool::setSpaceRangeValue(int start, int count, float value) {
-    if (count > 0) std::fill_n(storage_.data() + start, count, value);
+    if (count <= 0) return;
+    const int end = start + count;
+    // All that overlap the range or touch it are replaced by what they and the range come to.
+    const auto first = std::lower_bound(taken_.begin(), taken_.end(), start,
+                                        [](const Interval& interval, int position) { return interval.end < position; });
+    const auto last = std::upper_bound(
+        first, taken_.end(), end, [](int position, const Interval& interval) { return position < interval.begin; });
+    const int lowest = first == last ? start : std::min(start, first->begin);
+    const int highest = first == last ? end : std::max(end, std::prev(last)->end);
+
+    Interval replacement[2];
+    int pieces = 0;
+    if (value == 1.0f) {
+        replacement[pieces++] = {lowest, highest};
+    } else {
+        if (lowest < start) replacement[pieces++] = {lowest, start};
+        if (highest > end) replacement[pieces++] = {end, highest};
+    }
+    const auto inPlace = std::min<std::ptrdiff_t>(pieces, last - first);
+    const auto next = taken_.erase(std::copy_n(replacement, inPlace, first), last);
+    taken_.insert(next, replacement + inPlace, replacement + pieces);
 }

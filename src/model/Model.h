@@ -12,5 +12,5 @@
 struct Model {
     std::map<std::int16_t, nolk::TensorX*> tensors;  // the builder's; null for ids looked up before they were made
     std::vector<nolk::TensorX*> outputs;             // as they follow in the file
-    std::vector<FloatBuffer> arrays;                 // for builders, which read them until build is over
+    std::vector<FloatBuffer> arrays;                 // read until build is over; none for a FloatKeeper
 };

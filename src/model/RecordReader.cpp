@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <climits>
 #include <new>
+#include <utility>
+
+#include "memory/FloatKeeper.h"
 
 namespace {
 
@@ -95,7 +98,8 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
 nolk::Tensor RecordReader::constant() {
     const nolk::TensorShape shape = this->shape();
     const int count = floatCount({shape.c, shape.h, shape.w});
-    const float* sample = floats({count});
+    float* const sample = floats({count});
+    if (batch_ == 1) return {shape, sample};
     float* samples = newArray(floatCount({batch_, count}));
     for (int n = 0; n < batch_ && floatsRead_ > 0; ++n)
         std::copy_n(sample, floatsRead_, samples + std::int64_t{n} * count);
@@ -104,6 +108,8 @@ nolk::Tensor RecordReader::constant() {
 
 // Never null, since a null bias means none.
 float* RecordReader::newArray(int count) {
-    model_.arrays.push_back(zeroedFloats(static_cast<std::size_t>(std::max(count, 0))));
+    FloatBuffer array = zeroedFloats(static_cast<std::size_t>(std::max(count, 0)));
+    if (FloatKeeper* const keeper = floatKeeperOf(builder_)) return keeper->keep(std::move(array));
+    model_.arrays.push_back(std::move(array));
     return model_.arrays.back().get();
 }

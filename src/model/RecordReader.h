@@ -45,7 +45,7 @@ public:
     nolk::TensorShape shape();
     nolk::Vector vector();
 
-    // The model owns the arrays of all of these.
+    // The model owns the arrays of all of these, or a builder that is a FloatKeeper.
     nolk::Weights convolutionWeights();
     nolk::Weights fullConnectWeights();
     nolk::LstmWeights lstmWeights();

@@ -1,30 +1,45 @@
 #include "model/crc32.h"
 
 #include <array>
+#include <cstddef>
 
 namespace {
 
 constexpr std::uint32_t kReflectedPolynomial = 0xEDB88320u;
 
-using Table = std::array<std::uint32_t, 256>;
+constexpr int kStep = 8;  // bytes that are divided at once
 
-// Entry i is what eight steps of the division make of the byte i.
-constexpr Table init_CRC32_table() {
-    Table table{};
+using Tables = std::array<std::array<std::uint32_t, 256>, kStep>;
+
+// Entry i of the first table is what eight steps of the division make of the byte i, in table k with k zero bytes
+// behind it.
+constexpr Tables init_CRC32_table() {
+    Tables tables{};
     for (std::uint32_t i = 0; i < 256; ++i) {
         std::uint32_t entry = i;
         for (int bit = 0; bit < 8; ++bit) entry = (entry >> 1) ^ ((entry & 1u) ? kReflectedPolynomial : 0u);
-        table[i] = entry;
+        tables[0][i] = entry;
     }
-    return table;
+    for (std::size_t k = 1; k < kStep; ++k)
+        for (std::size_t i = 0; i < 256; ++i)
+            tables[k][i] = (tables[k - 1][i] >> 8) ^ tables[0][tables[k - 1][i] & 0xFFu];
+    return tables;
 }
 
-constexpr Table CRC32_table = init_CRC32_table();
+constexpr Tables CRC32_table = init_CRC32_table();
 
 }  // namespace
 
 std::uint32_t GetCRC32(const unsigned char* bytes, int length) {
     std::uint32_t crc = 0xFFFFFFFFu;
-    for (int i = 0; i < length; ++i) crc = CRC32_table[(crc ^ bytes[i]) & 0xFFu] ^ (crc >> 8);
+    for (; length >= kStep; length -= kStep, bytes += kStep) {
+        std::uint32_t next = 0;
+        for (std::size_t k = 0; k < kStep; ++k) {
+            const std::uint32_t pending = k < 4 ? crc >> 8 * k : 0;
+            next ^= CRC32_table[kStep - 1 - k][(pending ^ bytes[k]) & 0xFFu];
+        }
+        crc = next;
+    }
+    for (; length > 0; --length, ++bytes) crc = CRC32_table[0][(crc ^ *bytes) & 0xFFu] ^ (crc >> 8);
     return crc ^ 0xFFFFFFFFu;
 }
