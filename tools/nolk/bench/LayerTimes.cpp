@@ -3,7 +3,7 @@
 #include <stdexcept>
 
 LayerTimes::LayerTimes(const Network& network, const std::string& implementation)
-    : network_(network), runner_(dynamic_cast<nolk::LayeredRunner*>(network.runner.get())) {
+    : network_(network), runner_(nolk::layeredRunnerOf(network.runner.get())) {
     if (!runner_) throw std::runtime_error("the implementation " + implementation + " does not tell its layers");
     sums_.resize(static_cast<std::size_t>(runner_->layerCount()));
     now_.resize(sums_.size() + 2);
