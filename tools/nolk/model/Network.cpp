@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <stdexcept>
+#include <string_view>
 
 #include "nolk/model/InputFile.h"
 #include "nolk/onnx.h"
@@ -24,14 +25,28 @@ std::vector<nolk::TensorShape> shapesOf(const nolk::ModelInfo& info, const std::
     return shapes;
 }
 
+[[noreturn]] void failOfSettings(const ImplementationOptions& implementation, const char* why) {
+    throw std::runtime_error("the implementation " + implementation.name() + " refuses its settings: " + why);
+}
+
+nolk::Owned<nolk::Runner> newRunner(const std::vector<unsigned char>& bytes, int batch,
+                                    const ImplementationOptions& implementation) {
+    try {
+        return nolk::loadModel(bytes.data(), bytes.size(), batch, implementation.text().c_str());
+    } catch (const std::invalid_argument& e) {
+        failOfSettings(implementation, e.what());
+    } catch (const std::out_of_range& e) {
+        failOfSettings(implementation, e.what());
+    }
+}
+
 }  // namespace
 
 std::vector<unsigned char> readModel(const std::string& path) {
     InputFile file(path);
     std::vector<unsigned char> bytes(static_cast<std::size_t>(file.left()));
     file.read(bytes.data(), file.left());
-    const std::string begin(bytes.begin(),
-                            bytes.begin() + std::min<std::ptrdiff_t>(kOnnxBeginBytes, bytes.end() - bytes.begin()));
+    const std::string_view begin(reinterpret_cast<const char*>(bytes.data()), std::min(bytes.size(), kOnnxBeginBytes));
     if (looksLikeOnnx(path, begin)) file.fail(kOnnxAdvice);
     return bytes;
 }
@@ -41,13 +56,11 @@ Network loadNetwork(const std::string& path, int batch, const ImplementationOpti
     Network network;
     try {
         const auto start = std::chrono::steady_clock::now();
-        network.runner = nolk::loadModel(bytes.data(), bytes.size(), batch, implementation.text().c_str());
+        network.runner = newRunner(bytes, batch, implementation);
         network.loadSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         network.info = nolk::inspectModel(bytes.data(), bytes.size(), {batch, nolk::InspectionDepth::records, {}});
     } catch (const nolk::ModelError& e) {
         throw std::runtime_error(path + ": " + e.what() + queuedMessages());
-    } catch (const std::logic_error& e) {  // of the implementation, about its settings
-        throw std::runtime_error("the implementation " + implementation.name() + " refuses its settings: " + e.what());
     }
     network.inputs = shapesOf(network.info, network.info.inputs);
     network.outputs = shapesOf(network.info, network.info.outputs);

@@ -11,7 +11,6 @@
 #include "nolk/run/Difference.h"
 #include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
-#include "nolk/run/readInputs.h"
 
 namespace {
 

@@ -1,5 +1,3 @@
-#include "nolk/run/readInputs.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -11,6 +9,7 @@
 #include "inspect/format.h"
 #include "nolk/commonOptions.h"
 #include "nolk/model/InputFile.h"
+#include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
 
 namespace {

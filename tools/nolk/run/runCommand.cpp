@@ -13,7 +13,6 @@
 #include "nolk/output.h"
 #include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
-#include "nolk/run/readInputs.h"
 
 namespace {
 
