@@ -2,12 +2,12 @@
 
 #include <algorithm>
 #include <exception>
-#include <fstream>
 #include <map>
 
 #include "builder/shapes.h"
 #include "inspect/RecordWalk.h"
 #include "inspect/counts.h"
+#include "inspect/peakBytes.h"
 #include "layers/ConvolutionLayerFactory.h"
 
 namespace {
@@ -22,15 +22,6 @@ std::int64_t parametersOf(const LayerFactory& factory, const nolk::ModelOperatio
     const std::int64_t groups = w.shared ? 1 : w.groups;
     return productOf({groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW}) +
            (w.bias ? productOf({groups, w.outChannels}) : 0);
-}
-
-// The largest resident set of this process so far; -1 where the system does not tell.
-std::int64_t peakBytes() {
-    // getrusage would count what the process was before it became this program.
-    std::ifstream status("/proc/self/status");
-    for (std::string word; status >> word;)
-        if (std::int64_t kibibytes; word == "VmHWM:" && status >> kibibytes) return kibibytes * 1024;
-    return -1;
 }
 
 // Who holds which range of the arena, and for how long.

@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <tuple>
 #include <type_traits>
@@ -49,13 +50,22 @@ struct Operation {
     std::size_t fieldCount;
     std::array<Field, kMaxFields> fields;
     nolk::TensorX* (*call)(nolk::RunnerBuilder& builder, const Call& call);  // null: names an output of the network
-    const void* method;                                                      // tells rows apart, see operationOf
+    std::uint64_t key;                                                       // tells rows apart, see operationOf
 };
 
 namespace operation {
 
+// A number of the function's own, made from its name and type. Comparing addresses instead is no constant expression
+// when GCC compiles for a sanitizer.
+template <typename T, T function>
+constexpr std::uint64_t keyIn() {
+    std::uint64_t hash = 14695981039346656037u;  // FNV-1a
+    for (const char c : __PRETTY_FUNCTION__) hash = (hash ^ static_cast<unsigned char>(c)) * 1099511628211u;
+    return hash;
+}
+
 template <auto function>
-inline constexpr char kMethod = 0;
+inline constexpr std::uint64_t kKeyOf = keyIn<decltype(function), function>();
 
 template <typename T>
 inline constexpr bool kIsInput = std::is_same_v<T, nolk::TensorX*> || std::is_same_v<T, std::vector<nolk::TensorX*>>;
@@ -123,7 +133,7 @@ constexpr Operation row(int code, const char* name, Names... fieldNames) {
             S::kFields,
             S::fields({fieldNames...}, std::make_index_sequence<S::kFields>()),
             &S::call,
-            &kMethod<function>};
+            kKeyOf<function>};
 }
 
 }  // namespace operation

@@ -63,7 +63,7 @@ inline constexpr Operation kTable[] = {
     row<&RunnerBuilder::divide>(19, "divide"),
     row<&RunnerBuilder::reduce>(20, "reduce", "shape", "operator"),
     row<&RunnerBuilder::l2normalize>(21, "l2normalize"),
-    {22, "output", 1, 0, {}, nullptr, nullptr},
+    {22, "output", 1, 0, {}, nullptr, 0},
     row<&RunnerBuilder::clip>(23, "clip", "min", "max"),
     row<&RunnerBuilder::lstm>(24, "lstm", "weights"),
     row<&RunnerBuilder::hardSigmoid>(25, "hardSigmoid", "alpha", "beta"),
@@ -87,9 +87,9 @@ constexpr bool isInOrder() {
 }
 static_assert(isInOrder(), "the place of a row is its code");
 
-constexpr std::size_t placeOf(const void* method) {
+constexpr std::size_t placeOf(std::uint64_t key) {
     std::size_t place = 0;
-    while (kTable[place].method != method) ++place;  // beyond the table, compiling stops
+    while (kTable[place].key != key) ++place;  // beyond the table, compiling stops
     return place;
 }
 
@@ -103,7 +103,7 @@ inline const Operation* findOperation(int code) {
 // The row of a function. A function that is not in the table does not compile.
 template <auto function>
 constexpr const Operation& operationOf() {
-    constexpr std::size_t place = operation::placeOf(&operation::kMethod<function>);
+    constexpr std::size_t place = operation::placeOf(operation::kKeyOf<function>);
     return operation::kTable[place];
 }
 

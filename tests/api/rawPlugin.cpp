@@ -1,5 +1,6 @@
 // An implementation in a library of its own that is made of the parts core and raw: the built-in builder with one
-// operation replaced. It reads a format of its own too, the number of elements as an int.
+// operation replaced. It reads a format of its own too, the number of elements as an int. With the setting "wrapped"
+// its runners do not tell their layers.
 #include <nolk.h>
 
 #include <cstring>
@@ -36,12 +37,20 @@ public:
 
 class PluginBuilder final : public RawRunnerBuilder {
 public:
-    using RawRunnerBuilder::RawRunnerBuilder;
+    explicit PluginBuilder(const char* cfg) : RawRunnerBuilder(cfg), isWrapped_(std::strstr(cfg, "wrapped")) {}
 
     nolk::TensorX* abs(nolk::TensorX* x) override {
         if (!areOwn({x})) return nullptr;
         return addLayerReturnOutputs(std::make_unique<NegatingLayerFactory>(x)).front();
     }
+
+    nolk::Runner* build(nolk::TensorX** outputs, int count) override {
+        nolk::Runner* const runner = RawRunnerBuilder::build(outputs, count);
+        return isWrapped_ ? nolk_wrap_batch_runner(runner, 1) : runner;
+    }
+
+private:
+    bool isWrapped_;
 };
 
 struct Destroy {

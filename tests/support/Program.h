@@ -1,16 +1,19 @@
 // The program as a user runs it: arguments in; exit status, standard output and standard error out.
 //   const ProgramResult r = runProgram({"info", kDigitsModel});  EXPECT_EQ(r.status, 0) << r.err;
-// Built for another machine it runs through EMULATOR. Files that a test needs lie under temporaryPath.
+// Built for another machine it runs through EMULATOR. Files that a test needs lie under temporaryPath; modelFile
+// records a model.
 #pragma once
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <nolk_model.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -73,4 +76,38 @@ inline ProgramResult runProgram(const std::vector<std::string>& arguments, const
     words.push_back(PROGRAM);
     words.insert(words.end(), arguments.begin(), arguments.end());
     return runCommand(words);
+}
+
+struct Refused {
+    std::vector<std::string> arguments;
+    std::string error;
+    int status = 1;
+};
+
+// Each row's arguments behind `begin`: one line of error, and no output.
+inline void expectRefused(const std::vector<std::string>& begin, const std::vector<Refused>& rows) {
+    for (const Refused& row : rows) {
+        std::vector<std::string> arguments = begin;
+        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
+        const ProgramResult r = runProgram(arguments);
+        EXPECT_EQ(r.status, row.status) << row.error;
+        EXPECT_EQ(r.err, "nolk: " + row.error + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+using Outputs = std::vector<nolk::TensorX*>;
+
+// The path of a model file with the operations that `record` makes; it returns the outputs.
+inline std::string modelFile(const std::string& name, const std::function<Outputs(nolk::RunnerBuilder&)>& record,
+                             const nolk::ModelFileOptions& options = {}) {
+    const nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter(options);
+    Outputs outputs = record(*writer);
+    writer->build(outputs.data(), static_cast<int>(outputs.size()));
+    return writeTemporary(name, writer->bytes());
+}
+
+// Little-endian floats without a head.
+inline std::string rawFloats(const std::vector<float>& values) {
+    return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(float)};
 }

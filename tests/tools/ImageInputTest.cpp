@@ -5,7 +5,6 @@
 #include "support/Program.h"
 #include "support/npyFile.h"
 #include "support/pngFile.h"
-#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -48,10 +47,10 @@ std::string missingFormat([[maybe_unused]] const std::string& bytes) {
 
 // Runs a network that hands its input [1, channels, 1, columns] to its output.
 ProgramResult runOnImage(int channels, int columns, const std::string& file, std::vector<std::string> arguments) {
-    ModelWriterImpl writer;
-    nolk::TensorX* output = writer.relu(writer.input({1, channels, 1, columns, 3}));
-    writer.build(&output, 1);
-    arguments.insert(arguments.begin(), {"run", writeTemporary("same.cm", writer.bytes()), "--input", file});
+    const std::string model = modelFile("same.cm", [channels, columns](nolk::RunnerBuilder& b) {
+        return Outputs{b.relu(b.input({1, channels, 1, columns, 3}))};
+    });
+    arguments.insert(arguments.begin(), {"run", model, "--input", file});
     return runProgram(arguments);
 }
 

@@ -9,27 +9,15 @@ namespace {
 
 TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
     const std::string commands = "info, run, bench, check or diff";
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        std::string error;
-    } cases[] = {
-        {{}, 2, "no command; " + commands + "; see nolk --help"},
-        {{"inf", "x.cm"}, 2, "inf: no such command; " + commands},
-        {{"--frobnicate"}, 2, "--frobnicate: no such option; see nolk --help"},
-        {{"info", "--frobnicate"}, 2, "--frobnicate: no such option; see nolk info --help"},
-        {{"info"}, 2, "MODEL is required"},
-        {{"info", "no\nsuch\tfile"}, 1, "no?such?file: no such file"},
-        {{"info", "/"}, 1, "/: is a directory"},
-        {{"check", "/dev/zero"}, 1, "/dev/zero: not a regular file"},
-        {{"bench", "/dev/null"}, 1, "/dev/null: not a regular file"},
-    };
-    for (const auto& c : cases) {
-        const ProgramResult r = runProgram(c.arguments);
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_EQ(r.out, "");
-        EXPECT_EQ(r.err, "nolk: " + c.error + "\n");
-    }
+    expectRefused({}, {{{}, "no command; " + commands + "; see nolk --help", 2},
+                       {{"inf", "x.cm"}, "inf: no such command; " + commands, 2},
+                       {{"--frobnicate"}, "--frobnicate: no such option; see nolk --help", 2},
+                       {{"info", "--frobnicate"}, "--frobnicate: no such option; see nolk info --help", 2},
+                       {{"info"}, "MODEL is required", 2},
+                       {{"info", "no\nsuch\tfile"}, "no?such?file: no such file"},
+                       {{"info", "/"}, "/: is a directory"},
+                       {{"check", "/dev/zero"}, "/dev/zero: not a regular file"},
+                       {{"bench", "/dev/null"}, "/dev/null: not a regular file"}});
 }
 
 TEST(Program, TellsThatAModelIsOnnx) {

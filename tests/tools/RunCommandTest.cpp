@@ -1,10 +1,8 @@
 #include <algorithm>
 #include <cmath>
-#include <functional>
 
 #include "support/Program.h"
 #include "support/npyFile.h"
-#include "inspect/ModelWriterImpl.h"
 
 namespace {
 
@@ -19,21 +17,10 @@ std::vector<float> pixelsOf(const std::string& image) {
     return values;
 }
 
-std::string rawFloats(const std::vector<float>& values) {
-    return {reinterpret_cast<const char*>(values.data()), values.size() * sizeof(float)};
-}
-
-std::string modelFile(const std::string& name, const std::function<void(ModelWriter&)>& record) {
-    ModelWriterImpl writer;
-    record(writer);
-    return writeTemporary(name, writer.bytes());
-}
-
 // Two inputs, [n, 3, 1, 2] and a matrix [n, 2], handed through relu.
 std::string twoInputs() {
-    return modelFile("two.cm", [](ModelWriter& w) {
-        nolk::TensorX* outputs[] = {w.relu(w.input({1, 3, 1, 2, 3})), w.relu(w.input({1, 2, 1, 1, 1}))};
-        w.build(outputs, 2);
+    return modelFile("two.cm", [](nolk::RunnerBuilder& b) {
+        return Outputs{b.relu(b.input({1, 3, 1, 2, 3})), b.relu(b.input({1, 2, 1, 1, 1}))};
     });
 }
 
@@ -54,9 +41,8 @@ std::vector<std::string> outputsOf(std::vector<std::string> arguments, std::size
 
 // A window larger than its input: the extents are -1, and the file that is written can be read again.
 TEST(RunCommand, AnOutputWithoutValuesIsAnEmptyFile) {
-    const std::string model = modelFile("empty.cm", [](ModelWriter& w) {
-        nolk::TensorX* output = w.maxPool(w.input({1, 2, 1, 1, 3}), {3, 3}, {}, {1, 1});
-        w.build(&output, 1);
+    const std::string model = modelFile("empty.cm", [](nolk::RunnerBuilder& b) {
+        return Outputs{b.maxPool(b.input({1, 2, 1, 1, 3}), {3, 3}, {}, {1, 1})};
     });
     const std::string input = writeTemporary("two.raw", rawFloats({1, 2}));
     const std::string file = outputsOf({model, "--input", input}, 1)[0];
@@ -159,69 +145,36 @@ TEST(RunCommand, SaysInOneLineWhatIsWrongAndWhatWasExpected) {
 }
 
 TEST(RunCommand, RefusesArgumentsThatDoNotFit) {
-    const struct {
-        std::vector<std::string> arguments;
-        int status;
-        std::string error;
-    } cases[] = {
-        {{"--input", "no-such.pgm"}, 1, "no-such.pgm: no such file"},
-        {{"--input", "/"}, 1, "/: is a directory"},
-        {{"--input", "/dev/zero"}, 1, "/dev/zero: not a regular file"},
-        {{}, 2, kDigitsModel + ": no --input, expected files: 1 for [1, 1, 28, 28]"},
-        {{"--frob=1"}, 2, "--frob: no such option; see nolk run --help"},
-        {{"--batch", "2", "--input", kThree, kThree, kThree},
-         1,
-         kDigitsModel + ": 3 input files, expected 1 or 2 for [2, 1, 28, 28]"},
-        {{"--batch", "2", "--input", kThree}, 1, kThree + ": one image, expected 2: give a file for each sample"},
-        {{"--input", kThree, "--mean", "1,2,3"}, 1, kThree + ": 3 means, expected 1"},
-        {{"--input", kThree, "--output", "a", "b"}, 1, kDigitsModel + ": 2 output files, expected 1"},
-        {{"--input", kThree, "--output", "-", "-"}, 2, "--output: only one can go to standard output"},
-        {{"--input", kThree, "--output", "/dev/full"}, 1, "/dev/full: cannot be written: No space left on device"},
-        {{"--input", kThree, "--scale", "1/x"}, 2, "--scale: a number or a quotient of two, is 1/x"},
-        {{"--input", kThree, "--batch", "0"}, 2, "--batch: a whole number from 1 to 1048576, is 0"},
-    };
-    for (const auto& c : cases) {
-        std::vector<std::string> arguments = {"run", kDigitsModel};
-        arguments.insert(arguments.end(), c.arguments.begin(), c.arguments.end());
-        const ProgramResult r = runProgram(arguments);
-        EXPECT_EQ(r.status, c.status) << c.error;
-        EXPECT_EQ(r.err, "nolk: " + c.error + "\n");
-        EXPECT_EQ(r.out, "");
-    }
+    const std::string kept = writeTemporary("kept.npy", std::string("as before"));
+    expectRefused(
+        {"run", kDigitsModel},
+        {{{"--input", "no-such.pgm"}, "no-such.pgm: no such file"},
+         {{"--input", "/"}, "/: is a directory"},
+         {{"--input", "/dev/zero"}, "/dev/zero: not a regular file"},
+         {{}, kDigitsModel + ": no --input, expected files: 1 for [1, 1, 28, 28]", 2},
+         {{"--frob=1"}, "--frob: no such option; see nolk run --help", 2},
+         {{"--batch", "2", "--input", kThree, kThree, kThree},
+          kDigitsModel + ": 3 input files, expected 1 or 2 for [2, 1, 28, 28]"},
+         {{"--batch", "2", "--input", kThree}, kThree + ": one image, expected 2: give a file for each sample"},
+         {{"--input", kThree, "--mean", "1,2,3"}, kThree + ": 3 means, expected 1"},
+         {{"--input", kThree, "--output", "a", "b"}, kDigitsModel + ": 2 output files, expected 1"},
+         {{"--input", kThree, "--output", "-", "-"}, "--output: only one can go to standard output", 2},
+         {{"--input", kThree, "--output", "/dev/full"}, "/dev/full: cannot be written: No space left on device"},
+         {{"--input", kThree, "--output", kept + "/x.npy"}, kept + "/x.npy: cannot be written: Not a directory"},
+         {{"--input", kThree, "--scale", "1/x"}, "--scale: a number or a quotient of two, is 1/x", 2},
+         {{"--input", kThree, "--batch", "0"}, "--batch: a whole number from 1 to 1048576, is 0", 2}});
+    EXPECT_EQ(fileText(kept), "as before");
 }
 
 TEST(RunCommand, RefusesOperationsThatMeanNothing) {
-    const std::string resize = modelFile("resize.cm", [](ModelWriter& w) {
-        nolk::TensorX* y = w.resize(w.input({1, 1, 2, 2, 3}), {1, 1, 4, 4, 3}, static_cast<nolk::ResizeMode>(0),
-                                    nolk::ResizeTransMode::halfPixel);
-        w.build(&y, 1);
+    const std::string model = modelFile("softmax.cm", [](nolk::RunnerBuilder& b) {
+        return Outputs{b.softmax(b.input({1, 1, 2, 2, 3}), static_cast<nolk::Axis>(0))};
     });
-    const std::string softmax = modelFile("softmax.cm", [](ModelWriter& w) {
-        nolk::TensorX* y = w.softmax(w.input({1, 1, 2, 2, 3}), static_cast<nolk::Axis>(0));
-        w.build(&y, 1);
-    });
-    const std::pair<std::string, std::string> cases[] = {
-        {resize, "record 2 (resize): mode must be 1 to 2, is 0: running it ends the process"},
-        {softmax, "record 2 (softmax): axis must be 1 to 3, is 0: the output is left unwritten"},
-    };
     const std::string in = writeTemporary("in.raw", rawFloats({1, 2, 3, 4}));
-    for (const auto& [model, error] : cases)
-        for (const auto& arguments : {std::vector<std::string>{"run", model, "--input", in},
-                                      std::vector<std::string>{"bench", model, "--runs", "1"},
-                                      std::vector<std::string>{"diff", model, in, "--input", in}}) {
-            const ProgramResult r = runProgram(arguments);
-            EXPECT_EQ(r.status, 1) << arguments[0];
-            EXPECT_EQ(r.err, "nolk: " + model + ": " + error + "\n");
-            EXPECT_EQ(r.out, "");
-        }
-}
-
-TEST(RunCommand, LeavesNoFileBehindWhenItFails) {
-    const std::string file = writeTemporary("kept.npy", std::string("as before"));
-    const ProgramResult r = runProgram({"run", kDigitsModel, "--input", kEight, "--output", file + "/no-folder.npy"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "nolk: " + file + "/no-folder.npy: cannot be written: Not a directory\n");
-    EXPECT_EQ(fileText(file), "as before");
+    const std::string error = model + ": record 2 (softmax): axis must be 1 to 3, is 0: the output is left unwritten";
+    expectRefused({}, {{{"run", model, "--input", in}, error},
+                       {{"bench", model, "--runs", "1"}, error},
+                       {{"diff", model, in, "--input", in}, error}});
 }
 
 }  // namespace

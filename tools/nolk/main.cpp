@@ -7,16 +7,11 @@
 #include <memory>
 #include <string>
 
-#include "nolk/UsageError.h"
-#include "nolk/bench/benchCommand.h"
-#include "nolk/check/checkCommand.h"
-#include "nolk/help/HelpFormatter.h"
-#include "nolk/help/installCommands.h"
-#include "nolk/help/usageError.h"
-#include "nolk/info/infoCommand.h"
-#include "nolk/run/diffCommand.h"
-#include "nolk/run/runCommand.h"
 #include "inspect/format.h"
+#include "nolk/commands.h"
+#include "nolk/commonOptions.h"
+#include "nolk/help/HelpFormatter.h"
+#include "nolk/help/help.h"
 
 namespace {
 

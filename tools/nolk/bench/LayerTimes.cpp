@@ -1,29 +1,19 @@
 #include "nolk/bench/LayerTimes.h"
 
-#include <algorithm>
+#include <stdexcept>
 
-#include "nolk/bench/layerMultiplyAdds.h"
-
-LayerTimes::LayerTimes(LoadedModel& model, const std::vector<HostTensor>& inputs)
-    : model_(model), inputs_(inputs), sums_(model.runner().layers().size()), now_(sums_.size() + 2) {}
-
-// Every run needs them anew: other tensors share their place in the arena.
-void LayerTimes::fillInputs() {
-    for (std::size_t i = 0; i < inputs_.size(); ++i) {
-        const nolk::Tensor place = model_.builder().inputs()[i]->toTensor();
-        std::copy(inputs_[i].values.begin(), inputs_[i].values.end(), place.data);
-    }
+LayerTimes::LayerTimes(const Network& network, const std::string& implementation)
+    : network_(network), runner_(nolk::layeredRunnerOf(network.runner.get())) {
+    if (!runner_) throw std::runtime_error("the implementation " + implementation + " does not tell its layers");
+    sums_.resize(static_cast<std::size_t>(runner_->layerCount()));
+    now_.resize(sums_.size() + 2);
 }
 
-void LayerTimes::run() {
-    Moments::iterator moment = now_.begin();
-    *moment++ = Clock::now();
-    fillInputs();
-    *moment++ = Clock::now();
-    for (const auto& layer : model_.runner().layers()) {
-        if (layer) layer->run(model_.runner().scratch());
-        *moment++ = Clock::now();
-    }
+void LayerTimes::run(std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs) {
+    std::vector<nolk::Tensor> in = views(inputs), out = views(outputs);
+    if (!runner_->runTimed(in.data(), static_cast<int>(in.size()), out.data(), static_cast<int>(out.size()),
+                           now_.data()))
+        throw std::runtime_error("the run failed");
     for (std::size_t i = 0; i < sums_.size(); ++i) sums_[i] += now_[i + 2] - now_[i + 1];
     ++runs_;
     if (moments_.size() < kKept) moments_.push_back(now_);
@@ -32,10 +22,15 @@ void LayerTimes::run() {
 std::vector<LayerTime> LayerTimes::layers() const {
     std::vector<LayerTime> all;
     for (std::size_t i = 0; i < sums_.size(); ++i) {
-        const auto& layer = model_.runner().layers()[i];
-        const LayerFactory& factory = *model_.builder().factories()[i];
-        const double seconds = std::chrono::duration<double>(sums_[i]).count() / std::max(runs_, 1);
-        all.push_back({i + 1, layer ? layer->desc : "", factory.output()->shape, layerMultiplyAdds(factory), seconds});
+        const nolk::LayerDescription layer = runner_->layer(static_cast<std::int32_t>(i));
+        const double seconds = 1e-9 * static_cast<double>(sums_[i]) / static_cast<double>(runs_);
+        all.push_back({i + 1, layer.kind, layer.output, operationOf(layer), seconds});
     }
     return all;
+}
+
+const nolk::ModelOperation* LayerTimes::operationOf(const nolk::LayerDescription& layer) const {
+    const auto& operations = network_.info.operations;
+    const bool isKnown = layer.call >= 0 && static_cast<std::size_t>(layer.call) < operations.size();
+    return isKnown ? &operations[static_cast<std::size_t>(layer.call)] : nullptr;
 }

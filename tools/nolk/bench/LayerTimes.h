@@ -1,37 +1,38 @@
-// Runs a network layer by layer, and notes when each began and ended. It does what a runner does for the host's
-// tensors, apart from the outputs, which it leaves in the arena.
-//   LayerTimes times(model, inputs);  times.run();  times.run();  times.layers();
-// The model and the inputs must outlive it. The model must have been run before: scratch grows in the first run.
+// Runs a network layer by layer, and notes when each began and ended.
+//   LayerTimes times(network, "NolkRaw");  times.run(inputs, outputs);  times.layers();
+// The network must outlive it.
 #pragma once
 
-#include <chrono>
+#include <nolk_layers.h>
+
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "nolk/model/HostTensor.h"
-#include "nolk/model/LoadedModel.h"
+#include "nolk/model/Network.h"
 
 struct LayerTime {
     std::size_t number;  // in execution order, from 1
     std::string kind;
     nolk::TensorShape output;
-    std::int64_t multiplyAdds;  // 0 when they are not what the layer's work is
-    double seconds;             // mean of the runs
+    const nolk::ModelOperation* operation;  // of the network's info; null when the runner does not tell it
+    double seconds;                         // mean of the runs
+
+    std::int64_t multiplyAdds() const { return operation ? operation->multiplyAdds : 0; }
 };
 
 class LayerTimes {
 public:
-    using Clock = std::chrono::steady_clock;
+    // The moments of one run, as nolk::LayeredRunner notes them.
+    using Moments = std::vector<std::int64_t>;
 
-    // A run's moments: its start, the first layer's start, then every layer's end.
-    using Moments = std::vector<Clock::time_point>;
+    // Throws std::runtime_error when the network's runner does not tell its layers.
+    LayerTimes(const Network& network, const std::string& implementation);
 
-    LayerTimes(LoadedModel& model, const std::vector<HostTensor>& inputs);
+    void run(std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
 
-    void run();
-
-    // In execution order.
+    // In execution order, after one run at least. Refers to the network.
     std::vector<LayerTime> layers() const;
 
     // Of the first runs, kKept at most.
@@ -40,12 +41,12 @@ public:
 private:
     static constexpr std::size_t kKept = 10;
 
-    void fillInputs();
+    const nolk::ModelOperation* operationOf(const nolk::LayerDescription& layer) const;
 
-    LoadedModel& model_;
-    const std::vector<HostTensor>& inputs_;
-    int runs_ = 0;
-    std::vector<Clock::duration> sums_;  // of each layer
+    const Network& network_;
+    nolk::LayeredRunner* runner_;
+    std::int64_t runs_ = 0;
+    std::vector<std::int64_t> sums_;  // of each layer, in nanoseconds
     Moments now_;
     std::vector<Moments> moments_;
 };

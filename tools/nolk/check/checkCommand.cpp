@@ -1,47 +1,44 @@
-#include "nolk/check/checkCommand.h"
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <string>
 
-#include "inspect/ModelChecker.h"
-#include "nolk/commonOptions.h"
-#include "nolk/outputFile.h"
 #include "inspect/format.h"
+#include "nolk/commands.h"
+#include "nolk/model/Network.h"
+#include "nolk/output.h"
 
 namespace {
 
-struct CheckOptions {
-    std::string model;
-};
-
-std::string summary(const ModelFile& file, const ModelChecker& checker) {
-    const auto& findings = checker.findings();
-    const auto errors = std::count_if(findings.begin(), findings.end(), [](const Finding& f) { return f.isError; });
+std::string summary(const nolk::ModelCheck& result) {
+    const auto& findings = result.findings;
+    const auto errors = std::count_if(findings.begin(), findings.end(), [](const nolk::ModelFinding& finding) {
+        return finding.severity == nolk::Severity::error;
+    });
     const auto warnings = static_cast<std::ptrdiff_t>(findings.size()) - errors;
-    std::string text = printable(file.path()) + ": ";
-    if (file.hasRecords())
-        text += "version " + std::to_string(file.version()) + ", " + counted(file.recordCount(), "record") + ": ";
+    std::string text;
+    if (result.recordCount >= 0)
+        text = "version " + std::to_string(result.version) + ", " + counted(result.recordCount, "record") + ": ";
     text += findings.empty() ? "nothing wrong" : counted(errors, "error") + ", " + counted(warnings, "warning");
-    return text + (checker.remark().empty() ? "" : "; " + checker.remark()) + "\n";
+    return text + (result.remark.empty() ? "" : "; " + result.remark);
 }
 
-void check(const CheckOptions& options) {
-    const ModelFile file(options.model);
-    const ModelChecker checker(file);
+void check(const std::string& model) {
+    const std::vector<unsigned char> bytes = readModel(model);
+    const nolk::ModelCheck result = nolk::checkModel(bytes.data(), bytes.size(), kExaminationLimits);
     std::string text;
-    for (const Finding& finding : checker.findings()) text += printable(file.path()) + ": " + describe(finding) + "\n";
-    writeText("-", text + summary(file, checker));
-    if (!checker.findings().empty()) throw CLI::RuntimeError(1);
+    for (const nolk::ModelFinding& finding : result.findings)
+        text += printable(model + ": " + describe(finding)) + "\n";
+    writeText("-", text + printable(model + ": " + summary(result)) + "\n");
+    if (!result.findings.empty()) throw CLI::RuntimeError(1);
 }
 
 }  // namespace
 
 void addCheckCommand(CLI::App& app) {
-    const auto options = std::make_shared<CheckOptions>();
+    const auto model = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("check", "Report everything that is wrong or suspicious in a model file");
-    addModel(*command, options->model);
+    addModel(*command, *model);
     command->footer(
         "Prints a line for each finding, with the record's number (from 1), its operation\n"
         "and its offset in the file. With an error, loading would fail or the network's\n"
@@ -49,5 +46,5 @@ void addCheckCommand(CLI::App& app) {
         "whose result is never used. The exit status is 0 only when there is neither.\n"
         "\n"
         "Example: nolk check digits.cm");
-    command->callback([options] { check(*options); });
+    command->callback([model] { check(*model); });
 }

@@ -1,4 +1,4 @@
-#include "nolk/help/bashCompletion.h"
+#include "nolk/help/help.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

@@ -1,10 +1,8 @@
-#include "nolk/help/installCommands.h"
-
 #include <CLI/CLI.hpp>
 
-#include "nolk/help/bashCompletion.h"
-#include "nolk/help/manPage.h"
-#include "nolk/outputFile.h"
+#include "nolk/commands.h"
+#include "nolk/help/help.h"
+#include "nolk/output.h"
 
 void addInstallCommands(CLI::App& app) {
     constexpr const char* kHidden = "";

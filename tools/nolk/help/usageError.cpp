@@ -1,4 +1,4 @@
-#include "nolk/help/usageError.h"
+#include "nolk/help/help.h"
 
 #include <CLI/CLI.hpp>
 #include <cctype>

@@ -1,17 +1,13 @@
-#include "nolk/info/infoCommand.h"
-
 #include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 
-#include "nolk/UsageError.h"
-#include "nolk/commonOptions.h"
-#include "nolk/info/ExaminedModel.h"
-#include "nolk/info/graphPicture.h"
+#include "nolk/commands.h"
+#include "nolk/info/drawings.h"
 #include "nolk/info/infoReport.h"
-#include "nolk/info/memoryPicture.h"
+#include "nolk/model/Network.h"
 #include "nolk/numberChecks.h"
-#include "nolk/outputFile.h"
+#include "nolk/output.h"
 
 namespace {
 
@@ -22,22 +18,32 @@ struct InfoOptions {
     std::string dot, svg, memory;
 };
 
-// Whether standard output is for a graph or picture.
+// Whether standard output is for a drawing or its source.
 bool isTaken(const InfoOptions& options) {
     const int wishes = (options.dot == "-") + (options.svg == "-") + (options.memory == "-");
     if (wishes + options.json > 1 && wishes > 0)
         throw UsageError(wishes > 1 ? "only one of --dot, --svg and --memory can go to standard output"
-                                    : "a graph or picture and --json both want standard output");
+                                    : "a drawing and --json both want standard output");
     return wishes > 0;
+}
+
+nolk::ModelInfo inspect(const std::string& path, int batch) {
+    const std::vector<unsigned char> bytes = readModel(path);
+    try {
+        return nolk::inspectModel(bytes.data(), bytes.size(), {batch, nolk::InspectionDepth::run, kExaminationLimits});
+    } catch (const nolk::ModelError& e) {
+        throw std::runtime_error(path + ": " + e.what());
+    }
 }
 
 void info(const InfoOptions& options) {
     const bool taken = isTaken(options);
-    const ExaminedModel model(options.model, options.batch);
-    if (!options.dot.empty()) writeText(options.dot, graphSource(model));
-    if (!options.svg.empty()) writeText(options.svg, graphSvg(graphSource(model)));
-    if (!options.memory.empty()) writeText(options.memory, memoryPicture(model));
-    if (!taken) writeText("-", options.json ? infoJson(model) : infoText(model));
+    const std::string& path = options.model;
+    const nolk::ModelInfo model = inspect(path, options.batch);
+    if (!options.dot.empty()) writeText(options.dot, graphSource(path, model));
+    if (!options.svg.empty()) writeText(options.svg, graphSvg(graphSource(path, model)));
+    if (!options.memory.empty()) writeText(options.memory, memoryDrawing(path, model));
+    if (!taken) writeText("-", options.json ? infoJson(path, model) : infoText(path, model));
 }
 
 }  // namespace
@@ -57,7 +63,8 @@ void addInfoCommand(CLI::App& app) {
         ->check(fileName());
     command
         ->add_option("--memory", options->memory,
-                     "draw the arena as an SVG: time along x, bytes along y, a box for each range that tensors share")
+                     "draw the memory as an SVG: time along x, bytes of the arena along y, a box for each range that "
+                     "tensors share, and the scratch memory above")
         ->type_name("FILE")
         ->check(fileName());
     command->footer(
@@ -65,7 +72,7 @@ void addInfoCommand(CLI::App& app) {
         "full connection, matrix product or LSTM sums up, padding included; other\n"
         "operations count none. The column layer tells which layer of the runner computes\n"
         "an operation; \"in 2\" means that layer 2 has absorbed it. With - as FILE a graph\n"
-        "or picture goes to standard output, in place of the text.\n"
+        "or drawing goes to standard output, in place of the text.\n"
         "\n"
         "Example: nolk info digits.cm --svg graph.svg --memory arena.svg");
     command->callback([options] { info(*options); });

@@ -1,110 +1,79 @@
 #include "nolk/info/infoReport.h"
 
 #include <algorithm>
-#include <cctype>
-#include <nlohmann/json.hpp>
 
-#include "nolk/Table.h"
 #include "inspect/counts.h"
-#include "nolk/shapeJson.h"
 #include "inspect/format.h"
+#include "nolk/json.h"
+#include "nolk/output.h"
 
 namespace {
 
-using Json = nlohmann::ordered_json;
+using nolk::ModelInfo;
+using nolk::ModelOperation;
 
-constexpr int kShownHeadInfoBytes = 32;
+constexpr std::size_t kShownHeadInfoBytes = 32;
 
-struct Totals {
-    std::int64_t operationsBefore = 0, operationsAfter = 0;
-    std::int64_t parametersBefore = 0, parametersAfter = 0;
-    std::int64_t multiplyAdds = 0;
-    std::int64_t weightBytesInFile = 0;
-};
-
-bool computes(const ExaminedOperation& operation) {
-    return operation.noted.name != "input" && operation.noted.name != "constTensor";
+std::int64_t weightBytesInFile(const ModelInfo& info) {
+    std::int64_t bytes = 0;
+    for (const ModelOperation& operation : info.operations) bytes = sumOf(bytes, operation.weightBytesInFile);
+    return bytes;
 }
 
-Totals totalsOf(const ExaminedModel& model) {
-    Totals totals;
-    for (const ExaminedOperation& operation : model.operations()) {
-        if (computes(operation)) ++totals.operationsBefore;
-        totals.parametersBefore = sumOf(totals.parametersBefore, operation.noted.parameters);
-        totals.parametersAfter = sumOf(totals.parametersAfter, operation.parametersKept);
-        totals.multiplyAdds = sumOf(totals.multiplyAdds, operation.noted.multiplyAdds);
-        totals.weightBytesInFile += operation.record.floatBytes;
-    }
-    totals.operationsAfter = static_cast<std::int64_t>(model.factories().size());
-    return totals;
-}
-
-std::int64_t floatBytes(std::int64_t floats) { return productOf({floats, sizeof(float)}); }
-
-std::string hexText(const unsigned char* bytes, int count) {
+std::string hexText(const std::vector<unsigned char>& bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (int i = 0; i < count; ++i) {
-        text += kDigits[bytes[i] >> 4];
-        text += kDigits[bytes[i] & 15];
+    for (const unsigned char byte : bytes) {
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 15];
     }
     return text;
 }
 
 // Text where it is text, else bytes.
-std::string shownBytes(const HeadInfoEntry& entry) {
-    const int length = std::max<int>(entry.length, 0);
-    if (length == 0 || !entry.data) return {};
-    const int shown = std::min(length, kShownHeadInfoBytes);
-    const bool isText =
-        std::all_of(entry.data, entry.data + length, [](unsigned char c) { return c >= 0x20 && c < 0x7F; });
-    std::string text = isText ? "\"" + std::string(entry.data, entry.data + shown) + "\"" : hexText(entry.data, shown);
-    if (shown < length) text += "...";
-    return ": " + text;
+std::string shownBytes(const std::vector<unsigned char>& data) {
+    if (data.empty()) return {};
+    const bool isText = std::all_of(data.begin(), data.end(), [](unsigned char c) { return c >= 0x20 && c < 0x7F; });
+    const bool isCut = data.size() > kShownHeadInfoBytes;
+    const std::vector<unsigned char> shown(data.begin(), isCut ? data.begin() + kShownHeadInfoBytes : data.end());
+    return ": " + (isText ? "\"" + std::string(shown.begin(), shown.end()) + "\"" : hexText(shown)) +
+           (isCut ? "..." : "");
 }
 
-const ExaminedOperation& operationAt(const ExaminedModel& model, int place) {
-    return model.operations()[static_cast<std::size_t>(place)];
+const ModelOperation& operationAt(const ModelInfo& info, int place) {
+    return info.operations[static_cast<std::size_t>(place)];
 }
 
-int numberOf(const ExaminedModel& model, int place) { return place < 0 ? 0 : operationAt(model, place).record.number; }
-
-std::string reference(const ExaminedModel& model, int place) {
-    return place < 0 ? "none" : "#" + std::to_string(numberOf(model, place));
+std::string reference(const ModelInfo& info, int place) {
+    return place < 0 ? "none" : "#" + std::to_string(operationAt(info, place).record);
 }
 
-std::string headText(const ExaminedModel& model) {
-    const ModelFile& file = model.file();
-    std::string text = printable(file.path()) + ": version " + std::to_string(file.version()) + ", " +
-                       bytesText(file.size()) + ", " + counted(file.recordCount(), "record") + "\n";
-    if (file.headInfo().empty()) return text + "head info: none\n";
-    text += "head info:\n";
-    for (const HeadInfoEntry& entry : file.headInfo())
-        text += "  key " + std::to_string(entry.key) + ", " + counted(entry.length, "byte") + shownBytes(entry) + "\n";
+std::string headText(const std::string& path, const ModelInfo& info) {
+    std::string text = printable(path) + ": version " + std::to_string(info.version) + ", " +
+                       bytesText(info.fileBytes) + ", " + counted(info.recordCount, "record") + "\n";
+    text += info.headInfo.empty() ? "head info: none\n" : "head info:\n";
+    for (const nolk::HeadInfo& entry : info.headInfo)
+        text += "  key " + std::to_string(entry.key) + ", " +
+                counted(static_cast<std::int64_t>(entry.data.size()), "byte") + shownBytes(entry.data) + "\n";
     return text;
 }
 
-std::string endsText(const ExaminedModel& model) {
+std::string endsText(const ModelInfo& info, const char* name, const std::vector<int>& places) {
     std::string text;
-    int input = 0;
-    for (const ExaminedOperation& operation : model.operations())
-        if (operation.noted.name == "input")
-            text += "input " + std::to_string(input++) + ": " + shapeText(operation.noted.output) + ", #" +
-                    std::to_string(operation.record.number) + "\n";
-    for (std::size_t i = 0; i < model.outputs().size(); ++i)
-        text += "output " + std::to_string(i) + ": " + shapeText(operationAt(model, model.outputs()[i]).noted.output) +
-                ", " + reference(model, model.outputs()[i]) + "\n";
+    for (std::size_t i = 0; i < places.size(); ++i)
+        text += std::string(name) + " " + std::to_string(i) + ": " + shapeText(operationAt(info, places[i]).output) +
+                ", " + reference(info, places[i]) + "\n";
     return text;
 }
 
-std::string layerText(const ExaminedModel& model, const ExaminedOperation& operation) {
+std::string layerText(const ModelInfo& info, const ModelOperation& operation) {
     if (operation.layer < 0) return {};
-    if (operation.isFused) return "in " + std::to_string(operation.layer + 1);
-    return std::to_string(operation.layer + 1) + " " +
-           model.runner()->layers()[static_cast<std::size_t>(operation.layer)]->desc;
+    const std::string number = std::to_string(operation.layer + 1);
+    return operation.isFused ? "in " + number
+                             : number + " " + info.layers[static_cast<std::size_t>(operation.layer)].kind;
 }
 
-std::string operationsText(const ExaminedModel& model) {
+std::string operationsText(const ModelInfo& info) {
     Table table({{"record", true},
                  {"operation"},
                  {"details"},
@@ -113,118 +82,127 @@ std::string operationsText(const ExaminedModel& model) {
                  {"parameters", true},
                  {"multiply-adds", true},
                  {"layer"}});
-    for (const ExaminedOperation& operation : model.operations()) {
+    for (const ModelOperation& operation : info.operations) {
         std::string inputs;
-        for (const int place : operation.noted.inputs) inputs += (inputs.empty() ? "" : " ") + reference(model, place);
-        table.add({"#" + std::to_string(operation.record.number), operation.noted.name, operation.noted.details, inputs,
-                   operation.noted.isMade ? shapeText(operation.noted.output) : "none",
-                   grouped(operation.noted.parameters), grouped(operation.noted.multiplyAdds),
-                   layerText(model, operation)});
+        for (const int place : operation.inputs) inputs += (inputs.empty() ? "" : " ") + reference(info, place);
+        table.add({"#" + std::to_string(operation.record), operation.name, operation.details, inputs,
+                   operation.isMade ? shapeText(operation.output) : "none", grouped(operation.parameterCount),
+                   grouped(operation.multiplyAdds), layerText(info, operation)});
     }
     return table.text();
 }
 
 std::string measured(std::int64_t bytes) { return bytes < 0 ? "unknown" : bytesText(bytes); }
 
-std::string totalsText(const ExaminedModel& model) {
-    const Totals totals = totalsOf(model);
-    const bool isBuilt = model.runner() != nullptr;
-    const auto after = [isBuilt](std::int64_t count) { return isBuilt ? grouped(count) : "unknown"; };
+std::string totalsText(const ModelInfo& info) {
+    const nolk::ModelTotals &before = info.beforeFusion, &after = info.afterFusion;
     Table table({{"total"}, {"before fusion", true}, {"after fusion", true}});
-    table.add({"operations", grouped(totals.operationsBefore), after(totals.operationsAfter)});
-    table.add({"parameters", grouped(totals.parametersBefore), after(totals.parametersAfter)});
-    table.add({"multiply-adds", grouped(totals.multiplyAdds), after(totals.multiplyAdds)});
-    table.add({"bytes of weights in memory", grouped(floatBytes(totals.parametersBefore)),
-               after(floatBytes(totals.parametersAfter))});
-    return table.text() + "\nweights in the file: " + bytesText(totals.weightBytesInFile) +
-           "\narena: " + measured(model.memory().arenaBytes) + "\nscratch: " + measured(model.memory().scratchBytes) +
-           "\npeak memory of this process, loading and one run: " + measured(model.memory().peakBytes) + "\n" +
-           (model.remark().empty() ? "" : model.remark() + "\n");
+    const auto add = [&](const char* name, std::int64_t countBefore, std::int64_t countAfter) {
+        table.add({name, grouped(countBefore), info.isBuilt ? grouped(countAfter) : "unknown"});
+    };
+    add("operations", before.operations, after.operations);
+    add("parameters", before.parameters, after.parameters);
+    add("multiply-adds", info.cost.multiplyAdds, info.cost.multiplyAdds);
+    add("bytes of weights in memory", before.weightBytes, after.weightBytes);
+    return table.text() + "\nweights in the file: " + bytesText(weightBytesInFile(info)) +
+           "\narena: " + measured(info.arenaBytes) + "\nscratch: " + measured(info.scratchBytes) +
+           "\npeak memory of this process, loading and one run: " + measured(info.peakBytes) + "\n" +
+           (info.remark.empty() ? "" : info.remark + "\n");
 }
 
 Json orNull(bool isKnown, std::int64_t value) { return isKnown ? Json(value) : Json(nullptr); }
 
-Json tensorJson(const ExaminedModel& model, int place) {
-    const nolk::TensorShape& shape = operationAt(model, place).noted.output;
-    return {{"record", numberOf(model, place)}, {"shape", shapeJson(shape)}, {"dims", shape.dims}};
-}
-
-Json operationJson(const ExaminedModel& model, const ExaminedOperation& operation) {
-    Json inputs = Json::array();
-    for (const int place : operation.noted.inputs) inputs.push_back(orNull(place >= 0, numberOf(model, place)));
-    const Record& record = operation.record;
-    Json json = {{"record", record.number},
-                 {"operation", operation.noted.name},
-                 {"details", operation.noted.details},
-                 {"id", record.output},
-                 {"offset", record.begin},
-                 {"bytes", record.end - record.begin},
-                 {"inputs", inputs}};
-    json["output"] = operation.noted.isMade ? shapeJson(operation.noted.output) : Json(nullptr);
-    json["dims"] = operation.noted.isMade ? Json(operation.noted.output.dims) : Json(nullptr);
-    json["parameters"] = operation.noted.parameters;
-    json["multiplyAdds"] = operation.noted.multiplyAdds;
-    json["weightBytesInFile"] = record.floatBytes;
-    json["layer"] = orNull(operation.layer >= 0, operation.layer + 1);
-    json["fused"] = operation.isFused;
-    return json;
-}
-
-Json layersJson(const ExaminedModel& model) {
-    Json layers = Json::array();
-    if (!model.runner()) return layers;
-    for (std::size_t i = 0; i < model.runner()->layers().size(); ++i) {
-        const Layer& layer = *model.runner()->layers()[i];
-        const nolk::TensorShape shape = layer.getOutputTensor().shape;
-        layers.push_back({{"layer", i + 1},
-                          {"kind", layer.desc},
-                          {"record", numberOf(model, model.operationOfLayer(static_cast<int>(i)))},
-                          {"output", shapeJson(shape)},
-                          {"dims", shape.dims}});
+Json tensorsJson(const ModelInfo& info, const std::vector<int>& places) {
+    Json tensors = Json::array();
+    for (const int place : places) {
+        const ModelOperation& operation = operationAt(info, place);
+        tensors.push_back(
+            {{"record", operation.record}, {"shape", shapeJson(operation.output)}, {"dims", operation.output.dims}});
     }
+    return tensors;
+}
+
+Json headInfoJson(const ModelInfo& info) {
+    Json entries = Json::array();
+    for (const nolk::HeadInfo& entry : info.headInfo)
+        entries.push_back({{"key", entry.key}, {"length", entry.data.size()}, {"hex", hexText(entry.data)}});
+    return entries;
+}
+
+Json operationJson(const ModelInfo& info, const ModelOperation& operation) {
+    Json inputs = Json::array(), settings = Json::array();
+    for (const int place : operation.inputs)
+        inputs.push_back(place >= 0 ? Json(operationAt(info, place).record) : Json(nullptr));
+    for (const nolk::ModelParameter& parameter : operation.parameters)
+        settings.push_back({{"name", parameter.name}, {"values", parameter.values}});
+    return {{"record", operation.record},
+            {"operation", operation.name},
+            {"details", operation.details},
+            {"settings", settings},
+            {"id", operation.id},
+            {"offset", operation.offset},
+            {"bytes", operation.bytes},
+            {"inputs", inputs},
+            {"output", operation.isMade ? shapeJson(operation.output) : Json(nullptr)},
+            {"dims", orNull(operation.isMade, operation.output.dims)},
+            {"parameters", operation.parameterCount},
+            {"multiplyAdds", operation.multiplyAdds},
+            {"weightBytesInFile", operation.weightBytesInFile},
+            {"layer", orNull(operation.layer >= 0, operation.layer + 1)},
+            {"fused", operation.isFused}};
+}
+
+Json layersJson(const ModelInfo& info) {
+    Json layers = Json::array();
+    for (const nolk::ModelLayer& layer : info.layers)
+        layers.push_back({{"layer", layers.size() + 1},
+                          {"kind", layer.kind},
+                          {"record", operationAt(info, layer.operation).record},
+                          {"output", shapeJson(layer.output)},
+                          {"dims", layer.output.dims}});
     return layers;
 }
 
-Json totalsJson(const ExaminedModel& model) {
-    const Totals totals = totalsOf(model);
-    const bool isBuilt = model.runner() != nullptr;
-    const auto both = [isBuilt](std::int64_t before, std::int64_t after) {
-        return Json{{"beforeFusion", before}, {"afterFusion", orNull(isBuilt, after)}};
+Json totalsJson(const ModelInfo& info) {
+    const nolk::ModelTotals &before = info.beforeFusion, &after = info.afterFusion;
+    const auto both = [&info](std::int64_t countBefore, std::int64_t countAfter) {
+        return Json{{"beforeFusion", countBefore}, {"afterFusion", orNull(info.isBuilt, countAfter)}};
     };
-    const MemoryUse& memory = model.memory();
-    return {{"operations", both(totals.operationsBefore, totals.operationsAfter)},
-            {"parameters", both(totals.parametersBefore, totals.parametersAfter)},
-            {"multiplyAdds", both(totals.multiplyAdds, totals.multiplyAdds)},
-            {"weightBytesInMemory", both(floatBytes(totals.parametersBefore), floatBytes(totals.parametersAfter))},
-            {"weightBytesInFile", totals.weightBytesInFile},
-            {"arenaBytes", orNull(memory.arenaBytes >= 0, memory.arenaBytes)},
-            {"scratchBytes", orNull(memory.scratchBytes >= 0, memory.scratchBytes)},
-            {"peakBytes", orNull(memory.peakBytes >= 0, memory.peakBytes)}};
+    return {{"operations", both(before.operations, after.operations)},
+            {"parameters", both(before.parameters, after.parameters)},
+            {"multiplyAdds", both(info.cost.multiplyAdds, info.cost.multiplyAdds)},
+            {"weightBytesInMemory", both(before.weightBytes, after.weightBytes)},
+            {"weightBytesInFile", weightBytesInFile(info)},
+            {"arenaBytes", orNull(info.arenaBytes >= 0, info.arenaBytes)},
+            {"scratchBytes", orNull(info.scratchBytes >= 0, info.scratchBytes)},
+            {"peakBytes", orNull(info.peakBytes >= 0, info.peakBytes)}};
+}
+
+Json costJson(const nolk::ModelCost& cost) {
+    return {{"tensorBytes", cost.tensorBytes},   {"weightBytes", cost.weightBytes},
+            {"scratchBytes", cost.scratchBytes}, {"memoryBytes", cost.memoryBytes()},
+            {"multiplyAdds", cost.multiplyAdds}, {"steps", cost.steps}};
 }
 
 }  // namespace
 
-std::string infoText(const ExaminedModel& model) {
-    return headText(model) + endsText(model) + "\n" + operationsText(model) + "\n" + totalsText(model);
+std::string infoText(const std::string& path, const ModelInfo& info) {
+    return headText(path, info) + endsText(info, "input", info.inputs) + endsText(info, "output", info.outputs) + "\n" +
+           operationsText(info) + "\n" + totalsText(info);
 }
 
-std::string infoJson(const ExaminedModel& model) {
-    const ModelFile& file = model.file();
-    Json headInfo = Json::array(), inputs = Json::array(), outputs = Json::array(), operations = Json::array();
-    for (const HeadInfoEntry& entry : file.headInfo())
-        headInfo.push_back({{"key", entry.key},
-                            {"length", entry.length},
-                            {"hex", hexText(entry.data, entry.data ? std::max<int>(entry.length, 0) : 0)}});
-    for (std::size_t i = 0; i < model.operations().size(); ++i) {
-        if (model.operations()[i].noted.name == "input") inputs.push_back(tensorJson(model, static_cast<int>(i)));
-        operations.push_back(operationJson(model, model.operations()[i]));
-    }
-    for (const int place : model.outputs()) outputs.push_back(tensorJson(model, place));
-    Json json = {{"path", file.path()},        {"version", file.version()},
-                 {"bytes", file.size()},       {"headInfo", headInfo},
-                 {"inputs", inputs},           {"outputs", outputs},
-                 {"operations", operations},   {"layers", layersJson(model)},
-                 {"totals", totalsJson(model)}};
-    json["remark"] = model.remark().empty() ? Json(nullptr) : Json(model.remark());
-    return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+std::string infoJson(const std::string& path, const ModelInfo& info) {
+    Json operations = Json::array();
+    for (const ModelOperation& operation : info.operations) operations.push_back(operationJson(info, operation));
+    return jsonText({{"path", path},
+                     {"version", info.version},
+                     {"bytes", info.fileBytes},
+                     {"headInfo", headInfoJson(info)},
+                     {"inputs", tensorsJson(info, info.inputs)},
+                     {"outputs", tensorsJson(info, info.outputs)},
+                     {"operations", operations},
+                     {"layers", layersJson(info)},
+                     {"totals", totalsJson(info)},
+                     {"cost", costJson(info.cost)},
+                     {"remark", info.remark.empty() ? Json(nullptr) : Json(info.remark)}});
 }

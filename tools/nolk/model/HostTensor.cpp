@@ -3,22 +3,10 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "builder/shapes.h"
-#include "nolk/model/StandardErrorCapture.h"
-
-namespace {
-
-std::vector<nolk::Tensor> views(std::vector<HostTensor>& tensors) {
-    std::vector<nolk::Tensor> all;
-    all.reserve(std::max<std::size_t>(tensors.size(), 1));  // runners refuse null, also for no tensors
-    for (HostTensor& t : tensors) all.push_back(t.view());
-    return all;
-}
-
-}  // namespace
+#include "inspect/counts.h"
 
 HostTensor::HostTensor(const nolk::TensorShape& tensorShape) : shape(tensorShape) {
-    const auto count = static_cast<std::size_t>(std::max(elementCount(shape), 0));
+    const auto count = static_cast<std::size_t>(elementsOf(shape));
     values.reserve(std::max<std::size_t>(count, 1));
     values.resize(count);
 }
@@ -27,23 +15,17 @@ std::vector<HostTensor> hostTensors(const std::vector<nolk::TensorShape>& shapes
     return {shapes.begin(), shapes.end()};
 }
 
+std::vector<nolk::Tensor> views(std::vector<HostTensor>& tensors) {
+    std::vector<nolk::Tensor> all;
+    all.reserve(std::max<std::size_t>(tensors.size(), 1));  // runners refuse null, also for no tensors
+    for (HostTensor& t : tensors) all.push_back(t.view());
+    return all;
+}
+
 void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs) {
     std::vector<nolk::Tensor> in = views(inputs), out = views(outputs);
     if (!runner.run(in.data(), static_cast<int>(in.size()), out.data(), static_cast<int>(out.size())))
-        throw std::runtime_error("the network does not take these inputs");
-}
-
-void runStrictly(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs) {
-    StandardErrorCapture quiet;
-    std::string refusal;
-    try {
-        runOnce(runner, inputs, outputs);
-    } catch (const std::exception& e) {
-        refusal = e.what();
-    }
-    const std::string printed = quiet.take();
-    if (refusal.empty() && printed.empty()) return;
-    throw std::runtime_error(refusal + (refusal.empty() || printed.empty() ? "" : ": ") + printed);
+        throw std::runtime_error("the run failed");
 }
 
 std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape) {

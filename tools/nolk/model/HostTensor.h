@@ -1,6 +1,6 @@
 // Floats of the program's own in the shape of a network's input or output, and one run with such tensors.
-//   auto inputs = hostTensors(runner.inputShapes()), outputs = hostTensors(runner.outputShapes());
-//   runOnce(runner, inputs, outputs);
+//   auto inputs = hostTensors(network.inputs), outputs = hostTensors(network.outputs);
+//   runOnce(*network.runner, inputs, outputs);
 #pragma once
 
 #include <nolk.h>
@@ -19,11 +19,11 @@ struct HostTensor {
 
 std::vector<HostTensor> hostTensors(const std::vector<nolk::TensorShape>& shapes);
 
-// Throws std::runtime_error when the runner refuses the tensors.
-void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
+// For a runner; valid as long as the tensors stay where they are. The array is never null.
+std::vector<nolk::Tensor> views(std::vector<HostTensor>& tensors);
 
-// The same, but what the library prints on standard error meanwhile is a failure too: then the outputs mean nothing.
-void runStrictly(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
+// Throws std::runtime_error when the run fails; the library has then told on standard error why.
+void runOnce(nolk::Runner& runner, std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
 
 // The extents that mean something: [n, c] of a matrix, else [n, c, h, w]. Those below 0 count as 0.
 std::vector<std::int64_t> extentsOf(const nolk::TensorShape& shape);

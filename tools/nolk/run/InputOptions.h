@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "nolk/model/HostTensor.h"
 #include "nolk/run/image.h"
 
 namespace CLI {
@@ -22,3 +23,7 @@ void addInputOptions(CLI::App& command, InputOptions& options);
 
 // A paragraph about their files for the end of a command's help.
 extern const char kInputsHelp[];
+
+// The tensors for a network's inputs, of these shapes, from the files of the options: one file for each input, or one
+// for each sample of each input. Throws std::runtime_error, "path: what, expected what".
+std::vector<HostTensor> readInputs(const std::vector<nolk::TensorShape>& shapes, const InputOptions& options);

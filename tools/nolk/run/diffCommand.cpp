@@ -1,23 +1,22 @@
-#include "nolk/run/diffCommand.h"
-
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <memory>
 #include <stdexcept>
 
-#include "nolk/model/LoadedModel.h"
+#include "inspect/format.h"
+#include "nolk/commands.h"
+#include "nolk/model/Network.h"
 #include "nolk/numberChecks.h"
-#include "nolk/outputFile.h"
+#include "nolk/output.h"
 #include "nolk/run/Difference.h"
 #include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
-#include "nolk/run/readInputs.h"
-#include "inspect/format.h"
 
 namespace {
 
 struct DiffOptions {
     InputOptions inputs;
+    ImplementationOptions implementation;
     std::vector<std::string> expected;
     Tolerance tolerance;
     bool hasTolerance = false;
@@ -51,16 +50,16 @@ std::string describe(std::size_t index, const HostTensor& actual, const HostTens
 }
 
 void diff(const DiffOptions& options) {
-    LoadedModel model(options.inputs.model, nullptr, options.inputs.batch);
-    std::vector<HostTensor> outputs = hostTensors(model.runner().outputShapes()), expected = outputs;
+    const Network network = loadNetwork(options.inputs.model, options.inputs.batch, options.implementation);
+    std::vector<HostTensor> outputs = hostTensors(network.outputs), expected = outputs;
     if (options.expected.size() != outputs.size())
         throw std::runtime_error(
             options.inputs.model + ": " + counted(static_cast<std::int64_t>(options.expected.size()), "array") +
             " given, expected one for each of " + counted(static_cast<std::int64_t>(outputs.size()), "output"));
     for (std::size_t i = 0; i < expected.size(); ++i)
         readNpy(options.expected[i], expected[i].shape, expected[i].values.data());
-    std::vector<HostTensor> inputs = readInputs(model.runner().inputShapes(), options.inputs);
-    runStrictly(model.runner(), inputs, outputs);
+    std::vector<HostTensor> inputs = readInputs(network.inputs, options.inputs);
+    runOnce(*network.runner, inputs, outputs);
     std::size_t tooLarge = 0, all = 0;
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         const Differences differences = compare(outputs[i].values, expected[i].values, options.tolerance);
@@ -80,6 +79,7 @@ void addDiffCommand(CLI::App& app) {
         app.add_subcommand("diff", "Run a model on inputs from files, and compare its outputs with expected ones");
     const auto options = std::make_shared<DiffOptions>();  // the command's callback has to be copyable
     addInputOptions(*command, options->inputs);
+    options->implementation.addTo(*command);
     command->add_option("EXPECTED", options->expected, "what each output should be, as .npy")
         ->type_name("FILE")
         ->required();

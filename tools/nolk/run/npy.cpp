@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "builder/shapes.h"
+#include "inspect/counts.h"
 #include "nolk/model/InputFile.h"
 
 namespace {
@@ -175,7 +175,7 @@ void checkHeader(const InputFile& file, const std::string& header, const nolk::T
 void readNpy(const std::string& path, const nolk::TensorShape& expected, float* values) {
     InputFile file(path);
     checkHeader(file, readHeader(file), expected);
-    const std::int64_t bytes = static_cast<std::int64_t>(elementCount(expected)) * 4;
+    const std::int64_t bytes = elementsOf(expected) * 4;
     if (file.left() != bytes)
         file.fail(std::to_string(file.left()) + " bytes of values, expected " + std::to_string(bytes));
     file.read(values, bytes);

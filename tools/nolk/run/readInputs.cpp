@@ -1,5 +1,3 @@
-#include "nolk/run/readInputs.h"
-
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
@@ -7,17 +5,18 @@
 #include <numeric>
 #include <stdexcept>
 
-#include "builder/shapes.h"
-#include "nolk/UsageError.h"
-#include "nolk/model/InputFile.h"
-#include "nolk/run/npy.h"
+#include "inspect/counts.h"
 #include "inspect/format.h"
+#include "nolk/commonOptions.h"
+#include "nolk/model/InputFile.h"
+#include "nolk/run/InputOptions.h"
+#include "nolk/run/npy.h"
 
 namespace {
 
 void readFloats(const std::string& path, const nolk::TensorShape& expected, float* values) {
     InputFile file(path);
-    const std::int64_t bytes = static_cast<std::int64_t>(elementCount(expected)) * 4;
+    const std::int64_t bytes = elementsOf(expected) * 4;
     if (file.left() != bytes)
         file.fail(std::to_string(file.left()) + " bytes, expected " + std::to_string(bytes) + " for the floats of " +
                   shapeText(expected));
@@ -57,8 +56,7 @@ void readSamples(const std::string*& file, HostTensor& tensor, const PixelRule& 
     nolk::TensorShape sample = tensor.shape;
     sample.n = 1;
     float* values = tensor.values.data();
-    for (int n = 0; n < tensor.shape.n; ++n, values += elementCount(sample))
-        readTensor(*file++, sample, pixels, values);
+    for (int n = 0; n < tensor.shape.n; ++n, values += elementsOf(sample)) readTensor(*file++, sample, pixels, values);
 }
 
 }  // namespace

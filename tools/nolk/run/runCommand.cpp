@@ -1,5 +1,3 @@
-#include "nolk/run/runCommand.h"
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
@@ -8,15 +6,13 @@
 #include <numeric>
 #include <stdexcept>
 
-#include "builder/shapes.h"
-#include "nolk/UsageError.h"
-#include "nolk/model/LoadedModel.h"
+#include "inspect/format.h"
+#include "nolk/commands.h"
+#include "nolk/model/Network.h"
 #include "nolk/numberChecks.h"
-#include "nolk/outputFile.h"
+#include "nolk/output.h"
 #include "nolk/run/InputOptions.h"
 #include "nolk/run/npy.h"
-#include "nolk/run/readInputs.h"
-#include "inspect/format.h"
 
 namespace {
 
@@ -24,6 +20,7 @@ constexpr std::size_t kTop = 5;
 
 struct RunOptions {
     InputOptions inputs;
+    ImplementationOptions implementation;
     std::vector<std::string> outputs;
 };
 
@@ -82,14 +79,14 @@ std::string describe(std::size_t index, const HostTensor& tensor) {
 void run(const RunOptions& options) {
     if (std::count(options.outputs.begin(), options.outputs.end(), "-") > 1)
         throw UsageError("--output: only one can go to standard output");
-    LoadedModel model(options.inputs.model, nullptr, options.inputs.batch);
-    std::vector<HostTensor> outputs = hostTensors(model.runner().outputShapes());
+    const Network network = loadNetwork(options.inputs.model, options.inputs.batch, options.implementation);
+    std::vector<HostTensor> outputs = hostTensors(network.outputs);
     if (!options.outputs.empty() && options.outputs.size() != outputs.size())
         throw std::runtime_error(options.inputs.model + ": " +
                                  counted(static_cast<std::int64_t>(options.outputs.size()), "output file") +
                                  ", expected " + std::to_string(outputs.size()));
-    std::vector<HostTensor> inputs = readInputs(model.runner().inputShapes(), options.inputs);
-    runStrictly(model.runner(), inputs, outputs);
+    std::vector<HostTensor> inputs = readInputs(network.inputs, options.inputs);
+    runOnce(*network.runner, inputs, outputs);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         if (options.outputs.empty())
             writeText("-", describe(i, outputs[i]));
@@ -105,6 +102,7 @@ void addRunCommand(CLI::App& app) {
         app.add_subcommand("run", "Run a model on inputs from files, and print or write its outputs");
     const auto options = std::make_shared<RunOptions>();  // the command's callback has to be copyable
     addInputOptions(*command, options->inputs);
+    options->implementation.addTo(*command);
     command
         ->add_option("--output", options->outputs,
                      "write the outputs as .npy, a file for each, instead of printing them")

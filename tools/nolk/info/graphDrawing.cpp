@@ -1,16 +1,15 @@
-#include "nolk/info/graphPicture.h"
-
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
 
-#include "inspect/counts.h"
 #include "inspect/format.h"
+#include "nolk/info/drawings.h"
 
 namespace {
 
@@ -30,26 +29,26 @@ std::string quoted(const std::string& text) {
 
 std::string nodeName(int place) { return "r" + std::to_string(place); }
 
-std::string nodeLabel(const ExaminedModel& model, const ExaminedOperation& operation) {
-    std::string label = operation.noted.name + " #" + std::to_string(operation.record.number);
-    if (!operation.noted.details.empty()) label += "\n" + operation.noted.details;
-    if (operation.noted.parameters > 0) label += "\n" + counted(operation.noted.parameters, "parameter");
+std::string nodeLabel(const nolk::ModelInfo& info, const nolk::ModelOperation& operation) {
+    std::string label = operation.name + " #" + std::to_string(operation.record);
+    if (!operation.details.empty()) label += "\n" + operation.details;
+    if (operation.parameterCount > 0) label += "\n" + counted(operation.parameterCount, "parameter");
     if (operation.isFused && operation.layer >= 0) {
-        const auto into = static_cast<std::size_t>(model.operationOfLayer(operation.layer));
-        label += "\nfused into #" + std::to_string(model.operations()[into].record.number);
+        const int into = info.layers[static_cast<std::size_t>(operation.layer)].operation;
+        label += "\nfused into #" + std::to_string(info.operations[static_cast<std::size_t>(into)].record);
     }
     return label;
 }
 
-const char* nodeStyle(const ExaminedOperation& operation) {
-    if (operation.noted.name == "input") return "shape=ellipse, fillcolor=\"#d9ead3\"";
-    if (operation.noted.name == "constTensor") return "shape=ellipse, fillcolor=\"#fff2cc\"";
+const char* nodeStyle(const nolk::ModelOperation& operation) {
+    if (operation.name == "input") return "shape=ellipse, fillcolor=\"#d9ead3\"";
+    if (operation.name == "constTensor") return "shape=ellipse, fillcolor=\"#fff2cc\"";
     if (operation.isFused) return "fillcolor=\"#f3f3f3\", style=\"rounded,filled,dashed\", fontcolor=\"#666666\"";
-    return operation.noted.parameters > 0 ? "fillcolor=\"#cfe2f3\"" : "fillcolor=\"#ffffff\"";
+    return operation.parameterCount > 0 ? "fillcolor=\"#cfe2f3\"" : "fillcolor=\"#ffffff\"";
 }
 
-std::string edge(const ExaminedModel& model, int from, const std::string& to) {
-    const nolk::TensorShape& shape = model.operations()[static_cast<std::size_t>(from)].noted.output;
+std::string edge(const nolk::ModelInfo& info, int from, const std::string& to) {
+    const nolk::TensorShape& shape = info.operations[static_cast<std::size_t>(from)].output;
     return "  " + nodeName(from) + " -> " + to + " [label=" + quoted(" " + shapeText(shape)) + "];\n";
 }
 
@@ -91,24 +90,24 @@ int runDot(std::FILE* in, std::FILE* out) {
 
 }  // namespace
 
-std::string graphSource(const ExaminedModel& model) {
+std::string graphSource(const std::string& path, const nolk::ModelInfo& info) {
     std::string source =
-        "digraph " + quoted(printable(model.file().path())) +
+        "digraph " + quoted(printable(path)) +
         " {\n"
         "  node [shape=box, style=\"rounded,filled\", color=\"#666666\", fontname=\"Helvetica\", fontsize=11];\n"
         "  edge [color=\"#666666\", fontname=\"Helvetica\", fontsize=9, arrowsize=0.7];\n";
-    const auto& operations = model.operations();
+    const auto& operations = info.operations;
     for (std::size_t i = 0; i < operations.size(); ++i) {
         const int place = static_cast<int>(i);
-        source += "  " + nodeName(place) + " [label=" + quoted(nodeLabel(model, operations[i])) + ", " +
+        source += "  " + nodeName(place) + " [label=" + quoted(nodeLabel(info, operations[i])) + ", " +
                   nodeStyle(operations[i]) + "];\n";
-        for (const int from : operations[i].noted.inputs)
-            if (from >= 0) source += edge(model, from, nodeName(place));
+        for (const int from : operations[i].inputs)
+            if (from >= 0) source += edge(info, from, nodeName(place));
     }
-    for (std::size_t i = 0; i < model.outputs().size(); ++i) {
+    for (std::size_t i = 0; i < info.outputs.size(); ++i) {
         const std::string name = "output" + std::to_string(i);
         source += "  " + name + " [label=" + quoted("output " + std::to_string(i)) +
-                  ", shape=ellipse, fillcolor=\"#f4cccc\"];\n" + edge(model, model.outputs()[i], name);
+                  ", shape=ellipse, fillcolor=\"#f4cccc\"];\n" + edge(info, info.outputs[i], name);
     }
     return source + "}\n";
 }

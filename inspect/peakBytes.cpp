@@ -1,12 +1,12 @@
-#include "nolk/model/peakBytes.h"
+#include "inspect/peakBytes.h"
 
 #include <fstream>
 #include <string>
 
-std::optional<std::int64_t> peakBytes() {
+std::int64_t peakBytes() {
     // getrusage would count what the process was before it became this program.
     std::ifstream status("/proc/self/status");
     for (std::string word; status >> word;)
         if (std::int64_t kibibytes; word == "VmHWM:" && status >> kibibytes) return kibibytes * 1024;
-    return std::nullopt;
+    return -1;
 }

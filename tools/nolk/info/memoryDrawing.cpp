@@ -1,18 +1,17 @@
-#include "nolk/info/memoryPicture.h"
-
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <stdexcept>
 
-#include "nolk/info/arenaBoxes.h"
 #include "inspect/format.h"
+#include "nolk/info/drawings.h"
 
 namespace {
 
-constexpr double kLeft = 90, kTop = 64, kRight = 24, kBottom = 130, kPlotHeight = 440;
-constexpr double kMostWidth = 3800;          // of all steps; many get narrower for it
+constexpr double kLeft = 90, kTop = 108, kRight = 24, kBottom = 130, kPlotHeight = 440;
+constexpr double kMostWidth = 3800;  // of all steps; many get narrower for it
+constexpr double kScratchTop = 58, kScratchHeight = 24;
 constexpr double kLeastBoxHeight = 3;        // so that small tensors are seen beside large ones
 constexpr double kLeastLabelledStep = 14;    // steps narrower than that leave labels out
 constexpr double kLetter = 6.1, kLine = 13;  // of the boxes' text, whose font has 11 pixels
@@ -41,6 +40,40 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
+// A range of the arena with the words for it.
+struct Box {
+    nolk::ArenaRange range;
+    std::vector<std::string> tensors;  // "relu #3"
+    std::string shapes;                // "[1, 8, 28, 28]", of each that differs from the one before
+};
+
+std::vector<Box> boxesOf(const nolk::ModelInfo& info) {
+    std::vector<Box> boxes;
+    for (const nolk::ArenaRange& range : info.arenaRanges) {
+        Box box{range, {}, {}};
+        std::string last;
+        for (const int place : range.operations) {
+            const nolk::ModelOperation& operation = info.operations[static_cast<std::size_t>(place)];
+            box.tensors.push_back(operation.name + " #" + std::to_string(operation.record));
+            const std::string shape = shapeText(operation.output);
+            if (shape != last) box.shapes += (last.empty() ? "" : ", ") + shape;
+            last = shape;
+        }
+        boxes.push_back(box);
+    }
+    return boxes;
+}
+
+// "inputs", "conv #2", ..., "outputs"
+std::vector<std::string> stepsOf(const nolk::ModelInfo& info) {
+    std::vector<std::string> steps = {"inputs"};
+    for (const nolk::ModelLayer& layer : info.layers)
+        steps.push_back(layer.kind + " #" +
+                        std::to_string(info.operations[static_cast<std::size_t>(layer.operation)].record));
+    steps.push_back("outputs");
+    return steps;
+}
+
 struct Rectangle {
     double left, top, right, bottom;
 
@@ -51,8 +84,8 @@ struct Rectangle {
 
 class Drawing {
 public:
-    explicit Drawing(const ExaminedModel& model)
-        : model_(model), boxes_(arenaBoxes(model)), steps_(arenaSteps(model)), bytes_(model.memory().arenaBytes) {
+    Drawing(const std::string& path, const nolk::ModelInfo& info)
+        : path_(path), info_(info), boxes_(boxesOf(info)), steps_(stepsOf(info)), bytes_(info.arenaBytes) {
         const auto count = static_cast<double>(steps_.size());
         stepWidth_ = std::clamp(1000 / count, std::min(20.0, kMostWidth / count), 120.0);
         width_ = std::max(kLeft + stepWidth_ * count + kRight, 640.0);
@@ -60,9 +93,10 @@ public:
 
     std::string svg() {
         head();
+        if (info_.scratchBytes > 0) scratch();
         byteAxis();
         stepAxis();
-        for (const ArenaBox& b : boxes_) taken_.push_back(rectangleOf(b));
+        for (const Box& b : boxes_) taken_.push_back(rectangleOf(b));
         for (std::size_t i = 0; i < boxes_.size(); ++i) box(boxes_[i], taken_[i], colourOf(i));
         return svg_ + "</svg>\n";
     }
@@ -86,11 +120,29 @@ private:
             "<rect width=\"100%%\" height=\"100%%\" fill=\"white\"/>\n",
             width_, height, width_, height);
         std::int64_t total = 0;
-        for (const ArenaBox& b : boxes_) total += b.size;
-        text(kLeft, 26, "font-size=\"16\"", "Arena of " + model_.file().path() + ": " + bytesText(bytes_));
+        for (const Box& b : boxes_) total += b.range.sizeBytes;
+        text(kLeft, 26, "font-size=\"16\"", "Arena of " + path_ + ": " + bytesText(bytes_));
         text(kLeft, 44, "fill=\"#555555\"",
              counted(static_cast<std::int64_t>(boxes_.size()), "range") + " share it, which side by side would take " +
                  bytesText(total));
+    }
+
+    // Beside the arena's scale, which it would often exceed. Inputs and outputs are copied without it.
+    void scratch() {
+        const double left = x(1), right = x(static_cast<int>(steps_.size()) - 1);
+        const std::string size = bytesText(info_.scratchBytes);
+        svg_ += "<g><title>" + xmlText("scratch: " + size) + "</title>\n";
+        svg_ += format(
+            "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"#eeeeee\" stroke=\"#444444\" "
+            "stroke-width=\"0.7\" stroke-dasharray=\"4 2\"/>\n",
+            left, kScratchTop, right - left, kScratchHeight);
+        const std::string texts[] = {"scratch memory, shared by the layers: " + size + ", not drawn to scale",
+                                     "scratch: " + size, "scratch"};
+        for (const std::string& shown : texts)
+            if (label({shown}, (left + right) / 2, kScratchTop + kScratchHeight / 2, right - left, kScratchHeight,
+                      false))
+                break;
+        svg_ += "</g>\n";
     }
 
     // Ticks at a power of two, four to eight of them.
@@ -132,15 +184,17 @@ private:
              "text-anchor=\"middle\"", "time: the layers in the order in which they run");
     }
 
-    Rectangle rectangleOf(const ArenaBox& b) const {
-        const double bottom = y(b.offset);
-        return {x(b.firstStep), std::min(y(b.offset + b.size), bottom - kLeastBoxHeight), x(b.lastStep + 1), bottom};
+    Rectangle rectangleOf(const Box& b) const {
+        const nolk::ArenaRange& r = b.range;
+        const double bottom = y(r.offsetBytes);
+        return {x(r.firstStep), std::min(y(r.offsetBytes + r.sizeBytes), bottom - kLeastBoxHeight), x(r.lastStep + 1),
+                bottom};
     }
 
-    void box(const ArenaBox& b, Rectangle place, const char* colour) {
+    void box(const Box& b, Rectangle place, const char* colour) {
         const auto [left, top, right, bottom] = place;
         const std::string name = joined(b.tensors);
-        const std::string range = bytesText(b.size) + " at " + grouped(b.offset);
+        const std::string range = bytesText(b.range.sizeBytes) + " at " + grouped(b.range.offsetBytes);
         svg_ += "<g><title>" + xmlText(name) + "\n" + xmlText(b.shapes) + "\n" + xmlText(range) + "</title>\n";
         svg_ += format(
             "<rect x=\"%.1f\" y=\"%.1f\" width=\"%.1f\" height=\"%.1f\" fill=\"%s\" stroke=\"#444444\" "
@@ -150,12 +204,12 @@ private:
         svg_ += "</g>\n";
     }
 
-    void boxLabel(const ArenaBox& b, const std::string& name, const Rectangle& place) {
+    void boxLabel(const Box& b, const std::string& name, const Rectangle& place) {
         const auto [left, top, right, bottom] = place;
         const double centreX = (left + right) / 2, centreY = (top + bottom) / 2;
         const std::string names[] = {name, b.tensors.front() + ", ...", b.tensors.front()};
         for (const std::string& shownName : names) {
-            const std::vector<std::string> lines = {shownName, b.shapes, bytesText(b.size)};
+            const std::vector<std::string> lines = {shownName, b.shapes, bytesText(b.range.sizeBytes)};
             if (label(lines, centreX, centreY, right - left, bottom - top, false)) return;
             if (label(lines, centreX, centreY, bottom - top, right - left, true)) return;
         }
@@ -201,8 +255,9 @@ private:
         return true;
     }
 
-    const ExaminedModel& model_;
-    std::vector<ArenaBox> boxes_;
+    const std::string& path_;
+    const nolk::ModelInfo& info_;
+    std::vector<Box> boxes_;
     std::vector<std::string> steps_;
     std::vector<Rectangle> taken_;  // boxes, and labels beside them
     std::int64_t bytes_;
@@ -212,8 +267,8 @@ private:
 
 }  // namespace
 
-std::string memoryPicture(const ExaminedModel& model) {
-    if (!model.runner()) throw std::runtime_error(model.file().path() + ": " + model.remark());
-    if (model.memory().arenaBytes <= 0) throw std::runtime_error(model.file().path() + ": the network needs no arena");
-    return Drawing(model).svg();
+std::string memoryDrawing(const std::string& path, const nolk::ModelInfo& info) {
+    if (!info.isBuilt) throw std::runtime_error(path + ": " + info.remark);
+    if (info.arenaBytes <= 0) throw std::runtime_error(path + ": the network needs no arena");
+    return Drawing(path, info).svg();
 }

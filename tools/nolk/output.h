@@ -1,8 +1,9 @@
-// Lines of text in columns.
-//   Table table({{"operation"}, {"parameters", true}});  table.add({"relu", "0"});  table.text()
+// What commands write: tables of text, and files of the user's choice.
+//   Table table({{"operation"}, {"parameters", true}});  table.add({"relu", "0"});  writeText("-", table.text());
 #pragma once
 
 #include <string>
+#include <utility>
 #include <vector>
 
 struct Column {
@@ -24,3 +25,7 @@ private:
     std::vector<Column> columns_;
     std::vector<std::vector<std::string>> rows_;
 };
+
+// To standard output for "-". A file gets its new contents at once: what stood there stays until all has been written,
+// and no half of a file is left behind. Throws std::runtime_error, "path: why", when it cannot be written.
+void writeText(const std::string& path, const std::string& text);

@@ -1,7 +1,8 @@
-#include "nolk/outputFile.h"
+#include "nolk/output.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -43,6 +44,32 @@ int writeFile(const std::string& path, const std::string& text) {
 }
 
 }  // namespace
+
+std::string Table::text() const {
+    std::vector<std::size_t> widths;
+    std::vector<std::string> titles;
+    for (std::size_t c = 0; c < columns_.size(); ++c) {
+        std::size_t widest = 0;
+        for (const auto& row : rows_) widest = std::max(widest, row[c].size());
+        widths.push_back(widest == 0 ? 0 : std::max(widest, columns_[c].title.size()));
+        titles.push_back(columns_[c].title);
+    }
+    std::string text;
+    const auto addLine = [&](const std::vector<std::string>& cells) {
+        std::string line;
+        for (std::size_t c = 0; c < cells.size(); ++c) {
+            if (widths[c] == 0) continue;
+            if (!line.empty()) line += "  ";
+            const std::string blanks(widths[c] - cells[c].size(), ' ');
+            line += columns_[c].alignRight ? blanks + cells[c] : cells[c] + blanks;
+        }
+        line.erase(line.find_last_not_of(' ') + 1);
+        text += line + "\n";
+    };
+    addLine(titles);
+    for (const auto& row : rows_) addLine(row);
+    return text;
+}
 
 void writeText(const std::string& path, const std::string& text) {
     const int error = path == "-" ? writeAll(stdout, text) : writeFile(path, text);
