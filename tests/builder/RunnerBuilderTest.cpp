@@ -1,24 +1,19 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <stdexcept>
 
 #include "builder/utils.h"
-#include "support/Net.h"
-#include "support/refusal.h"
-#include "support/values.h"
+#include "support/expectReference.h"
 
 namespace {
 
-struct SettingsCase {
-    const char* cfg;
-    int threads, threshold;
-};
-
 TEST(Settings, AreFoundWithBlanksRepetitionsAndTrailingText) {
     const std::string tooLong = std::string(505, 'x') + ",num_threads=4";
-    const SettingsCase cases[] = {
+    const struct {
+        const char* cfg;
+        int threads, threshold;
+    } cases[] = {
         {nullptr, 1, 2000000},
         {"", 1, 2000000},
         {"num_threads = 4 , gemm_thresh=100", 4, 100},
@@ -28,7 +23,7 @@ TEST(Settings, AreFoundWithBlanksRepetitionsAndTrailingText) {
         {"num_threads=4294967298", 2, 2000000},
         {tooLong.c_str(), 1, 2000000},  // cut inside the key
     };
-    for (const SettingsCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.cfg ? c.cfg : "null");
         const auto settings = cfgToMap(c.cfg);
         EXPECT_EQ(intSetting(settings, "num_threads", 1), c.threads);
@@ -61,6 +56,7 @@ TEST(RunnerBuilder, NullInputsGiveNullResults) {
     EXPECT_EQ(net->add(x, nullptr), nullptr);
     EXPECT_EQ(net->add(nullptr, x), nullptr);
     EXPECT_EQ(net->concat(some, 2, nolk::Axis::c), nullptr);
+    EXPECT_EQ(net->matMul(nullptr, x), nullptr);
     EXPECT_EQ(net->matMul(x, nullptr), nullptr);
     EXPECT_EQ(net->convolve(nullptr, {}, {}, {}, {}), nullptr);
     EXPECT_EQ(net->instanceNormalization(nullptr, 0.1f), nullptr);
@@ -101,14 +97,14 @@ TEST(RunnerBuilder, ConstantsWithoutDataAndShapesBeyond32BitsAreRefused) {
     EXPECT_THROW(net.build({net->relu(net.input({1, 65536, 65536, 1, 3}, {}))}), std::invalid_argument);
 }
 
-const nolk::TensorShape kFilled{1, 2, 3, 4, 3};
+const Shape kFilled{1, 2, 3, 4, 3};
 
 TEST(RunnerBuilder, WindowsAndSlicesWithoutPositionsLeaveTheRestOfTheNetworkAlone) {
-    auto weight = Values(1).reals(2 * 25);
-    const nolk::Weights wide{1, 1, 2, 5, 5, false, weight.data(), nullptr};
+    Arrays arrays(1);
     Net net;
     nolk::TensorX* const x = net.input(kFilled, std::vector<float>(24, -2.0f));
-    nolk::TensorX* const none[] = {net->maxPool(x, {5, 6}, {}, {1, 1}), net->convolve(x, {}, {1, 1}, {1, 1}, wide),
+    nolk::TensorX* const none[] = {net->maxPool(x, {5, 6}, {}, {1, 1}),
+                                   net->convolve(x, {}, {1, 1}, {1, 1}, arrays.weights(1, 1, 2, 5, 5, false)),
                                    net->slice(x, {2, 3, 1, 1})};
     for (nolk::TensorX* const y : none) EXPECT_LT(net->shapeOf(y).h, 0);
     const auto out = net.run({none[0], net->relu(none[1]), none[2], net->abs(x)});
@@ -116,141 +112,115 @@ TEST(RunnerBuilder, WindowsAndSlicesWithoutPositionsLeaveTheRestOfTheNetworkAlon
     EXPECT_EQ(out[3], std::vector<float>(24, 2.0f));
 }
 
-// Each operation on a tensor with extents below 0 is refused, or computes nothing and lets the rest of the network run.
+// Operations on a tensor with extents below 0, with kFilled beside it, that are harmless as they are, and such that may
+// be refused because they would read or write beyond their tensors.
+struct Operations {
+    std::vector<Record> accepted, refusable;
+
+    Operations() {
+        using nolk::Axis, nolk::BasicOp, nolk::ResizeMode;
+        const auto accept = [this](const Record& record) { accepted.push_back(record); };
+        const auto mayRefuse = [this](const Record& record) { refusable.push_back(record); };
+        const auto weights = [](Arrays& a) { return a.weights(1, 1, 2, 1, 1, false); };
+        accept([](Builder& b, Xs& x, Arrays&) { return b.relu(x[0]); });
+        accept([](Builder& b, Xs& x, Arrays& a) { return b.prelu(x[0], a.reals(2), 2); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.add(x[0], x[1]); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.sub(x[1], x[0]); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.max(x[1], x[0]); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.maxPool(x[0], {2, 2}, {}, {1, 1}); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.avgPool(x[0], {1, 1}, {3, 3, 3, 3}, {1, 1}); });
+        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.pad(x[0], {3, 3, 3, 3}); });
+        accept([](Builder& b, Xs& x, Arrays& a) {
+            return b.batchNormalize(x[0], a.vector(2), a.vector(2), a.vector(2), a.positive(2), 1.0f);
+        });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.instanceNormalization(x[0], 1.0f); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.l2normalize(x[0]); });
+        for (const Axis axis : {Axis::c, Axis::h, Axis::w})
+            accept([=](Builder& b, Xs& x, Arrays&) { return b.softmax(x[0], axis); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.transpose(x[0], {{0, 2, 3, 1}}); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.slice(x[0], {3, 0, 2, 1}); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.reshape(x[0], {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc); });
+        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.reduce(x[0], {1, 1, 1, 1, 3}, BasicOp::mean); });
+        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.reduce(x[1], {1, -2, -3, -4, 3}, BasicOp::sum); });
+        for (const ResizeMode mode : {ResizeMode::nearest, ResizeMode::linear})
+            mayRefuse([=](Builder& b, Xs& x, Arrays&) { return b.resize(x[0], {1, 2, 2, 2, 3}, mode, {}); });
+        accept([](Builder& b, Xs& x, Arrays&) { return b.matMul(x[0], x[1]); });
+        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.matMul(x[1], x[0]); });
+        mayRefuse([=](Builder& b, Xs& x, Arrays& a) {
+            return b.convolve(x[0], {3, 3, 3, 3}, {1, 1}, {1, 1}, weights(a));
+        });
+        accept([=](Builder& b, Xs& x, Arrays& a) {
+            return b.deConvolve(x[0], {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights(a));
+        });
+        mayRefuse([=](Builder& b, Xs& x, Arrays& a) { return b.fullConnect(x[0], weights(a)); });
+        mayRefuse([](Builder& b, Xs& x, Arrays& a) {
+            return b.lstm(x[0], {nolk::Direction::forward, 1, 4, 1, a.reals(16), a.reals(4), nullptr, true});
+        });
+        for (const Axis axis : {Axis::n, Axis::c, Axis::h, Axis::w})
+            for (const std::size_t place : {0, 1})
+                mayRefuse([=](Builder& b, Xs& x, Arrays&) {
+                    X three[] = {x[1], x[1], x[1]};
+                    three[place] = x[0];
+                    return b.concat(three, 3, axis);
+                });
+    }
+};
+
 // What an operation reads and writes beyond its tensors is for the sanitizers to find.
 TEST(RunnerBuilder, NegativeExtentsAreHarmlessToEveryOperation) {
-    std::vector<float> values(64, 1.0f);
-    float* const v = values.data();
-    const nolk::Vector two{2, v};
-    const nolk::Weights weights{1, 1, 2, 1, 1, false, v, nullptr};
-    const nolk::LstmWeights lstm{nolk::Direction::forward, 1, 4, 1, v, v, nullptr, true};
-    using X = nolk::TensorX*;
-    struct Operation {
-        bool mayBeRefused;  // where it would read or write beyond its tensors
-        std::function<X(Net&, X, X)> record;
-    };
-    std::vector<Operation> operations{
-        {false, [](Net& n, X x, X) { return n->relu(x); }},
-        {false, [=](Net& n, X x, X) { return n->prelu(x, v, 2); }},
-        {false, [](Net& n, X x, X f) { return n->add(x, f); }},
-        {false, [](Net& n, X x, X f) { return n->sub(f, x); }},
-        {false, [](Net& n, X x, X f) { return n->max(f, x); }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->maxPool(x, {2, 2}, {}, {1, 1});
-         }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->avgPool(x, {1, 1}, {3, 3, 3, 3}, {1, 1});
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->pad(x, {3, 3, 3, 3});
-         }},
-        {false, [=](Net& n, X x, X) { return n->batchNormalize(x, two, two, two, two, 1.0f); }},
-        {false, [](Net& n, X x, X) { return n->instanceNormalization(x, 1.0f); }},
-        {false, [](Net& n, X x, X) { return n->l2normalize(x); }},
-        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::c); }},
-        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::h); }},
-        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::w); }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->transpose(x, {{0, 2, 3, 1}});
-         }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->slice(x, {3, 0, 2, 1});
-         }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->reshape(x, {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc);
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->reduce(x, {1, 1, 1, 1, 3}, nolk::BasicOp::mean);
-         }},
-        {true,
-         [](Net& n, X, X f) {
-             return n->reduce(f, {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::nearest, {});
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::linear, {});
-         }},
-        {false, [](Net& n, X x, X f) { return n->matMul(x, f); }},
-        {true, [](Net& n, X x, X f) { return n->matMul(f, x); }},
-        {true,
-         [=](Net& n, X x, X) {
-             return n->convolve(x, {3, 3, 3, 3}, {1, 1}, {1, 1}, weights);
-         }},
-        {false,
-         [=](Net& n, X x, X) {
-             return n->deConvolve(x, {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights);
-         }},
-        {true, [=](Net& n, X x, X) { return n->fullConnect(x, weights); }},
-        {true, [=](Net& n, X x, X) { return n->lstm(x, lstm); }},
-    };
-    for (const nolk::Axis axis : {nolk::Axis::n, nolk::Axis::c, nolk::Axis::h, nolk::Axis::w})
-        for (int place = 0; place < 2; ++place)
-            operations.push_back({true, [=](Net& n, X x, X f) {
-                                      X three[] = {place == 0 ? x : f, place == 1 ? x : f, f};
-                                      return n->concat(three, 3, axis);
-                                  }});
-    for (const nolk::TensorShape& shape : {nolk::TensorShape{1, 2, -1, 4, 3},
-                                           {1, 2, -3, -4, 3},
-                                           {-1, -2, 3, 4, 3},
-                                           {1, -2, 3, 4, 3},
-                                           {1, -2, -3, 4, 3},
-                                           {1, 2, 3, -1, 3}})
-        for (const Operation& operation : operations) {
-            Net net;
-            X const x = net.input(shape, values);
-            X const f = net.input(kFilled, std::vector<float>(24, -2.0f));
-            X const y = operation.record(net, x, f);
-            X const rest = net->abs(f);
-            SCOPED_TRACE(testing::Message() << "operation " << &operation - operations.data() << " of [" << shape.n
-                                            << " " << shape.c << " " << shape.h << " " << shape.w << "]");
-            try {
-                const auto out = net.run({y, rest});
-                ASSERT_EQ(out.size(), 2u);
-                EXPECT_EQ(out[1], std::vector<float>(24, 2.0f));
-            } catch (const std::invalid_argument& e) {
-                EXPECT_TRUE(operation.mayBeRefused) << e.what();
+    const Operations operations;
+    for (const Shape& shape : {Shape{1, 2, -1, 4, 3},
+                               {1, 2, -3, -4, 3},
+                               {-1, -2, 3, 4, 3},
+                               {1, -2, 3, 4, 3},
+                               {1, -2, -3, 4, 3},
+                               {1, 2, 3, -1, 3}}) {
+        SCOPED_TRACE(testing::Message() << shape.n << " " << shape.c << " " << shape.h << " " << shape.w);
+        for (const bool refusable : {false, true})
+            for (const Record& record : refusable ? operations.refusable : operations.accepted) {
+                Net net;
+                Arrays arrays(1);
+                Xs x{net.input(shape, std::vector<float>(64, 1.0f)), net.input(kFilled, std::vector<float>(24, -2.0f))};
+                X const y = record(*net.operator->(), x, arrays), rest = net->abs(x[1]);
+                try {
+                    const auto out = net.run({y, rest});
+                    ASSERT_EQ(out.size(), 2u);
+                    EXPECT_EQ(out[1], std::vector<float>(24, 2.0f));
+                } catch (const std::invalid_argument& e) {
+                    EXPECT_TRUE(refusable) << e.what();
+                }
             }
-        }
+    }
 }
 
 TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
     Net other;
-    nolk::TensorX* const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
-    const std::function<nolk::TensorX*(Net&, nolk::TensorX*)> operations[] = {
-        [=](Net& net, nolk::TensorX*) { return net->relu(stranger); },
-        [=](Net& net, nolk::TensorX*) { return net->add(stranger, nullptr); },
-        [=](Net& net, nolk::TensorX* own) { return net->add(own, stranger); },
-        [=](Net& net, nolk::TensorX* own) { return net->matMul(own, stranger); },
-        [=](Net& net, nolk::TensorX* own) {
-            nolk::TensorX* pair[] = {own, stranger};
-            return net->concat(pair, 2, nolk::Axis::c);
+    X const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
+    const Record operations[] = {
+        [=](Builder& b, Xs&, Arrays&) { return b.relu(stranger); },
+        [=](Builder& b, Xs&, Arrays&) { return b.add(stranger, nullptr); },
+        [=](Builder& b, Xs& own, Arrays&) { return b.add(own[0], stranger); },
+        [=](Builder& b, Xs& own, Arrays&) { return b.matMul(own[0], stranger); },
+        [=](Builder& b, Xs& own, Arrays&) {
+            X pair[] = {own[0], stranger};
+            return b.concat(pair, 2, nolk::Axis::c);
         },
-        [=](Net& net, nolk::TensorX*) { return net->instanceNormalization(stranger, 0.1f); },
+        [=](Builder& b, Xs&, Arrays&) { return b.instanceNormalization(stranger, 0.1f); },
     };
-    for (const auto& operation : operations) {
-        Net net;
-        nolk::TensorX* const own = net.input({1, 2, 1, 1, 1}, {1, 2});
-        EXPECT_EQ(operation(net, own), nullptr);
-        expectRefused(net, own, "another builder");  // also where nothing depends on the result
+    for (const Record& operation : operations) {
+        const auto record = [&](Builder& b, Xs& own, Arrays& a) {
+            EXPECT_EQ(operation(b, own, a), nullptr);
+            return own[0];
+        };
+        expectRefused({{1, 2, 1, 1, 1}}, "another builder", record);  // also where nothing depends on the result
     }
-    Net net;
-    expectRefused(net, stranger, "output 0 is a tensor of another builder");
+    const auto output = [=](Builder&, Xs&, Arrays&) { return stranger; };
+    expectRefused({}, "output 0 is a tensor of another builder", output);
 
     // The other builder may be gone.
     Net later;
     auto gone = std::make_unique<Net>();
-    nolk::TensorX* const dangling = gone->input({1, 2, 1, 1, 1}, {1, 2});
+    X const dangling = gone->input({1, 2, 1, 1, 1}, {1, 2});
     gone.reset();
     EXPECT_EQ(later->relu(dangling), nullptr);
     EXPECT_EQ(later->shapeOf(dangling).n, 0);

@@ -3,6 +3,7 @@
 // values are copied; run may be called once per Net, runAgain as often as wanted after it.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <nolk.h>
 
 #include <vector>
@@ -23,9 +24,14 @@ public:
     nolk::RunnerBuilder* operator->() const { return builder_; }
 
     nolk::TensorX* input(nolk::TensorShape shape, std::vector<float> values) {
+        feed(shape, std::move(values));
+        return builder_->input(shape);
+    }
+
+    // The values of an input that is recorded elsewhere, in the order of the inputs.
+    void feed(nolk::TensorShape shape, std::vector<float> values) {
         values.push_back(kSentinel);  // an empty tensor has an address too
         inputs_.push_back({shape, std::move(values)});
-        return builder_->input(shape);
     }
 
     nolk::TensorX* constant(nolk::TensorShape shape, std::vector<float> values) {
@@ -38,6 +44,13 @@ public:
         runner_ = builder_->build(outputs.data(), static_cast<int>(outputs.size()));
         builder_->destroy();
         builder_ = nullptr;
+    }
+
+    // Goes on with the network of a model file that has the same inputs and outputs.
+    void load(std::vector<unsigned char> file, int batch) {
+        runner_->destroy();
+        runner_ = nolk_new_runner(nullptr, file.data(), static_cast<int>(file.size()), batch);
+        ASSERT_NE(runner_, nullptr);
     }
 
     // The outputs' floats; an empty result when run returned false. What the layers do not write is kSentinel or
