@@ -8,9 +8,9 @@ namespace {
 
 constexpr float kTolerance = 2e-5f;  // folding rounds weights anew, and products are summed in an order of their own
 
-X normalize(Builder& b, X x, Arrays& a, int channels) {
-    const nolk::Vector scale = a.vector(channels), bias = a.vector(channels), mean = a.vector(channels);
-    return b.batchNormalize(x, scale, bias, mean, a.positive(channels), 1e-3f);
+X normalize(Recording& r, X x, int channels) {
+    const nolk::Vector scale = r.vector(channels), bias = r.vector(channels), mean = r.vector(channels);
+    return r->batchNormalize(x, scale, bias, mean, r.positive(channels), 1e-3f);
 }
 
 TEST(Fusion, ChainsComputeWhatTheyDidApart) {
@@ -36,12 +36,12 @@ TEST(Fusion, ChainsComputeWhatTheyDidApart) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.claim);
-        const auto record = [&](Builder& b, Xs& x, Arrays& a) {
-            X y = c.bnBefore ? normalize(b, x[0], a, 4) : x[0];
-            if (c.padBefore) y = b.pad(y, {1, 0, 2, 1});
-            y = b.convolve(y, c.padding, {1, 1}, {1, 1},
-                           a.weights(c.groups, 6 / c.groups, 4 / c.groups, 3, 3, c.bias, c.shared));
-            return c.bnBehind ? normalize(b, y, a, 6) : y;
+        const auto record = [&](Recording& r) {
+            X y = c.bnBefore ? normalize(r, r.x[0], 4) : r.x[0];
+            if (c.padBefore) y = r->pad(y, {1, 0, 2, 1});
+            y = r->convolve(y, c.padding, {1, 1}, {1, 1},
+                            r.weights(c.groups, 6 / c.groups, 4 / c.groups, 3, 3, c.bias, c.shared));
+            return c.bnBehind ? normalize(r, y, 6) : y;
         };
         expectReference({{2, 4, 6, 5, 3}}, record, kTolerance);
     }
@@ -49,8 +49,8 @@ TEST(Fusion, ChainsComputeWhatTheyDidApart) {
 
 // Depthwise takes the factors of its channels.
 TEST(Fusion, DepthwiseBehindANormalizationComputesWhatItDidApart) {
-    const auto record = [](Builder& b, Xs& x, Arrays& a) {
-        return b.convolve(normalize(b, x[0], a, 5), {}, {1, 1}, {1, 1}, a.weights(5, 1, 1, 3, 3, true));
+    const auto record = [](Recording& r) {
+        return r->convolve(normalize(r, r.x[0], 5), {}, {1, 1}, {1, 1}, r.weights(5, 1, 1, 3, 3, true));
     };
     expectReference({{1, 5, 4, 4, 3}}, record, kTolerance);
 }
@@ -93,17 +93,17 @@ TEST(Fusion, MaximumTakesAPaddingOverAndAverageDoesNot) {
 // An absorbed padding is still named as a consumer when the walk starts anew and comes to the convolution in front of
 // it. The relu leaves no values below the padding's.
 TEST(Fusion, AbsorbedFactoriesMayStillBeAskedFor) {
-    const auto record = [](Builder& b, Xs& x, Arrays& a) {
-        X const y = b.convolve(x[0], {1, 1, 1, 1}, {1, 1}, {1, 1}, a.weights(1, 3, 2, 3, 3, true));
-        return b.relu(b.maxPool(b.pad(y, {1, 1, 1, 1}), {3, 3}, {}, {1, 1}));
+    const auto record = [](Recording& r) {
+        X const y = r->convolve(r.x[0], {1, 1, 1, 1}, {1, 1}, {1, 1}, r.weights(1, 3, 2, 3, 3, true));
+        return r->relu(r->maxPool(r->pad(y, {1, 1, 1, 1}), {3, 3}, {}, {1, 1}));
     };
     expectReference({{1, 2, 5, 5, 3}}, record, kTolerance);
 }
 
 TEST(Fusion, ATensorThatOthersReadStays) {
-    const auto record = [](Builder& b, Xs& x, Arrays& a) {
-        X const y = b.convolve(x[0], {}, {1, 1}, {1, 1}, a.weights(1, 2, 2, 3, 3, false));
-        return b.add(b.relu(y), normalize(b, y, a, 2));
+    const auto record = [](Recording& r) {
+        X const y = r->convolve(r.x[0], {}, {1, 1}, {1, 1}, r.weights(1, 2, 2, 3, 3, false));
+        return r->add(r->relu(y), normalize(r, y, 2));
     };
     expectReference({{1, 2, 4, 4, 3}}, record, kTolerance);
 }

@@ -16,15 +16,6 @@ struct Tensor : nolk::TensorX {
     }
 };
 
-TEST(TensorX, SharedStorageHasRoomForTheLargest) {
-    for (const bool largeFirst : {true, false}) {
-        nolk::TensorX small(kSmall, false), large(kLarge, false);
-        const auto raw = std::make_shared<RawTensor>();
-        for (nolk::TensorX* t : {largeFirst ? &large : &small, largeFirst ? &small : &large}) t->setRawTensor(raw);
-        EXPECT_EQ(raw->size, 100);
-    }
-}
-
 TEST(LayerFactory, OnlyTheSoleConsumerOfAVariableWorksInPlace) {
     Tensor x(kSmall), constant(kSmall, true), shared(kSmall), twice(kSmall);
     TestFactory alone({&x}, {kLarge}, true), ofConstant({&constant}, {kSmall}, true);

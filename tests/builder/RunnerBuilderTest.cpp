@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "builder/utils.h"
+#include "support/everyOperation.h"
 #include "support/expectReference.h"
 
 namespace {
@@ -112,84 +113,37 @@ TEST(RunnerBuilder, WindowsAndSlicesWithoutPositionsLeaveTheRestOfTheNetworkAlon
     EXPECT_EQ(out[3], std::vector<float>(24, 2.0f));
 }
 
-// Operations on a tensor with extents below 0, with kFilled beside it, that are harmless as they are, and such that may
-// be refused because they would read or write beyond their tensors.
-struct Operations {
-    std::vector<Record> accepted, refusable;
-
-    Operations() {
-        using nolk::Axis, nolk::BasicOp, nolk::ResizeMode;
-        const auto accept = [this](const Record& record) { accepted.push_back(record); };
-        const auto mayRefuse = [this](const Record& record) { refusable.push_back(record); };
-        const auto weights = [](Arrays& a) { return a.weights(1, 1, 2, 1, 1, false); };
-        accept([](Builder& b, Xs& x, Arrays&) { return b.relu(x[0]); });
-        accept([](Builder& b, Xs& x, Arrays& a) { return b.prelu(x[0], a.reals(2), 2); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.add(x[0], x[1]); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.sub(x[1], x[0]); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.max(x[1], x[0]); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.maxPool(x[0], {2, 2}, {}, {1, 1}); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.avgPool(x[0], {1, 1}, {3, 3, 3, 3}, {1, 1}); });
-        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.pad(x[0], {3, 3, 3, 3}); });
-        accept([](Builder& b, Xs& x, Arrays& a) {
-            return b.batchNormalize(x[0], a.vector(2), a.vector(2), a.vector(2), a.positive(2), 1.0f);
-        });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.instanceNormalization(x[0], 1.0f); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.l2normalize(x[0]); });
-        for (const Axis axis : {Axis::c, Axis::h, Axis::w})
-            accept([=](Builder& b, Xs& x, Arrays&) { return b.softmax(x[0], axis); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.transpose(x[0], {{0, 2, 3, 1}}); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.slice(x[0], {3, 0, 2, 1}); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.reshape(x[0], {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc); });
-        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.reduce(x[0], {1, 1, 1, 1, 3}, BasicOp::mean); });
-        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.reduce(x[1], {1, -2, -3, -4, 3}, BasicOp::sum); });
-        for (const ResizeMode mode : {ResizeMode::nearest, ResizeMode::linear})
-            mayRefuse([=](Builder& b, Xs& x, Arrays&) { return b.resize(x[0], {1, 2, 2, 2, 3}, mode, {}); });
-        accept([](Builder& b, Xs& x, Arrays&) { return b.matMul(x[0], x[1]); });
-        mayRefuse([](Builder& b, Xs& x, Arrays&) { return b.matMul(x[1], x[0]); });
-        mayRefuse([=](Builder& b, Xs& x, Arrays& a) {
-            return b.convolve(x[0], {3, 3, 3, 3}, {1, 1}, {1, 1}, weights(a));
-        });
-        accept([=](Builder& b, Xs& x, Arrays& a) {
-            return b.deConvolve(x[0], {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights(a));
-        });
-        mayRefuse([=](Builder& b, Xs& x, Arrays& a) { return b.fullConnect(x[0], weights(a)); });
-        mayRefuse([](Builder& b, Xs& x, Arrays& a) {
-            return b.lstm(x[0], {nolk::Direction::forward, 1, 4, 1, a.reals(16), a.reals(4), nullptr, true});
-        });
-        for (const Axis axis : {Axis::n, Axis::c, Axis::h, Axis::w})
-            for (const std::size_t place : {0, 1})
-                mayRefuse([=](Builder& b, Xs& x, Arrays&) {
-                    X three[] = {x[1], x[1], x[1]};
-                    three[place] = x[0];
-                    return b.concat(three, 3, axis);
-                });
-    }
-};
-
 // What an operation reads and writes beyond its tensors is for the sanitizers to find.
 TEST(RunnerBuilder, NegativeExtentsAreHarmlessToEveryOperation) {
-    const Operations operations;
     for (const Shape& shape : {Shape{1, 2, -1, 4, 3},
                                {1, 2, -3, -4, 3},
                                {-1, -2, 3, 4, 3},
                                {1, -2, 3, 4, 3},
                                {1, -2, -3, 4, 3},
                                {1, 2, 3, -1, 3}}) {
-        SCOPED_TRACE(testing::Message() << shape.n << " " << shape.c << " " << shape.h << " " << shape.w);
-        for (const bool refusable : {false, true})
-            for (const Record& record : refusable ? operations.refusable : operations.accepted) {
-                Net net;
-                Arrays arrays(1);
-                Xs x{net.input(shape, std::vector<float>(64, 1.0f)), net.input(kFilled, std::vector<float>(24, -2.0f))};
-                X const y = record(*net.operator->(), x, arrays), rest = net->abs(x[1]);
-                try {
-                    const auto out = net.run({y, rest});
-                    ASSERT_EQ(out.size(), 2u);
-                    EXPECT_EQ(out[1], std::vector<float>(24, 2.0f));
-                } catch (const std::invalid_argument& e) {
-                    EXPECT_TRUE(refusable) << e.what();
-                }
+        std::vector<Operation> operations = everyOperation(shape);
+        operations.push_back({"reduce to negative extents", true, true, [](Recording& r) {
+                                  return r->reduce(r.x[1], {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
+                              }});
+        operations.push_back(
+            {"deConvolve cropped", true, false, [](Recording& r) {
+                 return r->deConvolve(r.x[0], {-9, 0, -9, 0}, {1, 1}, {1, 1}, r.weights(1, 1, 2, 1, 1, false));
+             }});
+        for (const Operation& operation : operations) {
+            SCOPED_TRACE(testing::Message() << operation.name << " of [" << shape.n << " " << shape.c << " " << shape.h
+                                            << " " << shape.w << "]");
+            Net net;
+            Recording r(*net.operator->(), {net.input(shape, std::vector<float>(64, 1.0f)),
+                                            net.input(kFilled, std::vector<float>(24, -2.0f))});
+            X const y = operation.record(r), rest = net->abs(r.x[1]);
+            try {
+                const auto out = net.run({y, rest});
+                ASSERT_EQ(out.size(), 2u);
+                EXPECT_EQ(out[1], std::vector<float>(24, 2.0f));
+            } catch (const std::invalid_argument& e) {
+                EXPECT_TRUE(operation.mayBeRefused) << e.what();
             }
+        }
     }
 }
 
@@ -197,24 +151,24 @@ TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
     Net other;
     X const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
     const Record operations[] = {
-        [=](Builder& b, Xs&, Arrays&) { return b.relu(stranger); },
-        [=](Builder& b, Xs&, Arrays&) { return b.add(stranger, nullptr); },
-        [=](Builder& b, Xs& own, Arrays&) { return b.add(own[0], stranger); },
-        [=](Builder& b, Xs& own, Arrays&) { return b.matMul(own[0], stranger); },
-        [=](Builder& b, Xs& own, Arrays&) {
-            X pair[] = {own[0], stranger};
-            return b.concat(pair, 2, nolk::Axis::c);
+        [=](Recording& r) { return r->relu(stranger); },
+        [=](Recording& r) { return r->add(stranger, nullptr); },
+        [=](Recording& r) { return r->add(r.x[0], stranger); },
+        [=](Recording& r) { return r->matMul(r.x[0], stranger); },
+        [=](Recording& r) {
+            X pair[] = {r.x[0], stranger};
+            return r->concat(pair, 2, nolk::Axis::c);
         },
-        [=](Builder& b, Xs&, Arrays&) { return b.instanceNormalization(stranger, 0.1f); },
+        [=](Recording& r) { return r->instanceNormalization(stranger, 0.1f); },
     };
     for (const Record& operation : operations) {
-        const auto record = [&](Builder& b, Xs& own, Arrays& a) {
-            EXPECT_EQ(operation(b, own, a), nullptr);
-            return own[0];
+        const auto record = [&](Recording& r) {
+            EXPECT_EQ(operation(r), nullptr);
+            return r.x[0];
         };
         expectRefused({{1, 2, 1, 1, 1}}, "another builder", record);  // also where nothing depends on the result
     }
-    const auto output = [=](Builder&, Xs&, Arrays&) { return stranger; };
+    const auto output = [=](Recording&) { return stranger; };
     expectRefused({}, "output 0 is a tensor of another builder", output);
 
     // The other builder may be gone.

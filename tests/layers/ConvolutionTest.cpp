@@ -47,19 +47,18 @@ const Case kCases[] = {
 TEST(Convolution, EqualsTheDirectSums) {
     for (const Case& c : kCases) {
         SCOPED_TRACE(c.claim);
-        const auto record = [&c](Builder& b, Xs& x, Arrays& a) {
-            const nolk::Weights w = a.weights(c.groups, c.out, c.inPerGroup, c.kernel.h, c.kernel.w, c.bias, c.shared);
-            return b.convolve(x[0], c.padding, c.stride, c.dilation, w);
+        const auto record = [&c](Recording& r) {
+            const nolk::Weights w = r.weights(c.groups, c.out, c.inPerGroup, c.kernel.h, c.kernel.w, c.bias, c.shared);
+            return r->convolve(r.x[0], c.padding, c.stride, c.dilation, w);
         };
         // The matrix product sums in its own order; sums have at most 35 products here.
         expectReference({c.in}, record, 1e-5f, c.cfg);
 
         // The layer's own direct sums have a fixed order.
         ReferenceBuilder reference;
-        Arrays arrays(2), same(2);
         std::vector<float> values = Values(3).reals(ReferenceBuilder::count(c.in));
-        Xs x{reference.input(c.in, values)};
-        X const y = record(reference, x, arrays);
+        Recording recording(reference, {reference.input(c.in, values)}), same(reference, {});
+        X const y = record(recording);
         std::vector<float> out(reference.values(y).size());
         RawConvolutionLayer({c.in, values.data()}, {reference.shapeOf(y), out.data()}, c.padding, c.stride, c.dilation,
                             same.weights(c.groups, c.out, c.inPerGroup, c.kernel.h, c.kernel.w, c.bias, c.shared), 1, 0)
@@ -85,17 +84,17 @@ TEST(Convolution, WeightsThatDoNotFitAreRefused) {
         {fitting, {1, 2, 6, 3, 3}, false, {30000, 0, 30000, 0}, "floats of scratch"},
     };
     for (const auto& c : cases)
-        expectRefused({c.in}, c.text, [&](Builder& b, Xs& x, Arrays& a) {
+        expectRefused({c.in}, c.text, [&](Recording& r) {
             nolk::Weights w = c.weights;
-            w.weight = c.null ? nullptr : a.reals(2 * 6 * 9);
-            return b.convolve(x[0], c.padding, {1, 1}, {1, 1}, w);
+            w.weight = c.null ? nullptr : r.reals(2 * 6 * 9);
+            return r->convolve(r.x[0], c.padding, {1, 1}, {1, 1}, w);
         });
     // Without positions none are read, and pointwise products may leave channels out.
-    expectAccepted({{1, 6, 2, 2, 3}}, [](Builder& b, Xs& x, Arrays&) {
-        return b.convolve(x[0], {}, {1, 1}, {1, 1}, {1, 2, 6, 3, 3});
+    expectAccepted({{1, 6, 2, 2, 3}}, [](Recording& r) {
+        return r->convolve(r.x[0], {}, {1, 1}, {1, 1}, {1, 2, 6, 3, 3});
     });
-    expectAccepted({fitting}, [](Builder& b, Xs& x, Arrays& a) {
-        return b.convolve(x[0], {}, {1, 1}, {1, 1}, a.weights(1, 2, 5, 1, 1, true));
+    expectAccepted({fitting}, [](Recording& r) {
+        return r->convolve(r.x[0], {}, {1, 1}, {1, 1}, r.weights(1, 2, 5, 1, 1, true));
     });
 }
 

@@ -1,38 +1,51 @@
-// Activations, element-wise operations and batch normalisation.
+// Operations whose result has the shape of their input: activations, element-wise operations, normalisations, softmax.
 #include <gtest/gtest.h>
 
 #include "support/expectReference.h"
 
 namespace {
 
-const Shape kShapes[] = {{1, 1, 1, 1, 3}, {1, 3, 1, 1, 1}, {2, 2, 1, 1, 3},
-                         {1, 2, 3, 5, 3}, {3, 5, 2, 7, 3}, {2, 3, 0, 4, 3}};
+const Shape kShapes[] = {{1, 1, 1, 1, 3},   {1, 3, 1, 1, 1},  {2, 10, 1, 1, 1}, {2, 3, 4, 5, 3}, {3, 7, 1, 67, 3},
+                         {1, 13, 9, 31, 3}, {1, 64, 8, 8, 3}, {1, 5, 13, 1, 3}, {2, 3, 0, 4, 3}, {1, 0, 3, 3, 3}};
 
-const Record kActivations[] = {
-    [](Builder& b, Xs& x, Arrays&) { return b.relu(x[0]); },
-    [](Builder& b, Xs& x, Arrays&) { return b.sigmoid(x[0]); },
-    [](Builder& b, Xs& x, Arrays&) { return b.exp(x[0]); },
-    [](Builder& b, Xs& x, Arrays&) { return b.tanh(x[0]); },
-    [](Builder& b, Xs& x, Arrays&) { return b.abs(x[0]); },
-    [](Builder& b, Xs& x, Arrays&) { return b.clip(x[0], -0.25f, 0.5f); },
-    [](Builder& b, Xs& x, Arrays&) { return b.clip(x[0], 0.5f, -0.25f); },
-    [](Builder& b, Xs& x, Arrays&) { return b.hardSigmoid(x[0], 0.7f, 0.3f); },
-    [](Builder& b, Xs& x, Arrays&) { return b.leakyRelu(x[0], 0.1f); },
-    [](Builder& b, Xs& x, Arrays& a) { return b.prelu(x[0], a.reals(6), 6); },
+const Record kOperations[] = {
+    [](Recording& r) { return r->relu(r.x[0]); },
+    [](Recording& r) { return r->sigmoid(r.x[0]); },
+    [](Recording& r) { return r->exp(r.x[0]); },
+    [](Recording& r) { return r->tanh(r.x[0]); },
+    [](Recording& r) { return r->abs(r.x[0]); },
+    [](Recording& r) { return r->clip(r.x[0], -0.25f, 0.5f); },
+    [](Recording& r) { return r->clip(r.x[0], 0.5f, -0.25f); },
+    [](Recording& r) { return r->hardSigmoid(r.x[0], 0.7f, 0.3f); },
+    [](Recording& r) { return r->leakyRelu(r.x[0], 0.1f); },
+    [](Recording& r) { return r->prelu(r.x[0], r.reals(65), 65); },
+    [](Recording& r) { return r->softmax(r.x[0], nolk::Axis::c); },
+    [](Recording& r) { return r->softmax(r.x[0], nolk::Axis::h); },
+    [](Recording& r) { return r->softmax(r.x[0], nolk::Axis::w); },
+    [](Recording& r) { return r->l2normalize(r.x[0]); },
+    [](Recording& r) { return r->instanceNormalization(r.x[0], 0.0f); },
+    // Vectors may be longer than needed, and are copied.
+    [](Recording& r) {
+        Arrays gone(5);
+        return r->instanceNormalization(r.x[0], gone.vector(65), gone.vector(64), 1e-5f);
+    },
+    [](Recording& r) {
+        Arrays gone(4);
+        const nolk::Vector scale = gone.vector(64), bias = gone.vector(64), mean = gone.vector(64);
+        return r->batchNormalize(r.x[0], scale, bias, mean, gone.positive(66), 1e-3f);
+    },
 };
 
-TEST(Activation, EqualsItsFormula) {
-    for (const Record& record : kActivations)
+TEST(Elements, EqualTheirFormulas) {
+    for (const Record& record : kOperations)
         for (const Shape& shape : kShapes) {
-            SCOPED_TRACE(&record - kActivations);
+            SCOPED_TRACE(testing::Message() << "operation " << &record - kOperations << " of c " << shape.c);
             expectReference({shape}, record);
         }
 }
 
 TEST(Activation, TooFewSlopesAreRefused) {
-    const auto prelu = [](int count) {
-        return [count](Builder& b, Xs& x, Arrays& a) { return b.prelu(x[0], a.reals(2), count); };
-    };
+    const auto prelu = [](int count) { return [count](Recording& r) { return r->prelu(r.x[0], r.reals(2), count); }; };
     for (const int count : {2, 0, -1}) expectRefused({{1, 3, 2, 2, 3}}, "prelu: input has 3 channels", prelu(count));
     for (const Shape& empty : {Shape{1, 0, 2, 2, 3}, {1, 3, 0, 2, 3}}) expectAccepted({empty}, prelu(0));
 }
@@ -49,12 +62,12 @@ TEST(Eltwise, EqualsItsFormulaWithEveryBroadcast) {
         {{1, 2, 3, 3, 3}, {0, 2, 3, 3, 3}}, {{0, 2, 3, 3, 3}, {1, 2, 3, 3, 3}},
     };
     const Record operations[] = {
-        [](Builder& b, Xs& x, Arrays&) { return b.add(x[0], x[1]); },
-        [](Builder& b, Xs& x, Arrays&) { return b.sub(x[0], x[1]); },
-        [](Builder& b, Xs& x, Arrays&) { return b.multiply(x[0], x[1]); },
-        [](Builder& b, Xs& x, Arrays&) { return b.divide(x[0], x[1]); },
-        [](Builder& b, Xs& x, Arrays&) { return b.max(x[0], x[1]); },
-        [](Builder& b, Xs& x, Arrays&) { return b.multiply(x[0], x[0]); },
+        [](Recording& r) { return r->add(r.x[0], r.x[1]); },
+        [](Recording& r) { return r->sub(r.x[0], r.x[1]); },
+        [](Recording& r) { return r->multiply(r.x[0], r.x[1]); },
+        [](Recording& r) { return r->divide(r.x[0], r.x[1]); },
+        [](Recording& r) { return r->max(r.x[0], r.x[1]); },
+        [](Recording& r) { return r->multiply(r.x[0], r.x[0]); },
     };
     for (const std::vector<Shape>& pair : pairs)
         for (const Record& operation : operations) {
@@ -63,21 +76,43 @@ TEST(Eltwise, EqualsItsFormulaWithEveryBroadcast) {
         }
 }
 
-TEST(BatchNormalization, EqualsItsFormulaAndCopiesItsVectors) {
-    for (const Shape& shape : kShapes)
-        expectReference({shape}, [&](Builder& b, Xs& x, Arrays&) {
-            Arrays gone(4);
-            const nolk::Vector scale = gone.vector(shape.c), bias = gone.vector(shape.c), mean = gone.vector(shape.c);
-            return b.batchNormalize(x[0], scale, bias, mean, gone.positive(shape.c + 2), 1e-3f);
-        });
+TEST(InstanceNormalization, RefusesVectorsWithoutAValueForEveryChannel) {
+    float values[3] = {};
+    const nolk::Vector three{3, values};
+    for (const nolk::Vector& v : {nolk::Vector{2, values}, {3, nullptr}, {-1, values}})
+        for (const bool scale : {true, false})
+            expectRefused({{1, 3, 1, 1, 3}}, "instanceNormalization: input has 3 channels", [&](Recording& r) {
+                return r->instanceNormalization(r.x[0], scale ? v : three, scale ? three : v, 0.0f);
+            });
+}
+
+TEST(L2Normalization, APositionOfZerosGivesNaN) {
+    Net net;
+    const auto out = net.run({net->l2normalize(net.input({1, 2, 1, 2, 3}, {3, 0, 4, 0}))})[0];
+    expectSameBits(out, {0.6f, std::nanf(""), 0.8f, std::nanf("")});
+}
+
+TEST(SoftMax, LargeValuesDoNotOverflow) {
+    Net net;
+    expectSameBits(net.run({net->softmax(net.input({1, 2, 1, 1, 3}, {1000, 1000}), nolk::Axis::c)})[0], {0.5f, 0.5f});
+}
+
+TEST(SoftMax, AnUnknownAxisIsReportedAndLeavesTheValues) {
+    for (const int axis : {0, -1, 4}) {
+        Net net;
+        auto* y = net->softmax(net.input({1, 3, 1, 1, 3}, {1, 2, 3}), static_cast<nolk::Axis>(axis));
+        testing::internal::CaptureStderr();
+        expectSameBits(net.run({y})[0], {1, 2, 3});
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "unknown softmax axis: " + std::to_string(axis) + "\n");
+    }
 }
 
 TEST(BatchNormalization, ShortVectorsAreRefused) {
     for (int shortOne = 0; shortOne < 4; ++shortOne)
-        expectRefused({{1, 3, 2, 2, 3}}, "batchNormalize: input has 3 channels", [&](Builder& b, Xs& x, Arrays& a) {
+        expectRefused({{1, 3, 2, 2, 3}}, "batchNormalize: input has 3 channels", [&](Recording& r) {
             nolk::Vector v[4];
-            for (int i = 0; i < 4; ++i) v[i] = a.vector(i == shortOne ? 2 : 3);
-            return b.batchNormalize(x[0], v[0], v[1], v[2], v[3], 0.1f);
+            for (int i = 0; i < 4; ++i) v[i] = r.vector(i == shortOne ? 2 : 3);
+            return r->batchNormalize(r.x[0], v[0], v[1], v[2], v[3], 0.1f);
         });
 }
 

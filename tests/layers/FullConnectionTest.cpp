@@ -22,8 +22,8 @@ TEST(FullConnection, EqualsTheSums) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.claim);
-        const auto record = [&](Builder& b, Xs& x, Arrays& a) {
-            return b.fullConnect(x[0], a.weights(c.groups, c.out, c.inPerGroup, 1, 1, c.bias, c.shared));
+        const auto record = [&](Recording& r) {
+            return r->fullConnect(r.x[0], r.weights(c.groups, c.out, c.inPerGroup, 1, 1, c.bias, c.shared));
         };
         // The matrix product sums in its own order; sums have at most 8 products.
         expectReference({c.in}, record, 1e-6f, "num_threads=3, gemm_thresh=0");
@@ -31,16 +31,12 @@ TEST(FullConnection, EqualsTheSums) {
 }
 
 TEST(FullConnection, WeightsThatDoNotFitAreRefused) {
-    const auto record = [](Builder& b, Xs& x, Arrays& a) {
-        return b.fullConnect(x[0], a.weights(1, 3, 4, 1, 1, true));
-    };
+    const auto record = [](Recording& r) { return r->fullConnect(r.x[0], r.weights(1, 3, 4, 1, 1, true)); };
     expectRefused({{1, 5, 1, 1, 1}}, "fullConnect: weights expect 4 inputs per group, input has 5", record);
     expectRefused({{1, 4, 0, 1, 3}}, "fullConnect: values of 4 channels expected", record);
     // Where none is read, none is needed.
     const auto without = [](int groups) {
-        return [=](Builder& b, Xs& x, Arrays& a) {
-            return b.fullConnect(x[0], {groups, 3, 4, 1, 1, false, nullptr, a.reals(3)});
-        };
+        return [=](Recording& r) { return r->fullConnect(r.x[0], {groups, 3, 4, 1, 1, false, nullptr, r.reals(3)}); };
     };
     expectRefused({{1, 4, 1, 1, 1}}, "fullConnect: weights expected", without(1));
     expectAccepted({{1, 4, 1, 1, 1}}, without(0));

@@ -25,10 +25,8 @@ TEST(Pooling, EqualsTheWindows) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        expectReference({c.in},
-                        [&](Builder& b, Xs& x, Arrays&) { return b.maxPool(x[0], c.kernel, c.padding, c.stride); });
-        expectReference({c.in},
-                        [&](Builder& b, Xs& x, Arrays&) { return b.avgPool(x[0], c.kernel, c.padding, c.stride); });
+        expectReference({c.in}, [&](Recording& r) { return r->maxPool(r.x[0], c.kernel, c.padding, c.stride); });
+        expectReference({c.in}, [&](Recording& r) { return r->avgPool(r.x[0], c.kernel, c.padding, c.stride); });
     }
 }
 
@@ -54,11 +52,11 @@ TEST(EmptyTensors, AreNotCountedThrough) {
 TEST(Padding, SurroundsEveryPlaneWithZeros) {
     for (const nolk::Padding& p : {nolk::Padding{1, 2, 0, 3}, {0, 0, 0, 0}, {0, 1, 2, 0}})
         for (const Shape& in : {Shape{1, 1, 2, 2, 3}, {2, 3, 4, 5, 3}, {1, 2, 0, 3, 3}})
-            expectReference({in}, [&](Builder& b, Xs& x, Arrays&) { return b.pad(x[0], p); });
+            expectReference({in}, [&](Recording& r) { return r->pad(r.x[0], p); });
 }
 
 TEST(Padding, NegativeAmountsAreRefused) {
-    expectRefused({{1, 1, 4, 4, 3}}, "pad: ", [](Builder& b, Xs& x, Arrays&) { return b.pad(x[0], {0, 0, -1, 0}); });
+    expectRefused({{1, 1, 4, 4, 3}}, "pad: ", [](Recording& r) { return r->pad(r.x[0], {0, 0, -1, 0}); });
 }
 
 }  // namespace

@@ -5,8 +5,8 @@
 namespace {
 
 Record concat(int axis) {
-    return [axis](Builder& b, Xs& x, Arrays&) {
-        return b.concat(x.data(), static_cast<int>(x.size()), static_cast<nolk::Axis>(axis));
+    return [axis](Recording& r) {
+        return r->concat(r.x.data(), static_cast<int>(r.x.size()), static_cast<nolk::Axis>(axis));
     };
 }
 

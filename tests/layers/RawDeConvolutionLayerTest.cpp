@@ -37,10 +37,10 @@ TEST(RawDeConvolutionLayer, ScattersEveryInputThroughTheKernel) {
         for (const bool bias : {false, true})
             for (const bool shared : {false, true}) {
                 SCOPED_TRACE(&c - cases);
-                expectReference({c.in}, [&](Builder& b, Xs& x, Arrays& a) {
+                expectReference({c.in}, [&](Recording& r) {
                     const int channels = c.in.c + c.moreChannels;
-                    return b.deConvolve(x[0], c.padding, c.stride, c.dilation,
-                                        a.weights(1, c.outChannels, channels, c.kernel.h, c.kernel.w, bias, shared));
+                    return r->deConvolve(r.x[0], c.padding, c.stride, c.dilation,
+                                         r.weights(1, c.outChannels, channels, c.kernel.h, c.kernel.w, bias, shared));
                 });
             }
 }
@@ -62,7 +62,7 @@ TEST(RawDeConvolutionLayer, RefusesWhatWouldLeaveItsTensors) {
         std::vector<float> w(64, 1.0f);
         const nolk::Weights weights{
             c.groups, c.outChannels, c.inChannels, c.kernel, c.kernel, false, c.weight ? w.data() : nullptr, w.data()};
-        const auto record = [&](Builder& b, Xs& x, Arrays&) { return b.deConvolve(x[0], {}, {2, 2}, {1, 1}, weights); };
+        const auto record = [&](Recording& r) { return r->deConvolve(r.x[0], {}, {2, 2}, {1, 1}, weights); };
         SCOPED_TRACE(&c - cases);
         if (c.text) {
             expectRefused({{1, 4, 5, 5, 3}}, c.text, record);

@@ -5,20 +5,20 @@
 namespace {
 
 // More weights than any test below needs, in either direction.
-nolk::LstmWeights weights(Arrays& a, nolk::Direction direction, int directions, int inputs, int hidden) {
+nolk::LstmWeights weights(Recording& r, nolk::Direction direction, int directions, int inputs, int hidden) {
     const int gates = 4 * directions * hidden;
-    return {direction,          directions, inputs, hidden, a.reals(gates * inputs), a.reals(gates * hidden),
-            a.reals(2 * gates), true};
+    return {direction,          directions, inputs, hidden, r.reals(gates * inputs), r.reals(gates * hidden),
+            r.reals(2 * gates), true};
 }
 
 void expectLstm(const Shape& in, nolk::Direction direction, int directions, int inputs, int hidden, int bias = 2) {
     SCOPED_TRACE(testing::Message() << "t " << in.h << " hidden " << hidden << " direction "
                                     << static_cast<int>(direction) << " bias " << bias);
-    expectReference({in}, [=](Builder& b, Xs& x, Arrays& a) {
-        nolk::LstmWeights w = weights(a, direction, directions, inputs, hidden);
+    expectReference({in}, [=](Recording& r) {
+        nolk::LstmWeights w = weights(r, direction, directions, inputs, hidden);
         if (bias == 0) w.bias = nullptr;
         w.splitBias = bias != 1;
-        return b.lstm(x[0], w);
+        return r->lstm(r.x[0], w);
     });
 }
 
@@ -54,14 +54,14 @@ TEST(RawLstmLayer, RefusesWeightsThatDoNotFit) {
                  {2, 4, INT32_MAX, true, true, "fewer than 2^31"}, {1, 4, 4, false, true, "must not be null"},
                  {1, 4, 4, true, false, "must not be null"}};
     for (const auto& c : cases)
-        expectRefused({{1, 1, 2, 4, 3}}, c.text, [&](Builder& b, Xs& x, Arrays& a) {
-            nolk::LstmWeights w = weights(a, nolk::Direction::forward, 2, 5, 4);
+        expectRefused({{1, 1, 2, 4, 3}}, c.text, [&](Recording& r) {
+            nolk::LstmWeights w = weights(r, nolk::Direction::forward, 2, 5, 4);
             if (!c.w) w.inputWeights = nullptr;
             if (!c.r) w.recurrentWeights = nullptr;
             w.numDirections = c.directions;
             w.inputSize = c.inputs;
             w.hiddenSize = c.hidden;
-            return b.lstm(x[0], w);
+            return r->lstm(r.x[0], w);
         });
 }
 

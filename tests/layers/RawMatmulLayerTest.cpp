@@ -4,7 +4,7 @@
 
 namespace {
 
-const Record kMatMul = [](Builder& b, Xs& x, Arrays&) { return b.matMul(x[0], x[1]); };
+const Record kMatMul = [](Recording& r) { return r->matMul(r.x[0], r.x[1]); };
 
 TEST(RawMatmulLayer, MultipliesPlaneByPlane) {
     const std::vector<Shape> pairs[] = {{{1, 1, 1, 1, 3}, {1, 1, 1, 1, 3}},    {{1, 2, 3, 4, 3}, {1, 2, 4, 5, 3}},

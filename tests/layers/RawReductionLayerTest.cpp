@@ -9,7 +9,7 @@ using nolk::BasicOp;
 const float kNaN = std::nanf("");
 
 Record reduce(const Shape& out, BasicOp op) {
-    return [=](Builder& b, Xs& x, Arrays&) { return b.reduce(x[0], out, op); };
+    return [=](Recording& r) { return r->reduce(r.x[0], out, op); };
 }
 
 TEST(RawReductionLayer, ReducesEveryCombinationOfDimensions) {

@@ -11,7 +11,7 @@ using nolk::ResizeMode;
 using nolk::ResizeTransMode;
 
 Record resize(const Shape& out, ResizeMode mode, ResizeTransMode transMode) {
-    return [=](Builder& b, Xs& x, Arrays&) { return b.resize(x[0], out, mode, transMode); };
+    return [=](Recording& r) { return r->resize(r.x[0], out, mode, transMode); };
 }
 
 TEST(RawResizeLayer, CoefficientsFallWhereTheyShould) {

@@ -8,7 +8,7 @@
 namespace {
 
 Record slice(const nolk::SlicePos& pos) {
-    return [=](Builder& b, Xs& x, Arrays&) { return b.slice(x[0], pos); };
+    return [=](Recording& r) { return r->slice(r.x[0], pos); };
 }
 
 TEST(RawSliceLayer, TakesEveryIndexBelowTheEndOnEveryAxis) {

@@ -7,7 +7,7 @@
 namespace {
 
 Record transpose(const nolk::Perm& perm) {
-    return [=](Builder& b, Xs& x, Arrays&) { return b.transpose(x[0], perm); };
+    return [=](Recording& r) { return r->transpose(r.x[0], perm); };
 }
 
 TEST(RawTransposeLayer, MovesEveryElementForAllPermutationsAndShapes) {

@@ -12,16 +12,11 @@
 
 namespace {
 
-using InPlace = void (*)(int, float*, const float*);
-using Arrays = void (*)(int, float*, const float*, const float*);
-using InPlaceScalar = void (*)(int, float*, float);
-using Scalar = void (*)(int, float*, const float*, float);
-
 struct Kernel {
-    InPlace inPlace;
-    Arrays arrays;
-    InPlaceScalar inPlaceScalar;
-    Scalar scalar;
+    void (*inPlace)(int, float*, const float*);
+    void (*arrays)(int, float*, const float*, const float*);
+    void (*inPlaceScalar)(int, float*, float);
+    void (*scalar)(int, float*, const float*, float);
     float (*one)(float, float);
 };
 
@@ -81,10 +76,6 @@ TEST(CopyFloats, CopiesOrGivesNull) {
     EXPECT_EQ(copy, nullptr);
 }
 
-struct ProductCase {
-    int m, k, n, threads, threshold;
-};
-
 class Gemm : public testing::Test {
 protected:
     ~Gemm() override { forceProduct(nullptr); }
@@ -92,12 +83,14 @@ protected:
 
 TEST_F(Gemm, EqualsTheSumsHoweverItIsSplitWhateverTheInstructionSet) {
     Values values(42);
-    const ProductCase cases[] = {
+    const struct {
+        int m, k, n, threads, threshold;
+    } cases[] = {
         {1, 1, 1, 1, 0},   {3, 5, 7, 1, 0},  {17, 33, 19, 1, 0}, {10, 8, 9, 3, 1},   {9, 8, 9, 3, 1},
         {10, 8, 9, 4, 1},  {2, 8, 9, 5, 1},  {1, 8, 9, 4, 1},    {10, 8, 9, 3, 720}, {10, 8, 9, 3, 721},
         {10, 0, 4, 3, -1}, {0, 3, 4, 3, -1}, {4, 3, 0, 3, -1},   {64, 30, 50, 7, 1}, {5, 2, 3, -2, -1},
     };
-    for (const ProductCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.m << " x " << c.k << " x " << c.n << " on " << c.threads);
         const auto a = values.reals(static_cast<std::size_t>(c.m) * c.k),
                    b = values.reals(static_cast<std::size_t>(c.k) * c.n);

@@ -227,10 +227,6 @@ TEST(ModelReader, ReadsFiles) {
     ModelReaderImpl reader;
     EXPECT_EQ(reader.readFromFile(&log, 1, path.c_str()), log.runner());
     std::remove(path.c_str());
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(reader.readFromFile(&log, 1, path.c_str()), nullptr);
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(popMessages(), Lines{"can not open file: " + path});
 }
 
 TEST(ModelReader, CountsThatCannotBeThrow) {
@@ -265,10 +261,17 @@ long peakMegabytes() {
     return usage.ru_maxrss / 1024;
 }
 
+// Of arrays of 256 MB.
+void expectUntouched([[maybe_unused]] long megabytesBefore) {
+#ifndef __SANITIZE_THREAD__  // which keeps notes on all memory, touched or not
+    EXPECT_LT(peakMegabytes() - megabytesBefore, 220);
+#endif
+}
+
 // The file announces far more floats than it holds; the builder is given zeros for them, in memory that nobody touches.
 TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
     const std::string huge = "0100 0700 00000001 04000000 01000000";  // 2^26 floats, 256 MB
-    [[maybe_unused]] const long before = peakMegabytes();
+    const long before = peakMegabytes();
     for (const int version : {2, 3, 4})
         for (const char* const data : {"00", "00 f(1)", "08 f(1)"}) {
             const Load load(container(version, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
@@ -278,17 +281,7 @@ TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
             EXPECT_EQ(load.messages, Lines{});
             EXPECT_TRUE(load.restored);
         }
-#ifndef __SANITIZE_THREAD__                    // which keeps notes on all memory, touched or not
-    EXPECT_LT(peakMegabytes() - before, 220);  // less than one of the arrays of 256 MB
-#endif
-}
-
-TEST(ModelReader, AnUnknownCompressionIsPrintedAndReadingGoesOn) {
-    const std::string prelu = "2300 0500 0700 0200 07";
-    const Load load(container(4, hex("0000"), hex("0400" + std::string(kInputs) + prelu + "1600 0700")));
-    EXPECT_EQ(load.log.lines.back(), "build #3");
-    EXPECT_EQ(load.printed, "invalid compress bits: 7\n");
-    EXPECT_EQ(load.messages, Lines{});
+    expectUntouched(before);
 }
 
 // However many floats are announced: 256 MB of constants and of weights, of which layers have copies. The memory for
@@ -300,7 +293,7 @@ TEST(ModelReader, AnUnknownCompressionOfManyFloatsIsBuilt) {
                                "0600 0000 0200 0100 00200000 00200000 01000000 01000000 07 00"
                                "0200 0000 0300 00000000 0100 0100 0100 0100 0100 00200000 00200000 01000000 01000000 07"
                                "00 1600 0100 1600 0200 1600 0300"));
-    [[maybe_unused]] const long before = peakMegabytes();
+    const long before = peakMegabytes();
     RawRunnerBuilder* const builder = new RawRunnerBuilder(nullptr);
     ModelReaderImpl reader;
     testing::internal::CaptureStderr();
@@ -310,9 +303,7 @@ TEST(ModelReader, AnUnknownCompressionOfManyFloatsIsBuilt) {
     builder->destroy();
     ASSERT_NE(runner, nullptr);
     runner->destroy();
-#ifndef __SANITIZE_THREAD__
-    EXPECT_LT(peakMegabytes() - before, 220);  // less than one of the arrays of 256 MB
-#endif
+    expectUntouched(before);
 }
 
 // What the file holds of the floats goes to the builder before the shortfall ends the load.

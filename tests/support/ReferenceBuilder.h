@@ -7,9 +7,12 @@
 
 #include <nolk.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <deque>
+#include <functional>
+#include <numeric>
 #include <utility>
 #include <vector>
 
@@ -37,15 +40,9 @@ public:
     X relu(X x) override {
         return map(x, [](float v) { return v < 0 ? 0.0f : v; });
     }
-    X abs(X x) override {
-        return map(x, [](float v) { return std::signbit(v) ? -v : v; });
-    }
-    X exp(X x) override {
-        return map(x, [](float v) { return std::exp(v); });
-    }
-    X tanh(X x) override {
-        return map(x, [](float v) { return std::tanh(v); });
-    }
+    X abs(X x) override { return map(x, ::fabsf); }
+    X exp(X x) override { return map(x, ::expf); }
+    X tanh(X x) override { return map(x, ::tanhf); }
     X sigmoid(X x) override { return map(x, logistic); }
     X clip(X x, float min, float max) override {
         return map(x, [=](float v) { return v < min ? min : v > max ? max : v; });
@@ -67,21 +64,11 @@ public:
         return keep(y);
     }
 
-    X add(X a, X b) override {
-        return combine(a, b, false, [](float v, float w) { return v + w; });
-    }
-    X sub(X a, X b) override {
-        return combine(a, b, false, [](float v, float w) { return v - w; });
-    }
-    X multiply(X a, X b) override {
-        return combine(a, b, false, [](float v, float w) { return v * w; });
-    }
-    X divide(X a, X b) override {
-        return combine(a, b, false, [](float v, float w) { return v / w; });
-    }
-    X max(X a, X b) override {
-        return combine(a, b, true, [](float v, float w) { return v > w ? v : w; });
-    }
+    X add(X a, X b) override { return combine(a, b, false, std::plus<float>()); }
+    X sub(X a, X b) override { return combine(a, b, false, std::minus<float>()); }
+    X multiply(X a, X b) override { return combine(a, b, false, std::multiplies<float>()); }
+    X divide(X a, X b) override { return combine(a, b, false, std::divides<float>()); }
+    X max(X a, X b) override { return combine(a, b, true, larger); }
 
     X convolve(X input, nolk::Padding p, nolk::DimsHW stride, nolk::DimsHW dilation, nolk::Weights k) override {
         const Plain& x = of(input);
@@ -153,8 +140,7 @@ public:
         const int d = k.numDirections, hidden = k.hiddenSize, steps = x.shape.h;
         const Shape in{x.shape.n, 1, steps, k.inputSize, 3}, out{x.shape.n, 1, steps, d * hidden, 3};
         const Shape w{d, 4, hidden, k.inputSize, 3}, r{d, 4, hidden, hidden, 3}, b{d, 2, 4, hidden, 3};
-        Plain y{{in.n, x.shape.c, steps, d * hidden, 3}, {}};
-        y.values.assign(count(y.shape), kUnwritten);
+        Plain y = unwritten({in.n, x.shape.c, steps, d * hidden, 3});
         forEach({d, in.n, 1, 1, 3}, [&](int dir, int n, int, int) {
             Floats state(static_cast<std::size_t>(hidden)), memory(state.size());
             for (int s = 0; s < steps; ++s) {
@@ -192,16 +178,13 @@ public:
 
     X maxPool(X x, nolk::DimsHW kernel, nolk::Padding p, nolk::DimsHW stride) override {
         return pool(x, kernel, p, stride, [](const Floats& window) {
-            float max = -1.0e37f;
-            for (const float v : window) max = v > max ? v : max;
-            return max;
+            return std::accumulate(window.begin(), window.end(), -1.0e37f,
+                                   [](float m, float v) { return larger(v, m); });
         });
     }
     X avgPool(X x, nolk::DimsHW kernel, nolk::Padding p, nolk::DimsHW stride) override {
         return pool(x, kernel, p, stride, [](const Floats& window) {
-            float sum = 0.0f;
-            for (const float v : window) sum += v;
-            return sum / static_cast<float>(window.size());
+            return std::accumulate(window.begin(), window.end(), 0.0f) / static_cast<float>(window.size());
         });
     }
 
@@ -210,8 +193,7 @@ public:
         const Plain& x = of(input);
         const auto& p = perm.axes;
         const auto extent = [&](int i) { return extentOf(x.shape, p[i]); };
-        Plain y{{extent(0), extent(1), extent(2), extent(3), 3}, {}};
-        y.values.assign(count(y.shape), kUnwritten);
+        Plain y = unwritten({extent(0), extent(1), extent(2), extent(3), 3});
         forEach(x.shape, [&](int n, int c, int h, int w) {
             const int i[] = {n, c, h, w};
             y.values[at(y.shape, i[p[0]], i[p[1]], i[p[2]], i[p[3]])] = x.at(n, c, h, w);
@@ -231,10 +213,10 @@ public:
         const Plain& x = of(input);
         if (pos.axis < 0) pos.axis += 4;
         const int start = std::max(pos.start, 0), end = std::min(pos.end, extentOf(x.shape, pos.axis));
-        Plain y{x.shape, {}};
-        extentOf(y.shape, pos.axis) = (end - start) / pos.step;
-        if (x.shape.dims == 1) y.shape = {y.shape.n, y.shape.c, 1, 1, 1};
-        y.values.assign(count(y.shape), kUnwritten);
+        Shape shape = x.shape;
+        extentOf(shape, pos.axis) = (end - start) / pos.step;
+        if (shape.dims == 1) shape.h = shape.w = 1;
+        Plain y = unwritten(shape);
         forEach(x.shape, [&](int n, int c, int h, int w) {
             int to[] = {n, c, h, w};
             int& index = to[pos.axis];
@@ -248,10 +230,9 @@ public:
 
     X concat(X* inputs, int number, nolk::Axis axis) override {
         const int index = static_cast<int>(axis) < 0 ? static_cast<int>(axis) + 4 : static_cast<int>(axis);
-        Plain y{of(inputs[0]).shape, {}};
-        int& extent = extentOf(y.shape, index) = 0;
-        for (int i = 0; i < number; ++i) extent += extentOf(of(inputs[i]).shape, index);
-        y.values.assign(count(y.shape), kUnwritten);
+        Shape shape = of(inputs[0]).shape;
+        for (int i = 1; i < number; ++i) extentOf(shape, index) += extentOf(of(inputs[i]).shape, index);
+        Plain y = unwritten(shape);
         int before = 0;
         for (int i = 0; i < number; ++i) {
             const Plain& x = of(inputs[i]);
@@ -404,6 +385,7 @@ private:
         return {static_cast<int>(s), 1.0f - fraction, fraction};
     }
 
+    static float larger(float a, float b) { return a > b ? a : b; }
     static float logistic(float v) { return 1.0f / (std::exp(-v) + 1.0f); }
     static int positions(int extent, int window, int stride) {
         return stride == 0 ? 1 : (extent - window) / stride + 1;
@@ -424,6 +406,7 @@ private:
                     for (int w = 0; w < s.w; ++w) f(n, c, h, w);
     }
 
+    static Plain unwritten(const Shape& s) { return {s, Floats(count(s), kUnwritten)}; }
     const Plain& of(X x) const { return *reinterpret_cast<const Plain*>(x); }
     X keep(Plain p) { return reinterpret_cast<X>(&tensors_.emplace_back(std::move(p))); }
 

@@ -1,78 +1,92 @@
-// The list of all operations, for tests that record every one of them.
-//   for (const Operation& o : recordEveryOperation(builder, arrays, 2)) outputs.push_back(o.result);
-// Inputs are [n, 4, 9, 21], [n, 3] and [n, 1, 4, 3], in this order. A name stands once for each record that a file may
-// hold. Arrays that a builder does not copy at once are those of the second argument.
+// The list of all operations but inputs and constants, for tests that record every one of them.
+//   for (const Operation& o : everyOperation(shape)) outputs.push_back(o.record(recording));
+// The recording's inputs are two tensors [n, 2, k, k] of the shape, at least for what is to run.
 #pragma once
 
-#include <nolk.h>
-
+#include <string>
 #include <vector>
 
-#include "support/Arrays.h"
+#include "support/Recording.h"
 
 struct Operation {
-    const char* name;
-    bool isFixed;  // the bits of the result are the same on every processor
-    nolk::TensorX* result;
+    std::string name;
+    bool isFixed;       // the bits of the result are the same on every processor
+    bool mayBeRefused;  // with extents below 0, because it would read or write beyond its tensors
+    Record record;
 };
 
-inline std::vector<Operation> recordEveryOperation(nolk::RunnerBuilder& b, Arrays& a, int n) {
-    nolk::TensorX* const x = b.input({n, 4, 9, 21, 3});
-    nolk::TensorX* const matrix = b.input({n, 3, 1, 1, 1});
-    nolk::TensorX* const steps = b.input({n, 1, 4, 3, 3});
-    std::vector<float> samples;
-    for (int i = 0; i < n; ++i) {
-        const std::vector<float> sample = valuesWithSpecials(3, 4 * 9 * 21);
-        samples.insert(samples.end(), sample.begin(), sample.end());
-    }
-    nolk::Tensor constant{{n, 4, 9, 21, 3}, samples.data()};
-    nolk::TensorX* const y = b.constTensor(&constant);
-    nolk::TensorX* const flat = b.reshape(b.abs(x), {n, 756, 1, 1, 1}, nolk::TensorLayout::nchw);
-    nolk::TensorX* parts[] = {x, y, x};
-    const nolk::LstmWeights lstm{nolk::Direction::both, 2, 3, 5, a.reals(120), a.reals(200), a.reals(80), true};
-    return {
-        {"constTensor", true, y},
-        {"convolve", false, b.convolve(x, {1, 2, 3, 4}, {2, 1}, {1, 2}, a.weights(2, 3, 2, 2, 3, true))},
-        {"deConvolve", true, b.deConvolve(x, {1, 0, 1, 0}, {2, 3}, {1, 1}, a.weights(1, 2, 4, 3, 2, true))},
-        {"deConvolve 2x2", true, b.deConvolve(x, {}, {2, 2}, {1, 1}, a.weights(1, 2, 4, 2, 2, false))},
-        {"pad", true, b.pad(x, {0, 1, 2, 255})},
-        {"transpose", true, b.transpose(x, {{0, 2, 3, 1}})},
-        {"slice", true, b.slice(x, {-1, 1, 20, 3})},
-        {"fullConnect", false, b.fullConnect(matrix, a.weights(1, 7, 3, 1, 1, true, true))},
-        {"fullConnect, indexed", false, b.fullConnect(flat, a.weights(1, 3, 756, 1, 1, false, true))},
-        {"batchNormalize", true, b.batchNormalize(x, a.vector(4), a.vector(4), a.vector(4), a.positive(4), 0.001f)},
-        {"maxPool", true, b.maxPool(x, {2, 3}, {1, 0, 0, 1}, {2, 2})},
-        {"avgPool", true, b.avgPool(x, {3, 2}, {0, 1, 1, 0}, {1, 2})},
-        {"relu", true, b.relu(x)},
-        {"softmax", false, b.softmax(x, nolk::Axis::c)},
-        {"concat", true, b.concat(parts, 3, nolk::Axis::h)},
-        {"add", true, b.add(x, y)},
-        {"sub", true, b.sub(y, x)},
-        {"sigmoid", false, b.sigmoid(x)},
-        {"reshape", true, b.reshape(x, {n, 756, 1, 1, 1}, nolk::TensorLayout::nhwc)},
-        {"multiply", true, b.multiply(x, y)},
-        {"exp", false, b.exp(x)},
-        {"divide", true, b.divide(x, y)},
-        {"reduce c", true, b.reduce(x, {n, 1, 9, 21, 3}, nolk::BasicOp::mean)},
-        {"reduce h, w", true, b.reduce(x, {n, 4, 1, 1, 3}, nolk::BasicOp::mean)},
-        {"reduce w", true, b.reduce(x, {n, 4, 9, 1, 3}, nolk::BasicOp::sum)},
-        {"reduce all", true, b.reduce(x, {n, 1, 1, 1, 3}, nolk::BasicOp::minimum)},
-        {"reduce h", true, b.reduce(x, {n, 4, 1, 21, 3}, nolk::BasicOp::maximum)},
-        {"l2normalize", true, b.l2normalize(x)},
-        {"clip", true, b.clip(x, -0.5f, 0.25f)},
-        {"lstm", false, b.lstm(steps, lstm)},
-        {"hardSigmoid", true, b.hardSigmoid(x, 0.2f, 0.3f)},
-        {"max", true, b.max(x, y)},
-        {"instanceNormalization", true, b.instanceNormalization(x, 0.01f)},
-        {"instanceNormalization, scaled", true, b.instanceNormalization(x, a.vector(4), a.vector(4), 0.01f)},
-        {"resize nearest", true, b.resize(x, {n, 4, 12, 10, 3}, nolk::ResizeMode::nearest, {})},
-        {"resize half-pixel", true, b.resize(x, {n, 4, 7, 33, 3}, nolk::ResizeMode::linear, {})},
-        {"resize align-corners", true,
-         b.resize(x, {n, 4, 31, 19, 3}, nolk::ResizeMode::linear, nolk::ResizeTransMode::alignCorners)},
-        {"abs", true, b.abs(x)},
-        {"leakyRelu", true, b.leakyRelu(x, 0.1f)},
-        {"tanh", false, b.tanh(x)},
-        {"prelu", true, b.prelu(x, a.reals(4), 4)},
-        {"matMul", true, b.matMul(x, b.transpose(x, {{0, 1, 3, 2}}))},
+inline std::vector<Operation> everyOperation(const Shape& s) {
+    using nolk::Axis, nolk::BasicOp, nolk::ResizeMode, nolk::ResizeTransMode;
+    std::vector<Operation> all;
+    const auto harmless = [&](const char* name, Record record) { all.push_back({name, true, false, record}); };
+    const auto refusable = [&](const std::string& name, Record record) { all.push_back({name, true, true, record}); };
+    harmless("relu", [](Recording& r) { return r->relu(r.x[0]); });
+    harmless("abs", [](Recording& r) { return r->abs(r.x[0]); });
+    harmless("clip", [](Recording& r) { return r->clip(r.x[0], -0.5f, 0.25f); });
+    harmless("leakyRelu", [](Recording& r) { return r->leakyRelu(r.x[0], 0.1f); });
+    harmless("hardSigmoid", [](Recording& r) { return r->hardSigmoid(r.x[0], 0.2f, 0.3f); });
+    harmless("prelu", [](Recording& r) { return r->prelu(r.x[0], r.reals(2), 2); });
+    harmless("add", [](Recording& r) { return r->add(r.x[0], r.x[1]); });
+    harmless("sub", [](Recording& r) { return r->sub(r.x[1], r.x[0]); });
+    harmless("multiply", [](Recording& r) { return r->multiply(r.x[0], r.x[1]); });
+    harmless("divide", [](Recording& r) { return r->divide(r.x[0], r.x[1]); });
+    harmless("max", [](Recording& r) { return r->max(r.x[1], r.x[0]); });
+    harmless("maxPool", [](Recording& r) { return r->maxPool(r.x[0], {2, 3}, {0, 1, 2, 3}, {2, 1}); });
+    harmless("avgPool", [](Recording& r) { return r->avgPool(r.x[0], {3, 2}, {0, 1, 1, 0}, {1, 2}); });
+    harmless("avgPool, wide border", [](Recording& r) { return r->avgPool(r.x[0], {1, 1}, {3, 3, 3, 3}, {1, 1}); });
+    refusable("pad", [](Recording& r) { return r->pad(r.x[0], {3, 4, 5, 255}); });
+    harmless("batchNormalize", [](Recording& r) {
+        const nolk::Vector scale = r.vector(2), bias = r.vector(2), mean = r.vector(2);
+        return r->batchNormalize(r.x[0], scale, bias, mean, r.positive(2), 0.001f);
+    });
+    harmless("instanceNormalization", [](Recording& r) { return r->instanceNormalization(r.x[0], 0.01f); });
+    harmless("instanceNormalization, scaled", [](Recording& r) {
+        const nolk::Vector scale = r.vector(2);
+        return r->instanceNormalization(r.x[0], scale, r.vector(2), 0.01f);
+    });
+    harmless("l2normalize", [](Recording& r) { return r->l2normalize(r.x[0]); });
+    harmless("transpose", [](Recording& r) { return r->transpose(r.x[0], {{0, 2, 3, 1}}); });
+    harmless("slice", [](Recording& r) { return r->slice(r.x[0], {-1, 1, 20, 3}); });
+    harmless("reshape", [s](Recording& r) {
+        return r->reshape(r.x[0], {s.n, s.c * s.h * s.w, 1, 1, 1}, nolk::TensorLayout::nhwc);
+    });
+    const Shape reduced[] = {{s.n, 1, 1, 1, 3}, {s.n, 1, s.h, s.w, 3}, {s.n, s.c, 1, s.w, 3}, {s.n, s.c, s.h, 1, 3}};
+    const BasicOp reductions[] = {BasicOp::mean, BasicOp::maximum, BasicOp::sum, BasicOp::minimum};
+    for (int i = 0; i < 4; ++i)
+        refusable("reduce " + std::to_string(i),
+                  [=](Recording& r) { return r->reduce(r.x[0], reduced[i], reductions[i]); });
+    const auto resize = [&](const char* name, int h, int w, ResizeMode mode, ResizeTransMode trans) {
+        refusable(name, [=](Recording& r) { return r->resize(r.x[0], {s.n, s.c, h, w, 3}, mode, trans); });
     };
+    resize("resize nearest", 12, 10, ResizeMode::nearest, ResizeTransMode::halfPixel);
+    resize("resize half-pixel", 7, 33, ResizeMode::linear, ResizeTransMode::halfPixel);
+    resize("resize align-corners", 31, 9, ResizeMode::linear, ResizeTransMode::alignCorners);
+    harmless("matMul", [](Recording& r) { return r->matMul(r.x[0], r.x[1]); });
+    refusable("matMul swapped", [](Recording& r) { return r->matMul(r.x[1], r.x[0]); });
+    for (const Axis axis : {Axis::n, Axis::c, Axis::h, Axis::w})
+        for (const std::size_t place : {0, 1})
+            refusable("concat " + std::to_string(static_cast<int>(axis)), [=](Recording& r) {
+                X parts[] = {r.x[1], r.x[1], r.x[1]};
+                parts[place] = r.x[0];
+                return r->concat(parts, 3, axis);
+            });
+    harmless("deConvolve", [](Recording& r) {
+        return r->deConvolve(r.x[0], {1, 0, 1, 0}, {2, 3}, {1, 1}, r.weights(1, 3, 2, 3, 2, true));
+    });
+
+    const std::size_t fixed = all.size();
+    harmless("sigmoid", [](Recording& r) { return r->sigmoid(r.x[0]); });
+    harmless("exp", [](Recording& r) { return r->exp(r.x[0]); });
+    harmless("tanh", [](Recording& r) { return r->tanh(r.x[0]); });
+    for (const Axis axis : {Axis::c, Axis::h, Axis::w})
+        harmless("softmax", [=](Recording& r) { return r->softmax(r.x[0], axis); });
+    refusable("convolve", [](Recording& r) {
+        return r->convolve(r.x[0], {3, 4, 5, 6}, {2, 1}, {1, 2}, r.weights(2, 3, 1, 2, 3, true));
+    });
+    refusable("fullConnect", [](Recording& r) { return r->fullConnect(r.x[0], r.weights(1, 7, 2, 1, 1, true, true)); });
+    refusable("lstm", [](Recording& r) {
+        return r->lstm(r.x[0], {nolk::Direction::both, 2, 4, 3, r.reals(96), r.reals(72), r.reals(48), true});
+    });
+    for (std::size_t i = fixed; i < all.size(); ++i) all[i].isFixed = false;
+    return all;
 }
