@@ -92,11 +92,6 @@ TEST(L2Normalization, APositionOfZerosGivesNaN) {
     expectSameBits(out, {0.6f, std::nanf(""), 0.8f, std::nanf("")});
 }
 
-TEST(SoftMax, LargeValuesDoNotOverflow) {
-    Net net;
-    expectSameBits(net.run({net->softmax(net.input({1, 2, 1, 1, 3}, {1000, 1000}), nolk::Axis::c)})[0], {0.5f, 0.5f});
-}
-
 TEST(SoftMax, AnUnknownAxisIsReportedAndLeavesTheValues) {
     for (const int axis : {0, -1, 4}) {
         Net net;

@@ -30,13 +30,6 @@ TEST(Pooling, EqualsTheWindows) {
     }
 }
 
-TEST(Pooling, NanNeverBecomesAMaximum) {
-    const float nan = std::nanf("");
-    Net net;
-    nolk::TensorX* x = net.input({1, 2, 1, 2, 3}, {nan, nan, nan, -3.0f});
-    expectSameBits(net.run({net->maxPool(x, {1, 2}, {}, {1, 1})})[0], {-1.0e37f, -3.0f});
-}
-
 TEST(EmptyTensors, AreNotCountedThrough) {
     const int many = 2147483647;
     Arrays arrays(5);

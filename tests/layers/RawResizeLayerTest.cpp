@@ -1,5 +1,3 @@
-#include "layers/RawResizeLayer.h"
-
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,25 +10,6 @@ using nolk::ResizeTransMode;
 
 Record resize(const Shape& out, ResizeMode mode, ResizeTransMode transMode) {
     return [=](Recording& r) { return r->resize(r.x[0], out, mode, transMode); };
-}
-
-TEST(RawResizeLayer, CoefficientsFallWhereTheyShould) {
-    const struct {
-        int in, out, transMode;
-        std::vector<int> offsets;
-        std::vector<float> weights;
-    } cases[] = {{2, 3, 1, {0, 0, 0}, {1, 0, 0.5f, 0.5f, 0, 1}},
-                 {2, 4, 0, {0, 0, 0, 0}, {1, 0, 0.75f, 0.25f, 0.25f, 0.75f, 0, 1}},
-                 {1, 2, 0, {-1, -1}, {0, 1, 0, 1}},
-                 {4, 1, 1, {0}, {1, 0}},
-                 {1, 1, 1, {-1}, {0, 1}}};
-    for (const auto& c : cases) {
-        std::vector<int> offsets(c.offsets.size());
-        std::vector<float> weights(c.weights.size());
-        RawResizeLayer::linear_coeffs(c.in, c.out, offsets.data(), weights.data(), c.transMode);
-        EXPECT_EQ(offsets, c.offsets);
-        expectSameBits(weights, c.weights);
-    }
 }
 
 TEST(RawResizeLayer, InterpolatesOrPicksForAllExtents) {
