@@ -48,8 +48,7 @@ TEST(RawConcatLayer, RefusesExtentsThatWouldLeaveATensor) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        c.refused ? expectRefused({c.a, c.b}, "concat: extents", concat(c.axis))
-                  : expectAccepted({c.a, c.b}, concat(c.axis));
+        expectRefused({c.a, c.b}, c.refused ? "concat: extents" : nullptr, concat(c.axis));
     }
 }
 

@@ -64,10 +64,8 @@ TEST(RawDeConvolutionLayer, RefusesWhatWouldLeaveItsTensors) {
             c.groups, c.outChannels, c.inChannels, c.kernel, c.kernel, false, c.weight ? w.data() : nullptr, w.data()};
         const auto record = [&](Recording& r) { return r->deConvolve(r.x[0], {}, {2, 2}, {1, 1}, weights); };
         SCOPED_TRACE(&c - cases);
-        if (c.text) {
-            expectRefused({{1, 4, 5, 5, 3}}, c.text, record);
-            continue;
-        }
+        expectRefused({{1, 4, 5, 5, 3}}, c.text, record);
+        if (c.text) continue;
         Net net;
         const auto out = net.run(
             {net->deConvolve(net.input({1, 4, 5, 5, 3}, Values(1).reals(100)), {}, {2, 2}, {1, 1}, weights)})[0];

@@ -40,8 +40,7 @@ TEST(RawReductionLayer, RefusesShapesThatItWouldLeave) {
                  {{1, 3, 4, 5, 3}, {1, 1, 1, -1, 3}, true}, {{4, 3, 0, 2, 3}, {1, 1, 1, 1, 3}, false}};
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        c.refused ? expectRefused({c.in}, "reduce: ", reduce(c.out, BasicOp::sum))
-                  : expectAccepted({c.in}, reduce(c.out, BasicOp::sum));
+        expectRefused({c.in}, c.refused ? "reduce: " : nullptr, reduce(c.out, BasicOp::sum));
     }
 }
 

@@ -37,7 +37,7 @@ TEST(RawResizeLayer, RefusesWhatWouldLeaveATensor) {
             SCOPED_TRACE(&c - cases);
             const Record record = resize(c.out, mode, ResizeTransMode::alignCorners);
             const bool refused = mode == ResizeMode::linear ? c.linearRefused : c.nearestRefused;
-            refused ? expectRefused({c.in}, "resize: ", record) : expectAccepted({c.in}, record);
+            expectRefused({c.in}, refused ? "resize: " : nullptr, record);
         }
 }
 

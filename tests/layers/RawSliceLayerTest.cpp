@@ -35,8 +35,7 @@ TEST(RawSliceLayer, RefusesWhatWouldNeverEnd) {
                  {{3, 0, INT_MIN, -1}, nullptr}};
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
-        c.text ? expectRefused({{1, 2, 3, 5, 3}}, c.text, slice(c.pos))
-               : expectAccepted({{1, 2, 3, 5, 3}}, slice(c.pos));
+        expectRefused({{1, 2, 3, 5, 3}}, c.text, slice(c.pos));
     }
 }
 

@@ -8,6 +8,7 @@
 #include "math/chooseProduct.h"
 #include "math/mapDivision.h"
 #include "math/quotient.h"
+#include "support/ReferenceBuilder.h"
 #include "support/values.h"
 
 namespace {
@@ -94,15 +95,11 @@ TEST_F(Gemm, EqualsTheSumsHoweverItIsSplitWhateverTheInstructionSet) {
         SCOPED_TRACE(testing::Message() << c.m << " x " << c.k << " x " << c.n << " on " << c.threads);
         const auto a = values.reals(static_cast<std::size_t>(c.m) * c.k),
                    b = values.reals(static_cast<std::size_t>(c.k) * c.n);
-        std::vector<float> transposed(b.size()), expected;
-        for (int i = 0; i < c.k; ++i)
-            for (int j = 0; j < c.n; ++j) transposed[j * c.k + i] = b[i * c.n + j];
-        for (int i = 0; i < c.m; ++i)
-            for (int j = 0; j < c.n; ++j) {
-                double sum = 0;
-                for (int l = 0; l < c.k; ++l) sum += static_cast<double>(a[i * c.k + l]) * b[l * c.n + j];
-                expected.push_back(static_cast<float>(sum));
-            }
+        ReferenceBuilder reference;
+        auto* const x = reference.input({1, 1, c.m, c.k, 3}, a);
+        auto* const y = reference.input({1, 1, c.k, c.n, 3}, b);
+        const std::vector<float>& expected = reference.values(reference.matMul(x, y));
+        const std::vector<float>& transposed = reference.values(reference.transpose(y, {{0, 1, 3, 2}}));
         for (const Product* supported : supportedProducts()) {
             SCOPED_TRACE(supported->name);
             forceProduct(supported);

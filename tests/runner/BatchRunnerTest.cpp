@@ -132,30 +132,22 @@ struct StrictCall {
 TEST(BaseBatchRunner, TheFirstInputAloneSaysHowManyItemsThereAre) {
     for (const int batch : {1, 2}) {
         nolk::Runner* const wrapped = nolk_wrap_batch_runner(strictRunner(batch), batch);
-        StrictCall call(4);
-        call.inputs[1].shape.n = 1;
-        call.output.shape.n = 0;
-        EXPECT_TRUE(call.run(wrapped));
-        EXPECT_TRUE(call.isRight());
-        wrapped->destroy();
-    }
-}
-
-TEST(BaseBatchRunner, WhatIsMissingIsToldInTheInnerRunnersWords) {
-    for (const int batch : {1, 2}) {
-        nolk::Runner* const wrapped = nolk_wrap_batch_runner(strictRunner(batch), batch);
-        StrictCall noData(2), noOutputs(2), otherDims(2);
+        StrictCall noData(2), noOutputs(2), otherDims(2), right(4);
         noData.inputs[1].data = nullptr;
         otherDims.inputs[1].shape.dims = 3;
+        right.inputs[1].shape.n = 1;
+        right.output.shape.n = 0;
         testing::internal::CaptureStderr();
         EXPECT_FALSE(noData.run(wrapped));
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors[1] is null\n");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors[1] is null\n");  // in the inner runner's words
         EXPECT_FALSE(wrapped->run(nullptr, 2, &noData.output, 1));
         EXPECT_FALSE(wrapped->run(noData.inputs, 0, &noData.output, 1));
         testing::internal::CaptureStderr();
         EXPECT_FALSE(wrapped->run(noOutputs.inputs, 2, nullptr, 1));
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors is null\n");
         EXPECT_FALSE(otherDims.run(wrapped));
+        EXPECT_TRUE(right.run(wrapped));
+        EXPECT_TRUE(right.isRight());
         wrapped->destroy();
     }
 }

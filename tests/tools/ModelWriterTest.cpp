@@ -80,8 +80,9 @@ TEST(ModelWriter, WrittenReadAndWrittenAgainTheBytesAreTheSame) {
 
 TEST(ModelWriter, WritesTheBytesThatWereWrittenByHand) {
     for (int version = 1; version <= 4; ++version) {
-        ModelWriter writer(
-            {version, false, version % 2 == 0 ? std::vector<HeadInfo>{{7, {'a', 'b', 'c'}}} : std::vector<HeadInfo>{}});
+        std::vector<HeadInfo> headInfo;
+        if (version % 2 == 0) headInfo = {{7, {'a', 'b', 'c'}}};
+        ModelWriter writer({version, false, headInfo});
         float slopes[] = {0.5f, -2.0f};
         nolk::TensorX* y = writer.prelu(writer.input({6, 2, 3, 4, 3}), slopes, 2);
         EXPECT_EQ(writer.build(&y, 1), nullptr);
