@@ -2,6 +2,7 @@
 
 #include <climits>
 
+#include "layers/RawSliceLayerFactory.h"
 #include "support/expectReference.h"
 
 namespace {
@@ -23,6 +24,24 @@ TEST(RawSliceLayer, TakesEveryIndexBelowTheEndOnEveryAxis) {
                                                 << pos.end << ":" << pos.step);
                 expectReference({in}, slice(pos));
             }
+}
+
+TEST(RawSliceLayer, StoresTheRestBeyondTheTruncatedExtent) {
+    const struct {
+        Shape in;
+        nolk::SlicePos pos;
+        int stored;
+    } cases[] = {{{1, 1, 2, 5, 3}, {3, 0, 5, 2}, 5},
+                 {{2, 5, 2, 3, 3}, {1, 0, 5, 2}, 30},
+                 {{2, 2, 2, 2, 3}, {3, 0, 1, 2}, 1},
+                 {{2, 4, 3, 1, 1}, {2, 0, 2, 1}, 9},
+                 {{1, 1, 1, 6, 3}, {3, 0, 6, 2}, 3}};
+    for (const auto& c : cases) {
+        nolk::TensorX x(c.in, false);
+        RawSliceLayerFactory factory(&x, c.pos);
+        factory.connect();
+        EXPECT_EQ(factory.output()->rawTensor->size, c.stored);
+    }
 }
 
 TEST(RawSliceLayer, RefusesWhatWouldNeverEnd) {

@@ -91,7 +91,8 @@ inline std::optional<std::string> refusalOf(const std::vector<Shape>& shapes, co
 inline void expectRefused(const std::vector<Shape>& shapes, const char* text, const Record& record) {
     const std::optional<std::string> refusal = refusalOf(shapes, record);
     EXPECT_EQ(refusal.has_value(), text != nullptr) << refusal.value_or("accepted");
-    EXPECT_NE(refusal.value_or("").find(text ? text : ""), std::string::npos) << *refusal << ", expected " << text;
+    EXPECT_NE(refusal.value_or("").find(text ? text : ""), std::string::npos)
+        << refusal.value_or("") << ", expected " << text;
 }
 
 inline void expectAccepted(const std::vector<Shape>& shapes, const Record& record) {
