@@ -16,12 +16,18 @@ TEST(RawResizeLayer, InterpolatesOrPicksForAllExtents) {
     const nolk::DimsHW extents[] = {{1, 1}, {1, 3}, {4, 1}, {2, 2}, {3, 5}, {7, 13}, {16, 9}};
     for (const auto& from : extents)
         for (const auto& to : extents) {
-            const Shape in{2, 9, from.h, from.w, 3}, out{2, 9, to.h, to.w, 3};
+            const Shape in{2, 3, from.h, from.w, 3}, out{2, 3, to.h, to.w, 3};
             SCOPED_TRACE(testing::Message() << from.h << "x" << from.w << " to " << to.h << "x" << to.w);
             expectReference({in}, resize(out, ResizeMode::linear, ResizeTransMode::halfPixel));
             expectReference({in}, resize(out, ResizeMode::linear, static_cast<ResizeTransMode>(7)));
             expectReference({in}, resize(out, ResizeMode::nearest, ResizeTransMode::halfPixel));
         }
+}
+
+TEST(RawResizeLayer, ASingleValueIsCopiedWithItsSign) {
+    Net net;
+    X const y = net->resize(net.input({1, 1, 1, 1, 3}, {-0.0f}), {1, 1, 1, 2, 3}, ResizeMode::linear, {});
+    expectSameBits(net.run({y})[0], {-0.0f, -0.0f});
 }
 
 TEST(RawResizeLayer, RefusesWhatWouldLeaveATensor) {
