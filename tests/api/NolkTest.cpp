@@ -168,17 +168,6 @@ TEST_F(Nolk, WrappingAsksForARunnerAndABatch) {
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "invalid runner or batch_size\n");
         EXPECT_EQ(popError(), "invalid runner or batch_size");
     }
-    for (const int batch : {1, 3}) {
-        nolk::RunnerBuilder* builder = nolk_new_runner_builder(nullptr);
-        nolk::TensorX* out[] = {builder->relu(builder->input({batch, 2, 1, 1, 1}))};
-        nolk::Runner* runner = nolk_wrap_batch_runner(builder->build(out, 1), batch);
-        builder->destroy();
-        float x[] = {1, -2, -3, 4, 5, -6, 7, 8}, y[8] = {};
-        nolk::Tensor in{{4, 2, 1, 1, 1}, x}, result{{4, 2, 1, 1, 1}, y};
-        EXPECT_TRUE(runner->run(&in, 1, &result, 1));
-        for (int i = 0; i < 8; ++i) EXPECT_EQ(y[i], x[i] < 0 ? 0 : x[i]);
-        runner->destroy();
-    }
 }
 
 }  // namespace

@@ -22,6 +22,7 @@ void expectRefusal(Create create) {
 }
 
 TEST(OldProcessor, NothingIsCreatedAndTheReasonIsReported) {
+    EXPECT_STREQ(nolk_version(), "opencv_4.8.0");
     char model[] = {'C', 'M', 1, 0, 0, 0}, other[] = "other format";
     expectRefusal([] { return nolk_new_model_reader(); });
     for (const char* implCfg : {static_cast<const char*>(nullptr), ":num_threads=x", "another:a=1"}) {
@@ -30,17 +31,6 @@ TEST(OldProcessor, NothingIsCreatedAndTheReasonIsReported) {
         expectRefusal([&] { return nolk_new_runner(implCfg, other, sizeof other, 1); });
     }
     for (const int batchSize : {0, 1, 2}) expectRefusal([=] { return nolk_wrap_batch_runner(nullptr, batchSize); });
-}
-
-TEST(OldProcessor, VersionAndErrorChannelWork) {
-    EXPECT_STREQ(nolk_version(), "opencv_4.8.0");
-    std::vector<std::string> newest;
-    for (int i = 0; i < 150; ++i) {
-        const std::string text = std::to_string(i) + std::string(50, '.');
-        nolk_push_error_message(text.c_str());
-        if (i >= 50) newest.push_back(text);
-    }
-    EXPECT_EQ(popMessages(), newest);
 }
 
 TEST(OldProcessor, TheCompanionLibraryThrows) {

@@ -8,38 +8,12 @@
 namespace {
 
 const nolk::TensorShape kSmall{1, 60, 1, 1, 1};
-const nolk::TensorShape kLarge{1, 4, 5, 5, 3};
 
 struct Tensor : nolk::TensorX {
     explicit Tensor(nolk::TensorShape s, bool constant = false) : TensorX(s, constant) {
         setRawTensor(std::make_shared<RawTensor>());
     }
 };
-
-TEST(TensorX, SharedStorageHasRoomForTheLargest) {
-    for (const bool largeFirst : {true, false}) {
-        nolk::TensorX small(kSmall, false), large(kLarge, false);
-        const auto raw = std::make_shared<RawTensor>();
-        for (nolk::TensorX* t : {largeFirst ? &large : &small, largeFirst ? &small : &large}) t->setRawTensor(raw);
-        EXPECT_EQ(raw->size, 100);
-    }
-}
-
-TEST(LayerFactory, OnlyTheSoleConsumerOfAVariableWorksInPlace) {
-    Tensor x(kSmall), constant(kSmall, true), shared(kSmall), twice(kSmall);
-    TestFactory alone({&x}, {kLarge}, true), ofConstant({&constant}, {kSmall}, true);
-    TestFactory first({&shared}, {kSmall}, true), second({&shared}, {kSmall}, true);
-    TestFactory itself({&twice, &twice}, {kSmall}, true), never({alone.out()}, {kSmall});
-    for (LayerFactory* f : {&alone, &ofConstant, &first, &itself, &never}) f->connect();
-
-    EXPECT_EQ(alone.out()->rawTensor, x.rawTensor);
-    EXPECT_EQ(x.rawTensor->size, 100);  // grown to the larger output
-    EXPECT_NE(ofConstant.out()->rawTensor, constant.rawTensor);
-    EXPECT_NE(first.out()->rawTensor, shared.rawTensor);
-    EXPECT_NE(itself.out()->rawTensor, twice.rawTensor);
-    EXPECT_NE(never.out()->rawTensor, alone.out()->rawTensor);
-    EXPECT_EQ(twice.consumers.size(), 2u);
-}
 
 TEST(LayerFactory, AGraphOutputIsProtected) {
     Tensor x(kSmall);
@@ -52,22 +26,6 @@ TEST(LayerFactory, AGraphOutputIsProtected) {
     EXPECT_EQ(a.fusibleNext(), nullptr);
     EXPECT_EQ(b.fusiblePrev(), nullptr);
     EXPECT_FALSE(b.canInplace());
-}
-
-TEST(LayerFactory, AbsorbingRelinksTheNeighbours) {
-    Tensor x(kSmall);
-    TestFactory before({&x}, {kSmall}), middle({before.out()}, {kSmall}), behind({middle.out()}, {kLarge});
-    TestFactory last({behind.out()}, {kSmall});
-    nolk::TensorX* result = behind.out();
-    middle.update_next_producer();
-    EXPECT_EQ(middle.output(), result);
-    EXPECT_EQ(result->producer, &middle);
-    EXPECT_EQ(result->consumers, std::vector<LayerFactory*>{&last});
-    EXPECT_NE(behind.output(), result);  // the tensor between them lives on
-
-    middle.update_pre_comsumer();
-    EXPECT_EQ(middle.input(), &x);
-    EXPECT_EQ(x.consumers, std::vector<LayerFactory*>{&middle});
 }
 
 TEST(LayerFactoryDeathTest, ContradictionsEndTheProcess) {

@@ -1,24 +1,20 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 #include <stdexcept>
 
 #include "builder/utils.h"
-#include "support/Net.h"
-#include "support/refusal.h"
-#include "support/values.h"
+#include "support/everyOperation.h"
+#include "support/expectReference.h"
 
 namespace {
 
-struct SettingsCase {
-    const char* cfg;
-    int threads, threshold;
-};
-
 TEST(Settings, AreFoundWithBlanksRepetitionsAndTrailingText) {
     const std::string tooLong = std::string(505, 'x') + ",num_threads=4";
-    const SettingsCase cases[] = {
+    const struct {
+        const char* cfg;
+        int threads, threshold;
+    } cases[] = {
         {nullptr, 1, 2000000},
         {"", 1, 2000000},
         {"num_threads = 4 , gemm_thresh=100", 4, 100},
@@ -28,7 +24,7 @@ TEST(Settings, AreFoundWithBlanksRepetitionsAndTrailingText) {
         {"num_threads=4294967298", 2, 2000000},
         {tooLong.c_str(), 1, 2000000},  // cut inside the key
     };
-    for (const SettingsCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.cfg ? c.cfg : "null");
         const auto settings = cfgToMap(c.cfg);
         EXPECT_EQ(intSetting(settings, "num_threads", 1), c.threads);
@@ -61,6 +57,7 @@ TEST(RunnerBuilder, NullInputsGiveNullResults) {
     EXPECT_EQ(net->add(x, nullptr), nullptr);
     EXPECT_EQ(net->add(nullptr, x), nullptr);
     EXPECT_EQ(net->concat(some, 2, nolk::Axis::c), nullptr);
+    EXPECT_EQ(net->matMul(nullptr, x), nullptr);
     EXPECT_EQ(net->matMul(x, nullptr), nullptr);
     EXPECT_EQ(net->convolve(nullptr, {}, {}, {}, {}), nullptr);
     EXPECT_EQ(net->instanceNormalization(nullptr, 0.1f), nullptr);
@@ -101,14 +98,14 @@ TEST(RunnerBuilder, ConstantsWithoutDataAndShapesBeyond32BitsAreRefused) {
     EXPECT_THROW(net.build({net->relu(net.input({1, 65536, 65536, 1, 3}, {}))}), std::invalid_argument);
 }
 
-const nolk::TensorShape kFilled{1, 2, 3, 4, 3};
+const Shape kFilled{1, 2, 3, 4, 3};
 
 TEST(RunnerBuilder, WindowsAndSlicesWithoutPositionsLeaveTheRestOfTheNetworkAlone) {
-    auto weight = Values(1).reals(2 * 25);
-    const nolk::Weights wide{1, 1, 2, 5, 5, false, weight.data(), nullptr};
+    Arrays arrays(1);
     Net net;
     nolk::TensorX* const x = net.input(kFilled, std::vector<float>(24, -2.0f));
-    nolk::TensorX* const none[] = {net->maxPool(x, {5, 6}, {}, {1, 1}), net->convolve(x, {}, {1, 1}, {1, 1}, wide),
+    nolk::TensorX* const none[] = {net->maxPool(x, {5, 6}, {}, {1, 1}),
+                                   net->convolve(x, {}, {1, 1}, {1, 1}, arrays.weights(1, 1, 2, 5, 5, false)),
                                    net->slice(x, {2, 3, 1, 1})};
     for (nolk::TensorX* const y : none) EXPECT_LT(net->shapeOf(y).h, 0);
     const auto out = net.run({none[0], net->relu(none[1]), none[2], net->abs(x)});
@@ -116,104 +113,29 @@ TEST(RunnerBuilder, WindowsAndSlicesWithoutPositionsLeaveTheRestOfTheNetworkAlon
     EXPECT_EQ(out[3], std::vector<float>(24, 2.0f));
 }
 
-// Each operation on a tensor with extents below 0 is refused, or computes nothing and lets the rest of the network run.
 // What an operation reads and writes beyond its tensors is for the sanitizers to find.
 TEST(RunnerBuilder, NegativeExtentsAreHarmlessToEveryOperation) {
-    std::vector<float> values(64, 1.0f);
-    float* const v = values.data();
-    const nolk::Vector two{2, v};
-    const nolk::Weights weights{1, 1, 2, 1, 1, false, v, nullptr};
-    const nolk::LstmWeights lstm{nolk::Direction::forward, 1, 4, 1, v, v, nullptr, true};
-    using X = nolk::TensorX*;
-    struct Operation {
-        bool mayBeRefused;  // where it would read or write beyond its tensors
-        std::function<X(Net&, X, X)> record;
-    };
-    std::vector<Operation> operations{
-        {false, [](Net& n, X x, X) { return n->relu(x); }},
-        {false, [=](Net& n, X x, X) { return n->prelu(x, v, 2); }},
-        {false, [](Net& n, X x, X f) { return n->add(x, f); }},
-        {false, [](Net& n, X x, X f) { return n->sub(f, x); }},
-        {false, [](Net& n, X x, X f) { return n->max(f, x); }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->maxPool(x, {2, 2}, {}, {1, 1});
-         }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->avgPool(x, {1, 1}, {3, 3, 3, 3}, {1, 1});
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->pad(x, {3, 3, 3, 3});
-         }},
-        {false, [=](Net& n, X x, X) { return n->batchNormalize(x, two, two, two, two, 1.0f); }},
-        {false, [](Net& n, X x, X) { return n->instanceNormalization(x, 1.0f); }},
-        {false, [](Net& n, X x, X) { return n->l2normalize(x); }},
-        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::c); }},
-        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::h); }},
-        {false, [](Net& n, X x, X) { return n->softmax(x, nolk::Axis::w); }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->transpose(x, {{0, 2, 3, 1}});
-         }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->slice(x, {3, 0, 2, 1});
-         }},
-        {false,
-         [](Net& n, X x, X) {
-             return n->reshape(x, {1, 4, 1, 1, 3}, nolk::TensorLayout::nhwc);
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->reduce(x, {1, 1, 1, 1, 3}, nolk::BasicOp::mean);
-         }},
-        {true,
-         [](Net& n, X, X f) {
-             return n->reduce(f, {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::nearest, {});
-         }},
-        {true,
-         [](Net& n, X x, X) {
-             return n->resize(x, {1, 2, 2, 2, 3}, nolk::ResizeMode::linear, {});
-         }},
-        {false, [](Net& n, X x, X f) { return n->matMul(x, f); }},
-        {true, [](Net& n, X x, X f) { return n->matMul(f, x); }},
-        {true,
-         [=](Net& n, X x, X) {
-             return n->convolve(x, {3, 3, 3, 3}, {1, 1}, {1, 1}, weights);
-         }},
-        {false,
-         [=](Net& n, X x, X) {
-             return n->deConvolve(x, {-9, 0, -9, 0}, {1, 1}, {1, 1}, weights);
-         }},
-        {true, [=](Net& n, X x, X) { return n->fullConnect(x, weights); }},
-        {true, [=](Net& n, X x, X) { return n->lstm(x, lstm); }},
-    };
-    for (const nolk::Axis axis : {nolk::Axis::n, nolk::Axis::c, nolk::Axis::h, nolk::Axis::w})
-        for (int place = 0; place < 2; ++place)
-            operations.push_back({true, [=](Net& n, X x, X f) {
-                                      X three[] = {place == 0 ? x : f, place == 1 ? x : f, f};
-                                      return n->concat(three, 3, axis);
-                                  }});
-    for (const nolk::TensorShape& shape : {nolk::TensorShape{1, 2, -1, 4, 3},
-                                           {1, 2, -3, -4, 3},
-                                           {-1, -2, 3, 4, 3},
-                                           {1, -2, 3, 4, 3},
-                                           {1, -2, -3, 4, 3},
-                                           {1, 2, 3, -1, 3}})
-        for (const Operation& operation : operations) {
+    for (const Shape& shape : {Shape{1, 2, -1, 4, 3},
+                               {1, 2, -3, -4, 3},
+                               {-1, -2, 3, 4, 3},
+                               {1, -2, 3, 4, 3},
+                               {1, -2, -3, 4, 3},
+                               {1, 2, 3, -1, 3}}) {
+        std::vector<OperationCase> operations = everyOperation(shape);
+        operations.push_back({"reduce to negative extents", true, true, [](Recording& r) {
+                                  return r->reduce(r.x[1], {1, -2, -3, -4, 3}, nolk::BasicOp::sum);
+                              }});
+        operations.push_back(
+            {"deConvolve cropped", true, false, [](Recording& r) {
+                 return r->deConvolve(r.x[0], {-9, 0, -9, 0}, {1, 1}, {1, 1}, r.weights(1, 1, 2, 1, 1, false));
+             }});
+        for (const OperationCase& operation : operations) {
+            SCOPED_TRACE(testing::Message() << operation.name << " of [" << shape.n << " " << shape.c << " " << shape.h
+                                            << " " << shape.w << "]");
             Net net;
-            X const x = net.input(shape, values);
-            X const f = net.input(kFilled, std::vector<float>(24, -2.0f));
-            X const y = operation.record(net, x, f);
-            X const rest = net->abs(f);
-            SCOPED_TRACE(testing::Message() << "operation " << &operation - operations.data() << " of [" << shape.n
-                                            << " " << shape.c << " " << shape.h << " " << shape.w << "]");
+            Recording r(*net.operator->(), {net.input(shape, std::vector<float>(64, 1.0f)),
+                                            net.input(kFilled, std::vector<float>(24, -2.0f))});
+            X const y = operation.record(r), rest = net->abs(r.x[1]);
             try {
                 const auto out = net.run({y, rest});
                 ASSERT_EQ(out.size(), 2u);
@@ -222,35 +144,37 @@ TEST(RunnerBuilder, NegativeExtentsAreHarmlessToEveryOperation) {
                 EXPECT_TRUE(operation.mayBeRefused) << e.what();
             }
         }
+    }
 }
 
 TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
     Net other;
-    nolk::TensorX* const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
-    const std::function<nolk::TensorX*(Net&, nolk::TensorX*)> operations[] = {
-        [=](Net& net, nolk::TensorX*) { return net->relu(stranger); },
-        [=](Net& net, nolk::TensorX*) { return net->add(stranger, nullptr); },
-        [=](Net& net, nolk::TensorX* own) { return net->add(own, stranger); },
-        [=](Net& net, nolk::TensorX* own) { return net->matMul(own, stranger); },
-        [=](Net& net, nolk::TensorX* own) {
-            nolk::TensorX* pair[] = {own, stranger};
-            return net->concat(pair, 2, nolk::Axis::c);
+    X const stranger = other.input({1, 2, 1, 1, 1}, {1, 2});
+    const Record operations[] = {
+        [=](Recording& r) { return r->relu(stranger); },
+        [=](Recording& r) { return r->add(stranger, nullptr); },
+        [=](Recording& r) { return r->add(r.x[0], stranger); },
+        [=](Recording& r) { return r->matMul(r.x[0], stranger); },
+        [=](Recording& r) {
+            X pair[] = {r.x[0], stranger};
+            return r->concat(pair, 2, nolk::Axis::c);
         },
-        [=](Net& net, nolk::TensorX*) { return net->instanceNormalization(stranger, 0.1f); },
+        [=](Recording& r) { return r->instanceNormalization(stranger, 0.1f); },
     };
-    for (const auto& operation : operations) {
-        Net net;
-        nolk::TensorX* const own = net.input({1, 2, 1, 1, 1}, {1, 2});
-        EXPECT_EQ(operation(net, own), nullptr);
-        expectRefused(net, own, "another builder");  // also where nothing depends on the result
+    for (const Record& operation : operations) {
+        const auto record = [&](Recording& r) {
+            EXPECT_EQ(operation(r), nullptr);
+            return r.x[0];
+        };
+        expectRefused({{1, 2, 1, 1, 1}}, "another builder", record);  // also where nothing depends on the result
     }
-    Net net;
-    expectRefused(net, stranger, "output 0 is a tensor of another builder");
+    const auto output = [=](Recording&) { return stranger; };
+    expectRefused({}, "output 0 is a tensor of another builder", output);
 
     // The other builder may be gone.
     Net later;
     auto gone = std::make_unique<Net>();
-    nolk::TensorX* const dangling = gone->input({1, 2, 1, 1, 1}, {1, 2});
+    X const dangling = gone->input({1, 2, 1, 1, 1}, {1, 2});
     gone.reset();
     EXPECT_EQ(later->relu(dangling), nullptr);
     EXPECT_EQ(later->shapeOf(dangling).n, 0);

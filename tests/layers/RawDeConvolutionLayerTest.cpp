@@ -1,22 +1,17 @@
 #include <gtest/gtest.h>
 
-#include "support/Net.h"
-#include "support/reference.h"
-#include "support/refusal.h"
-#include "support/specials.h"
-#include "support/values.h"
+#include "support/expectReference.h"
 
 namespace {
 
-struct Case {
-    nolk::TensorShape in;
-    int outChannels;
-    nolk::DimsHW kernel, stride, dilation = {1, 1};
-    nolk::Padding padding = {};
-};
-
 TEST(RawDeConvolutionLayer, ScattersEveryInputThroughTheKernel) {
-    const Case cases[] = {
+    const struct {
+        Shape in;
+        int outChannels;
+        nolk::DimsHW kernel, stride, dilation = {1, 1};
+        nolk::Padding padding = {};
+        int moreChannels = 0;
+    } cases[] = {
         {{1, 1, 2, 2, 3}, 1, {2, 2}, {2, 2}},
         {{1, 1, 5, 7, 3}, 1, {3, 3}, {1, 1}, {1, 1}, {1, 1, 1, 1}},
         {{2, 3, 4, 5, 3}, 4, {3, 2}, {2, 3}, {1, 1}, {0, 1, 1, 0}},
@@ -36,63 +31,44 @@ TEST(RawDeConvolutionLayer, ScattersEveryInputThroughTheKernel) {
         {{1, 0, 4, 9, 3}, 2, {3, 3}, {2, 2}},
         {{0, 2, 4, 9, 3}, 2, {3, 3}, {2, 2}},
         {{1, 2, 0, 9, 3}, 2, {3, 3}, {1, 1}},
+        {{1, 2, 3, 3, 3}, 2, {2, 2}, {2, 2}, {1, 1}, {}, 1},  // weights for more channels
     };
-    for (const Case& c : cases)
-        for (const bool special : {false, true})
-            for (const bool bias : {false, true}) {
-                const auto size = reference::count(c.in);
-                const auto x = special ? valuesWithSpecials(1, size) : Values(1).reals(size);
-                const auto taps = static_cast<std::size_t>(c.kernel.h * c.kernel.w);
-                auto w = Values(2).reals(static_cast<std::size_t>(c.in.c * c.outChannels) * taps);
-                auto b = Values(3).reals(static_cast<std::size_t>(c.outChannels));
-                const nolk::Weights weights{1,          c.outChannels, c.in.c,   c.kernel.h,
-                                            c.kernel.w, special,       w.data(), bias ? b.data() : nullptr};
-                Net net;
-                auto* y = net->deConvolve(net.input(c.in, x), c.padding, c.stride, c.dilation, weights);
-                const nolk::TensorShape out = net->shapeOf(y);
-                SCOPED_TRACE(testing::Message() << "case " << &c - cases << " out " << out.h << "x" << out.w);
-                ASSERT_TRUE(out.h >= 0 && out.w >= 0);
-                expectSameBits(net.run({y})[0], reference::deConvolve(c.in, x, c.padding, c.stride, weights, out));
+    for (const auto& c : cases)
+        for (const bool bias : {false, true})
+            for (const bool shared : {false, true}) {
+                SCOPED_TRACE(&c - cases);
+                expectReference({c.in}, [&](Recording& r) {
+                    const int channels = c.in.c + c.moreChannels;
+                    return r->deConvolve(r.x[0], c.padding, c.stride, c.dilation,
+                                         r.weights(1, c.outChannels, channels, c.kernel.h, c.kernel.w, bias, shared));
+                });
             }
 }
 
-TEST(RawDeConvolutionLayer, AnInputMayHaveFewerChannelsThanTheWeights) {
-    const nolk::TensorShape in{1, 2, 3, 3, 3};
-    const auto x = Values(1).reals(18);
-    auto w = Values(2).reals(3 * 2 * 4);
-    const nolk::Weights weights{1, 2, 3, 2, 2, false, w.data(), nullptr};
-    Net net;
-    auto* y = net->deConvolve(net.input(in, x), {}, {2, 2}, {1, 1}, weights);
-    const nolk::TensorShape out = net->shapeOf(y);
-    expectSameBits(net.run({y})[0], reference::deConvolve(in, x, {}, {2, 2}, weights, out));
-}
-
 TEST(RawDeConvolutionLayer, RefusesWhatWouldLeaveItsTensors) {
-    struct Refusal {
-        int groups, outChannels, inChannels, kernelH, kernelW;
+    const struct {
+        int groups, outChannels, inChannels, kernel;
         bool weight;
-        const char* text;  // null: accepted
-    };
-    const Refusal cases[] = {{2, 1, 2, 2, 2, true, "deConvolve: groups must be 1, are 2"},
-                             {1, 2, 3, 2, 2, true, "deConvolve: weights expect 3 input channels, input has 4"},
-                             {1, 2, 4, -1, -1, true, "must not be negative"},
-                             {1, 2, 4, 2, 2, false, "deConvolve: weights must not be null"},
-                             {0, 2, 4, 2, 2, false, nullptr},
-                             {-1, -2, 4, 2, 2, false, nullptr}};
-    for (const Refusal& c : cases) {
-        auto w = Values(2).reals(64);
+        const char* text;  // null: accepted, and all is zero
+    } cases[] = {{2, 1, 2, 2, true, "deConvolve: groups must be 1, are 2"},
+                 {1, 2, 3, 2, true, "deConvolve: weights expect 3 input channels, input has 4"},
+                 {1, 2, 4, -1, true, "must not be negative"},
+                 {1, 2, 4, 2, false, "deConvolve: weights must not be null"},
+                 {1, 1 << 15, 1 << 15, 128, true, "must hold at most 2^31 - 1 floats"},
+                 {1 << 16, 1 << 16, 4, 2, true, "output channels must fit 32 bits"},
+                 {0, 2, 4, 2, false, nullptr},
+                 {-1, -2, 4, 2, false, nullptr}};
+    for (const auto& c : cases) {
+        std::vector<float> w(64, 1.0f);
         const nolk::Weights weights{
-            c.groups, c.outChannels, c.inChannels, c.kernelH, c.kernelW, false, c.weight ? w.data() : nullptr,
-            w.data()};
-        Net net;
-        auto* x = net.input({1, 4, 5, 5, 3}, Values(1).reals(100));
-        auto* y = net->deConvolve(x, {}, {2, 2}, {1, 1}, weights);
+            c.groups, c.outChannels, c.inChannels, c.kernel, c.kernel, false, c.weight ? w.data() : nullptr, w.data()};
+        const auto record = [&](Recording& r) { return r->deConvolve(r.x[0], {}, {2, 2}, {1, 1}, weights); };
         SCOPED_TRACE(&c - cases);
-        if (c.text) {
-            expectRefused(net, y, c.text);
-            continue;
-        }
-        const auto out = net.run({y})[0];
+        expectRefused({{1, 4, 5, 5, 3}}, c.text, record);
+        if (c.text) continue;
+        Net net;
+        const auto out = net.run(
+            {net->deConvolve(net.input({1, 4, 5, 5, 3}, Values(1).reals(100)), {}, {2, 2}, {1, 1}, weights)})[0];
         EXPECT_EQ(out, std::vector<float>(out.size(), 0.0f));
     }
 }

@@ -1,114 +1,68 @@
 #include <gtest/gtest.h>
 
-#include "support/Net.h"
-#include "support/reference.h"
-#include "support/refusal.h"
-#include "support/values.h"
+#include "support/expectReference.h"
 
 namespace {
 
-struct Arrays {
-    Arrays(int directions, int inputs, int hidden) {
-        const auto gates = static_cast<std::size_t>(4 * directions * hidden);
-        w = Values(1).reals(gates * static_cast<std::size_t>(inputs));
-        r = Values(2).reals(gates * static_cast<std::size_t>(hidden));
-        b = Values(3).reals(2 * gates);
-    }
-    std::vector<float> w, r, b;
-};
+// More weights than any test below needs, in either direction.
+nolk::LstmWeights weights(Recording& r, nolk::Direction direction, int directions, int inputs, int hidden) {
+    const int gates = 4 * directions * hidden;
+    return {direction,          directions, inputs, hidden, r.reals(gates * inputs), r.reals(gates * hidden),
+            r.reals(2 * gates), true};
+}
+
+void expectLstm(const Shape& in, nolk::Direction direction, int directions, int inputs, int hidden, int bias = 2) {
+    SCOPED_TRACE(testing::Message() << "t " << in.h << " hidden " << hidden << " direction "
+                                    << static_cast<int>(direction) << " bias " << bias);
+    expectReference({in}, [=](Recording& r) {
+        nolk::LstmWeights w = weights(r, direction, directions, inputs, hidden);
+        if (bias == 0) w.bias = nullptr;
+        w.splitBias = bias != 1;
+        return r->lstm(r.x[0], w);
+    });
+}
 
 TEST(RawLstmLayer, RunsOverTimeInEitherOrBothDirections) {
-    struct Case {
+    using nolk::Direction;
+    const struct {
         int n, t, inputs, hidden;
-    };
-    const Case cases[] = {{1, 1, 1, 1}, {1, 3, 2, 2}, {2, 5, 7, 3}, {3, 4, 5, 17},
-                          {1, 6, 0, 8}, {2, 0, 3, 2}, {1, 2, 3, 0}};
-    for (const Case& c : cases)
-        for (int direction = 0; direction < 3; ++direction)
-            for (int bias = 0; bias < 3; ++bias) {
-                const int d = direction == 2 ? 2 : 1;
-                const nolk::TensorShape in{c.n, 1, c.t, c.inputs, 3};
-                const auto x = Values(4).reals(reference::count(in));
-                Arrays arrays(d, c.inputs, c.hidden);
-                const nolk::LstmWeights weights{static_cast<nolk::Direction>(direction),
-                                                d,
-                                                c.inputs,
-                                                c.hidden,
-                                                arrays.w.data(),
-                                                arrays.r.data(),
-                                                bias == 0 ? nullptr : arrays.b.data(),
-                                                bias != 1};
-                Net net;
-                auto* y = net->lstm(net.input(in, x), weights);
-                EXPECT_EQ(net->shapeOf(y).w, d * c.hidden);
-                const auto want = reference::lstm(in, x, weights);
-                net.build({y});
-                arrays = Arrays(0, 0, 0);  // the layer has its own copies
-                SCOPED_TRACE(testing::Message() << "t " << c.t << " hidden " << c.hidden << " direction " << direction);
-                expectSameBits(net.runAgain()[0], want);
-                expectSameBits(net.runAgain()[0], want);  // no state is carried on
-            }
-}
-
-TEST(RawLstmLayer, TheNumberOfDirectionsDecides) {
-    const nolk::TensorShape in{1, 1, 3, 2, 3};
-    const auto x = Values(4).reals(6);
-    Arrays arrays(2, 2, 3);
-    for (const nolk::Direction direction : {nolk::Direction::forward, nolk::Direction::backward}) {
-        const nolk::LstmWeights weights{direction, 2, 2, 3, arrays.w.data(), arrays.r.data(), arrays.b.data(), true};
-        Net net;
-        expectSameBits(net.run({net->lstm(net.input(in, x), weights)})[0], reference::lstm(in, x, weights));
-    }
-    const nolk::LstmWeights both{nolk::Direction::both, 1, 2, 3, arrays.w.data(), arrays.r.data(), nullptr, true};
-    Net net;
-    expectSameBits(net.run({net->lstm(net.input(in, x), both)})[0], reference::lstm(in, x, both));
-}
-
-TEST(RawLstmLayer, OfSeveralChannelsOnlyTheFirstRowsAreComputed) {
-    const nolk::TensorShape in{2, 3, 2, 2, 3};
-    const auto x = Values(4).reals(24);
-    Arrays arrays(1, 2, 3);
-    const nolk::LstmWeights weights{nolk::Direction::forward, 1, 2, 3, arrays.w.data(), arrays.r.data(), nullptr, true};
-    Net net;
-    auto out = net.run({net->lstm(net.input(in, x), weights)})[0];
-    out.resize(12);
-    expectSameBits(out, reference::lstm({2, 1, 2, 2, 3}, x, weights));
-}
-
-// Steps lie as many floats apart as the weights have inputs, whatever the rows of the tensor are.
-TEST(RawLstmLayer, RowsNeedNotBeAsWideAsTheWeights) {
-    const auto x = Values(4).reals(24);
-    Arrays arrays(1, 2, 3);
-    const nolk::LstmWeights weights{nolk::Direction::forward, 1, 2, 3, arrays.w.data(), arrays.r.data(), nullptr, true};
-    const auto want = reference::lstm({2, 1, 3, 2, 3}, x, weights);  // the first 12 values, two a step
-    for (const nolk::TensorShape& in : {nolk::TensorShape{2, 1, 3, 4, 3}, {2, 4, 3, 1, 3}}) {
-        Net net;
-        auto out = net.run({net->lstm(net.input(in, x), weights)})[0];
-        out.resize(want.size());
-        expectSameBits(out, want);
-    }
+    } cases[] = {{1, 1, 1, 1}, {1, 3, 2, 2}, {2, 5, 7, 3}, {3, 4, 5, 17}, {1, 6, 0, 8}, {2, 0, 3, 2}, {1, 2, 3, 0}};
+    for (const auto& c : cases)
+        for (const Direction direction : {Direction::forward, Direction::backward, Direction::both})
+            for (int bias = 0; bias < 3; ++bias)
+                expectLstm({c.n, 1, c.t, c.inputs, 3}, direction, direction == Direction::both ? 2 : 1, c.inputs,
+                           c.hidden, bias);
+    // The number of directions decides.
+    expectLstm({1, 1, 3, 2, 3}, Direction::forward, 2, 2, 3);
+    expectLstm({1, 1, 3, 2, 3}, Direction::backward, 2, 2, 3);
+    expectLstm({1, 1, 3, 2, 3}, Direction::both, 1, 2, 3);
+    // Of several channels only the first rows are computed.
+    expectLstm({2, 3, 2, 2, 3}, Direction::forward, 1, 2, 3);
+    // Steps lie as many floats apart as the weights have inputs, whatever the rows of the tensor are.
+    expectLstm({2, 1, 3, 4, 3}, Direction::forward, 1, 2, 3);
+    expectLstm({2, 4, 3, 1, 3}, Direction::forward, 1, 2, 3);
 }
 
 TEST(RawLstmLayer, RefusesWeightsThatDoNotFit) {
-    Arrays arrays(2, 5, 4);
-    struct Case {
+    const struct {
         int directions, inputs, hidden;
         bool w, r;
         const char* text;
-    };
-    const Case cases[] = {
-        {0, 4, 4, true, true, "lstm: directions"},        {3, 4, 4, true, true, "lstm: directions"},
-        {-1, 4, 4, true, true, "lstm: directions"},       {1, 5, 4, true, true, "lstm: weights expect 5"},
-        {1, 4, -4, true, true, "lstm: hidden size"},      {1, 4, 65536, true, true, "fewer than 2^31"},
-        {2, 4, INT32_MAX, true, true, "fewer than 2^31"}, {1, 4, 4, false, true, "must not be null"},
-        {1, 4, 4, true, false, "must not be null"}};
-    for (const Case& c : cases) {
-        const nolk::LstmWeights weights{
-            nolk::Direction::forward,        c.directions, c.inputs, c.hidden, c.w ? arrays.w.data() : nullptr,
-            c.r ? arrays.r.data() : nullptr, nullptr,      true};
-        Net net;
-        expectRefused(net, net->lstm(net.input({1, 1, 2, 4, 3}, Values(1).reals(8)), weights), c.text);
-    }
+    } cases[] = {{0, 4, 4, true, true, "lstm: directions"},        {3, 4, 4, true, true, "lstm: directions"},
+                 {-1, 4, 4, true, true, "lstm: directions"},       {1, 5, 4, true, true, "lstm: weights expect 5"},
+                 {1, 4, -4, true, true, "lstm: hidden size"},      {1, 4, 65536, true, true, "fewer than 2^31"},
+                 {2, 4, INT32_MAX, true, true, "fewer than 2^31"}, {1, 4, 4, false, true, "must not be null"},
+                 {1, 4, 4, true, false, "must not be null"}};
+    for (const auto& c : cases)
+        expectRefused({{1, 1, 2, 4, 3}}, c.text, [&](Recording& r) {
+            nolk::LstmWeights w = weights(r, nolk::Direction::forward, 2, 5, 4);
+            if (!c.w) w.inputWeights = nullptr;
+            if (!c.r) w.recurrentWeights = nullptr;
+            w.numDirections = c.directions;
+            w.inputSize = c.inputs;
+            w.hiddenSize = c.hidden;
+            return r->lstm(r.x[0], w);
+        });
 }
 
 }  // namespace

@@ -8,20 +8,16 @@
 #include "math/chooseProduct.h"
 #include "math/mapDivision.h"
 #include "math/quotient.h"
+#include "support/ReferenceBuilder.h"
 #include "support/values.h"
 
 namespace {
 
-using InPlace = void (*)(int, float*, const float*);
-using Arrays = void (*)(int, float*, const float*, const float*);
-using InPlaceScalar = void (*)(int, float*, float);
-using Scalar = void (*)(int, float*, const float*, float);
-
 struct Kernel {
-    InPlace inPlace;
-    Arrays arrays;
-    InPlaceScalar inPlaceScalar;
-    Scalar scalar;
+    void (*inPlace)(int, float*, const float*);
+    void (*arrays)(int, float*, const float*, const float*);
+    void (*inPlaceScalar)(int, float*, float);
+    void (*scalar)(int, float*, const float*, float);
     float (*one)(float, float);
 };
 
@@ -81,10 +77,6 @@ TEST(CopyFloats, CopiesOrGivesNull) {
     EXPECT_EQ(copy, nullptr);
 }
 
-struct ProductCase {
-    int m, k, n, threads, threshold;
-};
-
 class Gemm : public testing::Test {
 protected:
     ~Gemm() override { forceProduct(nullptr); }
@@ -92,24 +84,22 @@ protected:
 
 TEST_F(Gemm, EqualsTheSumsHoweverItIsSplitWhateverTheInstructionSet) {
     Values values(42);
-    const ProductCase cases[] = {
+    const struct {
+        int m, k, n, threads, threshold;
+    } cases[] = {
         {1, 1, 1, 1, 0},   {3, 5, 7, 1, 0},  {17, 33, 19, 1, 0}, {10, 8, 9, 3, 1},   {9, 8, 9, 3, 1},
         {10, 8, 9, 4, 1},  {2, 8, 9, 5, 1},  {1, 8, 9, 4, 1},    {10, 8, 9, 3, 720}, {10, 8, 9, 3, 721},
         {10, 0, 4, 3, -1}, {0, 3, 4, 3, -1}, {4, 3, 0, 3, -1},   {64, 30, 50, 7, 1}, {5, 2, 3, -2, -1},
     };
-    for (const ProductCase& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.m << " x " << c.k << " x " << c.n << " on " << c.threads);
         const auto a = values.reals(static_cast<std::size_t>(c.m) * c.k),
                    b = values.reals(static_cast<std::size_t>(c.k) * c.n);
-        std::vector<float> transposed(b.size()), expected;
-        for (int i = 0; i < c.k; ++i)
-            for (int j = 0; j < c.n; ++j) transposed[j * c.k + i] = b[i * c.n + j];
-        for (int i = 0; i < c.m; ++i)
-            for (int j = 0; j < c.n; ++j) {
-                double sum = 0;
-                for (int l = 0; l < c.k; ++l) sum += static_cast<double>(a[i * c.k + l]) * b[l * c.n + j];
-                expected.push_back(static_cast<float>(sum));
-            }
+        ReferenceBuilder reference;
+        auto* const x = reference.input({1, 1, c.m, c.k, 3}, a);
+        auto* const y = reference.input({1, 1, c.k, c.n, 3}, b);
+        const std::vector<float>& expected = reference.values(reference.matMul(x, y));
+        const std::vector<float>& transposed = reference.values(reference.transpose(y, {{0, 1, 3, 2}}));
         for (const Product* supported : supportedProducts()) {
             SCOPED_TRACE(supported->name);
             forceProduct(supported);

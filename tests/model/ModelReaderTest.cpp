@@ -22,6 +22,7 @@
 #include "support/CallLog.h"
 #include "support/messages.h"
 #include "support/modelBytes.h"
+#include "support/values.h"
 
 namespace {
 
@@ -45,30 +46,6 @@ struct Load {
         restored = file == before;
     }
 };
-
-// input [2, 3, 4] as id 0, prelu with slopes 0.5 and -2 as id 1, output 1. Written by hand; the checksums come from
-// another implementation.
-const char* const kGolden[] = {
-    // version 1: dimensions of 16 bits
-    "434d 0100 0300"
-    "0000 0200 0300 0400 0000"
-    "2300 0000 0100 0200 0000003f 000000c0"
-    "1600 0100",
-    // version 2: head info (key 7, "abc"), dimensions of 32 bits
-    "434d 0200 0700 0300 616263 0000 0300"
-    "0000 02000000 03000000 04000000 0000"
-    "2300 0000 0100 0200 0000003f 000000c0"
-    "1600 0100",
-    // version 3: scrambled, with a checksum
-    "434d 0300 0000 0507"
-    "0809 080b0c0d 0d0f1011 16131415 1617"
-    "3b19 1a1b 1d1d 1c1f 2021221c 242526e7"
-    "3e29 2b2b  db7a04c4",
-    // version 4: floats in a form that begins with a byte
-    "434d 0400 0700 0300 616263 0000 0e0e"
-    "0f10 13121314 16161718 1d1a1b1c 1d1e"
-    "3c20 2122 2224 2726 27 28292a14 2c2d2eef"
-    "2631 3333  38a7c0eb"};
 
 TEST(ModelReader, ReadsAFileOfEachVersion) {
     const Lines expected = {"#1 = input [2 2 3 4 dims 3]", "#2 = prelu #1 {0.5 -2}", "build #2"};
@@ -262,10 +239,6 @@ TEST(ModelReader, ReadsFiles) {
     const nolk::Owned<nolk::ModelReader> reader(nolk_new_model_reader());
     EXPECT_EQ(reader->readFromFile(&log, 1, path.c_str()), log.runner());
     std::remove(path.c_str());
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(reader->readFromFile(&log, 1, path.c_str()), nullptr);
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(popMessages(), Lines{"can not open file: " + path});
 }
 
 TEST(ModelReader, CountsThatCannotBeThrow) {
@@ -301,10 +274,17 @@ long peakMegabytes() {
     return usage.ru_maxrss / 1024;
 }
 
+// Of arrays of 256 MB.
+void expectUntouched([[maybe_unused]] long megabytesBefore) {
+#ifndef __SANITIZE_THREAD__  // which keeps notes on all memory, touched or not
+    EXPECT_LT(peakMegabytes() - megabytesBefore, 220);
+#endif
+}
+
 // The file announces far more floats than it holds; the builder is given zeros for them, in memory that nobody touches.
 TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
     const std::string huge = "0100 0700 00000001 04000000 01000000";  // 2^26 floats, 256 MB
-    [[maybe_unused]] const long before = peakMegabytes();
+    const long before = peakMegabytes();
     for (const int version : {2, 3, 4})
         for (const char* const data : {"00", "00 f(1)", "08 f(1)"}) {
             const Load load(container(version, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
@@ -314,17 +294,7 @@ TEST(ModelReader, ALyingCountFailsWithoutTheMemory) {
             EXPECT_EQ(load.messages, Lines{});
             EXPECT_TRUE(load.restored);
         }
-#ifndef __SANITIZE_THREAD__                    // which keeps notes on all memory, touched or not
-    EXPECT_LT(peakMegabytes() - before, 220);  // less than one of the arrays of 256 MB
-#endif
-}
-
-TEST(ModelReader, AnUnknownCompressionIsPrintedAndReadingGoesOn) {
-    const std::string prelu = "2300 0500 0700 0200 07";
-    const Load load(container(4, hex("0000"), hex("0400" + std::string(kInputs) + prelu + "1600 0700")));
-    EXPECT_EQ(load.log.lines.back(), "build #3");
-    EXPECT_EQ(load.printed, "invalid compress bits: 7\n");
-    EXPECT_EQ(load.messages, Lines{});
+    expectUntouched(before);
 }
 
 // However many floats are announced: 256 MB of constants and of weights, of which layers have copies. The memory for
@@ -336,7 +306,7 @@ TEST(ModelReader, AnUnknownCompressionOfManyFloatsIsBuilt) {
                                "0600 0000 0200 0100 00200000 00200000 01000000 01000000 07 00"
                                "0200 0000 0300 00000000 0100 0100 0100 0100 0100 00200000 00200000 01000000 01000000 07"
                                "00 1600 0100 1600 0200 1600 0300"));
-    [[maybe_unused]] const long before = peakMegabytes();
+    const long before = peakMegabytes();
     RawRunnerBuilder* const builder = new RawRunnerBuilder(nullptr);
     const nolk::Owned<nolk::ModelReader> reader(nolk_new_model_reader());
     testing::internal::CaptureStderr();
@@ -346,9 +316,7 @@ TEST(ModelReader, AnUnknownCompressionOfManyFloatsIsBuilt) {
     builder->destroy();
     ASSERT_NE(runner, nullptr);
     runner->destroy();
-#ifndef __SANITIZE_THREAD__
-    EXPECT_LT(peakMegabytes() - before, 220);  // less than one of the arrays of 256 MB
-#endif
+    expectUntouched(before);
 }
 
 // What the file holds of the floats goes to the builder before the shortfall ends the load.
@@ -414,48 +382,23 @@ TEST(ModelReader, EveryTruncationFails) {
     }
 }
 
-TEST(ModelReader, ChecksumsFindEveryFlippedBit) {
-    const Bytes file =
-        hex("434d 0300 0000 0507 0809080b 0c0d0d0f 10111613 141516173b191a1b 1d1d1c1f202122 1c242526e7"
-            "3e292b2b db7a04c4");
-    ASSERT_NE(Load(file).runner, nullptr);
-    for (std::size_t bit = 4 * 8; bit < file.size() * 8; ++bit) {
-        Bytes flipped = file;
-        flipped[bit / 8] = static_cast<unsigned char>(flipped[bit / 8] ^ (1u << (bit % 8)));
-        const Load load(flipped);
-        EXPECT_EQ(load.runner, nullptr) << bit;
-        EXPECT_EQ(load.messages, Lines{"model verify failed: wrong crc32"}) << bit;
-    }
-}
-
-// Anything may come of a damaged file but a crash or a changed buffer.
-void expectHarmless(const Bytes& file) {
-    try {
-        EXPECT_TRUE(Load(file).restored);
-    } catch (const std::bad_array_new_length&) {
-        testing::internal::GetCapturedStderr();
-    }
-}
-
+// Flipped bits, and files that end early, under a checksum that is right: anything may come of them but a crash or a
+// changed buffer.
 TEST(ModelReader, DamagedFilesAreHarmless) {
-    constexpr unsigned char kDamages[] = {0x01, 0x80, 0xFF};
-    for (const int version : {2, 3}) {
-        const Bytes file = everyRecord(version);
-        for (std::size_t i = 4; i < file.size(); ++i) {
-            Bytes damaged = file;
-            damaged[i] = static_cast<unsigned char>(damaged[i] ^ kDamages[i % 3]);
-            if (version == 3) reseal(damaged);
-            expectHarmless(damaged);
+    const Bytes whole = everyRecord(3);
+    Values random(1);
+    for (std::size_t i = 8; i < whole.size(); ++i)
+        for (const bool cut : {false, true}) {
+            Bytes file = whole;
+            file[i - 4] = static_cast<unsigned char>(file[i - 4] ^ (1 << random.integer(0, 7)));
+            if (cut) file.assign(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(i));
+            reseal(file);
+            try {
+                EXPECT_TRUE(Load(file).restored);
+            } catch (const std::bad_array_new_length&) {
+                testing::internal::GetCapturedStderr();
+            }
         }
-    }
-}
-
-TEST(ModelReader, ResealedTruncationsAreHarmless) {
-    for (Bytes file = everyRecord(3); file.size() > 8; file.pop_back()) {
-        Bytes shorter(file.begin(), file.end());
-        reseal(shorter);
-        expectHarmless(shorter);
-    }
 }
 
 }  // namespace

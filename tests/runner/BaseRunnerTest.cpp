@@ -4,15 +4,6 @@
 
 namespace {
 
-struct Call {
-    const char* claim;
-    nolk::Tensor* inputs;
-    int inputCount;
-    nolk::Tensor* outputs;
-    int outputCount;
-    const char* message;
-};
-
 TEST(BaseRunner, SaysWhatIsWrongWithTensorsAndTouchesNothing) {
     RawRunnerBuilder* builder = new RawRunnerBuilder(nullptr);
     const nolk::TensorShape shape{1, 2, 1, 1, 1};
@@ -24,7 +15,14 @@ TEST(BaseRunner, SaysWhatIsWrongWithTensorsAndTouchesNothing) {
 
     float in[2] = {-1, 2}, out[2] = {7, 7};
     nolk::Tensor good{shape, in}, result{shape, out}, noData{shape, nullptr}, otherDims{{1, 2, 1, 1, 3}, in};
-    const Call calls[] = {
+    const struct {
+        const char* claim;
+        nolk::Tensor* inputs;
+        int inputCount;
+        nolk::Tensor* outputs;
+        int outputCount;
+        const char* message;
+    } calls[] = {
         {"no inputs", nullptr, 1, &result, 1, "tensors is null\n"},
         {"input count", &good, 2, &result, 1, "tensor count wrong. 2 != 1\n"},
         {"only dims differ", &otherDims, 1, &result, 1,
@@ -35,7 +33,7 @@ TEST(BaseRunner, SaysWhatIsWrongWithTensorsAndTouchesNothing) {
         {"no output data", &good, 1, &noData, 1, "tensors[0] is null\n"},
         {"inputs come first", &noData, 1, nullptr, 5, "tensors[0] is null\n"},
     };
-    for (const Call& c : calls) {
+    for (const auto& c : calls) {
         SCOPED_TRACE(c.claim);
         testing::internal::CaptureStderr();
         EXPECT_FALSE(runner->run(c.inputs, c.inputCount, c.outputs, c.outputCount));

@@ -78,6 +78,14 @@ private:
     std::vector<float> in_, out_;
 };
 
+// Calls f(0), f(1), ... at the same time; returns when all have returned.
+template <typename Function>
+void inThreads(int count, Function f) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t) threads.emplace_back(f, t);
+    for (std::thread& t : threads) t.join();
+}
+
 TEST(BaseBatchRunner, RunsItemByItemUntilOneFails) {
     CountingRunner inner;
     BaseBatchRunner* wrapped = new BaseBatchRunner(&inner, 1);
@@ -124,68 +132,43 @@ struct StrictCall {
 TEST(BaseBatchRunner, TheFirstInputAloneSaysHowManyItemsThereAre) {
     for (const int batch : {1, 2}) {
         nolk::Runner* const wrapped = nolk_wrap_batch_runner(strictRunner(batch), batch);
-        StrictCall call(4);
-        call.inputs[1].shape.n = 1;
-        call.output.shape.n = 0;
-        EXPECT_TRUE(call.run(wrapped));
-        EXPECT_TRUE(call.isRight());
-        wrapped->destroy();
-    }
-}
-
-TEST(BaseBatchRunner, WhatIsMissingIsToldInTheInnerRunnersWords) {
-    for (const int batch : {1, 2}) {
-        nolk::Runner* const wrapped = nolk_wrap_batch_runner(strictRunner(batch), batch);
-        StrictCall noData(2), noOutputs(2), otherDims(2);
+        StrictCall noData(2), noOutputs(2), otherDims(2), right(4);
         noData.inputs[1].data = nullptr;
         otherDims.inputs[1].shape.dims = 3;
+        right.inputs[1].shape.n = 1;
+        right.output.shape.n = 0;
         testing::internal::CaptureStderr();
         EXPECT_FALSE(noData.run(wrapped));
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors[1] is null\n");
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors[1] is null\n");  // in the inner runner's words
         EXPECT_FALSE(wrapped->run(nullptr, 2, &noData.output, 1));
         EXPECT_FALSE(wrapped->run(noData.inputs, 0, &noData.output, 1));
         testing::internal::CaptureStderr();
         EXPECT_FALSE(wrapped->run(noOutputs.inputs, 2, nullptr, 1));
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "tensors is null\n");
         EXPECT_FALSE(otherDims.run(wrapped));
+        EXPECT_TRUE(right.run(wrapped));
+        EXPECT_TRUE(right.isRight());
         wrapped->destroy();
     }
 }
 
-TEST(BaseBatchRunner, CallersOfARunnerForOneTakeTurns) {
-    CountingRunner inner;
-    BaseBatchRunner* wrapped = new BaseBatchRunner(&inner, 1);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([wrapped, t] {
-            for (int i = 0; i < 50; ++i) {
-                Call call(3, static_cast<std::uint32_t>(t * 100 + i));
-                EXPECT_TRUE(call.run(wrapped));
-                EXPECT_EQ(call.rightItems(), 3);
-            }
-        });
-    for (std::thread& t : threads) t.join();
-    wrapped->destroy();
-}
-
 TEST(BatchRunner, EveryCallerGetsItsOwnResults) {
-    CountingRunner inner;
-    inner.batch = 16;
-    BatchRunner* shared = new BatchRunner(&inner, 16);
-    std::vector<std::thread> threads;
-    std::atomic<int> wrong{0};
-    for (int t = 0; t < 64; ++t)
-        threads.emplace_back([shared, t, &wrong] {
+    for (const int batch : {1, 16}) {  // 1: callers take turns
+        CountingRunner inner;
+        inner.batch = batch;
+        nolk::Runner* const shared = nolk_wrap_batch_runner(&inner, batch);
+        std::atomic<int> wrong{0};
+        inThreads(64, [shared, &wrong](int t) {
             for (int i = 0; i < 200; ++i) {
                 const int items = 1 + (t * 7 + i) % 5;
                 Call call(items, static_cast<std::uint32_t>(t * 1000 + i));
                 if (!call.run(shared) || call.rightItems() != items) ++wrong;
             }
         });
-    for (std::thread& t : threads) t.join();
-    EXPECT_EQ(wrong, 0);
-    shared->destroy();
-    EXPECT_EQ(inner.destroyed, 1);
+        EXPECT_EQ(wrong, 0);
+        shared->destroy();
+        EXPECT_EQ(inner.destroyed, 1);
+    }
 }
 
 TEST(BatchRunner, ALargeCallTakesSeveralRuns) {
@@ -228,15 +211,12 @@ TEST(BatchRunner, TheFirstPassThatSucceedsFixesTheSizes) {
         EXPECT_FALSE(wrong.run(shared));
     }
     // While no pass has succeeded, wrong callers do not spoil the passes of right ones.
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([shared, t] {
-            StrictCall call(4);
-            if (t % 2) call.inputs[1].shape.c = 6;
-            EXPECT_EQ(call.run(shared), t % 2 == 0);
-            EXPECT_EQ(call.isRight(), t % 2 == 0);
-        });
-    for (std::thread& t : threads) t.join();
+    inThreads(8, [shared](int t) {
+        StrictCall call(4);
+        if (t % 2) call.inputs[1].shape.c = 6;
+        EXPECT_EQ(call.run(shared), t % 2 == 0);
+        EXPECT_EQ(call.isRight(), t % 2 == 0);
+    });
     // From then on the number of elements decides.
     StrictCall otherShape(4), otherDims(4);
     otherShape.inputs[0].shape = {4, 1, 3, 1, 3};
@@ -264,16 +244,13 @@ TEST(BatchRunner, OtherSizesAreRefusedAndTheRestIsServed) {
     BatchRunner* shared = new BatchRunner(&inner, 4);
     Call first(1, 1);
     EXPECT_TRUE(first.run(shared));
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 6; ++t)
-        threads.emplace_back([shared, t] {
-            Call call(2, static_cast<std::uint32_t>(t));
-            if (t % 2) call.input.shape.c = 2;
-            EXPECT_EQ(call.run(shared), t % 2 == 0);
-            nolk::Tensor two[2] = {call.input, call.input};
-            EXPECT_FALSE(shared->run(two, 2, &call.output, 1));
-        });
-    for (std::thread& t : threads) t.join();
+    inThreads(6, [shared](int t) {
+        Call call(2, static_cast<std::uint32_t>(t));
+        if (t % 2) call.input.shape.c = 2;
+        EXPECT_EQ(call.run(shared), t % 2 == 0);
+        nolk::Tensor two[2] = {call.input, call.input};
+        EXPECT_FALSE(shared->run(two, 2, &call.output, 1));
+    });
     shared->destroy();
 }
 
@@ -283,19 +260,19 @@ TEST(BatchRunner, DestroyServesThoseWhoWait) {
     inner.duration = std::chrono::milliseconds(5);
     BatchRunner* shared = new BatchRunner(&inner, 2);
     std::atomic<int> inside{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 8; ++t)
-        threads.emplace_back([shared, t, &inside] {
+    inThreads(9, [&](int t) {
+        if (t < 8) {
             Call call(9, static_cast<std::uint32_t>(t));
             ++inside;
             EXPECT_TRUE(call.run(shared));
             EXPECT_EQ(call.rightItems(), 9);
-        });
-    while (inside < 8) std::this_thread::yield();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));  // into run
-    shared->destroy();
-    EXPECT_EQ(inner.destroyed, 1);
-    for (std::thread& t : threads) t.join();
+            return;
+        }
+        while (inside < 8) std::this_thread::yield();
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));  // into run
+        shared->destroy();
+        EXPECT_EQ(inner.destroyed, 1);
+    });
 }
 
 }  // namespace

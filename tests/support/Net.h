@@ -3,6 +3,7 @@
 // values are copied; run may be called once per Net, runAgain as often as wanted after it.
 #pragma once
 
+#include <gtest/gtest.h>
 #include <nolk.h>
 
 #include <vector>
@@ -38,6 +39,13 @@ public:
         runner_ = builder_->build(outputs.data(), static_cast<int>(outputs.size()));
         builder_->destroy();
         builder_ = nullptr;
+    }
+
+    // Goes on with the network of a model file that has the same inputs and outputs.
+    void load(std::vector<unsigned char> file, int batch) {
+        runner_->destroy();
+        runner_ = nolk_new_runner(nullptr, file.data(), static_cast<int>(file.size()), batch);
+        ASSERT_NE(runner_, nullptr);
     }
 
     // The outputs' floats; an empty result when run returned false. What the layers do not write is kSentinel or

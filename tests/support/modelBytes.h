@@ -57,3 +57,27 @@ inline Bytes container(int version, const Bytes& headInfo, const Bytes& body) {
     reseal(file);
     return file;
 }
+
+// input [2, 3, 4] as id 0, prelu with slopes 0.5 and -2 as id 1, output 1. Written by hand; the checksums come from
+// another implementation.
+constexpr const char* kGolden[] = {
+    // version 1: dimensions of 16 bits
+    "434d 0100 0300"
+    "0000 0200 0300 0400 0000"
+    "2300 0000 0100 0200 0000003f 000000c0"
+    "1600 0100",
+    // version 2: head info (key 7, "abc"), dimensions of 32 bits
+    "434d 0200 0700 0300 616263 0000 0300"
+    "0000 02000000 03000000 04000000 0000"
+    "2300 0000 0100 0200 0000003f 000000c0"
+    "1600 0100",
+    // version 3: scrambled, with a checksum
+    "434d 0300 0000 0507"
+    "0809 080b0c0d 0d0f1011 16131415 1617"
+    "3b19 1a1b 1d1d 1c1f 2021221c 242526e7"
+    "3e29 2b2b  db7a04c4",
+    // version 4: floats in a form that begins with a byte
+    "434d 0400 0700 0300 616263 0000 0e0e"
+    "0f10 13121314 16161718 1d1a1b1c 1d1e"
+    "3c20 2122 2224 2726 27 28292a14 2c2d2eef"
+    "2631 3333  38a7c0eb"};

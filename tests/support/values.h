@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 #include <vector>
 
 // A small fixed generator, so that a seed means the same numbers everywhere.
@@ -37,6 +38,17 @@ public:
 private:
     std::uint32_t state_;
 };
+
+// Random values, about one in eight of them NaN, an infinity, -0, 0 or huge: they expose careless arithmetic.
+inline std::vector<float> valuesWithSpecials(std::uint32_t seed, std::size_t count) {
+    const float infinity = std::numeric_limits<float>::infinity();
+    const float specials[] = {std::numeric_limits<float>::quiet_NaN(), infinity, -infinity, -0.0f, 0.0f, 1e38f};
+    Values random(seed);
+    std::vector<float> values = random.reals(count);
+    for (float& v : values)
+        if (random.integer(0, 7) == 0) v = specials[random.integer(0, 5)];
+    return values;
+}
 
 // The same bits everywhere; any NaN equals any NaN.
 inline void expectSameBits(const std::vector<float>& actual, const std::vector<float>& expected) {

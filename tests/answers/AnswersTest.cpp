@@ -1,0 +1,53 @@
+// Results of fixed arithmetic have the bits that answers.txt records, whatever processor the library is built for.
+#include <gtest/gtest.h>
+
+#include <cinttypes>
+#include <fstream>
+#include <sstream>
+
+#include "support/Net.h"
+#include "support/everyOperation.h"
+
+namespace {
+
+// FNV-1a over the bytes, little-endian. All NaNs count as one: which of them comes out is the processor's choice.
+std::string hashOf(const std::vector<float>& values) {
+    std::uint64_t hash = 14695981039346656037u;
+    for (const float v : values) {
+        std::uint32_t bits = 0x7FC00000;
+        if (!std::isnan(v)) std::memcpy(&bits, &v, sizeof bits);
+        for (int shift = 0; shift < 32; shift += 8) hash = (hash ^ (bits >> shift & 0xFF)) * 1099511628211u;
+    }
+    char text[17];
+    std::snprintf(text, sizeof text, "%016" PRIx64, hash);
+    return text;
+}
+
+// A line for each operation: hashes for ordinary values and for such with NaN, infinities and signed zeros; the name.
+std::string answers() {
+    const Shape shape{2, 2, 17, 17, 3};
+    std::ostringstream text;
+    for (const OperationCase& o : everyOperation(shape)) {
+        if (!o.isFixed) continue;
+        for (const bool special : {false, true}) {
+            Net net;
+            const auto values = [&](std::uint32_t seed) {
+                return special ? valuesWithSpecials(seed, 1156) : Values(seed).reals(1156);
+            };
+            Recording recording(*net.operator->(), {net.input(shape, values(2)), net.constant(shape, values(3))});
+            text << hashOf(net.run({o.record(recording)})[0]) << " ";
+        }
+        text << o.name << "\n";
+    }
+    return text.str();
+}
+
+TEST(Answers, AreTheSameOnEveryProcessor) {
+    std::ifstream file(ANSWERS_FILE);
+    std::ostringstream expected;
+    expected << file.rdbuf();
+    const std::string actual = answers();
+    EXPECT_TRUE(actual == expected.str()) << "answers.txt has\n" << expected.str() << "computed are\n" << actual;
+}
+
+}  // namespace
