@@ -87,6 +87,14 @@ constexpr bool isInOrder() {
 }
 static_assert(isInOrder(), "the place of a row is its code");
 
+constexpr bool areKeysDistinct() {
+    for (const Operation& a : kTable)
+        for (const Operation& b : kTable)
+            if (a.code != b.code && a.key == b.key) return false;
+    return true;
+}
+static_assert(areKeysDistinct(), "a function has one row, and two functions have two keys");
+
 constexpr std::size_t placeOf(std::uint64_t key) {
     std::size_t place = 0;
     while (kTable[place].key != key) ++place;  // beyond the table, compiling stops
