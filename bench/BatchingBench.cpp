@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int kBatch = 16;
-constexpr int kCalls = 32;  // of each caller in one measured run
+constexpr int kCalls = 32;  // calls by each caller in one measured run
 
 struct Destroy {
     void operator()(nolk::Runner* runner) const { runner->destroy(); }
@@ -51,7 +51,7 @@ void fromThreads(int callers, const std::function<void()>& once) {
 
 }  // namespace
 
-// Callers of one wrapped runner, beside the same callers of a runner behind a mutex.
+// Compares callers that share a batch runner with callers that share a plain runner and a mutex.
 void compareBatching() {
     for (const int callers : {1, 2, 8, 64}) {
         const auto shared = std::make_shared<OwnedRunner>(wrapped());
@@ -67,7 +67,7 @@ void compareBatching() {
         compare("digits, " + std::to_string(callers) + " callers, batch " + std::to_string(kBatch) + " / mutex",
                 {batched, nullptr}, {locked, nullptr}, 0, callers * kCalls);
     }
-    // A lone caller waits for at most one run's duration, then for the run.
+    // A single caller waits for the batch to fill, at most as long as one run takes, and then for its run.
     const auto shared = std::make_shared<OwnedRunner>(wrapped());
     const auto batch = std::make_shared<OwnedRunner>(digits(kBatch));
     compare("lone caller of a batch runner / two runs of its batch", {[shared] { call(**shared, 1); }, nullptr},

@@ -14,7 +14,7 @@ struct Convolution {
     int kernel, stride, padding, extent;  // the same in both directions
 };
 
-// For each group: the inputs that meet the kernel at each output position, one column a position.
+// im2col: for each group, a column for each output position with the inputs that the kernel covers there.
 std::vector<float> columns(const Convolution& conv, const std::vector<float>& input, int outExtent) {
     std::vector<float> result;
     for (int g = 0; g < conv.groups; ++g)

@@ -9,7 +9,7 @@ namespace {
 
 using nolk::TensorX;
 
-// Each method records its operations with the next weights.
+// Each method records operations with the next random weights.
 class Recorder {
 public:
     TensorX* input(const nolk::TensorShape& shape) { return writer_.input(shape); }
@@ -27,7 +27,7 @@ public:
             {1, channels, in, kernel, kernel, false, floats(channels * in * kernel * kernel), floats(channels)});
     }
 
-    // Two branches, one of them with `depth` residual steps, joined.
+    // Concatenates two branches, one of them with `depth` residual blocks.
     TensorX* stage(TensorX* x, int channels, int depth) {
         TensorX* const beside = conv(x, channels / 2, 1, 1);
         TensorX* y = conv(x, channels / 2, 1, 1);

@@ -1,5 +1,5 @@
-// Each layer beside a loop for the same arithmetic in the same order, written for its one size. A runner copies its
-// input in and its output out, so the loops here do the same (compareLayer).
+// Compares each layer with a loop that does the same arithmetic in the same order, written for one fixed size. A runner
+// copies its input in and its output out, so compareLayer lets the loops do the same.
 #include <algorithm>
 #include <cmath>
 #include <cstring>
@@ -35,7 +35,7 @@ void compareLayer(const char* name, const std::shared_ptr<Network>& net, std::si
     compare(name, {[net] { net->run(); }, &net->output()}, {bare, &state->output}, 1e-4f);
 }
 
-// Softmax over c of [1, c, positions], channel by channel so that the positions stand side by side.
+// Softmax over c of [1, c, positions]. Goes through the channels one by one, so that inner loops run over positions.
 struct Softmax {
     int channels, positions;
 
@@ -88,7 +88,7 @@ void compareTranspose() {
     compareLayer("transpose to channel-last, 64x56x56", net, 1, Transpose{64, 56 * 56});
 }
 
-// Bilinear, half-pixel, twice as high and wide: every source row is stretched once, then rows are mixed.
+// Bilinear resize to twice the height and width, half-pixel. Interpolates every source row once, then between rows.
 struct Upscale {
     int planes, extent;  // of the source, in both directions
 
@@ -133,7 +133,8 @@ void compareResize() {
     compareLayer("resize bilinear, 64x80x80 to 160x160", net, 1, Upscale{64, 80});
 }
 
-// 2x2 kernel, stride 2: kernel positions never meet, so each is a sum over input channels, then woven into the output.
+// Transposed convolution with a 2x2 kernel and stride 2. Kernel positions do not overlap, so an output row consists of
+// two rows of sums over the input channels, for its even and its odd columns.
 struct Deconvolution {
     int channels, extent;
     std::shared_ptr<Floats> weights;  // [in, out, 2, 2]
@@ -194,7 +195,8 @@ void compareMatrixProducts() {
     compareLayer("matMul 120x32 by 32x120, 8 planes", net, 2, MatrixProducts{8, 120, 32, 120});
 }
 
-// Both directions of an LSTM without bias. The weights are turned once, so that the gates of all units are one vector.
+// Both directions of an LSTM without bias. The weights are transposed once, so that inner loops run over the gates of
+// all units.
 class Lstm {
 public:
     Lstm(int steps, int inputs, int units, const Floats& inputWeights, const Floats& recurrentWeights)
@@ -250,7 +252,7 @@ private:
 void compareLstm() {
     constexpr int kSteps = 100, kInputs = 64, kUnits = 128;
     Floats weights = randomFloats(2 * 4 * kUnits * (kInputs + kUnits));
-    for (float& w : weights) w *= 0.1f;  // keeps the gates off their saturation
+    for (float& w : weights) w *= 0.1f;  // small weights, so that the gates do not saturate
     Floats w(weights.begin(), weights.begin() + 2 * 4 * kUnits * kInputs),
         r(weights.begin() + 2 * 4 * kUnits * kInputs, weights.end());
     const auto net = std::make_shared<Network>(

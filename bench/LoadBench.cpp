@@ -1,5 +1,5 @@
-// Loading a model beside the least that its format asks for: checksum, unscrambling there and back, and the floats
-// copied once, from the file's bytes to the layers.
+// Compares loading a model with the least work that its format needs: the checksum, unscrambling and scrambling again,
+// and one copy of the floats from the file to the layers.
 #include <nolk.h>
 
 #include <array>
@@ -22,7 +22,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-// CRC-32, eight bytes a step: table k holds what a byte becomes once k more bytes have followed it.
+// CRC-32, eight bytes per step. Entry i of table k is the remainder of the byte i with k zero bytes after it.
 class Crc32 {
 public:
     Crc32() {
@@ -57,7 +57,8 @@ private:
     std::array<std::array<std::uint32_t, 256>, 8> tables_{};
 };
 
-// Through a pointer and an end of its own, which no byte that is written can change: so compilers use vectors.
+// Uses local copies of pointer and size. Compilers would assume that writing bytes may change those of the vector, and
+// would not vectorise the loop.
 void scramble(Bytes& file) {
     unsigned char* const bytes = file.data();
     const std::size_t end = file.size() - 4;

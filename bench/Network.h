@@ -1,7 +1,7 @@
 // A recorded network with random inputs, as one side of a comparison.
 //   auto net = std::make_shared<Network>(shapes, [](nolk::RunnerBuilder& b, auto& x) { return b.relu(x[0]); });
 //   net->run();  net->output();
-// Weights that the recording hands to the builder must live until the constructor has returned.
+// Weights that the function passes to the builder must live until the constructor has returned.
 #pragma once
 
 #include <nolk.h>

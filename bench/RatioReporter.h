@@ -1,5 +1,5 @@
 // Collects the repetitions of every NAME/nolk and NAME/bare and prints one line for each NAME: the median times, their
-// ratio, and where items are counted, nolk's items per second.
+// ratio and, if items are counted, nolk's items per second.
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -12,7 +12,7 @@ public:
     bool ReportContext(const Context& context) override;
     void ReportRuns(const std::vector<Run>& runs) override;
 
-    // After all runs: a line for each name that ran, in Markdown.
+    // Prints a table in Markdown after all runs, with a line for each name that ran.
     void printTable(const std::vector<std::string>& names) const;
 
 private:

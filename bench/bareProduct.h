@@ -1,4 +1,4 @@
-// The bare matrix product that nolk's own products are measured against.
+// The plain matrix product that nolk's own products are compared with.
 #pragma once
 
 #include <Eigen/Core>

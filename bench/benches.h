@@ -1,20 +1,20 @@
-// What there is to measure; each function registers its comparisons.
+// All benchmarks. Each function registers its comparisons.
 #pragma once
 
-// Callers that share one batch runner, beside the same callers of a runner behind a mutex.
+// Callers that share a batch runner, compared with callers that share a plain runner and a mutex.
 void compareBatching();
 
-// Convolutions beside the matrix products that they consist of.
+// Convolutions, compared with the matrix products that they consist of.
 void compareConvolutions();
 
-// The trained network of the digits example beside its matrix products.
+// The trained network of the digits example, compared with its matrix products.
 void compareDigits();
 
-// Loading of a model of 100 MB, of a detection network and of the digits network, beside checksum and one copy.
+// Loading a model of 100 MB, a detection network and the digits network, compared with checksum and one copy.
 void compareLoads();
 
-// Planning of an arena of 400 MB, beside writing its floats once.
+// Planning an arena of 400 MB, compared with writing its floats once.
 void comparePlanning();
 
-// Single layers beside loops for the same arithmetic in the same order.
+// Single layers, compared with loops for the same arithmetic in the same order.
 void compareLayers();

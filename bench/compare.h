@@ -1,7 +1,7 @@
-// Registers two benchmarks, NAME/nolk and NAME/bare, for the reporter to set beside each other.
+// Registers two benchmarks, NAME/nolk and NAME/bare, which the reporter compares.
 //   compare("softmax", {runNolk, &outputOfNolk}, {runBare, &outputOfBare}, 1e-6f);
-// Both are run once first: results that differ by more than tolerance, absolute plus relative, end the program, because
-// then the two do not compute the same. items: what one run gets through (images, say), 0 for nothing worth counting.
+// Runs both once before. If the results differ by more than tolerance, absolute plus relative, it ends the program,
+// because then the two do not compute the same. items: number of items, such as images, in one run; 0 to count none.
 #pragma once
 
 #include <functional>
@@ -15,7 +15,7 @@ struct Contestant {
 
 void compare(const std::string& name, const Contestant& nolk, const Contestant& bare, float tolerance, int items = 0);
 
-// What has been compared, in that order.
+// The names of all comparisons, in the order of registration.
 const std::vector<std::string>& comparedNames();
 
 // Floats in [-1, 1), the same on every machine.

@@ -1,5 +1,5 @@
-// Registers comparisons of one computation with itself: its matrix products made for each newer instruction set that
-// this processor has, beside those for the oldest.
+// Registers comparisons of one computation with different matrix products: those for each newer instruction set that
+// this processor supports with those for the oldest.
 #pragma once
 
 #include <functional>

@@ -1,4 +1,4 @@
-// Compares nolk, seen through its public header, with bare code for the same arithmetic; see scripts/bench.
+// Compares nolk, used through its public header, with plain code for the same arithmetic; see scripts/bench.
 #include <benchmark/benchmark.h>
 
 #include "RatioReporter.h"

@@ -1,11 +1,12 @@
-# nolk_compile_options: what every target of ours is compiled with. nolk_any_level is that without an instruction set, for
-# targets that name their own.
+# nolk_compile_options has the compile options of all our targets. nolk_any_level is the same without an instruction set,
+# for targets that set their own.
 add_library(nolk_any_level INTERFACE)
 target_compile_features(nolk_any_level INTERFACE cxx_std_17)
-# Threads are the library's own affair, also where a user's flags switch OpenMP on.
+# The library starts its own threads, so Eigen must not use OpenMP even if the user's flags enable it.
 target_compile_definitions(nolk_any_level INTERFACE EIGEN_DONT_PARALLELIZE)
 
-# Results are fixed to the bit: a product and a sum are fused only where std::fma says so, and integers wrap.
+# Results must be the same to the bit: the compiler may not fuse products and sums (only std::fma does), and integers
+# wrap.
 target_compile_options(nolk_any_level INTERFACE -ffp-contract=off -fwrapv -Wall -Wextra -Wpedantic -Wshadow)
 if(NOLK_WARNINGS_AS_ERRORS)
   target_compile_options(nolk_any_level INTERFACE -Werror)

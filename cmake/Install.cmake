@@ -1,6 +1,6 @@
-# What `cmake --install` lays down: headers, libraries, and what CMake (nolk::nolk, nolk::model) and pkg-config (nolk,
-# nolk_model) find them by. Components runtime and model_runtime are what programs need to run, development and
-# model_development what they need to be built, tools is the program nolk.
+# What `cmake --install` installs: headers, libraries, and files by which CMake (nolk::nolk, nolk::model) and pkg-config
+# (nolk, nolk_model) find them. Programs need the components runtime and model_runtime to run, and development and
+# model_development to be built. The component tools is the program nolk.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nolk)
 
@@ -17,7 +17,7 @@ install(FILES ${PROJECT_BINARY_DIR}/nolk-config-version.cmake DESTINATION ${pack
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libnolk-dev COMPONENT development
   FILES_MATCHING PATTERN *.md PATTERN *.svg)
 
-# The way from the file back to the prefix, so that an installed tree can be moved.
+# The relative path from the .pc file to the prefix, so that an installed tree can be moved.
 file(RELATIVE_PATH up_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/nolk.pc.in ${PROJECT_BINARY_DIR}/nolk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/nolk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

@@ -17,7 +17,7 @@ elseif(NOLK_IS_X86_64)
   set(needs_level "\nThis build needs a processor of the level ${NOLK_X86_ARCH}.")
 endif()
 
-# What a program that links a library of ours depends on: at least the version that it was built with.
+# The dependency of packages that link our libraries: at least the version that they were built with.
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 find_program(DPKG_SHLIBDEPS NAMES dpkg-shlibdeps)
@@ -25,7 +25,8 @@ if(DPKG_SHLIBDEPS AND NOT CMAKE_CROSSCOMPILING)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/src ${PROJECT_BINARY_DIR}/inspect)
 else()
-  # The oldest that have all symbols which Debian 12's compiler uses; dpkg knows no other processor's packages.
+  # Without dpkg-shlibdeps, or in a cross build, for which it does not work, the dependencies are listed here: the oldest
+  # versions that have all symbols which Debian 12's compiler uses.
   set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1 (>= 3.0), libstdc++6 (>= 11)")
 endif()
 
@@ -38,7 +39,8 @@ find_program(GZIP NAMES gzip REQUIRED)
 execute_process(COMMAND ${GZIP} -n9c ${CMAKE_CURRENT_LIST_DIR}/debian/changelog
   OUTPUT_FILE ${PROJECT_BINARY_DIR}/changelog.Debian.gz COMMAND_ERROR_IS_FATAL ANY)
 
-# nolk_package(component package section description): the package of an install component, with its papers.
+# nolk_package(component package section description) defines the package of an install component. It also contains
+# changelog and copyright.
 macro(nolk_package component package section description)
   string(TOUPPER ${component} upper)
   list(APPEND CPACK_COMPONENTS_ALL ${component})
@@ -60,7 +62,7 @@ nolk_package(development libnolk-dev libdevel
   "For development: the header, the documents, and what CMake and\npkg-config find the library by.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})")
 
-# The libraries of one build belong together.
+# The packages of one build depend on each other's exact version.
 if(CPACK_DEBIAN_PACKAGE_DEPENDS)
   set(and_libraries ", ${CPACK_DEBIAN_PACKAGE_DEPENDS}")
 endif()

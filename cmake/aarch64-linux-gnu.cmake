@@ -1,11 +1,11 @@
-# Cross-compiles for AArch64 with Debian's compiler; qemu-user runs what comes out.
+# Cross-compiles for AArch64 with Debian's compiler; qemu-user runs the programs.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
 set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64;-L;/usr/aarch64-linux-gnu)
 
-# Libraries of the machine at hand are for another processor; packages of headers alone serve both.
+# Libraries of the build machine are for another processor, but its header-only packages can be used.
 set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)

@@ -1,3 +1,3 @@
-# What find_package(nolk) reads: nolk::nolk, and nolk::model where the companion library is installed.
+# find_package(nolk) reads this file. It defines nolk::nolk, and nolk::model if that library is installed.
 include(${CMAKE_CURRENT_LIST_DIR}/nolk-targets.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/nolk-model-targets.cmake OPTIONAL)

@@ -5,10 +5,11 @@
 //   runner->run(&in, 1, &out, 1);
 //   runner->destroy();
 //
-// Everything handed to a host is released through its own destroy(), never with delete. What fails returns null or
-// false; the reason stands on standard error and, but for Runner::run, in a queue that nolk_pop_error_message empties.
-// ModelReader and nolk_wrap_batch_runner name the failures that leave no text. Tensors are float32, dense and row-major
-// in the order [n, c, h, w]; sizes count elements. docs/model-format.md describes the model file.
+// Hosts release every object that they get by calling its destroy(), never with delete. A function that fails returns
+// null or false. It prints the reason to standard error and, except for Runner::run, also puts it in a queue, from
+// which nolk_pop_error_message takes it. The comments of ModelReader and nolk_wrap_batch_runner list the failures
+// without a message. Tensors are float32, dense and row-major in the order [n, c, h, w]; sizes count elements.
+// docs/model-format.md describes the model file.
 #ifndef NOLK_H
 #define NOLK_H
 
@@ -45,7 +46,7 @@ namespace nolk {
 // valid until that builder is destroyed.
 class TensorX;
 
-// Extents of a tensor. Runner::run compares dims too: it refuses [1, 8, 1, 1] with dims 3 where the network has it with
+// Extents of a tensor. Runner::run compares dims too: it rejects [1, 8, 1, 1] with dims 3 if the network's tensor has
 // dims 1. The element count, n * c * h * w, must fit 32 bits; it is 0 when an extent is below 1.
 struct TensorShape {
     std::int32_t n = 0;     // batch size
@@ -55,7 +56,7 @@ struct TensorShape {
     std::int32_t dims = 3;  // dimensions after the batch: 3 for [n, c, h, w], 1 for a matrix [n, c] (then h = w = 1)
 };
 
-// A view of a tensor: as many floats as its shape has elements, which stay the property of whoever supplies them.
+// A view of a tensor: as many floats as its shape has elements. The caller owns them.
 struct Tensor {
     TensorShape shape;
     float* data = nullptr;
@@ -75,9 +76,9 @@ struct Padding {
     std::int32_t right = 0;
 };
 
-// Kernel and bias of one convolve, deConvolve or fullConnect. The arrays must stay valid, and belong to one operation
-// only, until RunnerBuilder::build has returned: the layers copy them then, and folding a batch
-// normalisation into a convolution rewrites them in place.
+// Kernel and bias of one convolve, deConvolve or fullConnect. Until RunnerBuilder::build has returned, the arrays must
+// stay valid and must not be used by another operation: build copies them, and changes them in place when it folds a
+// batch normalisation into a convolution.
 struct Weights {
     std::int32_t groups = 0;
     std::int32_t outChannels = 0;  // of one group
@@ -96,12 +97,12 @@ struct Vector {
     float* data = nullptr;
 };
 
-// Order of time in an LSTM. Both runs two passes and puts the backward outputs behind the forward ones.
+// Order of time in an LSTM. `both` runs two passes; the backward outputs follow the forward ones.
 enum class Direction : std::int32_t { forward = 0, backward = 1, both = 2 };
 
-// Weights of an LSTM with H = hiddenSize, I = inputSize. Each direction's block stands behind the one before, forward
-// first; a block holds the gates in the order input, output, forget, candidate. The arrays must stay valid until
-// RunnerBuilder::build has returned.
+// Weights of an LSTM with H = hiddenSize, I = inputSize. Each direction has a block, the forward one first; a block
+// holds the gates in the order input, output, forget, candidate. The arrays must stay valid until RunnerBuilder::build
+// has returned.
 struct LstmWeights {
     Direction direction = Direction::forward;
     std::int32_t numDirections = 1;     // 2 when direction is both, else 1
@@ -132,7 +133,7 @@ enum class Axis : std::int32_t { n = 0, c = 1, h = 2, w = 3 };
 
 enum class BasicOp : std::int32_t { maximum = 0, mean = 1, sum = 2, minimum = 3 };
 
-// What reshape does with the elements: nchw leaves them where they are, nhwc reorders them to channel-last.
+// What reshape does with the elements: nchw keeps their order, nhwc reorders them to channel-last.
 enum class TensorLayout : std::int32_t { nchw = 0, nhwc = 1 };
 
 enum class ResizeMode : std::int32_t { linear = 1, nearest = 2 };
@@ -144,15 +145,15 @@ enum class ResizeTransMode : std::int32_t { halfPixel = 0, alignCorners = 1 };
 // A network that is ready to run.
 class Runner {
 public:
-    // Runs the network once. inputs and outputs are arrays in the order in which the network was given its inputs and
-    // outputs; shapes must match exactly, data must not be null and stays the caller's. Returns false, with a line on
-    // standard error and nothing written, when a count, shape or pointer is wrong. Allocates nothing of its own beyond
-    // the growth of its scratch memory in the first run. A wrapped runner takes any batch (nolk_wrap_batch_runner says
-    // which shapes), allocates for every call, and may have written outputs when a run fails.
+    // Runs the network once. inputs and outputs are arrays in the order in which the inputs and outputs were given to
+    // the builder. Shapes must match exactly. data must not be null; the caller owns it. If a count, shape or pointer
+    // is wrong, it prints a line to standard error, writes no outputs and returns false. The runner itself allocates
+    // only scratch memory, in the first run. A wrapped runner takes any batch (nolk_wrap_batch_runner says which
+    // shapes), allocates in every call, and may have written outputs when a run fails.
     virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
 
-    // Releases the runner and all that it owns. No call may be under way, but for a wrapped runner of a batch above 1,
-    // which lets its callers finish.
+    // Releases the runner and all that it owns. No other call of it may be in progress, except for a wrapped runner
+    // with a batch above 1, which lets its callers finish.
     virtual void destroy() = 0;
 
     // Whether run may be called from several threads at once. A wrapped runner may be, although it answers false.
@@ -164,13 +165,13 @@ protected:
 
 // Records a network, operation by operation, and builds a runner from it. One thread at a time.
 //
-// Every operation returns the tensor that it makes, of the stated shape. Given a null tensor, or one of another
-// builder, it returns null, so that a chain can be written without checks; build then throws. x is [n, c, h, w] below.
-// In quotients division truncates, and a quotient by 0 is 0. A window larger than its padded input, or a slice whose
-// end is not behind its start, can make an extent 0 or negative: such a layer computes and writes nothing, and the
-// other layers run. An operation whose layer would leave its tensors' memory (channel counts that disagree with
-// weights, say) makes build throw std::invalid_argument. "inputs empty" and its like on standard error, with exit
-// status 1, tell of a graph that cannot be meant: a concat of nothing.
+// Every operation returns the tensor that it makes, of the stated shape. If an input is null or belongs to another
+// builder, it returns null, so that operations can be chained without checks; build then throws. Below, x is
+// [n, c, h, w], divisions truncate, and division by 0 gives 0. A window larger than its padded input, or a slice whose
+// end is not above its start, can make an extent 0 or negative: such a layer computes and writes nothing, and the other
+// layers run. If a layer would access memory outside its tensors, for example because the channels disagree with the
+// weights, build throws std::invalid_argument. An impossible graph, such as a concat without inputs, ends the process
+// with status 1 and a message such as "inputs empty" on standard error.
 class RunnerBuilder {
 public:
     // The next input of the network; Runner::run takes inputs in the order of these calls.
@@ -184,7 +185,7 @@ public:
     // ((kernelH - 1) * dilation.h + 1)) / stride.h + 1, w likewise].
     virtual TensorX* convolve(TensorX* x, Padding padding, DimsHW stride, DimsHW dilation, Weights weights) = 0;
 
-    // Zeros around every plane. Result [n, c, top + h + bottom, left + w + right]. Amounts must not be negative.
+    // Puts zeros around every plane. Result [n, c, top + h + bottom, left + w + right]. Amounts must not be negative.
     virtual TensorX* pad(TensorX* x, Padding padding) = 0;
 
     // Dimension i of the result is dimension perm.axes[i] of x.
@@ -211,23 +212,23 @@ public:
     // y = x < 0 ? 0 : x. Result as x, and so for every activation below.
     virtual TensorX* relu(TensorX* x) = 0;
 
-    // y = exp(x - m) / sum of exp(x - m) along the axis c, h or w, m being the line's maximum. Result as x. With
+    // y = exp(x - m) / sum of exp(x - m) along the axis c, h or w, where m is the maximum along it. Result as x. With
     // another axis the layer prints a line to standard error and writes nothing.
     virtual TensorX* softmax(TensorX* x, Axis axis) = 0;
 
     // Joins count tensors along the axis n, c, h or w; their other extents must agree. The array is copied.
     virtual TensorX* concat(TensorX** inputs, int count, Axis axis) = 0;
 
-    // Element-wise a + b and so on, of a's shape. b has a's shape, or an extent of 1 at c, h or w, which is broadcast;
-    // batches are not. Where b has no element, 0 stands in.
+    // Element-wise a + b, a - b and so on. Result as a. b has a's shape, or an extent of 1 at c, h or w, along which it
+    // is broadcast. The batch is not broadcast. Elements that b does not have count as 0.
     virtual TensorX* add(TensorX* a, TensorX* b) = 0;
     virtual TensorX* sub(TensorX* a, TensorX* b) = 0;
 
     // y = 1 / (exp(-x) + 1)
     virtual TensorX* sigmoid(TensorX* x) = 0;
 
-    // The same elements under another shape. With TensorLayout::nhwc they are reordered to channel-last first. With
-    // nchw nothing is ever copied: the result is x's memory, so x must have no other use and be no constant.
+    // The same elements with another shape. With TensorLayout::nhwc they are reordered to channel-last first. With nchw
+    // nothing is ever copied: the result uses x's memory, so x must have no other use and must not be a constant.
     virtual TensorX* reshape(TensorX* x, TensorShape shape, TensorLayout layout) = 0;
 
     virtual TensorX* multiply(TensorX* a, TensorX* b) = 0;  // see add
@@ -276,23 +277,23 @@ public:
 
     // Transposed convolution: every x[i, ih, iw] * weight[i, o, kh, kw] is added at row ih * stride.h - top + kh,
     // column likewise; then the bias. groups must be 1. Result [n, outChannels, (kernelH - 1) * dilation.h + 1 + (h -
-    // 1) * stride.h - top - bottom, w likewise]; dilation enters the shape only.
+    // 1) * stride.h - top - bottom, w likewise]; dilation affects the shape only.
     virtual TensorX* deConvolve(TensorX* x, Padding padding, DimsHW stride, DimsHW dilation, Weights weights) = 0;
 
     // y = x < 0 ? x * slopes[c] : x, with count slopes, at least c, which are copied. For a batch above 1 the slope's
     // index is the element's place in the whole tensor divided by n * h * w.
     virtual TensorX* prelu(TensorX* x, float* slopes, int count) = 0;
 
-    // Plane by plane [h, k] * [k, w]. b has a's n and c; result [a.n, a.c, a.h, b.w].
+    // Matrix product [h, k] * [k, w] of every plane. b has a's n and c; result [a.n, a.c, a.h, b.w].
     virtual TensorX* matMul(TensorX* a, TensorX* b) = 0;
 
     // All five fields of x's shape; zeros for null and for a tensor of another builder.
     virtual TensorShape shapeOf(TensorX* x) = 0;
 
-    // Builds the runner, once. outputs may be any tensors of this builder, inputs and constants too; the array may be
-    // null when count is 0. The runner is the caller's; builder and weight arrays are no longer needed by it.
-    // Throws std::invalid_argument when an output is null, when an output or the input of an operation belongs to
-    // another builder, or when an operation cannot be carried out safely; std::logic_error the second time.
+    // Builds the runner; may be called once. outputs may be any tensors of this builder, inputs and constants too; the
+    // array may be null when count is 0. The caller owns the runner, which does not need the builder or the weight
+    // arrays any more. Throws std::invalid_argument when an output is null, when an output or the input of an operation
+    // belongs to another builder, or when an operation cannot run safely, and std::logic_error at the second call.
     virtual Runner* build(TensorX** outputs, int count) = 0;
 
     // Releases the builder, its tensors and what was recorded.
@@ -302,21 +303,21 @@ protected:
     ~RunnerBuilder() = default;
 };
 
-// Reads model files: every record becomes one call of the builder, then build. One model, one thread: a second load
-// goes on with the tensors of the first, and its builder refuses them as another builder's. These failures leave no
-// text: a batch below 1, a null builder, path or data, an empty file, a file that ends within a record.
+// Reads model files: makes one call of the builder for every record, then calls build. Use a reader for one model and
+// in one thread: it keeps the tensors of its first load, and the builder of a second load rejects them. These failures
+// give no message: a batch below 1, a null builder, path or data, an empty file, a file that ends within a record.
 class ModelReader {
 public:
-    // The runner of the model in the file at path, for inputs of batch samples, or null.
-    // The builder stays the caller's, and keeps what was recorded when the load fails.
+    // Returns a runner of the model in the file at path, for inputs of batch samples, or null.
+    // The caller owns the builder. If the load fails, the operations recorded so far stay in it.
     virtual Runner* readFromFile(RunnerBuilder* builder, int batch, const char* path) = 0;
 
     // The same from size bytes at data, which must be writable: they change during the call and are restored before it
-    // returns, so two loads must not use one buffer at the same time. They are not restored when it throws:
-    // std::bad_array_new_length for a count that cannot be, std::bad_alloc.
+    // returns, so two loads must not use one buffer at the same time. They are not restored if it throws
+    // std::bad_array_new_length, for an impossible count, or std::bad_alloc.
     virtual Runner* readFromMemory(RunnerBuilder* builder, int batch, void* data, int size) = 0;
 
-    // Releases the reader and the weight arrays that it handed to builders, so: after build.
+    // Releases the reader and the weight arrays that it passed to builders, so call it after build.
     virtual void destroy() = 0;
 
 protected:
@@ -325,17 +326,17 @@ protected:
 
 }  // namespace nolk
 
-// All these functions are thread-safe. A build that needs AVX2 and FMA, the default on x86-64, says so on a processor
-// without them: there every function that returns an object returns null.
+// All these functions are thread-safe. On x86-64 the library needs a processor with AVX2 and FMA unless it is built
+// otherwise. On a processor without them, the functions that return an object report this error and return null.
 //
 // implCfg names an implementation, then a colon, then its settings: "NolkRaw:num_threads=4,gemm_thresh=100000". Null,
-// "" and a missing name mean the built-in implementation, NolkRaw; any other name X loads libX.so, from the loader's
-// path or this library's folder, which must export nolk_new_runner_builder_impl(const char* cfg) and nolk_new_runner
-// (which receives the settings alone). Settings of NolkRaw: num_threads (default 1), the threads of one matrix product;
-// gemm_thresh (default 2000000), the multiply-adds from which a product is split.
+// "" and a missing name mean the built-in implementation, NolkRaw. Any other name X loads libX.so from the loader's
+// path or this library's folder. That library must export nolk_new_runner_builder_impl(const char* cfg) and
+// nolk_new_runner; both get the settings only. Settings of NolkRaw: num_threads (default 1), the threads of one matrix
+// product; gemm_thresh (default 2000000), the number of multiply-adds from which a product is split between threads.
 extern "C" {
 
-// The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_MAJOR and its like are the library's own.
+// The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_* are the version of the library.
 NOLK_API const char* nolk_version();
 
 // A new model reader. Null only on a processor that this build does not support.
@@ -345,30 +346,32 @@ NOLK_API nolk::ModelReader* nolk_new_model_reader();
 // with the text "stol", for a setting that is not a number.
 NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 
-// A runner that many threads may call: it cuts their tensors into single items and runs these through `runner`, which
-// must have been built for a batch of batchSize; above 1 a worker thread gathers the items of concurrent callers into
-// passes of that many. With a batchSize above 1 the first pass that succeeds fixes how many elements each tensor of an
-// item has: later items may have other shapes or dims with as many elements, and calls with others return false. The
-// result of a call is that of the pass with its first item, and a call of no items returns false without a text; for
-// batchSize 1 it is true when every item ran, also for none. The first input alone tells how many items there are: the
-// other tensors must have as many. Takes over `runner`, and destroys it with itself. Null for a null runner, a
-// batchSize below 1, or when no thread can be had; then `runner` stays the caller's.
+// Returns a runner that many threads may call. It splits their tensors into single items and runs these by `runner`,
+// which must have been built for a batch of batchSize.
+//   batchSize 1     Items run one after the other. A call returns true when all of its items ran, or it has none.
+//   batchSize > 1   A worker thread gathers the items of concurrent callers into runs of up to batchSize items. A call
+//                   returns the result of the run with its first item, and false without a message if it has no items.
+//                   The first run that succeeds fixes the number of elements in each tensor of an item. Later items may
+//                   have other shapes or dims with as many elements; calls with other numbers return false.
+// The first input tells the number of items; the other tensors must have as many. The new runner owns `runner` and
+// destroys it with itself. Returns null for a null runner, for a batchSize below 1, or when no thread can be started;
+// the caller then still owns `runner`.
 NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
 
-// A runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's format
-// go to the implementation named by implCfg; without a name that fails, since NolkRaw has no other format. The bytes
-// must be writable and in no other load at the same time, as for ModelReader::readFromMemory. Throws what that and
-// nolk_new_runner_builder throw.
+// Returns a runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's
+// format are passed to the implementation named by implCfg; without a name this fails, because NolkRaw has no other
+// format. The bytes must be writable, and no other load may use them at the same time, as for
+// ModelReader::readFromMemory. Throws the exceptions of that function and of nolk_new_runner_builder.
 NOLK_API nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch);
 
 // Queues a message; the newest 100 are kept. A null or empty message is not queued.
 NOLK_API void nolk_push_error_message(const char* msg);
 
-// Takes the oldest message into buf, cut to size - 1 characters, or "" when there is none. The queue is the process's.
+// Moves the oldest message to buf, cut to size - 1 characters, or "" when there is none. The process has one queue.
 NOLK_API void nolk_pop_error_message(char* buf, int size);
 }
 
-// Other implementations are compiled against these structures and slots.
+// Other implementations are compiled against these structures and virtual functions, so their layout must not change.
 static_assert(sizeof(nolk::TensorShape) == 20 && offsetof(nolk::TensorShape, c) == 4 &&
                   offsetof(nolk::TensorShape, h) == 8 && offsetof(nolk::TensorShape, w) == 12 &&
                   offsetof(nolk::TensorShape, dims) == 16,

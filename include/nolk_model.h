@@ -1,14 +1,13 @@
-// nolk_model: what is in a model file, what is wrong with it, and a writer of model files. A companion of nolk.h, in a
-// library of its own, libnolk_model.so.
+// nolk_model inspects, checks, loads and writes model files. It is a separate library, libnolk_model.so.
 //
 //   const nolk::ModelInfo info = nolk::inspectModel(bytes, size);      // info.operations[info.inputs[0]].output
 //   for (const nolk::ModelFinding& finding : nolk::checkModel(bytes, size).findings) use(finding.text);
 //   nolk::Owned<nolk::Runner> runner = nolk::loadModel(bytes, size, 1, "NolkRaw", {1 << 30, 5'000'000'000});
 //   nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter();    // a nolk::RunnerBuilder
 //
-// The bytes of a file are only read: several threads may use them at once. Nothing is printed, but for what another
-// implementation, or the loader that looks for it, prints. Whatever the bytes, functions return or throw ModelError,
-// std::bad_alloc or what they name. docs/model-format.md describes the model file.
+// The bytes of a file are only read, so several threads may use them at once. These functions print nothing; another
+// implementation, or loading it, may print. For any bytes, even damaged ones, a function returns or throws ModelError,
+// std::bad_alloc or an exception that its comment names. docs/model-format.md describes the model file.
 #ifndef NOLK_MODEL_H
 #define NOLK_MODEL_H
 
@@ -24,7 +23,7 @@
 
 namespace nolk {
 
-// Releases what a library hands out.
+// Releases an object of the library.
 struct Destroyer {
     template <typename Object>
     void operator()(Object* object) const {
@@ -34,7 +33,7 @@ struct Destroyer {
 template <typename Object>
 using Owned = std::unique_ptr<Object, Destroyer>;
 
-// A file that cannot be used; what() is one line that says why, with the place: "record 7 (convolve) at byte 1234:
+// Thrown for a file that cannot be used; what() is one line that says where and why: "record 7 (convolve) at byte 1234:
 // ...".
 class NOLK_API ModelError : public std::runtime_error {
 public:
@@ -42,7 +41,7 @@ public:
     ~ModelError() override;
 };
 
-// What a caller is ready to spend on a network.
+// The memory and the computation that a caller allows for a network.
 struct ModelLimits {
     static constexpr std::int64_t kNone = std::numeric_limits<std::int64_t>::max();
 
@@ -50,7 +49,7 @@ struct ModelLimits {
     std::int64_t multiplyAdds = kNone;  // of one run, see ModelCost::steps
 };
 
-// What a network needs, as its records declare it, known before anything is built. Counts stop at 2^63 - 1.
+// What a network needs, computed from its records before anything is built. Counts stop at 2^63 - 1.
 struct ModelCost {
     std::int64_t tensorBytes = 0;   // of all tensors that have to exist at the same time
     std::int64_t weightBytes = 0;   // of weights and constants in memory
@@ -58,11 +57,12 @@ struct ModelCost {
     std::int64_t multiplyAdds = 0;  // of one run, see ModelOperation
     std::int64_t steps = 0;         // multiplyAdds, and one for each element that other operations read or write
 
-    // Their sum: what the built-in implementation holds while it runs, but for gaps in its arena.
+    // tensorBytes + weightBytes + scratchBytes: the memory that the built-in implementation uses during a run, without
+    // gaps in its arena.
     NOLK_API std::int64_t memoryBytes() const;
 };
 
-// A file whose network would exceed a limit; what() gives the numbers.
+// Thrown for a file whose network would exceed a limit; what() gives the numbers.
 class NOLK_API LimitExceeded final : public ModelError {
 public:
     LimitExceeded(const std::string& text, const ModelCost& networkCost) : ModelError(text), cost(networkCost) {}
@@ -85,37 +85,37 @@ struct ModelOperation {
     std::string name;     // the method of nolk::RunnerBuilder: "convolve"
     std::string details;  // parameters for people: "3x3, stride 2, pad 1"
     std::vector<ModelParameter> parameters;
-    int id = 0;                          // of the tensor that it makes
+    int id = 0;                          // of the tensor that the record makes
     std::int64_t offset = 0;             // of the record in the file
     std::int64_t bytes = 0;              // of the record
-    std::vector<int> inputs;             // places in ModelInfo::operations; -1 for an id that nothing has made
-    bool isMade = false;                 // whether it makes a tensor: none of the inputs is missing
+    std::vector<int> inputs;             // indices in ModelInfo::operations; -1 for an undefined id
+    bool isMade = false;                 // whether it makes a tensor; false if an input is missing
     TensorShape output;                  // zeros when it makes none
-    std::int64_t parameterCount = 0;     // floats that the record brings: weights, vectors, a constant for each sample
-    std::int64_t weightBytesInFile = 0;  // what they take in the file
-    // One for each product that a convolution, deconvolution, full connection, matrix product or LSTM sums up, taps in
-    // the padding included, biases not; other operations count none.
+    std::int64_t parameterCount = 0;     // floats of weights, vectors, and a constant (for every sample of the batch)
+    std::int64_t weightBytesInFile = 0;  // bytes of these floats in the file
+    // Products that a convolution, deconvolution, full connection, matrix product or LSTM sums up, including those with
+    // padding, without biases; 0 for other operations.
     std::int64_t multiplyAdds = 0;
-    int layer = -1;                   // place in ModelInfo::layers; -1 when it has none, or nothing was built
-    bool isFused = false;             // the layer is another operation's, which has absorbed this one
-    std::int64_t parametersKept = 0;  // floats that its layer holds after fusion
+    int layer = -1;                   // index in ModelInfo::layers; -1 if it has none, or nothing was built
+    bool isFused = false;             // fusion has absorbed it: `layer` belongs to another operation
+    std::int64_t parametersKept = 0;  // floats that its layer has after fusion
 };
 
 // A layer of the built-in implementation's runner.
 struct ModelLayer {
     std::string kind;    // "conv"
-    int operation = -1;  // place in ModelInfo::operations
+    int operation = -1;  // index in ModelInfo::operations
     TensorShape output;
 };
 
-// A range of the arena that one tensor, or several that share it, hold. Step 0 is when the inputs arrive, step i is
-// layer i - 1, and the step after the last layer is when the outputs are taken.
+// A range of the arena that holds one tensor, or several that share it. In step 0 the inputs are copied in, in step i
+// layer i - 1 runs, and in the step after the last layer the outputs are copied out.
 struct ArenaRange {
     std::int64_t offsetBytes = 0;
     std::int64_t sizeBytes = 0;
-    int firstStep = 0;  // both included
+    int firstStep = 0;  // both inclusive
     int lastStep = 0;
-    std::vector<int> operations;  // whose tensors it holds, in the order in which they use it
+    std::vector<int> operations;  // the operations whose tensors use it, in that order
 };
 
 struct ModelTotals {
@@ -136,19 +136,19 @@ struct ModelInfo {
     int recordCount = 0;
     std::vector<HeadInfo> headInfo;
     std::vector<ModelOperation> operations;  // in the order of the file, inputs and constants too
-    std::vector<int> inputs;                 // places in operations, in the order in which run takes them
-    std::vector<int> outputs;                // likewise; an operation may be named twice
+    std::vector<int> inputs;                 // indices in operations, in the order that run expects
+    std::vector<int> outputs;                // likewise; an index may occur twice
     ModelCost cost;
     ModelTotals beforeFusion;
 
-    // What the built-in implementation makes of it. Nothing, with a remark, when that was not wanted or exceeded the
-    // limits.
+    // The network as the built-in implementation builds it. Empty, with a remark, if this was not requested or would
+    // exceed the limits.
     bool isBuilt = false;
     ModelTotals afterFusion;
     std::vector<ModelLayer> layers;
     std::vector<ArenaRange> arenaRanges;  // in the order of their first steps
     std::int64_t arenaBytes = -1;         // -1: not known, here and below
-    std::int64_t scratchBytes = -1;       // that one run has taken
+    std::int64_t scratchBytes = -1;       // used by one run
     std::int64_t peakBytes = -1;          // largest resident set of this process so far, after one run
     std::string remark;                   // why something was not built or not run; empty when all was
 };
@@ -160,7 +160,7 @@ enum class InspectionDepth {
 };
 
 struct InspectionOptions {
-    int batch = 1;  // samples, for which shapes, costs and memory are
+    int batch = 1;  // number of samples for which shapes, costs and memory are computed
     InspectionDepth depth = InspectionDepth::run;
     ModelLimits limits;
 };
@@ -169,7 +169,7 @@ struct InspectionOptions {
 NOLK_API ModelInfo inspectModel(const void* data, std::size_t size, const InspectionOptions& options = {});
 
 enum class Severity {
-    warning,  // what can hardly be meant
+    warning,  // probably a mistake, but the network can run
     error     // loading fails, or the result is undefined
 };
 
@@ -188,43 +188,44 @@ struct ModelCheck {
     std::vector<ModelFinding> findings;  // in the order of their offsets
     int version = 0;                     // 0 when the file has none
     int recordCount = -1;                // -1 when it is not known
-    std::string remark;                  // why the network was not built, though nothing is wrong; else empty
+    std::string remark;                  // why the network was not built although there are no errors; else empty
 };
 
-// Everything that is wrong or suspicious in a model file. A network within the limits is also built, as loading would.
+// Finds everything that is wrong or suspicious in a model file. Without errors, and within the limits, it also builds
+// the network as loading would.
 NOLK_API ModelCheck checkModel(const void* data, std::size_t size, const ModelLimits& limits = {});
 
-// A runner for a model file, whose inputs have `batch` samples. implementation names what runs it and its settings, as
-// for nolk_new_runner_builder: null for the built-in one. Before anything is built the file is checked for what would
-// end the process or has no meaning, and its cost is held against the limits.
+// Returns a runner for a model file, whose inputs have `batch` samples. implementation is a name with settings as for
+// nolk_new_runner_builder; null means the built-in one. Before it builds anything, it rejects operations that would end
+// the process or have an undefined result, and compares the cost with the limits.
 // Throws LimitExceeded, ModelError for any other file that cannot be run, and what nolk_new_runner_builder throws.
 NOLK_API Owned<Runner> loadModel(const void* data, std::size_t size, int batch, const char* implementation = nullptr,
                                  const ModelLimits& limits = {});
 
-// What a model file looks like, apart from its network.
+// The format of a model file.
 struct ModelFileOptions {
     int version = 4;                 // 1 to 4
-    bool lossy = false;              // version 4: replace floats by the nearest of 256 values where that is smaller
+    bool lossy = false;              // version 4: replace floats by the nearest of 256 values if that is smaller
     std::vector<HeadInfo> headInfo;  // from version 2 on; readers skip it
 };
 
-// A builder that writes a model file instead of building a runner: whatever can drive a builder can be saved.
+// A builder that writes a model file instead of building a runner: any code that uses a builder can save its network.
 //   nolk::TensorX* y = writer->relu(writer->input({1, 3, 8, 8, 3}));
 //   writer->build(&y, 1);                                 // returns null: there is no runner
 //   std::vector<unsigned char> file = writer->bytes();
-// Tensors are the writer's own and mean nothing to another builder. Arrays are copied by the call that brings them.
+// Other builders cannot use the writer's tensors. Each call copies its arrays.
 //
-// A file knows one sample of a batch. All shapes that are given (input, constTensor, reshape, reduce, resize) must have
-// the same n, which is dropped: reading puts its own batch there. Of a constant one sample is written, so all of its
+// A file describes a single sample. All shapes that are passed (input, constTensor, reshape, reduce, resize) must have
+// the same n, which is not written: a reader uses its own batch. Of a constant one sample is written, so all of its
 // samples must be equal.
 //
-// What has no form in the file makes the call throw std::out_of_range with the operation and the field, and leaves the
-// writer as it was; a null array that should hold values throws std::invalid_argument. Written otherwise than given,
-// with the same meaning: a convolution's shared weights (repeated for each group), a negative axis of concat, a bias of
-// an LSTM with splitBias false (left out, as it is not used). build returns null, which a nolk::ModelReader that drives
-// the writer returns in turn; it throws std::invalid_argument for a null output and std::logic_error the second time.
-// In version 4 floats become a table of 256 values and indices where that is exact and smaller, or, with
-// ModelFileOptions::lossy, where it is smaller.
+// If the file cannot represent an argument, the call throws std::out_of_range with the operation and the field, and the
+// writer does not change. A null array that should have values throws std::invalid_argument. Some arguments are written
+// in another form with the same meaning: a convolution's shared weights (repeated for each group), a negative axis of
+// concat, a bias of an LSTM with splitBias false (left out, because it is not used). build returns null, and so does a
+// nolk::ModelReader that uses the writer as its builder. build throws std::invalid_argument for a null output and
+// std::logic_error at the second call. In version 4, floats are written as a table of 256 values and indices if that is
+// exact and smaller, or, with ModelFileOptions::lossy, if it is smaller.
 class ModelWriter : public RunnerBuilder {
 public:
     // The file; empty before build.
@@ -234,7 +235,7 @@ protected:
     ~ModelWriter() = default;
 };
 
-// Throws std::out_of_range for options that cannot be.
+// Throws std::out_of_range for impossible options.
 NOLK_API Owned<ModelWriter> newModelWriter(const ModelFileOptions& options = {});
 
 }  // namespace nolk

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::int64_t kFloatBytes = sizeof(float);
 
-// Fusion gives a convolution a bias; all other layers hold what their call brought.
+// Fusion may add a bias to a convolution; all other layers keep the parameters of their call.
 std::int64_t parametersOf(const LayerFactory& factory, const nolk::ModelOperation& operation) {
     const auto* convolution = dynamic_cast<const ConvolutionLayerFactory*>(&factory);
     if (!convolution) return operation.parameterCount;
@@ -24,7 +24,7 @@ std::int64_t parametersOf(const LayerFactory& factory, const nolk::ModelOperatio
            (w.bias ? productOf({groups, w.outChannels}) : 0);
 }
 
-// Who holds which range of the arena, and for how long.
+// Finds out which tensors use which range of the arena, and for how long.
 class ArenaRanges {
 public:
     explicit ArenaRanges(const float* start) : start_(start) {}
@@ -47,7 +47,7 @@ public:
         range.lastStep = std::max(range.lastStep, step);
     }
 
-    // What nobody uses is never given back.
+    // A range that is never read is never freed, so it lasts until the last step.
     std::vector<nolk::ArenaRange> ranges(int lastStep) {
         for (nolk::ArenaRange& range : ranges_)
             if (range.lastStep < 0) range.lastStep = lastStep;
@@ -66,7 +66,7 @@ struct HostTensors {
             values[i].resize(static_cast<std::size_t>(elementCount(shapes[i])) + 1);  // never null
             tensors.push_back({shapes[i], values[i].data()});
         }
-        tensors.reserve(1);  // nor is the array
+        tensors.reserve(1);  // so that the array is not null either
     }
 
     std::vector<std::vector<float>> values;
@@ -99,8 +99,8 @@ void BuiltNetwork::describe(nolk::ModelInfo& info) const {
     if (info.arenaBytes > 0) addArena(info);
 }
 
-// The layer whose operation has absorbed this one: fusion takes an operation into its producer, which then has its
-// output, or into its only consumer.
+// The layer that has absorbed this operation. It is either the producer's, which then has the operation's output, or
+// that of its only consumer.
 int BuiltNetwork::layerOf(const nolk::ModelInfo& info, int place) const {
     const nolk::TensorX* const made = made_[static_cast<std::size_t>(place)];
     const auto& factories = builder_->factories();
@@ -121,7 +121,7 @@ void BuiltNetwork::addLayers(nolk::ModelInfo& info) const {
         operation.parametersKept = parametersOf(factory, operation);
         info.layers.push_back({runner_->layers()[i]->desc, factory.call, factory.output()->shape});
     }
-    // From the end, so that a consumer's layer is known.
+    // From the last to the first, so that the layers of consumers are already known.
     for (int place = static_cast<int>(info.operations.size()) - 1; place >= 0; --place) {
         nolk::ModelOperation& operation = info.operations[static_cast<std::size_t>(place)];
         if (!operation.isMade || operation.layer >= 0) continue;

@@ -1,4 +1,5 @@
-// A model file built by the built-in implementation, with what it makes of each operation.
+// A network that the built-in implementation has built from a model file; tells the layer and the memory of each
+// operation.
 //   BuiltNetwork network(file, 1);  network.describe(info);  network.runOnce(info);
 #pragma once
 
@@ -15,10 +16,10 @@ public:
     // Throws nolk::ModelError when the network cannot be built.
     BuiltNetwork(const ModelFile& file, int batch);
 
-    // Adds layers, arena and what fusion has done to an info whose operations are those of the file.
+    // Adds layers, arena and the effects of fusion to an info that already has the operations of the file.
     void describe(nolk::ModelInfo& info) const;
 
-    // Runs the network on zeros, and adds the memory that it took.
+    // Runs the network on zeros, and adds the memory that this took.
     void runOnce(nolk::ModelInfo& info);
 
 private:

@@ -1,4 +1,5 @@
-// A builder that turns each of its methods into one function, so that what is true of all operations is written once.
+// A builder that forwards all its methods to one function, so that code which is the same for all operations is written
+// once.
 //   class Printer final : public CallBuilder<nolk::RunnerBuilder> {
 //       nolk::TensorX* record(const Call& call) override { std::puts(call.operation.name); ... }
 // Interface is nolk::RunnerBuilder or derives from it. A method without a row in the table of operations does not
@@ -16,7 +17,7 @@ protected:
     CallBuilder() = default;
     ~CallBuilder() = default;
 
-    // The result of a call, which may have null inputs.
+    // Returns the result of a call. Inputs may be null.
     virtual TensorX* record(const Call& call) = 0;
 
 public:

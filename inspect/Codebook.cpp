@@ -13,7 +13,7 @@ constexpr int kIterations = 60;
 
 using Centres = std::array<double, kValues>;
 
-// The floats in order, and the sums of all that stand before each: a cluster is a range, its mean two look-ups.
+// The sorted floats and their prefix sums. A cluster is a range of them, and its mean takes two look-ups.
 struct SortedFloats {
     std::vector<float> values;
     std::vector<double> sums;  // sums[i] of the first i
@@ -24,9 +24,10 @@ struct SortedFloats {
     }
 };
 
-// The best density of centres is close to the cube root of the floats' density (Panter and Dite). Between quantiles, w
-// apart, the floats' density is 1 / w, so a share of w * w^(-1/3) of the centres belongs there; w^(3/4) is near enough
-// and needs nothing but square roots, which are the same on every machine.
+// The best density of centres is close to the cube root of the density of the floats (Panter and Dite). Between two
+// quantiles that are w apart, the density of the floats is proportional to 1 / w, so the share of the centres should be
+// w * w^(-1/3) = w^(2/3). Here it is w^(3/4), which is close and needs only square roots, whose results are the same on
+// every machine.
 Centres startingCentres(const std::vector<float>& sorted) {
     constexpr std::size_t kQuantiles = 1024;
     std::array<double, kQuantiles + 1> quantiles, shares{};

@@ -11,9 +11,10 @@ struct Codebook {
     std::vector<unsigned char> indices;
 };
 
-// Bit-exact; values in the order of their first appearance, zeros behind them. None for more than 256 distinct values.
+// A bit-exact codebook. Values are in the order of their first appearance, followed by zeros. None if there are more
+// than 256 distinct values.
 std::optional<Codebook> exactCodebook(const float* floats, std::size_t count);
 
-// Values of small square error (Lloyd's iteration from a fixed start, so the same on every machine), ascending, and
-// each float's nearest. None when a float is not finite.
+// A codebook with a small square error: ascending values, and for each float the index of the nearest. Uses Lloyd's
+// iteration from a fixed start, so the result is the same on every machine. None if a float is not finite.
 std::optional<Codebook> nearestCodebook(const float* floats, std::size_t count);

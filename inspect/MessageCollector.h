@@ -1,4 +1,4 @@
-// Collects what the library's reader would tell a host.
+// Collects the messages that the library's reader would show to a host.
 #pragma once
 
 #include <string>
@@ -11,7 +11,7 @@ public:
     void error(const std::string& text) override { add(text); }
     void warning(const std::string& text) override { add(text); }
 
-    // What has come since the last call, joined by "; ".
+    // Returns the messages since the last call, joined by "; ".
     std::string take() { return std::exchange(text_, {}); }
 
 private:

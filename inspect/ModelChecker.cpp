@@ -15,11 +15,12 @@ using nolk::Severity;
 
 namespace {
 
-// Damage in the middle of a file can make nonsense of all that follows.
+// After damage in the middle of a file, every later record may give a finding.
 constexpr std::size_t kMaxFindings = 200;
 
-// Whether recording the operation is safe and cheap. The built-in implementation ends the process for a concat of
-// nothing, copies floats that no data backs, and makes vectors for a normalisation that has none.
+// Whether the built-in implementation can record the operation safely and cheaply. It ends the process for a concat
+// without inputs, copies weights even if the file does not contain them, and allocates vectors of all channels for an
+// instance normalisation without scale and bias.
 bool canBeRecorded(const WalkedRecord& record, const LoggedOperation* logged) {
     constexpr int kManyChannels = 1 << 24;
     if (!record.remark.empty()) return false;
@@ -34,7 +35,7 @@ ModelChecker::ModelChecker(const ModelFile& file, const nolk::ModelLimits& limit
     : file_(file), limits_(limits), findings_(file.findings()) {
     if (file_.hasRecords()) {
         readRecords();
-        judge();
+        checkWithBuilder();
     }
     std::stable_sort(findings_.begin(), findings_.end(),
                      [](const nolk::ModelFinding& a, const nolk::ModelFinding& b) { return a.offset < b.offset; });
@@ -82,7 +83,7 @@ void ModelChecker::logRecord(const WalkedRecord& record, const LoggedOperation* 
         logOutput(record);
 }
 
-// The results that a record's inputs name; an id that names none is reported.
+// The results that a record's input ids refer to. Reports ids that refer to none.
 std::vector<int> ModelChecker::resultsOf(const WalkedRecord& record) {
     std::vector<int> inputs;
     for (const std::int16_t id : record.inputs) {
@@ -145,7 +146,7 @@ void ModelChecker::checkOutputs(std::int64_t end) {
         findings_.push_back({Severity::warning, 0, "end", end, "no record names an output of the network"});
 }
 
-// Later records use earlier ones only, so one pass from the end finds all that outputs depend on.
+// Records use results of earlier records only, so one pass from the end finds everything that the outputs depend on.
 void ModelChecker::checkUse() {
     if (outputs_.empty()) return;
     for (auto result = results_.rbegin(); result != results_.rend(); ++result) {
@@ -162,7 +163,8 @@ void ModelChecker::checkUse() {
     }
 }
 
-// A reshape that copies nothing finds the elements only where it alone has taken over its input's memory.
+// A reshape that copies nothing gives correct elements only if its output uses the memory of its input. For that it
+// must be the only user of its input.
 void ModelChecker::checkViews() {
     for (const Result& result : results_) {
         if (!result.logged.isView || !result.logged.isMade) continue;
@@ -176,11 +178,11 @@ void ModelChecker::checkViews() {
     }
 }
 
-// Each operation judges itself as soon as it is recorded. A batch normalisation, say, is absorbed only by build.
-void ModelChecker::judge() {
+// Lets the built-in implementation check each operation as soon as it is recorded, before build fuses any of them.
+void ModelChecker::checkWithBuilder() {
     const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
     RecordWalk walk(file_, 1, *builder);
-    while (walk.record().number < readableRecords_ && walk.next()) judgeRecord(walk.record(), walk.model());
+    while (walk.record().number < readableRecords_ && walk.next()) checkOperation(walk.record(), walk.model());
     if (hasErrors()) return;
     std::vector<LoggedOperation> operations;
     for (const Result& result : results_) operations.push_back(result.logged);
@@ -192,7 +194,7 @@ void ModelChecker::judge() {
         build(walk.record(), *builder, walk.model());
 }
 
-void ModelChecker::judgeRecord(const WalkedRecord& record, Model& model) {
+void ModelChecker::checkOperation(const WalkedRecord& record, Model& model) {
     nolk::TensorX* const made = record.hasOutput() ? model.tensors[record.output] : nullptr;
     if (!made) return;
     bool inputsAreGood = true;
@@ -202,7 +204,7 @@ void ModelChecker::judgeRecord(const WalkedRecord& record, Model& model) {
                 inputsAreGood = inputsAreGood && isRepresentable(input->shape);
             made->producer->check();
         }
-        // What is wrong with an input has been told.
+        // A problem with an input has already been reported.
         if (inputsAreGood && !isRepresentable(made->shape))
             report(Severity::error, record,
                    "its result " + shapeText(made->shape) + " has more than 2^31 - 1 elements");
@@ -212,7 +214,7 @@ void ModelChecker::judgeRecord(const WalkedRecord& record, Model& model) {
     }
 }
 
-// What a record is refused for need not be told a second time.
+// Removes warnings about shapes of a record that the built-in implementation rejects for the same reason.
 void ModelChecker::dropShapeDiagnostics(const WalkedRecord& record) {
     const auto result = std::find_if(results_.begin(), results_.end(),
                                      [&record](const Result& r) { return r.record.number == record.number; });

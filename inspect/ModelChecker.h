@@ -1,8 +1,8 @@
-// Reads a model file as a verifier would, and collects everything that is wrong or suspicious in it.
+// Checks a model file and collects everything that is wrong or suspicious in it.
 //   ModelChecker checker(file, limits);  for (const nolk::ModelFinding& finding : checker.findings()) ...
-// The container was looked at when the file was opened. Here the records are walked twice: with a builder that takes
-// operation log, which finds what contradicts itself and what nothing uses, and with the built-in one, whose operations
-// refuse what they cannot carry out. If all of that holds, the network is built as loading would build it.
+// ModelFile has already checked the container. This class reads the records twice: first into an OperationLog, to find
+// contradictions and unused results, then into the built-in builder, whose operations reject what they cannot compute.
+// If there are no errors, it builds the network as loading would.
 #pragma once
 
 #include <nolk_model.h>
@@ -26,7 +26,7 @@ public:
     // In the order of their offsets.
     const std::vector<nolk::ModelFinding>& findings() const { return findings_; }
 
-    // Why the built-in implementation was not asked, though nothing was wrong; empty when it was.
+    // Why the network was not built although there are no errors; otherwise empty.
     const std::string& remark() const { return remark_; }
 
 private:
@@ -34,8 +34,8 @@ private:
     struct Result {
         WalkedRecord record;
         LoggedOperation logged;
-        std::vector<int> inputs;  // results; -1 for an id without one
-        int uses = 0;             // by later records, outputs among them
+        std::vector<int> inputs;  // indices in results_; -1 for an undefined id
+        int uses = 0;             // by later records, including those that name outputs
         bool isOutput = false;
         bool isNeeded = false;  // by an output
     };
@@ -55,16 +55,16 @@ private:
     void checkViews();
     bool isEmpty(int result) const;
 
-    void judge();
-    void judgeRecord(const WalkedRecord& record, Model& model);
+    void checkWithBuilder();
+    void checkOperation(const WalkedRecord& record, Model& model);
     void build(const WalkedRecord& last, RawRunnerBuilder& builder, Model& model);
 
     const ModelFile& file_;
     const nolk::ModelLimits limits_;
     std::vector<nolk::ModelFinding> findings_;
     std::vector<Result> results_;
-    std::map<std::int16_t, int> latest_;  // the result that an id names
-    std::vector<int> outputs_;            // results
-    int readableRecords_ = 0;             // that the second walk can go through
+    std::map<std::int16_t, int> latest_;  // the index of the latest result with an id
+    std::vector<int> outputs_;            // indices in results_
+    int readableRecords_ = 0;             // the first records, which can be recorded safely
     std::string remark_;
 };

@@ -32,7 +32,7 @@ void ModelFile::report(Severity severity, const char* part, std::int64_t offset,
 
 void ModelFile::open() {
     if (size_ == 0) return report(Severity::error, "head", 0, "the file is empty");
-    MessageCollector messages;  // findings say the same, and where
+    MessageCollector messages;  // not used: the findings say the same with an offset
     BinReader in(data_, size_);
     if (!checkHeadCM(in, messages)) report(Severity::error, "head", 0, "the first two bytes must be \"CM\"");
     version_ = in.readShort();
@@ -42,7 +42,7 @@ void ModelFile::open() {
     if (version_ >= 2) readHeadInfo(in);
     if (in.overflowed()) return report(Severity::error, "head info", kHeadBytes, "the file ends within it");
     const std::int64_t begin = offsetOf(in);
-    if (isSealed()) unseal();
+    if (isScrambled()) unscramble();
     recordsBegin_ = begin;
     BinReader body = records();
     recordCount_ = body.readShort();
@@ -65,7 +65,7 @@ void ModelFile::readHeadInfo(BinReader& in) {
     }
 }
 
-void ModelFile::unseal() {
+void ModelFile::unscramble() {
     MessageCollector messages;
     if (!checkCrc(data_, size_, messages))
         report(Severity::error, "checksum", recordsEnd(), "it is not that of the bytes before it");

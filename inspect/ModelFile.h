@@ -1,7 +1,7 @@
-// A model file with its container opened: what stands around the records is known, the records are unscrambled.
+// A model file whose container has been read and whose records have been unscrambled.
 //   ModelFile file(bytes, size);  if (file.hasRecords()) ... file.records()
-// Follows the library's reader step by step, but goes on where that gives up, and collects findings instead. The bytes
-// are borrowed; only of a scrambled file there is a copy.
+// Does the same steps as the library's reader, but goes on where that gives up, and collects findings. The bytes are
+// borrowed; a scrambled file is copied.
 #pragma once
 
 #include <nolk_model.h>
@@ -27,24 +27,24 @@ public:
     // Throws nolk::ModelError with the first error among the findings.
     void requireReadable() const;
 
-    // Whether there are records to be read; if not, a finding tells why.
+    // Whether there are records to read; if not, a finding says why.
     bool hasRecords() const { return hasRecords_; }
     int recordCount() const { return recordCount_; }
 
-    // A cursor at the first record. As the library has it, the checksum belongs to what records can read.
+    // A cursor at the first record. As in the library's reader, it can also read the checksum after the records.
     BinReader records(ErrorSink* errors = nullptr) const;
 
-    // Where a cursor that records() gave stands; the file's end once it has overflowed.
+    // The offset in the file of a cursor from records(); the file's end once the cursor has overflowed.
     std::int64_t offsetOf(const BinReader& cursor) const { return size_ - cursor.remaining(); }
 
-    // Where the records have to end: at the checksum, or at the file's end.
-    std::int64_t recordsEnd() const { return size_ - (isSealed() ? kCrcBytes : 0); }
+    // The offset where the records must end: at the checksum, or at the file's end.
+    std::int64_t recordsEnd() const { return size_ - (isScrambled() ? kCrcBytes : 0); }
 
 private:
-    bool isSealed() const { return version_ == 3 || version_ == 4; }
+    bool isScrambled() const { return version_ == 3 || version_ == 4; }
     void open();
     void readHeadInfo(BinReader& in);
-    void unseal();
+    void unscramble();
     void report(nolk::Severity severity, const char* part, std::int64_t offset, const std::string& text);
 
     const unsigned char* data_;
@@ -52,7 +52,7 @@ private:
     std::vector<unsigned char> unscrambled_;
     int version_ = 0;
     std::vector<HeadInfoEntry> headInfo_;
-    std::int64_t headInfoLength_ = 0;  // as the library counts it
+    std::int64_t headInfoLength_ = 0;  // as getHeadInfo returns it
     std::int64_t recordsBegin_ = 0;
     int recordCount_ = 0;
     bool hasRecords_ = false;

@@ -1,4 +1,4 @@
-// A model file read through once, without building anything: what its records ask for.
+// The operations that the records of a model file describe, read without building anything.
 //   const ModelRecords records(file, 1);  records.operations()[0].name
 #pragma once
 
@@ -12,14 +12,14 @@
 
 class ModelRecords {
 public:
-    // Throws nolk::ModelError for records that cannot be read, or an output that nothing makes.
+    // Throws nolk::ModelError for records that cannot be read, or an output that no record makes.
     ModelRecords(const ModelFile& file, int batch);
 
     const std::vector<nolk::ModelOperation>& operations() const { return operations_; }
-    const std::vector<int>& outputs() const { return outputs_; }  // places in operations
+    const std::vector<int>& outputs() const { return outputs_; }  // indices in operations
     const nolk::ModelCost& cost() const { return cost_; }
 
-    // The first operation that no run can give a meaning, or that ends the process, and why; empty when there is none.
+    // The first operation whose result is undefined, or that ends the process, and why; empty when there is none.
     const std::string& meaningless() const { return meaningless_; }
 
 private:

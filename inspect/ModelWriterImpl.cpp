@@ -19,7 +19,8 @@ using Builder = nolk::RunnerBuilder;
 
 constexpr int kOutputCode = 22;
 
-// The record in which the call is written: resize has an older one for aligned corners, without their byte.
+// The call in the form in which it is written. A resize with aligned corners uses the older record, which has no byte
+// for the trans mode.
 Call inFileForm(const Call& call) {
     if (call.operation.code == kCodeOf<&operation::concat>) {
         const int axis = static_cast<int>(std::get<nolk::Axis>(call.arguments[0]));
@@ -93,7 +94,7 @@ nolk::TensorX* ModelWriterImpl::record(const Call& given) {
     return reinterpret_cast<TensorX*>(tensors_.back().get());
 }
 
-// An input's id stands behind its shape, all others before the fields.
+// The id comes before the fields, except that of an input, which follows its shape.
 void ModelWriterImpl::writeFields(RecordWriter& writer, const Call& call) const {
     const bool idIsLast = call.operation.code == kCodeOf<&Builder::input>;
     const int id = static_cast<int>(tensors_.size());

@@ -21,7 +21,7 @@ public:
     void destroy() override { delete this; }  // for a writer made with new
 
 private:
-    // What the writer hands out as a TensorX, which is opaque.
+    // The writer returns pointers to this as TensorX, which is opaque to hosts.
     struct WrittenTensor {
         nolk::TensorShape shape;
         int id;

@@ -25,10 +25,10 @@ nolk::TensorX* OperationLog::record(const Call& call) {
         shapes.push_back(shapeOf(x));
     }
     const auto isMissing = [](int place) { return place < 0; };
-    const bool lacksAll = call.operation.inputCount == kListOfInputs && call.inputs.empty();
-    operation.isMade = !lacksAll && std::none_of(operation.inputs.begin(), operation.inputs.end(), isMissing);
-    if (lacksAll) operation.diagnostics.push_back({true, "joins nothing, which ends the process"});
-    // Without all of its inputs nothing that follows from their shapes is known.
+    const bool hasNoInputs = call.operation.inputCount == kListOfInputs && call.inputs.empty();
+    operation.isMade = !hasNoInputs && std::none_of(operation.inputs.begin(), operation.inputs.end(), isMissing);
+    if (hasNoInputs) operation.diagnostics.push_back({true, "joins nothing, which ends the process"});
+    // If an input is missing, output, cost and diagnostics are unknown, because they follow from the inputs' shapes.
     if (operation.isMade) {
         operation.output = outputShape(call, shapes);
         operation.isView = isView(call);

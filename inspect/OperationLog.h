@@ -1,8 +1,7 @@
-// A builder that builds nothing but logs each call, inputs and constants included, with its shape, cost and
-// diagnostics.
+// A builder that builds nothing. It logs each call, also of inputs and constants, with shape, cost and diagnostics.
 //   OperationLog log;  reader.readFromMemory(&log, 1, bytes, size);  log.operations()[1].multiplyAdds
-// Accepts any call: null tensors, extents that cannot be, arrays that are null. Arrays are only read, and only during
-// the call. Tensors are its own and mean nothing to another builder.
+// Accepts any call: null tensors, impossible extents, null arrays. Arrays are only read, and only during the call. No
+// other builder can use its tensors.
 #pragma once
 
 #include <memory>
@@ -15,7 +14,7 @@ class OperationLog final : public CallBuilder<nolk::RunnerBuilder> {
 public:
     const std::vector<LoggedOperation>& operations() const { return operations_; }
 
-    // The place of what made x among the operations; -1 for null.
+    // The index of the operation that made x; -1 for null.
     int placeOf(const nolk::TensorX* x) const { return x ? reinterpret_cast<const Tensor*>(x)->place : -1; }
 
     nolk::TensorShape shapeOf(nolk::TensorX* x) override;
@@ -23,7 +22,7 @@ public:
     void destroy() override { delete this; }                                // for a builder made with new
 
 private:
-    // What the builder hands out as a TensorX, which is opaque.
+    // The builder returns pointers to this as TensorX, which is opaque to hosts.
     struct Tensor {
         int place;
     };

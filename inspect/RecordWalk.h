@@ -1,4 +1,4 @@
-// Drives a builder with a model file's records, one at a time, and tells of each where it stands.
+// Reads the records of a model file one at a time, makes their calls of a builder, and tells where each record is.
 //   RecordWalk walk(file, 1, builder);  while (walk.next()) use(walk.record());  builder.build(walk.model().outputs...)
 // Borrows file and builder.
 #pragma once
@@ -18,11 +18,11 @@ struct WalkedRecord {
     int number = 0;                        // from 1
     const Operation* operation = nullptr;  // null for an op code that no operation has
     std::int64_t begin = 0, end = 0;       // in the file
-    std::int64_t floatBytes = 0;           // of these, bytes that hold weights and the like
+    std::int64_t floatBytes = 0;           // bytes of the record that hold weights and other arrays
     std::vector<std::int16_t> inputs;      // ids
     std::int16_t output = 0;               // id
-    std::string remark;                    // what reading it has to tell
-    std::string failure;                   // why it, and all behind it, cannot be read
+    std::string remark;                    // warnings of the reader
+    std::string failure;                   // why this record, and all after it, cannot be read
 
     // Whether it makes a tensor; if not, it names an output of the network.
     bool hasOutput() const { return operation && operation->call; }
@@ -37,10 +37,10 @@ class RecordWalk {
 public:
     RecordWalk(const ModelFile& file, int batch, nolk::RunnerBuilder& builder);
 
-    // Reads the next record, which the builder then has had. False when there is none, or the last one had a failure.
+    // Reads the next record and makes its call. False when there is none, or when the previous one had a failure.
     bool next();
 
-    // Reads what is left; throws nolk::ModelError when the last record had a failure.
+    // Reads all remaining records; throws nolk::ModelError if one has a failure.
     void finish();
 
     const WalkedRecord& record() const { return record_; }

@@ -16,7 +16,7 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "floats are written as 
 
 constexpr std::size_t kTableBytes = 1024;
 
-// Where an array of n floats is smaller as a table and indices.
+// Whether an array of that many floats is smaller as a table and indices.
 bool codebookIsSmaller(std::size_t count) { return kTableBytes + count < count * sizeof(float); }
 
 std::optional<Codebook> codebookFor(const nolk::ModelFileOptions& options, const float* values, std::size_t count) {
@@ -91,7 +91,7 @@ void RecordWriter::value(nolk::SlicePos pos, const std::string&) {
     i16(pos.step, "step");
 }
 
-// A matrix is told by its rows and columns of 0, so no tensor with dims 3 can have them.
+// Rows and columns of 0 denote a matrix, so a tensor with dims 3 cannot have 0 rows or columns.
 void RecordWriter::shape(nolk::TensorShape shape) {
     const bool matrix = shape.dims == 1;
     if (matrix ? shape.h != 1 || shape.w != 1 : shape.dims != 3 || shape.h == 0 || shape.w == 0)
@@ -115,7 +115,7 @@ void RecordWriter::weightDims(const nolk::Weights& weights) {
     dim(weights.kernelW, "kernelW");
 }
 
-// The record has no way of sharing one group's weights, so each group gets its own copy.
+// A record cannot store weights that groups share, so each group gets its own copy.
 void RecordWriter::groups(const nolk::Weights& weights, const float* values, std::initializer_list<int> factorsOfOne,
                           const std::string& field) {
     const int countOfOne = floatCount(factorsOfOne, field);
@@ -150,7 +150,7 @@ void RecordWriter::value(const nolk::LstmWeights& w, const std::string&) {
     i32(w.hiddenSize, "hiddenSize");
     floats(w.inputWeights, {w.inputSize, numDirections, w.hiddenSize, 4}, "input weights");
     floats(w.recurrentWeights, {w.hiddenSize, numDirections, w.hiddenSize, 4}, "recurrent weights");
-    // A bias that is not in two halves is not used, and reading sets the flag.
+    // The reader always sets splitBias, so a bias without it, which is not used, must be left out.
     optionalFloats(w.splitBias ? w.bias : nullptr, {numDirections, w.hiddenSize, 8}, "bias");
 }
 

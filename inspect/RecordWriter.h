@@ -27,10 +27,10 @@ public:
 
     void shape(nolk::TensorShape shape);
 
-    // Anything but a constant, whose id stands between its parts.
+    // Writes any argument but a constant, whose shape and floats are written separately.
     void field(const std::string& name, const Argument& value);
 
-    // As many floats as the factors' product, plain or compressed.
+    // Writes as many floats as the product of the factors, plain or compressed.
     void floats(const float* values, std::initializer_list<int> factors, const std::string& field);
 
     [[noreturn]] void refuse(const std::string& why) const;

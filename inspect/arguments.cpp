@@ -8,7 +8,8 @@
 
 namespace {
 
-// An overload for each kind of argument, that takes the field's name and the value; the kinds that are left share one.
+// A visitor with an overload for each type of argument, which takes the field's name and the value. A generic overload
+// may handle the remaining types.
 template <typename... Functions>
 struct Overloads : Functions... {
     using Functions::operator()...;
@@ -62,7 +63,7 @@ std::string enumText(nolk::Direction value) {
     return nameOf(kNames, static_cast<int>(value));
 }
 
-// Nothing for ones, but for a kernel's.
+// Empty for 1 x 1, except for a kernel.
 std::string dimsText(const std::string& name, nolk::DimsHW dims) {
     if (name == "kernel") return extentsText(dims.h, dims.w);
     if (dims.h == 1 && dims.w == 1) return {};
@@ -113,7 +114,7 @@ std::string detailsOf(const Call& call) {
         if (!part.empty()) text += (text.empty() ? "" : ", ") + part;
     };
     bool isNearest = false;
-    // The kernel leads, also where the weights stand last.
+    // The kernel comes first, although the weights are the last argument.
     for (const Argument& argument : call.arguments)
         if (const auto* w = std::get_if<nolk::Weights>(&argument)) add(extentsText(w->kernelH, w->kernelW));
     forEachField(
@@ -136,7 +137,7 @@ std::string detailsOf(const Call& call) {
                       isNearest = mode == nolk::ResizeMode::nearest;
                       add(enumText(mode));
                   },
-                  // The nearest element is found in one way only.
+                  // Nearest ignores the trans mode.
                   [&](const std::string&, nolk::ResizeTransMode mode) { add(isNearest ? "" : enumText(mode)); },
                   [&](const std::string&, nolk::Axis axis) { add(enumText(axis)); },
                   [&](const std::string&, nolk::BasicOp op) { add(enumText(op)); },

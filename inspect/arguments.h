@@ -1,4 +1,4 @@
-// The arguments of a call, for people and for programs, whatever the operation.
+// Describes the arguments of a call of any operation, as text for people and as data for programs.
 #pragma once
 
 #include <nolk_model.h>
@@ -9,17 +9,17 @@
 
 #include "model/Operation.h"
 
-// An array that a call brings. data may be null; count may be what nobody can hold.
+// An array among the arguments of a call. data may be null; count may exceed any memory.
 struct FloatArray {
     std::string name;
     const float* data;
     std::int64_t count;
 };
 
-// "3x3, stride 2, pad 1": what differs from the usual, and no arrays.
+// "3x3, stride 2, pad 1": the arguments that differ from the usual values, without arrays.
 std::string detailsOf(const Call& call);
 
-// All fields but shapes, which are those of tensors.
+// All fields but shapes and constants. Weights are given by their extents, vectors by their count.
 std::vector<nolk::ModelParameter> parametersOf(const Call& call);
 
 std::vector<FloatArray> arraysOf(const Call& call);

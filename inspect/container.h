@@ -1,4 +1,4 @@
-// The container of a model file, around its records: head, version, head info, scrambling, checksum.
+// Writes the container of a model file around its records: head, version, head info, scrambling, checksum.
 #pragma once
 
 #include <nolk_model.h>
@@ -8,6 +8,6 @@
 // Throws std::out_of_range for a version, a key, a length or a number of records that cannot be written.
 void checkOptions(const nolk::ModelFileOptions& options);
 
-// The bytes of the file with recordCount records, which stand in `records` one after the other.
+// The bytes of the file. `records` holds recordCount records, one after the other.
 std::vector<unsigned char> modelFile(const nolk::ModelFileOptions& options, int recordCount,
                                      const std::vector<unsigned char>& records);

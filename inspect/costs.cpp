@@ -28,7 +28,7 @@ std::int64_t multiplyAddsOf(const Call& call, const std::vector<nolk::TensorShap
         }
         case kCodeOf<&Builder::matMul>:
             return productOf({elementsOf(in), inputs[1].w});
-        // Four gates, each of a row of the input and a row of the last output.
+        // Four gates, each computed from one time step of the input and from the previous output.
         case kCodeOf<&Builder::lstm>: {
             const auto& w = std::get<nolk::LstmWeights>(call.arguments[0]);
             return productOf(
@@ -39,7 +39,7 @@ std::int64_t multiplyAddsOf(const Call& call, const std::vector<nolk::TensorShap
     }
 }
 
-// Where more elements are read than written.
+// The elements read by operations that read more than they write; 0 for others.
 std::int64_t elementsReadBy(const Call& call, const nolk::TensorShape& in, const nolk::TensorShape& out) {
     switch (call.operation.code) {
         case kCodeOf<&Builder::maxPool>:

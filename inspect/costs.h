@@ -1,4 +1,4 @@
-// What running an operation costs, by the shapes alone.
+// Computes the cost of running an operation from its shapes.
 #pragma once
 
 #include <vector>
@@ -8,8 +8,8 @@
 // Sets multiplyAdds, steps and scratchFloats. The operation's output must be set; inputs has a shape for each input.
 //   convolve     n * groups * outChannels * outH * outW * inChannels * kernelH * kernelW
 //   deConvolve   n * c * h * w * outChannels * kernelH * kernelW
-//   fullConnect  n * groups * outChannels * (c / groups), whatever else the weights have room for
+//   fullConnect  n * groups * outChannels * (c / groups), even if there are weights for more inputs
 //   matMul       n * c * h * w * b.w
 //   lstm         n * c * h * directions * 4 * hiddenSize * (inputSize + hiddenSize)
-// The shapes may be ones that cannot be: a negative extent counts as 0, and counts stop at 2^63 - 1.
+// Shapes may be impossible: a negative extent counts as 0, and counts stop at 2^63 - 1.
 void addCosts(LoggedOperation& operation, const Call& call, const std::vector<nolk::TensorShape>& inputs);

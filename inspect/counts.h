@@ -1,4 +1,4 @@
-// Arithmetic of counts that come from a file: it stops at 2^63 - 1 instead of wrapping.
+// Arithmetic of counts that come from a file: results saturate at 2^63 - 1 instead of wrapping.
 #pragma once
 
 #include <nolk.h>
@@ -11,7 +11,7 @@ inline std::int64_t sumOf(std::int64_t a, std::int64_t b) {
     return __builtin_add_overflow(a, b, &sum) ? INT64_MAX : sum;
 }
 
-// 0 where a factor is negative, or 0.
+// 0 if a factor is negative or 0.
 inline std::int64_t productOf(std::initializer_list<std::int64_t> factors) {
     std::int64_t product = 1;
     for (const std::int64_t factor : factors)

@@ -23,10 +23,10 @@ void warnOfShapes(LoggedOperation& operation, std::string text) {
 
 void checkFloats(LoggedOperation& operation, const std::string& what, const float* values, std::int64_t count) {
     if (!values) return;
-    const auto strange = std::count_if(values, values + count, [](float v) { return !std::isfinite(v); });
-    if (strange == 0) return;
-    warn(operation,
-         what + ": " + grouped(strange) + " of " + grouped(count) + (strange == 1 ? " is" : " are") + " not finite");
+    const auto notFinite = std::count_if(values, values + count, [](float v) { return !std::isfinite(v); });
+    if (notFinite == 0) return;
+    warn(operation, what + ": " + grouped(notFinite) + " of " + grouped(count) + (notFinite == 1 ? " is" : " are") +
+                        " not finite");
 }
 
 void checkVector(LoggedOperation& operation, const std::string& what, nolk::Vector vector, const nolk::TensorShape& x) {
@@ -68,7 +68,7 @@ void checkJoined(LoggedOperation& operation, const std::vector<nolk::TensorShape
         if (agrees) continue;
         warnOfShapes(operation, "shapes disagree off the axis: input " + std::to_string(i) + " is " + shapeText(s) +
                                     ", the first " + shapeText(first));
-        return;  // one is enough to go by
+        return;  // one warning is enough
     }
 }
 
@@ -118,7 +118,7 @@ void checkRange(LoggedOperation& operation, float min, float max) {
     if (!(min <= max)) warn(operation, "no number lies in " + shortText(min) + " to " + shortText(max));
 }
 
-// Whatever the operation: values that are not finite, strides and kernels below 1, vectors that are too long.
+// Checks for all operations: values that are not finite, strides and kernels below 1, vectors that are too long.
 void checkArguments(LoggedOperation& operation, const Call& call, const nolk::TensorShape& x) {
     for (const FloatArray& array : arraysOf(call)) checkFloats(operation, array.name, array.data, array.count);
     for (std::size_t i = 0; i < call.arguments.size(); ++i) {

@@ -1,5 +1,4 @@
-// What a builder's call can have been given that its maker hardly meant. Nothing here repeats what build itself
-// refuses.
+// Finds arguments of a call that are probably mistakes. It does not repeat checks that build itself makes.
 #pragma once
 
 #include <vector>
@@ -9,5 +8,5 @@
 // Adds to the operation's diagnostics. Its output must be set; inputs has a shape for each input.
 void addDiagnostics(LoggedOperation& operation, const Call& call, const std::vector<nolk::TensorShape>& inputs);
 
-// Whether the result has to lie where the input does: nothing is copied.
+// Whether the result must use the memory of the input, because the operation copies nothing.
 bool isView(const Call& call);

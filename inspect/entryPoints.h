@@ -1,4 +1,4 @@
-// What the functions of nolk_model.h do, once they know that this processor can do it.
+// The implementations of the functions of nolk_model.h, which call them after checking the processor.
 #pragma once
 
 #include <nolk_model.h>

@@ -1,4 +1,4 @@
-// How the program writes what it shows.
+// Formats shapes, numbers and text for output.
 #pragma once
 
 #include <nolk.h>
@@ -9,7 +9,7 @@
 // "[1, 8, 28, 28]", or "[1, 10]" for a matrix.
 std::string shapeText(const nolk::TensorShape& shape);
 
-// As printf's %g with so many digits, and as its %f.
+// As printf's %g with this many digits, and as printf's %f with this many decimals.
 std::string shortText(double number, int digits = 6);
 std::string fixedText(double number, int decimals);
 
@@ -22,8 +22,8 @@ std::string bytesText(std::int64_t bytes);
 // "1 record", "2 records"
 std::string counted(std::int64_t count, const std::string& noun);
 
-// Text from a file or a command line, fit for one line of a terminal: control characters become '?'.
+// Makes text from a file or a command line safe for one line of a terminal: control characters become '?'.
 std::string printable(const std::string& text);
 
-// For XML's text and attributes.
+// The text, escaped for text and attributes of XML.
 std::string xmlText(const std::string& text);

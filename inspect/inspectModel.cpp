@@ -27,7 +27,7 @@ nolk::ModelTotals totalsOf(const std::vector<nolk::ModelOperation>& operations) 
     return totals;
 }
 
-// Why the network should not be built, or not be run once it is; empty when it should.
+// These two say why the network should not be built, and why it should not be run; empty if it should.
 std::string whyNotBuilt(const nolk::ModelInfo& info, const nolk::InspectionOptions& options) {
     if (options.depth == nolk::InspectionDepth::records) return "not built: only the records were asked for";
     const std::string why = refusal(info.cost, {options.limits.memoryBytes});

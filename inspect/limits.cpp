@@ -7,10 +7,10 @@
 
 namespace {
 
-// Floats of the tensors that exist at the same time, at most: each from its operation to its last use, outputs to the
-// end.
+// The largest number of floats in tensors that exist at the same time. A tensor exists from its operation to its last
+// use, a network output to the end.
 std::int64_t liveFloats(const std::vector<LoggedOperation>& operations, const std::vector<int>& outputs) {
-    std::vector<std::size_t> lastUse(operations.size(), operations.size());  // what nobody uses stays
+    std::vector<std::size_t> lastUse(operations.size(), operations.size());  // an unused tensor stays to the end
     for (std::size_t user = 0; user < operations.size(); ++user)
         for (const int place : operations[user].inputs)
             if (place >= 0) lastUse[static_cast<std::size_t>(place)] = user;
@@ -19,8 +19,8 @@ std::int64_t liveFloats(const std::vector<LoggedOperation>& operations, const st
     std::vector<std::vector<std::size_t>> freed(operations.size() + 1);
     for (std::size_t i = 0; i < operations.size(); ++i) freed[lastUse[i]].push_back(i);
     std::int64_t live = 0, most = 0;
-    constexpr std::int64_t kEndless = std::int64_t{1} << 60;  // beyond which sums would stop to be sums
-    for (std::size_t i = 0; i < operations.size() && most < kEndless; ++i) {
+    constexpr std::int64_t kLargeEnough = std::int64_t{1} << 60;  // stop here, before sums saturate
+    for (std::size_t i = 0; i < operations.size() && most < kLargeEnough; ++i) {
         live = sumOf(live, elementsOf(operations[i].output));
         most = std::max(most, live);
         for (const std::size_t gone : freed[i]) live -= elementsOf(operations[gone].output);

@@ -1,4 +1,4 @@
-// What a network costs, and whether that is too much for a caller.
+// Computes the cost of a network, and compares it with a caller's limits.
 #pragma once
 
 #include <nolk_model.h>
@@ -8,8 +8,8 @@
 
 #include "inspect/LoggedOperation.h"
 
-// outputs are the places of the network's outputs; -1 for one that is not made.
+// outputs are the indices of the operations that make the network's outputs; -1 for one that is not made.
 nolk::ModelCost costOf(const std::vector<LoggedOperation>& operations, const std::vector<int>& outputs);
 
-// "needs 4,096 bytes (4.0 KiB) of memory, the limit is ...": which limits the network would exceed; empty when none.
+// Says which limits the network would exceed, "it needs 4,096 bytes (4.0 KiB) of memory ..."; empty when none.
 std::string refusal(const nolk::ModelCost& cost, const nolk::ModelLimits& limits);

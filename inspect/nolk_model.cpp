@@ -1,5 +1,5 @@
-// The exported functions. This file is compiled for every processor of the platform, like the entry points of nolk.h:
-// where the rest cannot run, the host gets an exception and not an illegal instruction.
+// The exported functions. Like the entry points of nolk.h, this file is compiled for every processor of the platform,
+// so that the host gets an exception instead of an illegal instruction when the processor cannot run the rest.
 #include <nolk_model.h>
 
 #include "api/processor.h"

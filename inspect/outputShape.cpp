@@ -27,8 +27,8 @@ int& extent(nolk::TensorShape& shape, int axis) {
     return *extents[axis];
 }
 
-// Joining and cutting keep a matrix a matrix.
-nolk::TensorShape asBefore(nolk::TensorShape shape, bool matrix) {
+// The result of concat or slice is a matrix if its input is one.
+nolk::TensorShape withDims(nolk::TensorShape shape, bool matrix) {
     if (matrix) return {shape.n, shape.c, 1, 1, 1};
     shape.dims = 3;
     return shape;
@@ -81,7 +81,7 @@ nolk::TensorShape sliced(nolk::TensorShape x, nolk::SlicePos pos) {
     if (!isAxis(axis)) return x;
     nolk::TensorShape result = x;
     extent(result, axis) = quotient(std::min(pos.end, extent(x, axis)) - std::max(pos.start, 0), pos.step);
-    return asBefore(result, x.dims != 3);
+    return withDims(result, x.dims != 3);
 }
 
 nolk::TensorShape concatenated(const std::vector<nolk::TensorShape>& shapes, int axis) {
@@ -89,7 +89,7 @@ nolk::TensorShape concatenated(const std::vector<nolk::TensorShape>& shapes, int
     nolk::TensorShape result = shapes.front();
     extent(result, axis) = 0;
     for (nolk::TensorShape shape : shapes) extent(result, axis) += extent(shape, axis);
-    return asBefore(result, shapes.front().dims == 1);
+    return withDims(result, shapes.front().dims == 1);
 }
 
 }  // namespace

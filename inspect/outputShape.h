@@ -1,11 +1,11 @@
-// Shapes of operations' results: the arithmetic that nolk.h states, by itself, so that a mistake in the library's own
-// shows.
+// Computes the shapes of operations' results as nolk.h states them. It does not use the library's own code for this, so
+// that a comparison of the two finds mistakes in either.
 #pragma once
 
 #include <vector>
 
 #include "model/Operation.h"
 
-// The shape of the call's result, of inputs of these shapes, one at least where the operation takes any. An axis that
-// does not exist leaves the first input's shape.
+// The shape of the call's result for inputs of these shapes; an operation with inputs needs at least one. If an axis
+// does not exist, the result is the first input's shape.
 nolk::TensorShape outputShape(const Call& call, const std::vector<nolk::TensorShape>& inputs);

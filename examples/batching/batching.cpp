@@ -1,5 +1,5 @@
-// Many threads share one network: wrapped into a batch runner, which gathers their calls into batches, and beside it
-// behind a mutex. Prints throughput and latency of both. Uses nothing of nolk but its public header.
+// Many threads share one network in two ways: through a batch runner, which gathers their calls into batches, and
+// through a plain runner behind a mutex. Prints throughput and latency of both. Uses only nolk's public header.
 #include <nolk.h>
 
 #include <algorithm>
@@ -48,7 +48,7 @@ bool classify(nolk::Runner& runner, std::vector<float>& pixels, float* scores) {
     return runner.run(&in, 1, &out, 1);
 }
 
-// Every thread makes its calls as fast as they return.
+// Every thread starts its next call as soon as the previous one returns.
 void measure(const char* name, int threads, int calls,
              const std::function<bool(std::vector<float>& pixels, float* scores)>& call) {
     std::vector<std::vector<double>> microseconds(static_cast<std::size_t>(threads));
@@ -94,7 +94,7 @@ int main(int argc, char** argv) try {
         return classify(*alone, pixels, scores);
     });
     for (const int batch : {1, 4, 16}) {
-        // The wrapper owns the runner that it is given.
+        // The wrapper owns the inner runner.
         const OwnedRunner shared(nolk_wrap_batch_runner(loadModel(model, batch).release(), batch));
         measure(("batch of " + std::to_string(batch)).c_str(), threads, calls,
                 [&](std::vector<float>& pixels, float* scores) { return classify(*shared, pixels, scores); });

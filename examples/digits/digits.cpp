@@ -1,5 +1,5 @@
-// Recognises handwritten digits with a trained network: shows some images with what the network thinks of each, and
-// counts over a whole set of images how many it gets right. Uses nothing of nolk but its public header.
+// Recognises handwritten digits with a trained network: shows some images with their results, and counts the correct
+// results for a whole set of images. Uses only nolk's public header.
 #include <nolk.h>
 
 #include <algorithm>
@@ -25,7 +25,7 @@ constexpr int kDigits = 10;
 
 struct Image {
     int rows, columns;
-    std::vector<float> pixels;  // 0 paper to 1 ink
+    std::vector<float> pixels;  // 0 (paper) to 1 (ink)
 };
 
 struct Destroy {
@@ -59,7 +59,7 @@ Image toImage(long long rows, long long columns, const std::string& bytes, std::
     return image;
 }
 
-// Big-endian number i of the head of an IDX file.
+// Reads the big-endian number i in the head of an IDX file.
 long long headField(const std::string& idx, std::size_t i) {
     unsigned value = 0;
     for (const char byte : idx.substr(std::min(i * 4, idx.size()), 4))

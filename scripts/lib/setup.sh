@@ -1,5 +1,5 @@
-# Sourced by the scripts. Goes to the top of the repository and defines
-#   install_missing PACKAGE...   installs the Debian packages that are not there; without them missing, needs no network
+# Sourced by the scripts. Changes to the root of the repository and defines
+#   install_missing PACKAGE...   installs the Debian packages that are missing; needs no network if none is
 
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 

@@ -17,7 +17,7 @@ namespace {
 using NewBuilder = nolk::RunnerBuilder* (*)(const char* cfg);
 using NewRunner = nolk::Runner* (*)(const char* cfg, void* data, int size, int batch);
 
-// What goes wrong with a model file reaches the host.
+// Passes errors in a model file on to the host.
 class HostErrors final : public ErrorSink {
 public:
     void error(const std::string& text) override { reportError("%s", text.c_str()); }

@@ -1,5 +1,5 @@
-// Creates what the entry points of nolk.h hand out; nolk.h says what each function returns and throws.
-// Called only where processorProblem finds none: these functions use all instructions that the build was made for.
+// Creates the objects that the entry points of nolk.h return; nolk.h says what each function returns and throws.
+// Call these functions only if processorProblem() is null: they use all instructions that the build was made for.
 #pragma once
 
 #include <nolk.h>

@@ -9,7 +9,7 @@ namespace {
 
 constexpr const char* kBuiltIn = "NolkRaw";
 
-// dlerror forgets what it has told.
+// dlerror clears its message: a second call gives "unknown".
 const char* loaderError() {
     const char* text = dlerror();
     return text ? text : "unknown";
@@ -59,8 +59,8 @@ void* find_proc(const char* implName, const char* symbol) {
     }
 
     void* address = dlsym(handle, symbol);
-    // Also a function of this library, which a plug-in that links it has too: each name that is split off leaves a
-    // shorter text, so that calls of our own entry point come to an end.
+    // A plug-in that links this library also exports our own entry points, so we may call ourselves. This recursion
+    // ends, because each call removes a name from implCfg.
     if (address) return address;
     std::snprintf(message, sizeof message, "dlsym '%s' of '%s' failed: %s", symbol, file.c_str(), loaderError());
     nolk_push_error_message(message);

@@ -1,5 +1,5 @@
-// The exported entry points. This file is compiled for every processor of the platform: where the rest of the library
-// cannot run, the host gets a message and not an illegal instruction.
+// The exported entry points. This file is compiled for every processor of the platform, so that the host gets a message
+// instead of an illegal instruction when the processor cannot run the rest of the library.
 #include <nolk.h>
 
 #include "api/create.h"

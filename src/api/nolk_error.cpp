@@ -1,6 +1,6 @@
 // The error channel: one queue for the process, filled by every thread and object, emptied by the host.
-// It serves on every processor, so it does without std::string and std::queue: of their functions the linker keeps one
-// copy for the whole library, which may be the one that was compiled for newer processors.
+// It must run on every processor, so it does not use std::string and std::queue: the linker keeps one copy of their
+// functions for the whole library, which may be the copy that was compiled for newer processors.
 #include <nolk.h>
 
 #include <algorithm>
@@ -48,7 +48,7 @@ void nolk_pop_error_message(char* buf, int size) {
         return;
     }
     const std::unique_ptr<char[]> message = popOldest();
-    // What does not fit is lost: the host chose the size.
+    // The rest of a longer message is dropped: the host chose the size.
     const std::size_t length = std::min(std::strlen(message.get()), static_cast<std::size_t>(size) - 1);
     std::memcpy(buf, message.get(), length);
     buf[length] = '\0';

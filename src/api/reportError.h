@@ -1,4 +1,4 @@
-// How failures reach the host.
+// Reports failures to the host.
 #pragma once
 
 // Queues the text that printf would give, cut to 255 characters, for nolk_pop_error_message, and prints it in full as

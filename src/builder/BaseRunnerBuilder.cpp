@@ -59,7 +59,7 @@ nolk::TensorShape BaseRunnerBuilder::shapeOf(nolk::TensorX* x) {
 }
 
 nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
-    // Two runners would own the same constants.
+    // A second runner would have to own the same constants.
     if (built_) throw std::logic_error("build: a builder builds once");
     const std::vector<nolk::TensorX*> graphOutputs = checkedOutputs(outputs, count);
     check();
@@ -78,7 +78,7 @@ nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
 
 void BaseRunnerBuilder::destroy() { delete this; }
 
-// Looks at the addresses alone: another builder may be gone, and its tensors with it.
+// Compares addresses only: a tensor of another builder may have been destroyed together with it.
 bool BaseRunnerBuilder::areOwn(const std::vector<nolk::TensorX*>& tensors) {
     bool all = true;
     for (const nolk::TensorX* t : tensors) {
@@ -86,7 +86,7 @@ bool BaseRunnerBuilder::areOwn(const std::vector<nolk::TensorX*>& tensors) {
         all = all && own;
         tookForeign_ = tookForeign_ || (t && !own);
     }
-    if (!all) ++calls_;  // which comes to nothing
+    if (!all) ++calls_;  // failed calls are counted too
     return all;
 }
 
@@ -123,7 +123,7 @@ std::vector<nolk::TensorX*> BaseRunnerBuilder::checkedOutputs(nolk::TensorX** ou
     return {outputs, outputs + count};
 }
 
-// Before fusion, which walks vectors whose lengths have to be right.
+// Must run before fusion, which relies on lengths that are checked here.
 void BaseRunnerBuilder::check() const {
     checkExtents(inputs_, "input");
     checkExtents(constTensors_, "constTensor");

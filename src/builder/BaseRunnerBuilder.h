@@ -1,7 +1,7 @@
 // The part of a builder that does not depend on the operations: keeps inputs, constants and factories, and turns them
 // into a runner. A derived class implements each operation by making its factory and calling addLayerReturnOutputs.
-// build: guard the outputs, check, fuse, connect, plan memory, create the layers. Layers run in the order in which
-// their operations were recorded, since what an operation reads has always been recorded before it.
+// build() protects the outputs from fusion, checks, fuses, connects, plans memory and creates the layers. Layers run in
+// the order in which their operations were recorded; every operation is recorded after those that make its inputs.
 #pragma once
 
 #include <nolk.h>
@@ -26,11 +26,11 @@ public:
     nolk::Runner* build(nolk::TensorX** outputs, int count) override;
     void destroy() override;
 
-    // Layers and constants take over the arrays that they need as they are; build releases the others.
+    // Layers and constants take over the arrays that they can use unchanged; build releases the others.
     float* keep(FloatBuffer array) override { return givenArrays_.add(std::move(array)); }
 
-    // For programs that examine a network. From build on these are the factories that fusion has left, in execution
-    // order: the runner's layer i is what factory i made, and tensors know where they lie.
+    // For programs that examine a network. After build these are the factories that remain after fusion, in execution
+    // order: factory i created the runner's layer i, and all tensors have addresses.
     const std::vector<std::unique_ptr<LayerFactory>>& factories() const { return factories_; }
     const std::vector<std::unique_ptr<nolk::TensorX>>& inputs() const { return inputs_; }
 
@@ -38,8 +38,8 @@ protected:
     BaseRunnerBuilder() = default;
     virtual ~BaseRunnerBuilder() = default;
 
-    // Whether all inputs of a call are this builder's; if not, the call makes nothing. Null and tensors of other
-    // builders are not, and the latter make build throw.
+    // Whether all inputs of a call are tensors of this builder; if not, the call must not record anything. False for a
+    // null input and for another builder's tensor; the latter also makes build throw.
     bool areOwn(const std::vector<nolk::TensorX*>& tensors);
 
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
@@ -61,9 +61,9 @@ private:
     std::vector<std::unique_ptr<LayerFactory>> factories_;
     std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
     FloatArrays givenArrays_;
-    std::vector<FloatBuffer> constData_;            // of constTensors_; the runner's from build on
+    std::vector<FloatBuffer> constData_;            // of constTensors_; build moves them to the runner
     std::unordered_set<const nolk::TensorX*> own_;  // every tensor that was handed out
-    int calls_ = 0;                                 // that should have made a tensor
+    int calls_ = 0;                                 // number of calls that make a tensor, including failed ones
     bool tookForeign_ = false;                      // an operation was given another builder's tensor
     bool built_ = false;
 };

@@ -6,7 +6,7 @@
 
 namespace {
 
-// A graph that contradicts itself is a bug of whoever recorded it; there is nothing to go on with.
+// An inconsistent graph is a bug in the code that recorded it. Building it cannot go on.
 [[noreturn]] void fatal(const char* text) {
     std::fputs(text, stderr);
     std::fflush(stderr);
@@ -57,8 +57,8 @@ LayerFactory* LayerFactory::fusibleNext() const {
 
 void LayerFactory::update_pre_comsumer() {
     inputs.front() = fusiblePrev()->inputs.front();
-    // The first entry may belong to another factory. That does no harm: fusion reads an entry only where it is the
-    // single one, which is then the absorbed factory's; otherwise it only counts them.
+    // If the tensor has several consumers, the first may be another factory. Losing its entry does no harm: fusion
+    // reads the entry of a tensor with a single consumer only, and otherwise just counts the entries.
     inputs.front()->consumers.front() = this;
 }
 
@@ -66,7 +66,7 @@ void LayerFactory::update_next_producer() {
     LayerFactory* next = fusibleNext();
     std::unique_ptr<nolk::TensorX> taken = next->takeOutput();
     taken->producer = this;
-    // The tensor between the two goes with the absorbed factory: whoever recorded the network may still name it.
+    // The absorbed factory keeps the tensor between the two alive, because the host may still use its pointer.
     next->outputs.push_back(std::move(outputs.front()));
     outputs.front() = std::move(taken);
 }

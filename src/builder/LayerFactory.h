@@ -1,9 +1,9 @@
-// An operation of a network that is being built: refers to the tensors that it reads, owns those that it makes, and
-// creates the layer in the end. With the tensors it forms the graph: a tensor has one producer and its consumers in
-// order of creation. The builder calls, over all factories: the constructor as operations are recorded, then check,
-// fuse, connect, and after memory planning create. A factory that fusion has absorbed lives on until the builder goes,
-// because tensors may still name it as a consumer. A derived constructor hands its inputs up, computes the output's
-// shape and calls initOutputs once.
+// An operation of a network that is being built. It owns its output tensors, borrows its input tensors, and creates the
+// layer in the end. Factories and tensors form the graph: a tensor has one producer, and its consumers in order of
+// creation. A factory is constructed when its operation is recorded. build then calls, each for all factories: check,
+// fuse, connect, and after memory planning create. A factory that fusion has absorbed is kept as long as the builder,
+// because tensors may still list it as a consumer. The constructor of a derived class passes its inputs to this class,
+// computes the output's shape and calls initOutputs once.
 #pragma once
 
 #include <memory>
@@ -16,56 +16,58 @@ class Layer;
 
 class LayerFactory {
 public:
-    // Enters itself in the consumers of every input. No inputs: "inputs empty" and exit(1).
+    // Adds itself to the consumers of every input. Without inputs it prints "inputs empty" and calls exit(1).
     explicit LayerFactory(const std::vector<nolk::TensorX*>& factoryInputs);
     virtual ~LayerFactory() = default;
     LayerFactory(const LayerFactory&) = delete;
     LayerFactory& operator=(const LayerFactory&) = delete;
 
-    // The layer; its tensors are where the planner put them.
+    // Creates the layer. By now the planner has set the addresses of its tensors.
     virtual std::unique_ptr<Layer> create() = 0;
 
     // Gives each output its storage record: the first input's when the operation may work in place, else a new one.
     virtual void connect();
 
-    // Absorbs one neighbour and returns it, to be taken out of the network; null when there is nothing to absorb.
+    // Absorbs one neighbour and returns it, so that the builder removes it; null when there is nothing to absorb.
     virtual LayerFactory* fuse() { return nullptr; }
 
     // Whether the single output may be written over the first input.
     virtual bool inplaceOp() const { return false; }
 
-    // Throws std::invalid_argument when the layer would leave its tensors or parameters.
+    // Throws std::invalid_argument when the layer would access memory outside its tensors or parameters.
     virtual void check() const {}
 
-    // Takes ownership. None: "outputs empty"; one that has a producer: "producer not null"; exit(1).
+    // Takes ownership. Prints "outputs empty" if there are none, or "producer not null" if one has a producer already,
+    // and calls exit(1).
     void initOutputs(std::vector<std::unique_ptr<nolk::TensorX>> factoryOutputs);
 
-    // True when the operation allows it and nobody else needs the first input, a constant least of all.
+    // True when the operation allows it, and the first input is not a constant and has no other consumer.
     bool canInplace() const;
 
-    // The producer of the only input if nobody else reads that; the consumer of the only output if there is one alone.
+    // The producer of the only input if that has no other consumer; the consumer of the only output if it has just one.
     LayerFactory* fusiblePrev() const;
     LayerFactory* fusibleNext() const;
 
-    // Relinks after absorbing the factory before: takes over its input, and its place among that tensor's consumers.
+    // Updates the graph after this factory has absorbed its predecessor: takes over its input, and its entry among that
+    // tensor's consumers.
     void update_pre_comsumer();
 
-    // Relinks after absorbing the factory behind: takes over its output, and leaves it the own one.
+    // Updates the graph after this factory has absorbed its successor: the two exchange their outputs.
     void update_next_producer();
 
-    // Gives the only output away.
+    // Returns the only output with its ownership.
     std::unique_ptr<nolk::TensorX> takeOutput();
 
-    // The only input or output; "not 1 input", "not 1 output" and exit(1) where there is not exactly one.
+    // The only input or output. If there is not exactly one, prints "not 1 input" or "not 1 output" and calls exit(1).
     nolk::TensorX* input() const;
     nolk::TensorX* output() const;
 
     std::vector<nolk::TensorX*> inputs;  // borrowed
     std::vector<std::unique_ptr<nolk::TensorX>> outputs;
-    FloatArrays* givenArrays = nullptr;  // borrowed for create: weights that the layer may take over, if any
-    int call = -1;                       // of the builder, which has recorded it
+    FloatArrays* givenArrays = nullptr;  // borrowed during create: arrays that the layer may take over; may be null
+    int call = -1;                       // number of the builder's call that recorded it
 
 protected:
-    // One output of this shape.
+    // Creates a single output of this shape.
     void initOutput(const nolk::TensorShape& shape);
 };

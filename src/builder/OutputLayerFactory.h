@@ -1,5 +1,5 @@
-// Stands behind a graph output during build as one more consumer, so that neither fusion nor an operation that works in
-// place can use the output up. It makes no layer.
+// An additional consumer of each network output during build. Because of it, fusion does not remove the output and no
+// operation overwrites it in place. It makes no layer.
 #pragma once
 
 #include "builder/LayerFactory.h"

@@ -31,8 +31,8 @@ RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
     gemmThresh_ = intSetting(settings, "gemm_thresh", 2000000);
 }
 
-// A null input (an unknown id of a model file, or a failed operation before this one) is handed on as a null result,
-// and so is a tensor of another builder.
+// Returns null for a null input (an unknown id of a model file, or the result of a failed operation) and for a tensor
+// of another builder.
 template <typename Factory, typename... Args>
 nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
     if (!areOwn({x})) return nullptr;
@@ -44,7 +44,7 @@ nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX* a, nolk::TensorX* b, Elt
     return record<RawEltwiseLayerFactory>(a, b, type);
 }
 
-// 0.2 and 0.5 are the defaults of the hard sigmoid, carried where they are not used.
+// 0.2 and 0.5 are the defaults of the hard sigmoid; the other activations ignore them.
 nolk::TensorX* RawRunnerBuilder::activation(nolk::TensorX* x, ActivateType type) {
     return record<RawActLayerFactory>(x, type, 0.0f, 0.0f, 0.2f, 0.5f, nullptr, 0);
 }
@@ -136,7 +136,7 @@ nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { retur
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
     if (!areOwn({x})) return nullptr;
-    // An empty tensor needs none, and build refuses what cannot be represented.
+    // An empty tensor needs no scales, and build rejects a tensor that is too large.
     const bool hasChannels = isRepresentable(x->shape) && elementCount(x->shape) > 0;
     const int channels = hasChannels ? x->shape.c : 0;
     std::vector<float> ones(static_cast<std::size_t>(channels), 1.0f);

@@ -1,5 +1,5 @@
 // The built-in implementation of nolk::RunnerBuilder, "NolkRaw": each operation makes its factory.
-// A plug-in may derive from it and override the operations that it does in its own way.
+// A plug-in may derive from it and override the operations that it implements itself.
 // Settings: num_threads and gemm_thresh, for the convolutions' matrix products.
 #pragma once
 

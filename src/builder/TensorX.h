@@ -1,7 +1,7 @@
-// A tensor of a network that is being built: its shape, who makes it, who reads it, and where it will lie.
+// A tensor of a network that is being built: its shape, its producer, its consumers and its storage.
 //   TensorX x({1, 3, 8, 8, 3}, false);  x.setRawTensor(std::make_shared<RawTensor>());  Tensor view = x.toTensor();
 // Owned by the factory whose output it is, or by the builder (inputs and constants). producer and consumers are
-// borrowed and live as long as the builder. Readers, writers and views take the address as it is: make them after
+// borrowed and live as long as the builder. Readers, writers and views copy the address, so create them after memory
 // planning.
 #pragma once
 
@@ -25,8 +25,8 @@ public:
     TensorX(const TensorX&) = delete;
     TensorX& operator=(const TensorX&) = delete;
 
-    // From now on this tensor lies where raw does. Where raw is too small for it, raw grows; it never shrinks, because
-    // other tensors may share it.
+    // Makes raw the storage of this tensor. Increases raw's size if it is too small; never reduces it, because other
+    // tensors may share it.
     virtual void setRawTensor(const std::shared_ptr<RawTensor>& raw);
 
     virtual std::unique_ptr<NCHWReader> createReader() const;

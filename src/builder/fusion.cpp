@@ -1,5 +1,5 @@
-// Which neighbours a convolution and a max pooling take over, and how their parameters change. The builder takes the
-// absorbed factory out of the network and starts its walk anew, so one factory may absorb several neighbours.
+// Decides which neighbours a convolution or a max pooling absorbs, and updates its parameters. The builder removes the
+// absorbed factory and starts again with the first one, so one factory may absorb several neighbours.
 #include <algorithm>
 #include <cmath>
 
@@ -40,7 +40,7 @@ void addPadding(nolk::Padding& padding, const nolk::Padding& more) {
     padding.right += more.right;
 }
 
-// A copy, because the bias may be the fused one, which is about to be resized.
+// A copy, because weights.bias may point to fusedBias, which is about to be resized.
 std::vector<float> oldBias(const nolk::Weights& weights) {
     if (!weights.bias) return {};
     return {weights.bias, weights.bias + biasCount(weights)};
@@ -52,7 +52,7 @@ bool isZero(const nolk::Padding& p) { return p.top == 0 && p.bottom == 0 && p.le
 
 LayerFactory* ConvolutionLayerFactory::fuse() {
     LayerFactory* prev = fusiblePrev();
-    // A convolution without output may have weights that nobody has checked.
+    // The weights of a convolution with an empty output have not been checked.
     const bool canScale = areCountable(weights) && (weights.weight || weightCount(weights) == 0);
     auto* bnBefore = dynamic_cast<BatchNormalizationLayerFactory*>(prev);
     if (bnBefore && canScale && isZero(padding) && canAbsorbPreBn(*bnBefore)) {
@@ -60,7 +60,7 @@ LayerFactory* ConvolutionLayerFactory::fuse() {
         return bnBefore;
     }
     auto* bnBehind = dynamic_cast<BatchNormalizationLayerFactory*>(fusibleNext());
-    // One set of weights for several groups cannot have the factors of every group.
+    // A set of weights that several groups share cannot be multiplied by the factors of each.
     const bool oneFactorAWeight = !weights.shared || weights.groups == 1;
     if (bnBehind && canScale && oneFactorAWeight && output()->shape.c <= channelCount(*bnBehind)) {
         absorbBn(bnBehind);
@@ -78,14 +78,15 @@ void ConvolutionLayerFactory::absorbPad(PaddingLayerFactory* pad) {
     update_pre_comsumer();
 }
 
-// Every weight needs a factor of its input channel: one set of weights for all groups cannot have several, and the
-// index that grouped convolutions use, the output channel, has to exist.
+// Every weight needs the factor of its input channel. Weights that several groups share would need several factors.
+// Grouped convolutions use the output channel as index, so the vectors must be long enough for it.
 bool ConvolutionLayerFactory::canAbsorbPreBn(const BatchNormalizationLayerFactory& bn) const {
     if (weights.groups == 1) return weights.inChannels <= channelCount(bn);
     return !weights.shared && output()->shape.c <= channelCount(bn);
 }
 
-// conv(factor * x + addend): weights take the factor of their input channel, the bias what the addends sum up to.
+// conv(factor * x + addend): multiplies each weight by the factor of its input channel, and adds the sum of
+// weight * addend to the bias.
 void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
     const ChannelFactors factors = channelFactors(*bn);
     const int outChannels = weights.groups * weights.outChannels;
@@ -94,9 +95,9 @@ void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
     float* w = weights.weight;
     for (int o = 0; o < outChannels; ++o) {
         for (int i = 0; i < weights.inChannels; ++i) {
-            // With groups, the output channel stands for the input channel. That is the same in a depthwise
-            // convolution, the usual one with groups; others use the same index because results of networks in use
-            // depend on it.
+            // With groups, the output channel is used in place of the input channel. In a depthwise convolution both
+            // are the same. Other grouped convolutions keep this index because results of existing networks depend on
+            // it.
             const auto channel = static_cast<std::size_t>(weights.groups == 1 ? i : o);
             const auto factor = static_cast<float>(factors.factor[channel]);
             float sum = 0.0f;
@@ -117,7 +118,8 @@ void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
     update_pre_comsumer();
 }
 
-// factor * conv(x) + addend: every output channel's weights and bias take its factor, the bias its addend too.
+// factor * conv(x) + addend: multiplies weights and bias by the factor of their output channel, and adds its addend to
+// the bias.
 void ConvolutionLayerFactory::absorbBn(BatchNormalizationLayerFactory* bn) {
     const ChannelFactors factors = channelFactors(*bn);
     const int channels = channelCount(*bn);
@@ -146,10 +148,10 @@ LayerFactory* PoolingLayerFactory::fuse() {
     return pad;
 }
 
-// A window of padding and negative values gets another maximum: the padding layer's zeros took part, but the pooling
-// leaves out its own padding. Accepted because pooled values mostly come from a relu, and then none is negative. The
-// input still lists the padding as its consumer. That does no harm: fusion only counts consumers, and follows one only
-// if it is a batch normalisation.
+// This changes the maximum of a window that holds padding and only negative values: the zeros of the padding layer
+// counted, but the pooling ignores its own padding. This is accepted because pooled values mostly come from a relu and
+// then are not negative. The input still lists the padding as its consumer. That does no harm: fusion only counts
+// consumers, and follows one only if it is a batch normalisation.
 void PoolingLayerFactory::absorbPad(PaddingLayerFactory* pad) {
     addPadding(padding, pad->padding);
     inputs.front() = pad->inputs.front();

@@ -1,4 +1,4 @@
-// Refuses to build what cannot be carried out.
+// Rejects an operation that cannot be built.
 #pragma once
 
 // Throws std::invalid_argument with the text that printf would give, cut to 255 characters. The text names the

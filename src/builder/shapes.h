@@ -3,9 +3,9 @@
 
 #include <nolk.h>
 
-// Number of elements: the product of the extents, or 0 when one of them is below 1, as where a window is larger than
-// its input. Two negative extents do not make a full tensor: nothing was computed for it. Wraps beyond 32 bits: ask
-// isRepresentable first where the shape comes from outside.
+// The number of elements: the product of the extents, or 0 if any extent is below 1, for example because a window is
+// larger than its input. It is 0 for two negative extents too, although their product is positive. Wraps beyond 32
+// bits: call isRepresentable first if the shape comes from outside.
 int elementCount(const nolk::TensorShape& shape);
 
 // Whether the element count fits 32 bits.

@@ -2,7 +2,7 @@
 
 #include "builder/LayerFactory.h"
 
-// Activations read an element before they write the one of the same index.
+// In place is safe: an activation reads each element before it writes the result at the same index.
 class ActLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

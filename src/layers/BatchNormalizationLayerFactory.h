@@ -2,8 +2,8 @@
 
 #include "builder/LayerFactory.h"
 
-// Batch normalisation, as fusion sees it: y = (x - mean) * scale / sqrt(variance + epsilon) + bias for every channel,
-// which a neighbouring convolution may take over. The vectors are copies.
+// What fusion needs of a batch normalisation: y = (x - mean) * scale / sqrt(variance + epsilon) + bias for every
+// channel. A neighbouring convolution may absorb it. The vectors are copies.
 class BatchNormalizationLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

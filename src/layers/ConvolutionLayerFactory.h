@@ -5,8 +5,8 @@
 class BatchNormalizationLayerFactory;
 class PaddingLayerFactory;
 
-// A convolution, as fusion sees it: it takes over a batch normalisation on either side and a zero padding in front. The
-// rules stand in builder/fusion.cpp. Folding rewrites the weight array, which is the caller's.
+// What fusion needs of a convolution. It may absorb a batch normalisation before or after it, and a zero padding before
+// it; builder/fusion.cpp has the rules. Absorbing a batch normalisation changes the caller's weight array.
 class ConvolutionLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;
@@ -16,8 +16,8 @@ public:
     void absorbBn(BatchNormalizationLayerFactory* bn);
 
     nolk::Padding padding;
-    nolk::Weights weights;         // arrays: the caller's until create, but for a folded bias
-    std::vector<float> fusedBias;  // weights.bias points here after folding a batch normalisation
+    nolk::Weights weights;         // the caller owns its arrays until create, except fusedBias
+    std::vector<float> fusedBias;  // weights.bias points here after absorbing a batch normalisation
 
 private:
     bool canAbsorbPreBn(const BatchNormalizationLayerFactory& bn) const;

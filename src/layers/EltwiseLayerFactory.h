@@ -2,7 +2,7 @@
 
 #include "builder/LayerFactory.h"
 
-// Element-wise operations read an element of a before they write the one of the same index.
+// In place is safe: an element-wise operation reads each element of a before it writes the result at the same index.
 class EltwiseLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

@@ -2,7 +2,7 @@
 
 #include "builder/LayerFactory.h"
 
-// A plane is summed up before its elements are written.
+// In place is safe: mean and variance of a plane are computed before its elements are overwritten.
 class InstanceNormalizationLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

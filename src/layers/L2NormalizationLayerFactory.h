@@ -2,7 +2,7 @@
 
 #include "builder/LayerFactory.h"
 
-// A position is summed up before its channels are written.
+// In place is safe: the norm of a position is computed before its channels are overwritten.
 class L2NormalizationLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

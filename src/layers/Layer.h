@@ -1,7 +1,7 @@
 // An operation that computes: reads its input tensors, writes its output tensor, both in the runner's arena. Layers
-// copy weights and parameters when they are made, or take over arrays that were given away; they never own the memory
-// of their tensors. A runner calls run in the order in which layers were built, on one thread at a time. Nothing is
-// left to check there, because factories have checked everything.
+// copy weights and parameters when they are created, or take over arrays that were handed over; they never own the
+// memory of their tensors. A runner calls run in the order in which layers were built, on one thread at a time. run
+// checks nothing, because factories have checked everything.
 #pragma once
 
 #include <nolk.h>
@@ -17,7 +17,7 @@ public:
     Layer(const Layer&) = delete;
     Layer& operator=(const Layer&) = delete;
 
-    // scratch is shared by all layers of a runner: grow it to what is needed, use it from its start.
+    // All layers of a runner share scratch: a layer first grows it to the required size, and may use all of it.
     virtual void run(AlignedMemory<float>& scratch);
 
     // The first input and the output; empty tensors where there are none.
@@ -27,6 +27,6 @@ public:
     // Sets desc to what printf would give, cut to 255 characters.
     Layer* setDesc(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-    std::string desc;  // "conv", say
-    int call = -1;     // of the builder, which has recorded it, see nolk::LayerDescription
+    std::string desc;  // for example "conv"
+    int call = -1;     // number of the builder's call that recorded it, see nolk::LayerDescription
 };

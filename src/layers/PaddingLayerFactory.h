@@ -2,7 +2,8 @@
 
 #include "builder/LayerFactory.h"
 
-// Zero padding, as fusion sees it: a convolution or a max pooling behind it may take the amounts over.
+// What fusion needs of a zero padding. A convolution or a max pooling after it may absorb it, adding its amounts to
+// their own padding.
 class PaddingLayerFactory : public LayerFactory {
 public:
     PaddingLayerFactory(nolk::TensorX* x, nolk::Padding amounts) : LayerFactory({x}), padding(amounts) {}

@@ -4,7 +4,7 @@
 
 class PaddingLayerFactory;
 
-// Pooling, as fusion sees it: a maximum takes over a zero padding in front of it, an average never does.
+// What fusion needs of a pooling. A max pooling absorbs a zero padding before it, an average pooling never does.
 class PoolingLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

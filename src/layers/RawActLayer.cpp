@@ -40,7 +40,7 @@ void RawActLayer::run(AlignedMemory<float>&) {
         case ACT_PRELU:
             return prelu(count);
     }
-    // A layer cannot report anything to the caller of run, so an unknown type just leaves the output as it is.
+    // A layer cannot report anything to the caller of run, so an unknown type leaves the output unchanged.
 }
 
 // Slope k belongs to the k-th of c equal parts of the whole tensor. In a batch above 1 these parts are not the

@@ -1,5 +1,5 @@
-// y = ((x - mean) * scale) / sqrt(variance + epsilon) + bias with the channel's values, in this order of
-// single-precision steps.
+// y = ((x - mean) * scale) / sqrt(variance + epsilon) + bias with the channel's values, computed in single precision
+// and in this order.
 //   in, out [n, c, h, w]; out may be in. The vectors hold at least c floats.
 #pragma once
 

@@ -1,5 +1,5 @@
-// Records a batch normalisation. Output: shaped as the input. Copies the vectors; refuses ones shorter than the
-// channels.
+// Records a batch normalisation. Output: the input's shape. Copies the vectors; check rejects a vector with fewer
+// values than the input has channels.
 #pragma once
 
 #include "layers/BatchNormalizationLayerFactory.h"

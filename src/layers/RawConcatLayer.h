@@ -1,5 +1,5 @@
-// Joins tensors along an axis (0 = n, 1 = c, 2 = h, 3 = w; -4 to -1 the same from the end).
-//   in [n, c, h, w] each, equal off the axis; out has the sum of the extents at the axis
+// Joins tensors along an axis (0 = n, 1 = c, 2 = h, 3 = w; -4 to -1 mean the same axes).
+//   in [n, c, h, w] each, extents equal except at the axis; out has the sum of the extents at the axis
 // Another axis prints a line to standard output and copies nothing.
 #pragma once
 

@@ -19,12 +19,12 @@ int extentAt(const nolk::TensorShape& shape, int axis) {
     return extents[axis];
 }
 
-// Doubles hold every number up to 2^53 and never wrap; beyond that a result only has to be too large.
+// Doubles are exact up to 2^53 and never wrap. Larger values are not exact, but still compare as too large.
 
 bool isInt(double value) { return value >= INT_MIN && value <= INT_MAX; }
 
-// Where the copies of a non-empty input end in the output. before: sum of the earlier inputs' extents along the axis
-// (rows and columns start there). copied: elements (axis n) or channels (axis c) of the earlier non-empty inputs.
+// The offset in the output where the copy of a non-empty input ends. before: sum of the earlier inputs' extents at the
+// axis, where rows and columns start. copied: elements (axis n) or channels (axis c) of the earlier non-empty inputs.
 double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis, double before, double copied) {
     const double planes = static_cast<double>(in.n) * in.c;
     switch (axis) {
@@ -41,7 +41,7 @@ double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int a
     }
 }
 
-// Where the copies of an input end in the input itself.
+// The offset in the input where the copy of it ends.
 double readEnd(const nolk::TensorShape& in, const nolk::TensorShape& out, int axis) {
     const bool copies = axis == 1 && in.c > 0 && elementCount(out) > 0;
     return copies ? static_cast<double>(out.n) * in.c * out.h * out.w : 0.0;
@@ -54,7 +54,7 @@ RawConcatLayerFactory::RawConcatLayerFactory(const std::vector<nolk::TensorX*>& 
     const nolk::TensorShape& first = inputs.front()->shape;
     int extents[] = {first.n, first.c, first.h, first.w};
     const int index = axisFromStart(axis_);
-    // A sum beyond an int is refused by check.
+    // check() rejects a sum that does not fit an int.
     if (index >= 0) extents[index] = isInt(joinedExtent()) ? static_cast<int>(joinedExtent()) : 0;
     if (first.dims == 1)
         initOutput({extents[0], extents[1], 1, 1, 1});
@@ -73,12 +73,12 @@ void RawConcatLayerFactory::check() const {
     if (axis < 0) return;
     if (!isInt(joinedExtent())) refuse("concat: extents must add up to 32 bits, are %.0f", joinedExtent());
     const nolk::TensorShape& out = output()->shape;
-    if (!isRepresentable(out)) return;  // refused for every operation alike
+    if (!isRepresentable(out)) return;  // the builder rejects it for every operation
 
     double extents = 0.0, copied = 0.0;
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         const nolk::TensorShape& in = inputs[i]->shape;
-        // Into an output without elements the layer joins no channels, but it would copy rows and columns.
+        // If the output is empty, the layer copies no channels, but it would still copy rows and columns.
         const bool hasPlace = axis < 2 || (extents >= 0.0 && elementCount(out) > 0);
         const bool leavesOutput =
             elementCount(in) > 0 && (!hasPlace || writeEnd(in, out, axis, extents, copied) > elementCount(out));

@@ -1,5 +1,5 @@
-// Records a concatenation. Output: the first input's shape, its extent at the axis being the sum over the inputs. The
-// other extents need not agree as long as the copies stay inside the tensors. An axis that does not exist leaves the
+// Records a concatenation. Output: the first input's shape, with the sum of all inputs' extents at the axis. The other
+// extents need not agree as long as the copies stay inside the tensors. If the axis does not exist, the output has the
 // first input's shape.
 #pragma once
 

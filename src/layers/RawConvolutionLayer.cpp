@@ -17,7 +17,7 @@ RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output
       stride_(stride),
       dilation_(dilation),
       weights_(weights),
-      // Where nothing is computed, the counts need not be right.
+      // The counts have not been checked if the output is empty.
       weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0, given)),
       bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0, given)),
       input_(input),
@@ -47,7 +47,7 @@ void RawConvolutionLayer::run(AlignedMemory<float>& scratch) {
     const nolk::TensorShape& out = output_.shape;
     const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(in.h) * in.w;
     const std::ptrdiff_t outPlane = static_cast<std::ptrdiff_t>(out.h) * out.w;
-    // Shared weights are one group's, for all of them.
+    // Shared weights have the values of one group, which all groups use.
     const std::ptrdiff_t groupWeights = weights_.shared ? 0
                                                         : static_cast<std::ptrdiff_t>(weights_.outChannels) *
                                                               weights_.inChannels * weights_.kernelH * weights_.kernelW;
@@ -97,7 +97,7 @@ void RawConvolutionLayer::im2col(float* columns, const float* input) const {
     }
 }
 
-// Output columns that copyTiles can fill: their windows lie within the rows.
+// Output columns that copyTiles can fill: their windows lie completely inside the input's rows.
 RawConvolutionLayer::Range RawConvolutionLayer::insideColumns() const {
     const int stride = stride_.w;
     if ((stride != 1 && stride != 2) || dilation_.w < 0 || taps_.size() < kTile) return {0, 0};
@@ -105,14 +105,15 @@ RawConvolutionLayer::Range RawConvolutionLayer::insideColumns() const {
     const std::int64_t lastTap = static_cast<std::int64_t>(weights_.kernelW - 1) * dilation_.w;
     const std::int64_t left = padding_.left;
     const std::int64_t begin = std::clamp<std::int64_t>((left + stride - 1) / stride, 0, outW);
-    const std::int64_t positions = input_.shape.w + left - lastTap;  // of a window's left edge, from the padding on
+    const std::int64_t positions = input_.shape.w + left - lastTap;  // of a window's left edge, left padding included
     const std::int64_t end = std::min((positions + stride - 1) / stride, outW);
     if (end - begin < kTile) return {0, 0};
     return {static_cast<int>(begin), static_cast<int>(end)};
 }
 
-// Eight taps of eight windows at a time: in the input the windows are neighbours, in the columns the taps. The last
-// tile, of taps as of windows, is moved back to fit.
+// Copies eight taps of eight windows at a time. It transposes them: in the input the same tap of neighbouring windows
+// is adjacent (kStride apart), in the columns the taps of one window are. The last tile in each direction is moved back
+// to fit, so it may overlap the one before.
 template <int kStride>
 void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outRow, Range outColumns) const {
     static constexpr float kZeros[kTile * kStride] = {};
@@ -126,7 +127,7 @@ void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outR
             const float* in[kTile];
             for (int i = 0; i < kTile; ++i) in[i] = rows[i] ? rows[i] + (first * kStride - padding_.left) : kZeros;
             float* dst = columns + static_cast<std::ptrdiff_t>(first) * tapCount + firstTap;
-            // The columns are too many for the near caches, and too far apart for the processor to see what comes next.
+            // The columns do not fit the near caches, and are too far apart for the hardware prefetcher.
             for (int i = 0; i < kTile; ++i)
                 __builtin_prefetch(dst + static_cast<std::ptrdiff_t>(i) * tapCount + 3 * kTile, 1);
             transposeTile<kStride>(in, dst, tapCount);
@@ -134,7 +135,7 @@ void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outR
     }
 }
 
-// Where the tap reads for the first window of a row; null outside the input.
+// The address that the tap reads for the first window of an output row; null if it is outside the input.
 const float* RawConvolutionLayer::tapRow(const float* input, int outRow, const Tap& tap) const {
     const float* row = sourceRow(input, outRow * stride_.h - padding_.top + tap.row);
     return row ? row + tap.offset : nullptr;
@@ -151,12 +152,12 @@ void RawConvolutionLayer::copyWindows(float* columns, const float* input, int ou
             }
 }
 
-// One row of a window, from firstColumn of a row of the input; row is null outside the input.
+// Copies one row of a window, starting at firstColumn of an input row; row is null outside the input.
 void RawConvolutionLayer::copyRow(float* dst, const float* row, int firstColumn) const {
     const int width = weights_.kernelW;
     const int inW = input_.shape.w;
     if (row && dilation_.w == 1 && firstColumn >= 0 && width <= inW - firstColumn) {
-        // Three is what most kernels have; a length that is known is copied without a call.
+        // Most kernels are three wide. A copy of constant length needs no function call.
         if (width == 3)
             std::memcpy(dst, row + firstColumn, 3 * sizeof(float));
         else

@@ -1,11 +1,11 @@
-// A convolution in groups, with stride, dilation and zeros around the input:
+// A grouped convolution with stride, dilation and zero padding:
 //   y[b, o, oh, ow] = bias[o] + sum over i, kh, kw of
 //                     x[b, i, oh * stride.h - top + kh * dilation.h, ow * stride.w - left + kw * dilation.w] *
 //                     weight[o, i, kh, kw]
 //   in [n, groups * inChannels, h, w], weights [group, out, in, kh, kw], out [n, groups * outChannels, oh, ow]
-// Each group of each sample is a matrix product of weights and windows. The windows of a 1x1 kernel with stride 1 and
-// no padding are the input as it lies; others are copied to the runner's scratch memory first, window behind window
-// (im2col), where the next group's windows overwrite them.
+// Each group of each sample is a matrix product of weights and windows. For a 1x1 kernel with stride 1 and no padding,
+// the input itself is the matrix of windows. Otherwise im2col copies the windows, one after the other, to the runner's
+// scratch memory; each group overwrites the windows of the group before.
 #pragma once
 
 #include <vector>
@@ -23,13 +23,14 @@ public:
     nolk::Tensor getInputTensor() const override { return input_; }
     nolk::Tensor getOutputTensor() const override { return output_; }
 
-    // Every output position's window: columns [oh * ow][in, kh, kw] from one group's channels [in, h, w] of one sample.
+    // Copies the window of every output position: columns [oh * ow][in, kh, kw] from the channels [in, h, w] of one
+    // group of one sample.
     void im2col(float* columns, const float* input) const;
 
-    // The result by definition, one fused multiply-add after the other. What run computes, up to rounding.
+    // Computes the result by its definition, one fused multiply-add after the other. run gives the same up to rounding.
     void algo() const;
 
-    // Whether the input itself is the matrix to multiply with. The dilation of a single tap does not matter.
+    // Whether the input itself is the matrix of windows. Dilation does not matter for a kernel with a single value.
     static bool isPointwise(const nolk::Weights& weights, const nolk::Padding& padding, const nolk::DimsHW& stride);
 
 private:
@@ -38,7 +39,7 @@ private:
         int begin, end;
     };
 
-    // A value of a window: where it lies in the row and the plane of the window's first value.
+    // The position of one of a window's values, relative to the first.
     struct Tap {
         std::ptrdiff_t offset;  // channel and column
         int row;

@@ -1,6 +1,6 @@
 // Records a convolution. Output [n, groups * outChannels, oh, ow] with
 //   oh = (h + top + bottom - ((kernelH - 1) * dilation.h + 1)) / stride.h + 1, ow likewise.
-// Refuses input channels that disagree with the weights. Keeps the caller's arrays until create.
+// Rejects input channels that disagree with the weights. Reads the caller's arrays until create.
 #pragma once
 
 #include "layers/ConvolutionLayerFactory.h"

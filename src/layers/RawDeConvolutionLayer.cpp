@@ -10,11 +10,11 @@
 
 namespace {
 
-// Sums the products of neighbouring columns, in kVectors registers, or of a single one (0).
+// Sums up the products of neighbouring columns: as many as fit kVectors registers, or a single one if kVectors is 0.
 template <int kVectors>
 void sumUp(const float* in, const float* weights, const RawDeConvolutionLayer::Product* products, std::size_t count,
            float* sums) {
-    // Set one by one: compilers clear a whole array in memory, and then keep it there.
+    // A loop, because compilers clear an array with an initialiser in memory, and then keep it there.
     Lanes acc[kVectors];
     for (int v = 0; v < kVectors; ++v) acc[v] = broadcast(0.0f);
     for (std::size_t p = 0; p < count; ++p) {
@@ -115,7 +115,7 @@ float RawDeConvolutionLayer::withBias(float sum, int channel) const {
     return bias_.empty() ? sum : sum + bias_[static_cast<std::size_t>(channel)];
 }
 
-// One output row of every channel.
+// Computes one output row of every channel.
 void RawDeConvolutionLayer::runRow(const float* in, float* out, int row) {
     const int width = output_.shape.w;
     for (int phase = 0; phase < std::min(columnStep_, width); ++phase) {
@@ -134,8 +134,9 @@ void RawDeConvolutionLayer::runRow(const float* in, float* out, int row) {
     }
 }
 
-// Whether there are `count` columns from one on, columnStep_ apart, that take the same kernel columns, from sources
-// that rise by one. It is enough that both ends do, since a kernel column serves an unbroken range of sources.
+// Whether there are `count` output columns, beginning with `column` and columnStep_ apart, that use the same kernel
+// columns, each with the source after that of the column before. It is enough to check the first and the last, because
+// a kernel column is used with a contiguous range of sources.
 bool RawDeConvolutionLayer::sameTaps(int column, int count) const {
     const std::int64_t lastColumn = column + static_cast<std::int64_t>(count - 1) * columnStep_;
     if (lastColumn >= output_.shape.w) return false;
@@ -147,7 +148,7 @@ bool RawDeConvolutionLayer::sameTaps(int column, int count) const {
            columns_.source[first] + count - 1 == columns_.source[last];
 }
 
-// Neighbours among the output columns that lie columnStep_ apart, in every channel.
+// Computes output columns that are columnStep_ apart, beginning with `column`, in every channel.
 template <int kVectors>
 void RawDeConvolutionLayer::gather(const float* in, float* out, int row, int column) {
     constexpr int kColumns = kVectors == 0 ? 1 : kVectors * kLanes;
@@ -162,7 +163,7 @@ void RawDeConvolutionLayer::gather(const float* in, float* out, int row, int col
     }
 }
 
-// What an output element of channel 0 is made of, in order, to products_; returns how many there are.
+// Lists in products_, in order, the products whose sum is an output element of channel 0; returns their number.
 std::size_t RawDeConvolutionLayer::listProducts(int row, int column) {
     const auto r = static_cast<std::size_t>(row), c = static_cast<std::size_t>(column);
     const nolk::TensorShape& s = input_.shape;

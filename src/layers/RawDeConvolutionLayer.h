@@ -1,8 +1,9 @@
 // Transposed convolution: out[o, ih * stride.h - top + kh, iw * stride.w - left + kw] += in[i, ih, iw] * w[i, o, kh,
-// kw] wherever that is inside the output, from 0, then the bias.
-//   in [n, i, ih, iw]; w [i, o, kh, kw], of which the input may have fewer i; out [n, o, oh, ow]
-// Rows of the input count while ih * stride.h <= oh + top + bottom - kernelH, columns likewise. An output element
-// receives its products, fused, in the order of i, ih, iw; the layer goes through the outputs and gathers them.
+// kw] wherever that is inside the output. The sum begins with 0; the bias is added last.
+//   in [n, i, ih, iw]; w [i, o, kh, kw], the input may have fewer channels i than w; out [n, o, oh, ow]
+// Only rows with ih * stride.h <= oh + top + bottom - kernelH are used, oh being the output's height; columns likewise.
+// The layer goes through the output elements and adds up the products of each by fused multiply-adds, in the order of
+// i, ih, iw.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +14,7 @@
 
 class RawDeConvolutionLayer final : public Layer {
 public:
-    // Offsets of a source in the input's sample and of its weight in one output channel's.
+    // The offset of an input value in its sample, and of its weight from the first weight of the output channel.
     struct Product {
         std::ptrdiff_t source;
         std::ptrdiff_t weight;
@@ -22,7 +23,7 @@ public:
     RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
                           const nolk::Weights& weights, FloatArrays* given = nullptr);
 
-    // Whether there is anything to multiply; without, weights are not looked at.
+    // Whether there is anything to multiply. If not, the weights are never read.
     static bool hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out, const nolk::Weights& weights);
 
     void run(AlignedMemory<float>& scratch) override;
@@ -50,12 +51,12 @@ private:
 
     nolk::Tensor input_;
     nolk::Tensor output_;
-    int columnStep_;  // distance of output columns that take the same kernel columns
+    int columnStep_;  // distance of output columns that use the same kernel columns
     int kernelH_;
     int kernelW_;
-    FloatBuffer weight_;       // of the input's channels; null where there is nothing to multiply
+    FloatBuffer weight_;       // of the input's channels; null if there is nothing to multiply
     std::vector<float> bias_;  // one for every output channel, or none
     Taps rows_;
     Taps columns_;
-    std::vector<Product> products_;  // of the element at hand
+    std::vector<Product> products_;  // of the current output element
 };

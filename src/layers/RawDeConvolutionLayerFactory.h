@@ -1,5 +1,5 @@
 // Records a transposed convolution. Output: [n, groups * outChannels, (kernelH - 1) * dilation.h + 1 + (h - 1) *
-// stride.h - top - bottom, w likewise]. Dilation enters the shape only. The weight arrays stay the caller's and are
+// stride.h - top - bottom, w likewise]. Dilation affects the shape only. The caller owns the weight arrays, which are
 // read until create.
 #pragma once
 

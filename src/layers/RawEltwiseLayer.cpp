@@ -34,13 +34,13 @@ RawEltwiseLayer::RawEltwiseLayer(nolk::Tensor a, nolk::Tensor b, nolk::Tensor ou
 void RawEltwiseLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& a = a_.shape;
     const nolk::TensorShape& b = b_.shape;
-    // A layer cannot report anything to the caller of run, so an unknown type just leaves the output as it is.
+    // A layer cannot report anything to the caller of run, so an unknown type leaves the output unchanged.
     if (type_ < ELTWISE_ADD || type_ > ELTWISE_MAX) return;
-    // The other extents of an empty tensor may be too many to count through.
+    // An empty tensor may have other extents that are too large to loop over.
     if (elementCount(a) == 0) return;
     const Operation& operation = kOperations[type_];
-    // Not by broadcastChannel: a maximum finds elements of b by b's own extents, also where b has several channels, but
-    // not as many as a.
+    // A maximum does not use broadcastChannel. It indexes b by b's own extents, even if b has several channels but not
+    // as many as a.
     if (type_ == ELTWISE_MAX) return binary(operation);
     if (b.c == a.c && b.h == 1 && b.w == 1) return broadcastSpace(operation);
     if (b.c != a.c && b.w == a.w && b.h == a.h) return broadcastChannel(operation);
@@ -80,12 +80,12 @@ void RawEltwiseLayer::binary(const Operation& operation) const {
             }
 }
 
-// n elements of a from `at` with those of b from atB, as far as there are any.
+// Combines n elements of a from `at` with elements of b from atB. Elements beyond the end of b count as 0.
 void RawEltwiseLayer::combine(const Operation& operation, int n, std::ptrdiff_t at, std::int64_t atB) const {
     const int present = atB < 0 ? 0 : static_cast<int>(std::clamp<std::int64_t>(countB_ - atB, 0, n));
     if (present > 0) operation.arrays(present, output_.data + at, a_.data + at, b_.data + atB);
     if (present < n) operation.scalar(n - present, output_.data + at + present, a_.data + at + present, 0.0f);
 }
 
-// Negative places come from negative extents, where b is empty.
+// An index is negative only if b has negative extents and therefore no elements.
 float RawEltwiseLayer::elementOfB(std::int64_t at) const { return at >= 0 && at < countB_ ? b_.data[at] : 0.0f; }

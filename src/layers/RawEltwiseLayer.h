@@ -1,8 +1,8 @@
 // a + b, a - b, a * b, a / b, or a > b ? a : b (so b when one of them is NaN), element by element.
 //   a, out [n, c, h, w]; out may be a
-//   b      a's shape, or 1 at c, h or w, which is broadcast. The batch is not.
-// With neither a's c nor a 1 at c, but a's h and w, b is read as one plane a sample. An element of b that does not
-// exist (a batch of 1 against more) counts as 0.
+//   b      a's shape, or 1 at c, h or w, which is broadcast. The batch is not broadcast.
+// If b has a's h and w, but a c that is neither a's nor 1, b is read as one plane per sample. Elements that b does not
+// have, for example because only a has a batch above 1, count as 0.
 #pragma once
 
 #include "layers/Layer.h"

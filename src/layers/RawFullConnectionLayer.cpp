@@ -13,7 +13,7 @@ RawFullConnectionLayer::RawFullConnectionLayer(nolk::Tensor input, nolk::Tensor 
     : input_(input),
       output_(output),
       groups_(weights.groups),
-      // Where nothing is computed, the counts need not be right.
+      // The counts have not been checked if the output is empty.
       weight_(ownedFloats(weights.weight, elementCount(output.shape) > 0 ? weightCount(weights) : 0, given)),
       bias_(ownedFloats(weights.bias, elementCount(output.shape) > 0 ? biasCount(weights) : 0, given)) {
     desc = "fc";

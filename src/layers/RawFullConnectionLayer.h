@@ -1,7 +1,7 @@
 // y = x * weight^T + bias, one matrix product on the calling thread.
 //   in [n, c, 1, 1], weights [out, c / groups], bias [out], y [n, groups * out, 1, 1]
-// Each group is a row of its own in the product, and all rows use the same weights and biases, because model files hold
-// one group's worth of them. The input is read as n * c floats, even where its h or w is above 1.
+// Each group is a separate row of the product, and all rows use the same weights and biases, because model files store
+// those of one group only. The input is read as n * c floats, even if its h or w is above 1.
 #pragma once
 
 #include "layers/Layer.h"

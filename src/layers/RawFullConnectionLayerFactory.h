@@ -1,5 +1,5 @@
-// Records a fully connected operation. Output [n, groups * outChannels, 1, 1] with dims 1. Refuses an input with more
-// channels than the weights have room for. Keeps the caller's arrays until create.
+// Records a fully connected operation. Output [n, groups * outChannels, 1, 1] with dims 1. Rejects an input with more
+// channels than there are weights for. Reads the caller's arrays until create.
 #pragma once
 
 #include "layers/FullConnectionLayerFactory.h"

@@ -1,6 +1,6 @@
-// y = x * k + t for every plane, with k = scale[c] / sqrt(variance + epsilon) and t = bias[c] - mean * k, each rounded
-// once. Mean and population variance of the plane's h * w values are summed up in row-major order, squares being fused
-// into the sum.
+// y = x * k + t for every plane, with k = scale[c] / sqrt(variance + epsilon) and t = bias[c] - mean * k; y and t are
+// fused multiply-adds. Mean and population variance of the plane's h * w values are summed up in row-major order,
+// squares by fused multiply-adds.
 //   in, out  [n, c, h, w]; out may be in
 #pragma once
 

@@ -9,10 +9,10 @@
 
 namespace {
 
-// Positions that are worked on together, so that the loops run over neighbours.
+// Number of positions that are processed together, so that the inner loops run over adjacent floats.
 constexpr int kPositions = 64;
 
-// At most kPositions neighbouring positions, whose channels lie `plane` apart.
+// Normalises at most kPositions neighbouring positions. The channels of a position are `plane` floats apart.
 void normalizePositions(const float* in, float* out, int channels, int plane, int positions) {
     float norm[kPositions] = {};
     for (std::ptrdiff_t c = 0; c < channels; ++c)

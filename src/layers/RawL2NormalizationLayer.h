@@ -1,7 +1,7 @@
 // y = x / sqrt(sum over c of x^2), for every sample, row and column; squares are fused into the sum, in channel order.
 //   in, out  [n, c, h, w]; out may be in
-// Nothing is added to the sum against division by 0, because that would change every other result: where all channels
-// are 0 the results are NaN.
+// There is no epsilon against division by 0, because it would change every other result: if all channels are 0, the
+// results are NaN.
 #pragma once
 
 #include "layers/Layer.h"

@@ -8,11 +8,11 @@
 
 namespace {
 
-// Units whose sums are kept in registers while the inputs run.
+// Registers that hold the sums of a block of units during the loop over the inputs.
 constexpr int kVectors = 8;
 constexpr std::size_t kBlock = kVectors * kLanes;
 
-// sums[u] = bias[u] + sum over r of weights[r][u] * state[r], one after the other, products rounded.
+// sums[u] = bias[u] + sum over r of weights[r][u] * state[r]. Each product is rounded and added one after the other.
 void sumUp(const float* weights, const float* bias, const float* state, std::size_t rows, float* sums) {
     Lanes acc[kVectors];
     for (int v = 0; v < kVectors; ++v) acc[v] = loadLanes(bias + v * kLanes);
@@ -22,18 +22,18 @@ void sumUp(const float* weights, const float* bias, const float* state, std::siz
 }
 
 // Stores value in memory that is still zero. Zeros are not stored, so that weights which a file announces but does not
-// hold take no memory.
-void put(float value, float* place) {
+// contain take no memory.
+void storeNonZero(float value, float* place) {
     if (value != 0.0f || std::signbit(value)) *place = value;
 }
 
-// Floats that are read once, from first to last. Of an array that was given away, the memory goes back in steps.
+// Reads an array once, from first to last. If the array was handed over, its memory is freed step by step.
 class Source {
 public:
     Source(float* floats, FloatArrays* given)
         : at_(floats), kept_(floats), own_(given ? given->take(floats) : nullptr) {}
 
-    // The next count floats, which hold until the next call.
+    // The next count floats, valid until the next call.
     const float* next(std::size_t count) {
         constexpr std::ptrdiff_t kStep = 1 << 18;
         if (own_ && at_ - kept_ >= kStep) {
@@ -84,8 +84,8 @@ void RawLstmLayer::packWeights(const nolk::LstmWeights& weights, FloatArrays* gi
             float* column = direction + u / kBlock * rows * kBlock + u % kBlock;
             const float* const input = inputs.next(i);
             const float* const recurrent = recurrents.next(h);
-            for (std::size_t r = 0; r < i; ++r, column += kBlock) put(input[r], column);
-            for (std::size_t r = 0; r < h; ++r, column += kBlock) put(recurrent[r], column);
+            for (std::size_t r = 0; r < i; ++r, column += kBlock) storeNonZero(input[r], column);
+            for (std::size_t r = 0; r < h; ++r, column += kBlock) storeNonZero(recurrent[r], column);
         }
 }
 
@@ -107,7 +107,7 @@ void RawLstmLayer::run(AlignedMemory<float>&) {
          bias_.data() + paddedUnits_);
 }
 
-// One direction; out is its first output, rows being those of all directions.
+// Computes one direction. out points to its first output; a row of out holds the outputs of all directions.
 void RawLstmLayer::lstm(const float* in, float* out, bool backward, const float* weights, const float* bias) {
     const int steps = input_.shape.h;
     const std::ptrdiff_t row = static_cast<std::ptrdiff_t>(numDirections_) * hiddenSize_;

@@ -1,9 +1,9 @@
 // A long short-term memory network over sequences of T steps, from zero states; H units, I features, D directions.
-//   in [n, c, T, I]; out [n, c, T, D * H]: of c, the first n * T rows of the buffer take part, the rest stays as it is
+//   in [n, c, T, I]; out [n, c, T, D * H]; only the first n * T rows of each are used, other outputs stay unchanged
 //   a = bias + W x + R h, added up in this order, for the gates i, o, f and g
 //   m = sigmoid(a_f) * m + sigmoid(a_i) * tanh(a_g),  h = sigmoid(a_o) * tanh(m)
-// With D = 1 time runs backward if `direction` is backward; with D = 2 a forward pass is followed by a backward one,
-// whose outputs stand behind the forward ones of the same step. Weights are copied into another order.
+// With D = 1 time runs backward if `direction` is backward. With D = 2 a forward pass is followed by a backward pass,
+// whose outputs come after the forward ones of the same step. Weights are copied into another order.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +14,8 @@
 
 class RawLstmLayer final : public Layer {
 public:
-    // Weights that were given away give their memory back while they are packed: they and the copy may be most of what
-    // a program needs while it loads a model.
+    // Frees weights that were handed over while it packs them, because they and the packed copy may be most of the
+    // memory that a program needs while it loads a model.
     RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights,
                  FloatArrays* given = nullptr);
 
@@ -40,6 +40,6 @@ private:
                                  // up side by side
     std::vector<float> bias_;    // [D, blocks, block]
     std::vector<float> gates_;   // [4, H] of one step, padded
-    std::vector<float> state_;   // x and h of one step, one behind the other as the columns of [W R] are
+    std::vector<float> state_;   // x and h of one step, in the order of the columns of [W R]
     std::vector<float> memory_;  // m
 };

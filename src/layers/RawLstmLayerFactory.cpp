@@ -24,7 +24,7 @@ void RawLstmLayerFactory::check() const {
 
     const nolk::TensorShape& in = input()->shape;
     if (elementCount(output()->shape) == 0) return;
-    // Steps lie inputSize floats apart, whatever the input's width is: only the end of the last has to be there.
+    // Steps are inputSize floats apart, whatever the input's width is, so only the end of the last step must exist.
     if (static_cast<double>(in.n) * in.h * w.inputSize > elementCount(in))
         refuse("lstm: weights expect %d features, input has %d", w.inputSize, in.w);
     if ((w.inputSize > 0 && !w.inputWeights) || !w.recurrentWeights) refuse("lstm: weights must not be null");

@@ -1,6 +1,6 @@
 // Records an LSTM layer. Output: [n, c, t, numDirections * hiddenSize] for an input [n, c, t, inputSize]. The number of
-// directions decides how many passes there are; with one, `direction` decides which way it runs. The weight arrays stay
-// the caller's and are read until create.
+// directions is the number of passes; with one, `direction` decides which way it runs. The caller owns the weight
+// arrays, which are read until create.
 #pragma once
 
 #include "layers/LstmLayerFactory.h"

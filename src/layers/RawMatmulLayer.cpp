@@ -8,7 +8,8 @@
 
 namespace {
 
-// A block of the output, kVectors registers wide, kept there while k runs. a has k columns, b and out have w.
+// Computes a block of the output, kVectors registers wide, which stays in registers during the loop over k. a has k
+// columns, b and out have w.
 template <int kRows, int kVectors>
 void multiplyBlock(const float* a, const float* b, float* out, std::ptrdiff_t k, std::ptrdiff_t w) {
     Lanes sums[kRows][kVectors] = {};
@@ -28,7 +29,7 @@ void multiplyColumn(const float* a, const float* b, float* out, std::ptrdiff_t k
     for (int r = 0; r < kRows; ++r) out[r * w] = sums[r];
 }
 
-// Rows of the output, as wide as b is: wide blocks first.
+// Computes kRows rows of the output, wide blocks first.
 template <int kRows>
 void multiplyRows(const float* a, const float* b, float* out, int k, int w) {
     int j = 0;

@@ -1,5 +1,5 @@
 // The matrix product of every plane of a with the same plane of b, by fused multiply-adds in the order of k, from 0.
-//   a [n, c, h, k]; b [n, c, k, w], of which more samples, channels and rows are not looked at; out [n, c, h, w]
+//   a [n, c, h, k]; b [n, c, k, w], more samples, channels and rows of b are ignored; out [n, c, h, w]
 // With k = 0 the output is zeros.
 #pragma once
 

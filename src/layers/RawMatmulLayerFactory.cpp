@@ -12,7 +12,8 @@ void RawMatmulLayerFactory::check() const {
     const nolk::TensorShape& a = inputs[0]->shape;
     const nolk::TensorShape& b = inputs[1]->shape;
     if (elementCount(a) == 0 || b.w < 1) return;
-    // Planes and rows are found by b's own extents, so b may have others as long as the last row that is read is there.
+    // The layer indexes b by b's own extents. These may be larger than needed, as long as the last row that is read
+    // exists.
     const double readEnd = (((a.n - 1.0) * b.c + a.c - 1.0) * b.h + a.w) * b.w;
     if (elementCount(b) == 0 || readEnd > elementCount(b))
         refuse("matMul: second input must have %d samples, %d channels, %d rows, has %d, %d, %d", a.n, a.c, a.w, b.n,

@@ -1,6 +1,6 @@
-// Maximum or average of every window of every plane, over the part of the window that lies inside the input: an average
-// divides by the number of values in that part. Where there are none, the maximum is -1e37 and the average NaN. A
-// maximum ignores NaN.
+// Maximum or average of every window of every plane. Only the part of the window inside the input counts: an average
+// divides by the number of values in that part. If it has none, the maximum is -1e37 and the average is NaN. A maximum
+// ignores NaN.
 //   in [n, c, h, w], out [n, c, oh, ow]; not in place
 #pragma once
 
@@ -18,7 +18,7 @@ public:
 
 private:
     struct Window {
-        int top, bottom, left, right;  // of the part inside the input; bottom and right behind the last
+        int top, bottom, left, right;  // of the part inside the input; bottom and right are exclusive
     };
 
     Window window(int outRow, int outColumn) const;
@@ -31,5 +31,5 @@ private:
     nolk::DimsHW kernel_;
     nolk::Padding padding_;
     nolk::DimsHW stride_;
-    bool countPad_ = false;  // would divide an average by the whole window
+    bool countPad_ = false;  // if true, an average divides by the size of the whole window
 };

@@ -9,7 +9,8 @@
 
 namespace {
 
-// What becomes of an accumulator and the next value. acc != acc tells NaN. Each has a type of its own, to be inlined.
+// Each combines an accumulator with the next value. acc != acc is true for NaN. They are lambdas, not functions,
+// because every lambda has its own type and is inlined.
 constexpr auto larger = [](float acc, float x) { return acc != acc || x > acc ? x : acc; };
 constexpr auto smaller = [](float acc, float x) { return acc != acc || x < acc ? x : acc; };
 constexpr auto sum = [](float acc, float x) { return acc != acc ? x : x + acc; };
@@ -78,7 +79,7 @@ void RawReductionLayer::divideByCount() const {
     const nolk::TensorShape& s = input_.shape;
     const nolk::TensorShape& o = output_.shape;
     const int count = (o.c == 1 ? s.c : 1) * (o.h == 1 ? s.h : 1) * (o.w == 1 ? s.w : 1);
-    // An output may have more samples than the input; those are left alone.
+    // An output may have more samples than the input; the additional ones are not divided.
     const int samples = std::min(s.n, o.n);
     vectorDiv(samples * o.c * o.h * o.w, output_.data, static_cast<float>(count));
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-// Where the writes for a non-empty input end in the output; a double, which holds what a bound needs and never wraps.
+// The offset in the output where the writes for a non-empty input end. A double is exact enough and never wraps.
 double writeEnd(const nolk::TensorShape& in, const nolk::TensorShape& out) {
     if (RawReductionLayer::reducesChannelsOnly(in, out)) return static_cast<double>(in.n) * in.h * in.w;
     const double c = out.c == 1 ? 0 : in.c - 1, h = out.h == 1 ? 0 : in.h - 1, w = out.w == 1 ? 0 : in.w - 1;

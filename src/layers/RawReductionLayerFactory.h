@@ -1,5 +1,5 @@
-// Records a reduction. Output: the given shape, as it is. The layer reduces where its extent is 1. Every other extent
-// should be the input's; one that is not is accepted if the layer stays inside the output.
+// Records a reduction. Output: exactly the given shape. The layer reduces the dimensions whose extent is 1. Every other
+// extent should be the input's; another value is accepted if the layer stays inside the output.
 #pragma once
 
 #include "layers/ReductionLayerFactory.h"

@@ -16,7 +16,7 @@ RawReshapeLayer::RawReshapeLayer(nolk::Tensor input, nolk::Tensor output, nolk::
 }
 
 void RawReshapeLayer::run(AlignedMemory<float>& scratch) {
-    // With nchw the output normally shares the input's storage. Where it could not, nothing is copied either: nolk.h
+    // With nchw the output normally shares the input's storage. If it cannot, nothing is copied all the same; nolk.h
     // tells hosts not to record such a reshape.
     if (layout_ == nolk::TensorLayout::nhwc) transpose_.run(scratch);
 }

@@ -1,5 +1,5 @@
 // The same elements under another shape. in, out of any shapes.
-//   nchw  nothing is done: the output is expected to lie where the input lies
+//   nchw  does nothing: the output is expected to share the input's memory
 //   nhwc  out receives in, of shape [n, c, h, w], in the order n, h, w, c; out holds at least as many elements
 #pragma once
 

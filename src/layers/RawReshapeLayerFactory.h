@@ -1,5 +1,6 @@
-// Records a reshape. Output: the given shape, as it is; it may have more or fewer elements than the input. With layout
-// nchw the output names the input's storage; with nhwc it has its own, which must hold all of the input's elements.
+// Records a reshape. Output: exactly the given shape, which may have more or fewer elements than the input. With layout
+// nchw the output shares the input's storage if canInplace() allows it. With nhwc it has its own, which must have room
+// for all elements of the input.
 #pragma once
 
 #include "layers/ReshapeLayerFactory.h"

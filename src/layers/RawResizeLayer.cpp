@@ -88,10 +88,11 @@ void RawResizeLayer::linner(const nolk::Tensor& input, const nolk::Tensor& outpu
         }
 }
 
-// Neighbouring output rows share their source rows, so these are kept, and a step to the next one costs one row.
+// Neighbouring output rows often use the same two source rows, so these are kept in interpolated form. Moving on by one
+// source row then needs only one row to be interpolated.
 void RawResizeLayer::linearPlane(const float* in, float* out) {
     const int width = output_.shape.w;
-    // With one source row, the row above it has weight 0 and does not exist: it stays zero.
+    // If the input has only one row, the row above it does not exist. It has weight 0, and its values stay zero.
     std::fill(above_.begin(), above_.end(), 0.0f);
     std::fill(below_.begin(), below_.end(), 0.0f);
     int previous = -2;
@@ -114,7 +115,7 @@ void RawResizeLayer::linearPlane(const float* in, float* out) {
 
 void RawResizeLayer::interpolateRow(const float* in, float* row) const {
     const int width = output_.shape.w;
-    // The only column has weight 1; the one before it, of weight 0, does not exist.
+    // The only column has weight 1. The one before it has weight 0 and does not exist, so it must not be read.
     if (input_.shape.w == 1) return void(std::fill_n(row, width, 0.0f + *in));
     interpolate(width, row, in, columns_.data(), columnWeights_.data());
 }

@@ -12,10 +12,10 @@ class RawResizeLayer final : public Layer {
 public:
     RawResizeLayer(nolk::Tensor input, nolk::Tensor output, nolk::ResizeMode mode, nolk::ResizeTransMode transMode);
 
-    // For each of `out` indices the source index, and the weights of the values there and behind. transMode 0 is
-    // half-pixel, any other align-corners. At the end the source index is in - 2 with the weights (0, 1), so that there
-    // is a value behind it. Where there is one value only, this gives -1, and the caller leaves out that read, whose
-    // weight is 0.
+    // Computes for each of `out` indices the source index, and the weights of the value there and of the next one.
+    // transMode 0 is half-pixel, any other align-corners. At the end the source index is in - 2 with the weights
+    // (0, 1), so that a next value exists. If there is only one value, the index is -1; its weight is 0, and the caller
+    // must not read there.
     static void linear_coeffs(int in, int out, int* offsets, float* weights, int transMode);
 
     void run(AlignedMemory<float>& scratch) override;

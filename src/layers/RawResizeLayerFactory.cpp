@@ -8,7 +8,8 @@
 
 namespace {
 
-// Planes of `walked` are counted with its own n and c, and found in `other` by other's c.
+// The layer loops over n and c of `walked`, and computes the plane of `other` from them with other's c. Returns whether
+// all these planes exist.
 bool staysInside(const nolk::TensorShape& walked, const nolk::TensorShape& other) {
     const std::int64_t last = (static_cast<std::int64_t>(walked.n) - 1) * other.c + walked.c;
     return other.n > 0 && other.c > 0 && last <= static_cast<std::int64_t>(other.n) * other.c;
@@ -27,7 +28,7 @@ void RawResizeLayerFactory::check() const {
     const nolk::TensorShape& out = output()->shape;
     const bool linear = mode_ == nolk::ResizeMode::linear;
     if (!linear && mode_ != nolk::ResizeMode::nearest) return;
-    // Linear walks over the input's planes, nearest over the output's.
+    // Linear interpolation loops over the input's planes, nearest over the output's.
     const nolk::TensorShape& walked = linear ? in : out;
     if (!isRepresentable(out) || walked.n < 1 || walked.c < 1 || out.h < 1 || out.w < 1) return;
     if (in.h < 1 || in.w < 1) refuse("resize: input planes must not be empty, are %d x %d", in.h, in.w);

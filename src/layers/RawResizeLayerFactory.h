@@ -1,5 +1,5 @@
-// Records a resize. Output: the given shape, as it is; it need not have the input's samples and channels as long as the
-// layer stays inside both tensors. Any mode is accepted, also one for which RawResizeLayer::run ends the process.
+// Records a resize. Output: exactly the given shape. It need not have the input's samples and channels as long as the
+// layer stays inside both tensors. Any mode is accepted, even one for which RawResizeLayer::run ends the process.
 #pragma once
 
 #include "layers/ResizeLayerFactory.h"

@@ -1,8 +1,8 @@
 // Takes the elements start, start + step, ... below end along an axis.
 //   in [n, c, h, w]; out has (end - start) / step elements at the axis
 // The quotient truncates but the loop does not, and existing networks depend on both, on the shape and on the values.
-// Where the step does not divide the range, the surplus element of a row goes where the next row begins, which
-// overwrites it; that of the last row goes behind the output's end, so the storage of out must have room there.
+// If the step does not divide the range, each row has an additional element. The next row overwrites it, but in the
+// last row it is written after the output's end, so the storage of out must have room for it.
 #pragma once
 
 #include "layers/Layer.h"

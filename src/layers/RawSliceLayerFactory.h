@@ -1,6 +1,6 @@
-// Records a slice. Output: the input's shape with (end - start) / step elements at the axis, or [n, c, 1, 1] with dims
-// 1 of that where the input's dims are not 3. The layer takes one element more where the step does not divide the
-// range, and may reach beyond the output's elements: its storage has room for that.
+// Records a slice. Output: the input's shape with (end - start) / step elements at the axis. If the input's dims are
+// not 3, only n and c of that shape are kept: [n, c, 1, 1] with dims 1. The layer takes one element more if the step
+// does not divide the range, and may write beyond the output's elements: its storage has room for that.
 #pragma once
 
 #include <cstdint>

@@ -10,10 +10,10 @@
 
 namespace {
 
-// Lines that are worked on together, side by side, so that the loops run over neighbours.
+// Number of lines that are processed together, so that the inner loops run over adjacent floats.
 constexpr int kLines = 64;
 
-// `lines` neighbouring lines, at most kLines, of `length` values that lie `stride` apart.
+// Softmax of `lines` neighbouring lines, at most kLines, of `length` values that are `stride` apart.
 void softmaxLines(const float* in, float* out, int length, std::ptrdiff_t stride, int lines) {
     float largest[kLines], sum[kLines];
     std::copy_n(in, lines, largest);
@@ -32,7 +32,7 @@ void softmaxLines(const float* in, float* out, int length, std::ptrdiff_t stride
     for (int k = 0; k < length; ++k) vectorDiv(lines, out + k * stride, sum);
 }
 
-// One line of neighbouring values.
+// Softmax of one line of adjacent values.
 void softmaxRow(const float* in, float* out, int length) {
     float largest = in[0], sum = 0.0f;
     for (int k = 1; k < length; ++k) largest = in[k] > largest ? in[k] : largest;
@@ -44,7 +44,7 @@ void softmaxRow(const float* in, float* out, int length) {
     vectorDiv(length, out, sum);
 }
 
-// All lines of a block [length, width], which run along its first dimension.
+// Softmax of all lines of a block [length, width]. The lines run along its first dimension.
 void softmaxBlock(const float* in, float* out, int length, int width) {
     if (width == 1) return softmaxRow(in, out, length);
     for (int begin = 0; begin < width; begin += std::min(kLines, width - begin))

@@ -1,5 +1,5 @@
-// y = exp(x - m) / sum of exp(x - m) along every line of an axis: 1 = c, 2 = h, 3 = w. m is the line's largest value, a
-// NaN counting only in the first place; the sum runs in order of the line, from 0.
+// y = exp(x - m) / sum of exp(x - m) along every line of an axis: 1 = c, 2 = h, 3 = w. m is the line's largest value;
+// a NaN is ignored unless it is the first value. The sum begins with 0 and follows the order of the line.
 //   in, out  [n, c, h, w]; out may be in
 // Another axis prints a line to standard error and writes nothing.
 #pragma once

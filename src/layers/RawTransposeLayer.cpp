@@ -46,8 +46,8 @@ void RawTransposeLayer::moveInOrder() const {
             }
 }
 
-// The output's rows run along `axis` of the input, the input's along w: one matrix for every index on the other two
-// axes.
+// The output's rows run along `axis` of the input, the input's rows along w. So there is one matrix to transpose for
+// every pair of indices of the other two axes.
 void RawTransposeLayer::transposePlanes(int axis) const {
     const std::ptrdiff_t row = extents_[3], plane = row * extents_[2], sample = plane * extents_[1];
     const std::ptrdiff_t inStrides[] = {sample, plane, row};

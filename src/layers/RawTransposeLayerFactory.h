@@ -1,4 +1,4 @@
-// Records a transposition. Output: dimension i is the input's dimension perm.axes[i]. An axis may stand twice.
+// Records a transposition. Output: dimension i is the input's dimension perm.axes[i]. An axis may occur twice.
 #pragma once
 
 #include "layers/TransposeLayerFactory.h"

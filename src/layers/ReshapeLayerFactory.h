@@ -2,7 +2,8 @@
 
 #include "builder/LayerFactory.h"
 
-// The elements of a reshape stay where they are, unless it reorders them.
+// In place is safe: a reshape does not move elements, unless its layout reorders them; RawReshapeLayerFactory checks
+// it.
 class ReshapeLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

@@ -2,7 +2,7 @@
 
 #include "builder/LayerFactory.h"
 
-// A line is read before its quotients are written.
+// In place is safe: each value is read for the last time before it is overwritten.
 class SoftMaxLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;

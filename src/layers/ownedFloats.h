@@ -4,8 +4,8 @@
 #include "math/copySparsely.h"
 #include "memory/FloatArrays.h"
 
-// The array at source if it is among those given away, which may be any or none; else a copy of its n floats. Null for
-// a null source or n <= 0.
+// Returns the array at source itself if `given` has it, else a copy of its n floats. given may be null. Returns null
+// for a null source or n <= 0.
 inline FloatBuffer ownedFloats(const float* source, int n, FloatArrays* given) {
     if (!source || n <= 0) return nullptr;
     FloatBuffer own = given ? given->take(source) : nullptr;

@@ -1,4 +1,4 @@
-// Parameters per channel, as factories keep them.
+// Vectors of parameters, one value per channel: copying and checking them.
 #pragma once
 
 #include <nolk.h>

@@ -1,4 +1,4 @@
-// What every operation with weights asks of them.
+// Checks and sizes of weights, for every operation that has some.
 #pragma once
 
 #include <nolk.h>
@@ -6,8 +6,8 @@
 // Whether no dimension is negative, and there are at most 2^31 - 1 weights and output channels.
 bool areCountable(const nolk::Weights& weights);
 
-// Throws std::invalid_argument, naming the operation, for weights that are not countable and, where they are read, for
-// missing ones.
+// Throws std::invalid_argument, naming the operation, if the weights are not countable, or if areRead is true and they
+// are missing.
 void checkWeights(const char* operation, const nolk::Weights& weights, bool areRead);
 
 // Floats in the weight array.

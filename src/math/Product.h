@@ -6,7 +6,7 @@ struct Product {
     // column-major. c overlaps neither a nor b.
     using Function = void (*)(const float* a, const float* b, float* c, int m, int k, int n);
 
-    const char* name;  // of the instruction set: "x86-64-v3", say
+    const char* name;  // of the instruction set, for example "x86-64-v3"
     Function rowRowRow;
     Function rowColRow;
 };

@@ -39,7 +39,7 @@ void vectorDiv(int n, float* dst, const float* src, float s) { array(dst, n) = a
 
 void operator/=(Eigen::Map<Eigen::VectorXf>&, const Eigen::Map<Eigen::VectorXf>&) {}
 
-// Plain loops: the comparison decides what becomes of NaN and signed zeros, and compilers turn it into vector selects.
+// Plain loops, because this comparison defines the results for NaN and signed zeros. Compilers vectorise it.
 void vectorMax(int n, float* dst, const float* src) {
     for (int i = 0; i < n; ++i) dst[i] = dst[i] < src[i] ? src[i] : dst[i];
 }
@@ -57,7 +57,7 @@ void copyFloats(const float* src, float*& dst, int n) {
 
 namespace {
 
-// Threads that are joined whatever happens, in the order in which they were started.
+// Joins its threads when it is destroyed, even by an exception, in the order in which they were started.
 class ThreadGroup {
 public:
     ThreadGroup() = default;
@@ -76,7 +76,7 @@ private:
     std::vector<std::thread> threads_;
 };
 
-// Cuts the rows into bands of m / numThreads; the calling thread takes the last one, which has 1 to that many rows.
+// Splits the rows into bands of m / numThreads rows. The calling thread takes the last band, which may have fewer rows.
 template <Eigen::StorageOptions kOrderOfB>
 void doGemmMt(const float* a, const float* b, float* c, int m, int k, int n, int numThreads, int gemmThresh) {
     const Product::Function doGemm = kOrderOfB == Eigen::RowMajor ? product().rowRowRow : product().rowColRow;

@@ -1,4 +1,4 @@
-// Chooses among the matrix products that the build made for several instruction sets.
+// Selects one of the matrix products that were compiled for several instruction sets.
 //   product().rowRowRow(a, b, c, m, k, n);
 #pragma once
 
@@ -6,12 +6,12 @@
 
 #include "math/Product.h"
 
-// Those that this processor can run, from the slowest to the fastest; at least one. Thread-safe.
+// The products that this processor can run, from the slowest to the fastest; at least one. Thread-safe.
 const std::vector<const Product*>& supportedProducts();
 
-// The fastest of them, found at the first call, or what forceProduct has set.
+// The fastest of them, found at the first call, or the one that forceProduct has set.
 const Product& product();
 
-// For tests and benchmarks: products from now on are those of one of supportedProducts(); null goes back to the
+// For tests and benchmarks: makes product() return this one of supportedProducts() from now on; null restores the
 // fastest.
 void forceProduct(const Product* product);

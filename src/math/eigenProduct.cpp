@@ -1,9 +1,10 @@
 // The build compiles this file once for each instruction set. It defines
-//   NOLK_PRODUCT       the namespace of what is exported,
+//   NOLK_PRODUCT       the namespace of the exported constant,
 //   NOLK_PRODUCT_NAME  what the instruction set is called,
 //   Eigen              another name for Eigen's namespace.
-// The last because the linker keeps inline code of one name once, maybe in a form that the processor cannot run. For
-// the same reason nothing here may come out of line that is neither Eigen's nor of internal linkage.
+// Eigen's namespace is renamed because the linker keeps only one copy of inline functions with the same name, perhaps a
+// copy that the processor cannot run. For the same reason, this file may only use inline functions of Eigen, or with
+// internal linkage, unless the compiler certainly inlines them.
 #include <Eigen/Core>
 
 #include "math/Product.h"

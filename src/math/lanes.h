@@ -1,5 +1,5 @@
-// A register of floats. For the few loops whose sums have to stay in registers, which compilers do not find by
-// themselves; lanes do not mix, so every element has the bits that a plain loop would give.
+// A vector register of floats, for the few loops whose sums must stay in registers, which compilers do not achieve by
+// themselves. Lanes are independent, so every element has the bits that a plain loop would give.
 //   Lanes sum = broadcast(0.0f);  sum = fma(loadLanes(x), broadcast(factor), sum);  storeLanes(y, sum);
 #pragma once
 
@@ -30,7 +30,7 @@ inline void storeLanes(float* p, Lanes v) { storeVector(p, v); }
 // x in every lane; x - 0 keeps the sign of -0, which x + 0 would not.
 inline Lanes broadcast(float x) { return x - Lanes{}; }
 
-// a * b + c, rounded once. Spelled out, since a loop over the lanes weighs too much for compilers to unroll around it.
+// a * b + c, rounded once. Uses intrinsics, because compilers do not unroll loops that contain a loop over the lanes.
 inline Lanes fma(Lanes a, Lanes b, Lanes c) {
 #if defined(__AVX__) && defined(__FMA__)
     return _mm256_fmadd_ps(a, b, c);

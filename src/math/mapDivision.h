@@ -1,5 +1,5 @@
-// The element-wise division operator of the vector kernels. It belongs to their fixed set of functions but computes
-// nothing, since a caller could rely on it leaving both vectors as they are. To divide, call vectorDiv (math/blas.h).
+// An element-wise division operator that does nothing: callers may rely on it leaving both vectors unchanged, so it
+// must not start to divide. To divide, call vectorDiv (math/blas.h).
 #pragma once
 
 #include <Eigen/Core>

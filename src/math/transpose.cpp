@@ -12,7 +12,8 @@ Vec4 load(const float* p) {
     return v;
 }
 
-// Four by four: for whole matrices that measures faster than the eight by eight of transposeTile.
+// A tile of four by four floats. For whole matrices it was measured to be faster than the eight by eight of
+// transposeTile.
 void transpose4x4(const float* in, std::ptrdiff_t inStride, float* out, std::ptrdiff_t outStride) {
     const Vec4 a = load(in), b = load(in + inStride), c = load(in + 2 * inStride), d = load(in + 3 * inStride);
     const Vec4 ab = __builtin_shufflevector(a, b, 0, 4, 1, 5), cd = __builtin_shufflevector(c, d, 0, 4, 1, 5);
@@ -23,14 +24,14 @@ void transpose4x4(const float* in, std::ptrdiff_t inStride, float* out, std::ptr
     storeVector(out + 3 * outStride, __builtin_shufflevector(ab2, cd2, 2, 3, 6, 7));
 }
 
-// Fewer rows or columns than a tile has.
+// Transposes kRows rows without tiles, for rows or columns that do not fill one.
 template <int kRows>
 void transposeRest(const float* in, std::ptrdiff_t inStride, float* out, std::ptrdiff_t outStride, int cols) {
     for (std::ptrdiff_t j = 0; j < cols; ++j)
         for (int i = 0; i < kRows; ++i) out[j * outStride + i] = in[i * inStride + j];
 }
 
-// kRows rows become columns.
+// Transposes kRows rows, in tiles as far as possible.
 template <int kRows>
 void transposeBand(const float* in, std::ptrdiff_t inStride, float* out, std::ptrdiff_t outStride, int cols) {
     int j = 0;
@@ -42,7 +43,7 @@ void transposeBand(const float* in, std::ptrdiff_t inStride, float* out, std::pt
 
 }  // namespace
 
-// 16 rows write a whole cache line each.
+// Takes 16 rows at a time if it can, because then every write to a row of out fills a cache line.
 void transposeMatrix(const float* in, std::ptrdiff_t inStride, float* out, std::ptrdiff_t outStride, int rows,
                      int cols) {
     for (; rows >= 16; rows -= 16, in += 16 * inStride, out += 16)

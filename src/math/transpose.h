@@ -1,4 +1,4 @@
-// Transposes a matrix of floats into another place.
+// Transposes a matrix of floats.
 #pragma once
 
 #include <cstddef>

@@ -5,7 +5,7 @@
 
 constexpr int kTile = 8;
 
-// Eight floats at any address: in a packed type, which all compilers take for unaligned and keep in a register.
+// Eight floats at any address. The type is packed, so all compilers treat it as unaligned and keep it in a register.
 struct __attribute__((packed, may_alias)) TileRow {
     using Vector = float __attribute__((vector_size(kTile * sizeof(float))));
     Vector floats;
@@ -20,10 +20,11 @@ inline __attribute__((always_inline)) void transposeTile(const float* const (&in
     TileRow::Vector r[kTile], s[kTile];
     for (int i = 0; i < kTile; ++i) {
         r[i] = row(i, 0)->floats;
-        // The second half of the floats that are wanted ends where this ends.
+        // The second load begins at 7, not 8, so that it ends with the last float that is needed, 14.
         if (kStep == 2) r[i] = __builtin_shufflevector(r[i], row(i, 7)->floats, 0, 2, 4, 6, 9, 11, 13, 15);
     }
-    // Pairs of rows, then pairs of pairs, each within the halves of a vector; the halves come last.
+    // Interleaves pairs of rows, then pairs of pairs, each within the halves of a vector. The halves are exchanged
+    // last.
     for (int i = 0; i < kTile; i += 2) {
         s[i] = __builtin_shufflevector(r[i], r[i + 1], 0, 8, 1, 9, 4, 12, 5, 13);
         s[i + 1] = __builtin_shufflevector(r[i], r[i + 1], 2, 10, 3, 11, 6, 14, 7, 15);

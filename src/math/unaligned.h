@@ -1,6 +1,6 @@
-// Vectors in memory of any alignment. By copies, since compilers differ in what an aligned attribute does to a vector
-// type; each copy becomes one move. By reference, since vectors wider than the registers have no fixed way to be
-// passed.
+// Loads and stores vectors at addresses of any alignment. It uses memcpy, which compiles to one move, because compilers
+// differ in what an aligned attribute does to a vector type. Vectors are passed by reference, because there is no fixed
+// convention for passing vectors that are wider than the registers.
 #pragma once
 
 #include <cstring>

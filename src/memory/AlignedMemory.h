@@ -1,7 +1,7 @@
 // A growable array whose start is aligned: the arena's storage, and the scratch that a runner's layers share.
 //   AlignedMemory<float> scratch(16);  float* columns = scratch.growTo(1000);  // 64-byte aligned, new elements 0
-// It never shrinks. Growing keeps the contents and moves them, so pointers into it hold until the next growth. New
-// elements come from the system as zeros, which takes no memory until they are written.
+// It never shrinks. Growing keeps the contents but moves them, so pointers are valid until the next growth. New
+// elements are zero and take no physical memory until they are written.
 #pragma once
 
 #include <cstdint>
@@ -20,11 +20,11 @@ public:
     // alignment counts elements.
     explicit AlignedMemory(int alignment) : alignment_(alignment) {}
 
-    // Makes room for n elements and returns the start; throws std::bad_alloc, leaving everything as it was.
+    // Makes room for n elements and returns the start. Throws std::bad_alloc, and then changes nothing.
     T* growTo(int n) {
         if (n <= size_) return data_;
         const std::size_t bytes = static_cast<std::size_t>(n) * sizeof(T);
-        // No function of the C library returns zeroed memory with an alignment: take more, and begin at an aligned one.
+        // The C library cannot allocate zeroed memory with an alignment, so allocate more and start at an aligned byte.
         std::size_t room = bytes + byteAlignment() - 1;
         std::unique_ptr<void, Free> grown(std::calloc(room, 1));
         if (!grown) throw std::bad_alloc();

@@ -1,6 +1,7 @@
-// Float arrays that were given away, found by their addresses: whoever needs one for good takes it instead of a copy.
+// Float arrays that the caller has handed over, found by their addresses. A layer that needs one for itself takes it
+// instead of copying it.
 //   FloatArrays arrays;  float* weights = arrays.add(zeroedFloats(100));
-//   FloatBuffer mine = arrays.take(weights);   // the second time null
+//   FloatBuffer mine = arrays.take(weights);   // a second call gives null
 #pragma once
 
 #include <unordered_map>
@@ -10,7 +11,7 @@
 
 class FloatArrays {
 public:
-    // Keeps the array, which does not move. Returns its start.
+    // Keeps the array, without moving its floats. Returns its start.
     float* add(FloatBuffer array) {
         float* const start = array.get();
         arrays_.emplace(start, std::move(array));

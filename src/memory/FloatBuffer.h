@@ -1,5 +1,5 @@
-// Floats that begin as zeros. The system hands them over page by page, as they are written: a size from a model file
-// costs nothing until values come with it.
+// An array of floats that are zero at first. The system provides each page when it is first written, so a large count
+// in a model file takes no memory unless the file has values for it.
 #pragma once
 
 #include <sys/mman.h>
@@ -17,15 +17,15 @@ struct FreeFloats {
 };
 using FloatBuffer = std::unique_ptr<float[], FreeFloats>;
 
-// Never null, also for none. Throws std::bad_alloc.
+// Never null, even if count is 0. Throws std::bad_alloc.
 inline FloatBuffer zeroedFloats(std::size_t count) {
     FloatBuffer buffer(static_cast<float*>(std::calloc(std::max<std::size_t>(count, 1), sizeof(float))));
     if (!buffer) throw std::bad_alloc();
     return buffer;
 }
 
-// Gives the memory of count floats back to the system, in whole pages, while their array stays as it is. What these
-// floats then hold is either what they held before or zeros.
+// Returns the memory of count floats to the system, in whole pages. The array stays allocated. Afterwards each of these
+// floats has either its old value or zero.
 inline void discard(float* floats, std::size_t count) {
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto begin = (reinterpret_cast<std::uintptr_t>(floats) + page - 1) / page * page;

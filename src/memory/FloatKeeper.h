@@ -1,7 +1,7 @@
 // A builder that takes over the float arrays of a model file, so that its layers need no copies of them. A model reader
 // asks each builder whether it is one:
 //   if (FloatKeeper* keeper = floatKeeperOf(builder)) weights = keeper->keep(std::move(array));
-// Libraries of several versions may meet here: a change of this class needs a new name.
+// Reader and builder may come from libraries of different versions, so this class must not change under the same name.
 #pragma once
 
 #include <nolk.h>
@@ -12,16 +12,17 @@
 
 class FloatKeeper {
 public:
-    // Returns the array's start. It may be written until an operation has received it, and lives until build at least.
+    // Returns the array's start. The caller may write to the array until it passes it to an operation. The array lives
+    // at least until build.
     virtual float* keep(FloatBuffer array) = 0;
 
 protected:
     ~FloatKeeper() = default;
 };
 
-// Null for builders that are none, such as those of other libraries. Of these some are compiled without run-time type
-// information, and have a null pointer where their class should be named, in front of the slots; dynamic_cast would
-// follow it.
+// Null for builders that are not FloatKeepers, such as those of other libraries. Some of these are compiled without
+// run-time type information: the pointer to it, which stands before the virtual functions, is null, and dynamic_cast
+// would follow it.
 inline FloatKeeper* floatKeeperOf(nolk::RunnerBuilder& builder) {
     const void* const* slots = nullptr;
     std::memcpy(&slots, static_cast<const void*>(&builder), sizeof slots);

@@ -27,7 +27,7 @@ void MemoryPool::free(MemoryPoolMem mem) {
     setSpaceRangeValue(begin, static_cast<int>(std::max<std::int64_t>(end - begin, 0)), 0.0f);
 }
 
-// Even for no floats at all the offset is that of a free one.
+// A free float is found even if n is 0.
 int MemoryPool::findOffsetToMalloc(int n) const {
     const int wanted = std::max(n, 1);
     int start = 0;
@@ -41,7 +41,7 @@ int MemoryPool::findOffsetToMalloc(int n) const {
 void MemoryPool::setSpaceRangeValue(int start, int count, float value) {
     if (count <= 0) return;
     const int end = start + count;
-    // All that overlap the range or touch it are replaced by what they and the range come to.
+    // All intervals that overlap or touch the range are replaced by the result: one merged interval, or what is left.
     const auto first = std::lower_bound(taken_.begin(), taken_.end(), start,
                                         [](const Interval& interval, int position) { return interval.end < position; });
     const auto last = std::upper_bound(

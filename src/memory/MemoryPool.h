@@ -1,9 +1,9 @@
 // Hands out ranges of one growable block of floats, lowest offset first.
 //   MemoryPool pool(16);  MemoryPoolMem a = pool.malloc(20);  // {0, 32}
 //   float* start = pool.locate(a.offset);
-// Planning only counts: what is taken is a list of intervals, and freed neighbours join by themselves. The block itself
-// is allocated, as zeros, when the first address is asked for. Growing after that moves it: addresses hold only when
-// nothing more will be taken. The block goes with the pool.
+// Planning allocates no memory: it only keeps a list of the intervals that are taken. The block itself is allocated, as
+// zeros, at the first call of locate. If it grows after that, it moves, so use addresses only when no more ranges will
+// be reserved. The pool owns the block.
 #pragma once
 
 #include <vector>
@@ -18,31 +18,32 @@ struct MemoryPoolMem {
 
 class MemoryPool {
 public:
-    // alignment, in floats, is what sizes are rounded up to.
+    // Sizes are rounded up to a multiple of alignment, which counts floats.
     explicit MemoryPool(int alignment) : storage_(alignment) {}
 
-    // Reserves at least n floats, at the lowest offset that has room; grows the pool when none has. A size that,
-    // rounded, is not positive gives an empty range. Throws std::bad_alloc when the pool would pass 2^31 - 1 floats.
+    // Reserves at least n floats at the lowest offset that has room; grows the pool if there is none. The range is
+    // empty if the rounded size is not positive. Throws std::bad_alloc if the pool would exceed 2^31 - 1 floats.
     MemoryPoolMem malloc(int n);
 
-    // Gives a range back. Ranges that were never handed out are not refused; what lies outside the pool is ignored.
+    // Frees a range. It need not be one that malloc returned; parts outside the pool are ignored.
     void free(MemoryPoolMem mem);
 
-    // The address of a float. Allocates the block, or makes it as large as the pool has become, and then throws
-    // std::bad_alloc when there is no memory.
+    // The address of a float. Allocates the block, or enlarges it to the size of the pool; throws std::bad_alloc if
+    // there is no memory.
     float* locate(int offset) { return storage_.growTo(capacity_) + offset; }
 
-    // The same in a block that has been allocated.
+    // The same if the block has been allocated already.
     const float* locate(int offset) const { return storage_.data() + offset; }
 
     // Capacity in floats.
     int size() const { return capacity_; }
 
-    // The lowest offset with n free floats behind it, or the start of the free tail, which then has to grow.
+    // The lowest offset that has n free floats. If there is none, the start of the free floats at the end of the pool,
+    // which then has to grow.
     int findOffsetToMalloc(int n) const;
 
-    // Takes count floats from start for a value of 1, frees them for any other; nothing when count <= 0. The range must
-    // lie in the pool.
+    // Marks count floats from start as taken if value is 1, and as free if it is anything else. Does nothing if
+    // count <= 0. The range must lie in the pool.
     void setSpaceRangeValue(int start, int count, float value);
 
 private:

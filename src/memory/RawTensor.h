@@ -1,5 +1,5 @@
-// Storage of one or more tensors: those that work in place share a record. It does not own data; the planner, or
-// whoever has the constant, sets it.
+// The storage of one or more tensors: input and output of an operation in place share one record. It does not own data;
+// the planner sets data, or the builder for a constant.
 #pragma once
 
 struct RawTensor {

@@ -10,7 +10,7 @@ std::unique_ptr<MemoryPool> TensorSpace::mallocAll(const std::vector<LayerFactor
     std::map<RawTensor*, int> uses;
     for (const LayerFactory* layer : layers)
         for (const nolk::TensorX* t : layer->inputs) ++uses[t->rawTensor.get()];
-    // One use that nobody takes back keeps an output's range to the end.
+    // One more use, which is never subtracted, keeps an output's range to the end.
     for (const nolk::TensorX* t : outputs) ++uses[t->rawTensor.get()];
 
     for (const nolk::TensorX* t : inputs) mallocIfNeeded(t->rawTensor.get());

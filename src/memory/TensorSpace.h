@@ -1,8 +1,8 @@
-// Plans one arena for all tensors of a network by going through the layers once, as a run would. A tensor takes its
-// range when its layer is reached, and gives it back when all layers that read it have been passed.
+// Plans one arena for all tensors of a network by going through the layers once, in execution order. A tensor gets its
+// range at the layer that writes it, and loses it after the last layer that reads it.
 //   TensorSpace space(16);  std::unique_ptr<MemoryPool> arena = space.mallocAll(factories, inputs, outputs);
 // A layer's output never overlaps its own inputs, unless both share a RawTensor by design; outputs of the network are
-// never given back. Placement is greedy, first fit, in execution order. Addresses are set at the very end.
+// never freed. Placement is greedy, first fit, in execution order. Addresses are set at the very end.
 #pragma once
 
 #include <map>
@@ -22,7 +22,7 @@ public:
     // alignment in floats, of every range.
     explicit TensorSpace(int alignment) : alignment_(alignment) {}
 
-    // Places every tensor and returns the pool they lie in; null when there was nothing to place. layers stand in
+    // Places every tensor and returns the pool that holds them; null when no tensor needs memory. layers must be in
     // execution order.
     std::unique_ptr<MemoryPool> mallocAll(const std::vector<LayerFactory*>& layers,
                                           const std::vector<nolk::TensorX*>& inputs,
@@ -31,13 +31,13 @@ public:
     // Gives t a range if it has none.
     void mallocIfNeeded(RawTensor* t);
 
-    // Gives t's range back; a record without one (a constant) is entered with an empty range.
+    // Frees t's range. A record without one (a constant) gets an empty range.
     void free(RawTensor* t);
 
-    // Sets t's data to its place in the pool, and returns it; null without a pool.
+    // Sets t's data to its address in the pool and returns it; null without a pool.
     float* locate(RawTensor* t);
 
-    // The pool, which this space then forgets.
+    // Returns the pool with its ownership.
     std::unique_ptr<MemoryPool> handOverRealSpace();
 
     MemoryPool* ensurePool();

@@ -5,7 +5,7 @@
 
 namespace {
 
-// Values are copied as they stand in the block.
+// Values are copied from the block without swapping bytes.
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "model files are little-endian");
 
 constexpr int kTableSize = 256;

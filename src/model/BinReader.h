@@ -1,8 +1,8 @@
 // A cursor that walks forward over a block of bytes and reads little-endian values.
 //   BinReader in(data, size);  int id = in.readShort();  float alpha = in.readFloat();
-//   if (in.overflowed()) ...   // something above was not there
-// It never throws: what lies beyond the end reads as 0, and overflowed() then stays true, so that a whole record can be
-// read before asking once. The block is borrowed, and may have any address. A negative size means no bytes.
+//   if (in.overflowed()) ...   // one of the values above lies beyond the end
+// It never throws: values beyond the end read as 0, and overflowed() then stays true, so that a caller can read a whole
+// record and check once. The block is borrowed and need not be aligned. A negative size means no bytes.
 #pragma once
 
 #include <cstdint>
@@ -22,10 +22,11 @@ public:
     // Bytes between the cursor and the end; 0 beyond it.
     std::int64_t remaining() const { return overflowed() ? 0 : size_ - pos_; }
 
-    // Moves the cursor by n bytes (not at all for a negative n). Where it stood, or null when it has overflowed.
+    // Moves the cursor by n bytes (not at all for a negative n). Returns its place before, or null when it has
+    // overflowed.
     const unsigned char* step(std::int64_t n);
 
-    // Copies n bytes to dst and moves on; false, and dst left alone, when there are fewer.
+    // Copies n bytes to dst and moves on. When fewer are left, returns false and does not change dst.
     bool read(void* dst, std::int64_t n);
 
     std::int32_t readInt() { return readValue<std::int32_t>(); }
@@ -33,13 +34,14 @@ public:
     std::uint8_t readByte() { return readValue<std::uint8_t>(); }
     float readFloat() { return readValue<float>(); }
 
-    // A length byte (255: a 32-bit length follows it) and that many characters, which are blanks when there are fewer.
+    // Reads a length byte (255: a 32-bit length follows it) and that many characters. When fewer are left, all of the
+    // text is blanks.
     std::string readString();
 
-    // n floats. Compressed ones start with a byte that tells their form: 0, plain; 8, a table of 256 floats and then n
-    // indices into it. Any other byte is a warning; dst stays as it is then, and nothing behind that byte is read.
-    // Missing floats leave dst alone, missing indices count as 0. Returns how many floats were written to dst: n or
-    // none.
+    // Reads n floats. If compressed is true, a byte before them tells their form: 0 for plain floats, 8 for a table of
+    // 256 floats and n indices into it. Any other byte gives a warning; then nothing after it is read.
+    // Returns how many floats were written to dst: n, or 0 when plain floats are missing or the form is unknown.
+    // Missing indices count as 0.
     int readFloats(float* dst, int n, bool compressed);
 
 private:
@@ -55,5 +57,5 @@ private:
     const unsigned char* data_;
     std::int32_t size_;
     ErrorSink* errors_;
-    std::int64_t pos_ = 0;  // wider than a size, so that no step can bring it back
+    std::int64_t pos_ = 0;  // 64 bits, so that it cannot wrap around and get back into the block
 };

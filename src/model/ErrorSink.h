@@ -1,14 +1,15 @@
-// Where reading a model file reports what is wrong: the entry points queue and print it, other programs collect it.
+// Receives the errors and warnings of reading a model file. The entry points queue and print them, other programs
+// collect them.
 #pragma once
 
 #include <string>
 
 class ErrorSink {
 public:
-    // The load fails for this reason.
+    // Reports why the load fails.
     virtual void error(const std::string& text) = 0;
 
-    // The load goes on.
+    // Reports a problem that does not stop the load.
     virtual void warning(const std::string& text) = 0;
 
 protected:

@@ -32,14 +32,15 @@ nolk::Runner* ModelReaderImpl::readFromMemory(nolk::RunnerBuilder* builder, int 
     return nullptr;
 }
 
-// Checks the checksum, which covers the bytes as they are stored, and reads the body unscrambled in place.
+// The checksum covers the scrambled bytes, so it is checked first. The body is then unscrambled in place for reading,
+// and scrambled again afterwards.
 nolk::Runner* ModelReaderImpl::readFromVersion3(BinReader& in, unsigned char* data, int size) {
     if (!checkCrc(data, size, errors_)) return nullptr;
-    // Negative lengths in the head info must not put the body in front of the data.
+    // With negative lengths in the head info the sum may be negative, but the body cannot begin before the data.
     const std::int64_t body = std::max<std::int64_t>(kHeadBytes + getHeadInfo(in), 0);
     scramble(data, body, size - kCrcBytes);
-    // Records may read on into the checksum: which calls the builder gets before a short file fails depends on where
-    // the data ends. An exception out of a record leaves the body unscrambled, as nolk.h says.
+    // The data for records includes the checksum. Its end decides which calls the builder gets before a truncated file
+    // fails, and these calls should not change. If a record throws, the body stays unscrambled, as nolk.h says.
     BinReader plain(data + kHeadBytes, size - kHeadBytes, &errors_);
     nolk::Runner* runner = readFromVersion2(plain);
     scramble(data, body, size - kCrcBytes);

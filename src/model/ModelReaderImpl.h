@@ -1,7 +1,7 @@
-// The container of a model file: head, version, head info, checksum and scrambling around a list of operation records.
+// Reads model files: head, version, head info, checksum and scrambling around a list of operation records.
 // docs/model-format.md has the tables. Every record becomes one call of the builder (records.cpp), then build is
-// called. Take a new reader for each model: a second load with the same one would find the first one's tensors by
-// their ids and add its outputs to the first one's.
+// called. Use a new reader for each model: a reader keeps the tensors and outputs of its first load, and a second load
+// would use them and add to them.
 #pragma once
 
 #include <nolk.h>
@@ -23,8 +23,8 @@ public:
     nolk::Runner* readFromMemory(nolk::RunnerBuilder* builder, int batch, void* data, int size) override;
     void destroy() override { delete this; }
 
-    // Reads one record, op code and fields, and makes its call of the builder. False when the data ended within the
-    // record, and for an unknown op code, which is an error message.
+    // Reads one record, op code and fields, and makes its call of the builder. Returns false when the data ended within
+    // the record, and for an unknown op code, which it reports as an error.
     bool readOp(RecordReader& fields);
 
 private:

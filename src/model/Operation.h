@@ -1,7 +1,7 @@
-// What an operation is: the row of the table in operations.h, and the call of a builder that it stands for.
+// Describes operations: a row of the table in operations.h, and a call of the builder's method that the row stands for.
 //   Call call{operationOf<&nolk::RunnerBuilder::leakyRelu>(), {x}, {0.1f}};  call.operation.call(builder, call);
-// The fields of a row follow from the signature of the builder's method: leading tensors are its inputs, everything
-// behind them is a field, in the order of the parameters, which is the order of the file.
+// The fields of a row follow from the signature of the builder's method: leading tensors are its inputs, the parameters
+// after them are its fields, in the order in which the file stores them.
 #pragma once
 
 #include <nolk.h>
@@ -16,19 +16,19 @@
 #include <variant>
 #include <vector>
 
-// Weights in the form in which all groups share one group's values.
+// Weights of which only one group's values are stored; all groups share them.
 struct SharedWeights {
     nolk::Weights weights;
 };
 
-// A value of each kind that a field can have. A nolk::Tensor is a constant.
+// The value of a field, which has one of these types. A nolk::Tensor is a constant.
 using Argument = std::variant<float, nolk::Axis, nolk::BasicOp, nolk::DimsHW, nolk::LstmWeights, nolk::Padding,
                               nolk::Perm, nolk::ResizeMode, nolk::ResizeTransMode, SharedWeights, nolk::SlicePos,
                               nolk::Tensor, nolk::TensorLayout, nolk::TensorShape, nolk::Vector, nolk::Weights>;
 
 struct Field {
     const char* name = nullptr;
-    std::size_t kind = 0;  // the place of its type among those of Argument
+    std::size_t kind = 0;  // the index of its type in Argument
 };
 
 struct Operation;
@@ -49,14 +49,14 @@ struct Operation {
     int inputCount;    // kListOfInputs: the record gives their number
     std::size_t fieldCount;
     std::array<Field, kMaxFields> fields;
-    nolk::TensorX* (*call)(nolk::RunnerBuilder& builder, const Call& call);  // null: names an output of the network
-    std::uint64_t key;                                                       // tells rows apart, see operationOf
+    nolk::TensorX* (*call)(nolk::RunnerBuilder& builder, const Call& call);  // null for "output", which calls no method
+    std::uint64_t key;                                                       // identifies the row, see operationOf
 };
 
 namespace operation {
 
-// A number of the function's own, made from its name and type. Comparing addresses instead is no constant expression
-// when GCC compiles for a sanitizer.
+// A number that identifies the function: a hash of its name and type. Its address would be simpler, but with sanitizers
+// GCC does not accept a comparison of addresses as a constant expression.
 template <typename T, T function>
 constexpr std::uint64_t keyIn() {
     std::uint64_t hash = 14695981039346656037u;  // FNV-1a
@@ -83,7 +83,7 @@ constexpr Field fieldOf(const char* name) {
     return {name, kindIn<T>(static_cast<const Argument*>(nullptr))};
 }
 
-// The argument in place i of a call, whose first arguments are its inputs.
+// Argument i of a call. The inputs count as the first arguments.
 template <typename T, std::size_t i, std::size_t inputCount>
 decltype(auto) argumentOf(const Call& call) {
     if constexpr (std::is_same_v<T, nolk::TensorX*>)
@@ -121,8 +121,8 @@ constexpr Signature<function, Args...> signatureOf(nolk::TensorX* (nolk::RunnerB
 template <auto function, typename... Args>
 constexpr Signature<function, Args...> signatureOf(nolk::TensorX* (*)(nolk::RunnerBuilder&, Args...));
 
-// A row of the table. function is a method of the builder, or a function that takes a builder and calls a method with
-// arguments in the form of the file. One name for each parameter that is no tensor.
+// Makes a row of the table. function is a method of the builder, or a function that takes a builder and the arguments
+// as the file stores them, and calls a method. There is one name for each parameter that is not a tensor.
 template <auto function, typename... Names>
 constexpr Operation row(int code, const char* name, Names... fieldNames) {
     using S = decltype(signatureOf<function>(function));

@@ -9,8 +9,8 @@
 
 namespace {
 
-// The product, or the failure of an array of that length. Without zeros no factor can bring a product back that has
-// become too large.
+// The product of the factors. Throws what new throws for an array of that length if the product is negative or too
+// large. Zeros are handled first: without them, a product that is too large cannot become smaller again.
 int floatCount(std::initializer_list<int> factors) {
     if (std::find(factors.begin(), factors.end(), 0) != factors.end()) return 0;
     std::int64_t count = 1;
@@ -22,7 +22,8 @@ int floatCount(std::initializer_list<int> factors) {
     return static_cast<int>(count);
 }
 
-// Floats of a codebook, over all samples, that stand in for indices beyond the file's end: 64 megabytes.
+// When a file ends within the indices of a codebook, at most this many floats are written for the missing ones, counted
+// over all samples of the batch: 64 MiB.
 constexpr int kMaxMissing = 1 << 24;
 
 }  // namespace
@@ -85,9 +86,9 @@ float* RecordReader::optionalFloats(std::initializer_list<int> factors) {
 float* RecordReader::floats(std::initializer_list<int> factors) {
     const int count = floatCount(factors);
     float* array = newArray(count);
-    // In no form does the file hold more floats than it has bytes left. Indices that it does not hold count as 0, but
-    // at most kMaxMissing of them are written: a small file must not make the library touch gigabytes. Such a load
-    // fails in any case.
+    // A float takes at least one byte in the file, so the file cannot hold more floats than bytes. Missing indices
+    // count as 0, but at most kMaxMissing of them are written: a small file must not make the library touch gigabytes.
+    // A load with missing indices fails in any case.
     const std::int64_t left = in_.remaining();
     const std::int64_t most = left + std::max(kMaxMissing / batch_, 1);
     floatsRead_ = in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, most)), version_ > 3);
@@ -106,7 +107,7 @@ nolk::Tensor RecordReader::constant() {
     return {shape, samples};
 }
 
-// Never null, since a null bias means none.
+// Never null, because a null bias means that there is no bias.
 float* RecordReader::newArray(int count) {
     FloatBuffer array = zeroedFloats(static_cast<std::size_t>(std::max(count, 0)));
     if (FloatKeeper* const keeper = floatKeeperOf(builder_)) return keeper->keep(std::move(array));

@@ -1,8 +1,9 @@
 // Reads the fields that operation records are made of, and resolves the ids of tensors.
 //   const std::int16_t in = fields.id(), out = fields.id();
 //   fields.store(out, fields.builder().relu(fields.tensor(in)));
-// For one load: a builder, a batch size and a version of the format. What does not fit the data reads as 0. Floats and
-// what holds them throw std::bad_array_new_length for a count that is negative or above 2^31 - 1, and std::bad_alloc.
+// Serves one load: one builder, batch size and version of the format. Fields beyond the end of the data read as 0.
+// Reading floats, or a field that contains floats, throws std::bad_array_new_length if their count is negative or above
+// 2^31 - 1, and std::bad_alloc.
 #pragma once
 
 #include <cstdint>
@@ -19,7 +20,7 @@ public:
     nolk::RunnerBuilder& builder() { return builder_; }
     bool overflowed() const { return in_.overflowed(); }
 
-    // Bytes that the floats read so far take in the file, in whatever form.
+    // Bytes that the floats read so far take in the file, compressed or not.
     std::int64_t floatBytes() const { return floatBytes_; }
 
     std::int16_t id() { return in_.readShort(); }
@@ -45,13 +46,13 @@ public:
     nolk::TensorShape shape();
     nolk::Vector vector();
 
-    // The model owns the arrays of all of these, or a builder that is a FloatKeeper.
+    // The arrays of all of these are owned by the builder if it is a FloatKeeper, otherwise by the model.
     nolk::Weights convolutionWeights();
     nolk::Weights fullConnectWeights();
     nolk::LstmWeights lstmWeights();
 
-    // As many floats as the factors' product; zeros where the data ends before them, or comes in an unknown form. Of a
-    // codebook whose indices end too soon, the first value stands in, then zeros where very many are missing.
+    // Reads as many floats as the product of the factors. All are zero when the data ends before them or has an unknown
+    // form. Missing indices of a codebook give its first value, and zeros if very many are missing.
     float* floats(std::initializer_list<int> factors);
 
     // One sample, repeated for every sample of the batch.

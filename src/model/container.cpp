@@ -13,8 +13,8 @@ bool checkHeadCM(BinReader& in, ErrorSink& errors) {
     return false;
 }
 
-// A negative length counts with its sign, though nothing can be skipped for it: the sum tells where scrambling begins,
-// and files with such a length have been scrambled from there.
+// A negative length skips no bytes, but is added to the sum all the same. Scrambling begins at this sum, and existing
+// files with a negative length were scrambled from there.
 std::int64_t getHeadInfo(BinReader& in, std::vector<HeadInfoEntry>* entries) {
     std::int64_t total = 0;
     while (const std::int16_t key = in.readShort()) {

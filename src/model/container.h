@@ -1,5 +1,5 @@
-// What stands around the records of a model file: head, head info, checksum and scrambling. ModelReaderImpl puts them
-// together; programs that examine files use them one by one. docs/model-format.md has the tables.
+// Reads the parts of a model file around its records: head, head info, checksum and scrambling. ModelReaderImpl uses
+// all of them; programs that examine files use single ones. docs/model-format.md has the tables.
 #pragma once
 
 #include <cstdint>
@@ -13,18 +13,19 @@ constexpr int kCrcBytes = 4;
 
 struct HeadInfoEntry {
     std::int16_t key = 0;
-    std::int16_t length = 0;              // as it stands in the file, where it should not be negative
-    const unsigned char* data = nullptr;  // borrowed from the file; null where that ends before
+    std::int16_t length = 0;              // as stored; negative only in a faulty file
+    const unsigned char* data = nullptr;  // borrowed from the file; null when the file ends before its end
 };
 
-// Whether the first two bytes are "CM"; if not, that is an error.
+// Whether the first two bytes are "CM"; reports an error if not.
 bool checkHeadCM(BinReader& in, ErrorSink& errors);
 
-// Skips the head info block: entries of a key, a length and that many bytes, up to a key of 0. Its length in bytes.
-// The entries are added to those given, if any.
+// Skips the head info block: entries of a key, a length and that many bytes, up to a key of 0. Returns the length of
+// the block in bytes. Adds its entries to `entries` unless that is null.
 std::int64_t getHeadInfo(BinReader& in, std::vector<HeadInfoEntry>* entries = nullptr);
 
-// Whether the last four of size bytes, at least four, are the checksum of those before; if not, an error.
+// Whether the last four bytes are the checksum of the bytes before them; reports an error if not. size must be at least
+// four.
 bool checkCrc(const unsigned char* data, int size, ErrorSink& errors);
 
 // Scrambles the bytes from begin to end, or restores them: each is XORed with its offset in data.

@@ -7,12 +7,12 @@ namespace {
 
 constexpr std::uint32_t kReflectedPolynomial = 0xEDB88320u;
 
-constexpr int kStep = 8;  // bytes that are divided at once
+constexpr int kStep = 8;  // bytes that one pass of the loop processes
 
 using Tables = std::array<std::array<std::uint32_t, 256>, kStep>;
 
-// Entry i of the first table is what eight steps of the division make of the byte i, in table k with k zero bytes
-// behind it.
+// Slicing-by-8: entry i of table 0 is the remainder of the byte i, entry i of table k the remainder of the byte i with
+// k zero bytes after it.
 constexpr Tables init_CRC32_table() {
     Tables tables{};
     for (std::uint32_t i = 0; i < 256; ++i) {

@@ -3,5 +3,5 @@
 
 #include <cstdint>
 
-// Of length bytes; 0 for none.
+// The checksum of length bytes; 0 when length is 0.
 std::uint32_t GetCRC32(const unsigned char* bytes, int length);

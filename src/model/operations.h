@@ -13,7 +13,7 @@ namespace operation {
 using nolk::RunnerBuilder;
 using nolk::TensorX;
 
-// Methods whose parameters have another form in the file.
+// Functions for the methods whose parameters have another form in the file.
 
 inline TensorX* constTensor(RunnerBuilder& builder, nolk::Tensor values) { return builder.constTensor(&values); }
 
@@ -26,7 +26,7 @@ inline TensorX* concat(RunnerBuilder& builder, std::vector<TensorX*> inputs, nol
     return builder.concat(inputs.empty() ? nullptr : inputs.data(), static_cast<int>(inputs.size()), axis);
 }
 
-// An older record of resize.
+// The older record of resize, which has no transMode.
 inline TensorX* resizeAligned(RunnerBuilder& builder, TensorX* x, nolk::TensorShape shape, nolk::ResizeMode mode) {
     return builder.resize(x, shape, mode, nolk::ResizeTransMode::alignCorners);
 }
@@ -35,7 +35,7 @@ inline TensorX* prelu(RunnerBuilder& builder, TensorX* x, nolk::Vector slopes) {
     return builder.prelu(x, slopes.data, slopes.count);
 }
 
-// The two forms of one name.
+// The two overloads of one method.
 constexpr TensorX* (RunnerBuilder::*kInstanceNormalization)(TensorX*, float) = &RunnerBuilder::instanceNormalization;
 constexpr TensorX* (RunnerBuilder::*kScaledInstanceNormalization)(TensorX*, nolk::Vector, nolk::Vector,
                                                                   float) = &RunnerBuilder::instanceNormalization;
@@ -97,7 +97,7 @@ static_assert(areKeysDistinct(), "a function has one row, and two functions have
 
 constexpr std::size_t placeOf(std::uint64_t key) {
     std::size_t place = 0;
-    while (kTable[place].key != key) ++place;  // beyond the table, compiling stops
+    while (kTable[place].key != key) ++place;  // an index beyond the table is a compile error
     return place;
 }
 

@@ -11,7 +11,8 @@ struct Closer {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// -1 when it has none that a model could have: a folder can be opened too, and says that it is endless.
+// -1 when the size is unknown or too large for a model. The latter also rejects folders: fopen opens a folder, and the
+// size that is found for it is the largest long.
 long sizeOf(std::FILE* file) {
     if (std::fseek(file, 0, SEEK_END) != 0) return -1;
     const long size = std::ftell(file);

@@ -43,7 +43,7 @@ Argument readKind(std::size_t kind, RecordReader& reader, const std::variant<Typ
 
 }  // namespace
 
-// Ids come first. An input's alone stands behind its shape.
+// Ids come before the fields. Only the record of an input has its id after its shape.
 Record readRecord(const Operation& operation, RecordReader& reader) {
     Record record{&operation, {}, 0, {}};
     const bool idIsLast = operation.code == kCodeOf<&nolk::RunnerBuilder::input>;

@@ -20,12 +20,12 @@ void BaseBatchRunner::destroy() {
 
 std::vector<nolk::Tensor> BaseBatchRunner::splitBatch(const nolk::Tensor* tensors, int count, int index) {
     std::vector<nolk::Tensor> views;
-    views.reserve(static_cast<std::size_t>(std::max(count, 1)));  // runners refuse null, also for no tensors
+    views.reserve(static_cast<std::size_t>(std::max(count, 1)));  // runners reject a null array, even of no tensors
     for (int i = 0; i < count && tensors; ++i) {
         nolk::TensorShape shape = tensors[i].shape;
         const int sampleSize = shape.c * shape.h * shape.w;
         shape.n = 1;
-        // Missing data stays missing in every view, for the inner runner to find.
+        // A null pointer stays null in every view, so that the inner runner reports it.
         float* const data = tensors[i].data;
         views.push_back({shape, data ? data + static_cast<std::ptrdiff_t>(index) * sampleSize : nullptr});
     }

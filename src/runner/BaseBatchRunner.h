@@ -1,7 +1,7 @@
-// Cuts the tensors of a call along the batch and runs the inner runner once for every sample. Many threads may call
-// run: where the inner runner needs it (isThreadSafe is false), a mutex keeps it for one call at a time.
+// Splits the tensors of a call along the batch and runs the inner runner once for every sample. Many threads may call
+// run: if the inner runner is not thread-safe (isThreadSafe is false), a mutex lets only one call use it at a time.
 //   BaseBatchRunner* wrapped = new BaseBatchRunner(runner, 1);  wrapped->run(...);  wrapped->destroy();
-// Owns the inner runner from construction to destroy(); when a constructor throws, it stays the caller's.
+// Owns the inner runner from construction to destroy(). If a constructor throws, the caller still owns it.
 #pragma once
 
 #include <nolk.h>
@@ -17,7 +17,8 @@ public:
     BaseBatchRunner(const BaseBatchRunner&) = delete;
     BaseBatchRunner& operator=(const BaseBatchRunner&) = delete;
 
-    // True when every sample ran, also for none. The first that fails ends the call; outputs of those before it stand.
+    // True when every sample ran, or when there are none. The first sample that fails ends the call; the outputs of
+    // earlier samples stay.
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
     void destroy() override;
 
@@ -31,7 +32,7 @@ protected:
     static std::vector<QueItem> toQueItems(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs,
                                            int outputCount);
 
-    // Whether there is a first input, which tells the number of items; if not, says so on standard error.
+    // Whether there is a first input, which tells the number of items; prints a message to standard error if not.
     static bool hasFirstInput(const nolk::Tensor* inputs, int inputCount);
 
     nolk::Runner* runner_;

@@ -1,6 +1,6 @@
-// The runner of one built network. A run refuses tensors that the network was not built for, fills the network's
-// inputs, lets the layers work and hands the outputs to the host. Layers, arena, constants and scratch memory are its
-// own, so the builder may go. It has one batch size, fixed by the build, and serves one thread at a time.
+// The runner of one built network. A run rejects tensors that the network was not built for, copies the inputs in, runs
+// the layers and copies the outputs to the host. It owns layers, arena, constants and scratch memory, so the builder
+// may be destroyed. Its batch size is fixed by the build. Only one thread may use it at a time.
 #pragma once
 
 #include <nolk.h>
@@ -19,8 +19,8 @@
 
 class BaseRunner final : public nolk::Runner, public nolk::LayeredRunner {
 public:
-    // Takes the addresses of inputs and outputs as they are now: planning must be over. pool may be null, layers may
-    // be.
+    // Uses the addresses that inputs and outputs have now, so planning must be over. pool may be null, and so may
+    // single layers.
     BaseRunner(std::vector<std::unique_ptr<Layer>> layers, const std::vector<nolk::TensorX*>& inputs,
                const std::vector<nolk::TensorX*>& outputs, std::unique_ptr<MemoryPool> pool,
                std::vector<FloatBuffer> constData);
@@ -38,7 +38,7 @@ public:
     const std::vector<nolk::TensorShape>& outputShapes() const { return outputShapes_; }
     const std::vector<std::unique_ptr<Layer>>& layers() const { return layers_; }  // in execution order
     AlignedMemory<float>& scratch() { return memory_; }
-    const MemoryPool* arena() const { return pool_.get(); }  // null when there was nothing to place
+    const MemoryPool* arena() const { return pool_.get(); }  // null when no tensor needed memory
 
 private:
     bool isValid(const nolk::Tensor* inputs, int inputCount, const nolk::Tensor* outputs, int outputCount) const;

@@ -9,10 +9,10 @@
 
 namespace {
 
-constexpr std::chrono::milliseconds kPatience(100);  // for a sleeper that missed a notification
+constexpr std::chrono::milliseconds kMaxSleep(100);  // after it, a thread checks its condition without a notification
 
-// Whether there are count tensors with data for every element; if not, says so on standard error as the runner of a
-// network does.
+// Whether there are count tensors with data for every element; if not, prints the message of BaseRunner to standard
+// error.
 bool hasData(const std::vector<nolk::Tensor>& tensors, int count) {
     if (tensors.empty() && count > 0) {
         std::fputs("tensors is null\n", stderr);
@@ -40,7 +40,7 @@ bool sameCounts(const std::vector<nolk::Tensor>& a, const std::vector<nolk::Tens
 }  // namespace
 
 BatchRunner::BatchRunner(nolk::Runner* runner, int batch) : BaseBatchRunner(runner, batch) {
-    pass_.reserve(1);  // no more, however large the batch is: passes grow as items come
+    pass_.reserve(1);  // not the whole batch, which may be very large: passes grow as items come
     worker_ = std::thread(&BatchRunner::workerFun, this);
 }
 
@@ -71,7 +71,7 @@ bool BatchRunner::enter() {
 void BatchRunner::leave() {
     const Lock lock(mutex_);
     --callers_;
-    // Notified under the lock: once it is released, the runner may go.
+    // Notify under the lock: as soon as it is released, the runner may be destroyed.
     if (stop_) cond_.notify_all();
 }
 
@@ -83,7 +83,7 @@ void BatchRunner::fillItemsInQue(std::vector<QueItem>& items) {
         try {
             queue_.push_back(&item);
         } catch (const std::bad_alloc&) {
-            item.state = 1;  // as a failed run; what is queued already must not lose its owner
+            item.state = 1;  // fails this item; an exception would free items that are already queued
         }
         cond_.notify_all();
     }
@@ -95,7 +95,7 @@ void BatchRunner::readItemsFromQue(const std::vector<QueItem>& items) {
         while (item.state.load(std::memory_order_acquire) != 1) waitAWhile(lock);
 }
 
-void BatchRunner::waitAWhile(Lock& lock) { cond_.wait_until(lock, Clock::now() + kPatience); }
+void BatchRunner::waitAWhile(Lock& lock) { cond_.wait_until(lock, Clock::now() + kMaxSleep); }
 
 void BatchRunner::workerFun() {
     while (true) {
@@ -106,13 +106,15 @@ void BatchRunner::workerFun() {
             item->ok = ok;
             item->state.store(1, std::memory_order_release);
         }
-        // Between a caller's look at the state and its sleep lies nothing but the lock: taking it loses no wake-up.
+        // A caller holds the lock from its check of the state until it sleeps. Taking the lock once here ensures that
+        // no caller is between the two, where it would miss the notification.
         { const Lock lock(mutex_); }
         cond_.notify_all();
     }
 }
 
-// Up to a batch of items; none when it is time to leave: stopped, nothing queued and nobody about to queue more.
+// Takes up to a batch of items; none when the worker should end: stopped, nothing queued and no callers left who could
+// queue more.
 const std::vector<QueItem*>& BatchRunner::drainQue() {
     pass_.clear();
     Lock lock(mutex_);
@@ -129,12 +131,12 @@ const std::vector<QueItem*>& BatchRunner::drainQue() {
     return pass_;
 }
 
-// To the pass: the oldest items, up to a batch, or up to the first that does not go with them.
+// Moves the oldest items to the pass: up to a batch, or up to the first that cannot be in one run with them.
 void BatchRunner::takeItems() {
     try {
         pass_.reserve(std::min(queue_.size(), static_cast<std::size_t>(batch_)));
     } catch (const std::bad_alloc&) {
-        // A shorter pass does as well: there is room for one item at least.
+        // A shorter pass works too: there is room for at least one item.
     }
     const std::size_t limit = std::min(pass_.capacity(), static_cast<std::size_t>(batch_));
     while (!queue_.empty() && pass_.size() < limit && (pass_.empty() || goTogether(*pass_.front(), *queue_.front()))) {
@@ -143,7 +145,7 @@ void BatchRunner::takeItems() {
     }
 }
 
-// While the shapes are not known yet, a caller with wrong ones must fail alone.
+// Until the shapes are known, items of different shapes are not mixed, so that a caller with wrong shapes fails alone.
 bool BatchRunner::goTogether(const QueItem& a, const QueItem& b) const {
     if (!shapesAreKnown_) return sameShapes(a.inputs, b.inputs) && sameShapes(a.outputs, b.outputs);
     return sameCounts(a.inputs, b.inputs) && sameCounts(a.outputs, b.outputs);
@@ -156,13 +158,13 @@ void BatchRunner::waitForFullBatch(Lock& lock) {
     const double deadline = nanoseconds() + static_cast<double>(nolk_batch_wait_factor) * lastRunSeconds_ * 1e9;
     while (queue_.size() < static_cast<std::size_t>(batch_) && !stop_) {
         const double left = deadline - nanoseconds();
-        if (!(left > 0.0)) return;  // also for a factor that is not a number
+        if (!(left > 0.0)) return;  // also when the factor is NaN
         const auto wait = std::chrono::duration<double, std::nano>(std::min(left, 1e8));
         cond_.wait_until(lock, Clock::now() + std::chrono::duration_cast<Clock::duration>(wait));
     }
 }
 
-// Whatever goes wrong in a pass fails its items, as a result of false does; the worker lives on.
+// An exception makes the items of this pass fail, just as a result of false does; the worker goes on.
 bool BatchRunner::runPass(const std::vector<QueItem*>& pass) {
     bool ok = false;
     try {
@@ -181,8 +183,8 @@ bool BatchRunner::runPass(const std::vector<QueItem*>& pass) {
     return ok;
 }
 
-// Whether the batch tensors have a place for the item's values. They are of the shapes of the first pass that succeeds;
-// until then, of the pass at hand, since the inner runner alone knows which shapes are right.
+// Whether the item's values fit into the batch tensors. These get their shapes from the first pass that succeeds; until
+// then, from the current pass, since only the inner runner knows which shapes are right.
 bool BatchRunner::canHold(const QueItem& item) {
     if (!shapesAreKnown_) {
         if (!sameShapes(realInputs_.samples, item.inputs) || !sameShapes(realOutputs_.samples, item.outputs))
@@ -203,12 +205,12 @@ void BatchRunner::initRealBatchTensors(const QueItem& item) {
 BatchRunner::RealTensors BatchRunner::makeRealTensors(const std::vector<nolk::Tensor>& samples) const {
     RealTensors real;
     real.samples = samples;
-    real.tensors.reserve(samples.size() + 1);  // runners refuse null, also for no tensors
+    real.tensors.reserve(samples.size() + 1);  // runners reject a null array, even of no tensors
     for (const nolk::Tensor& sample : samples) {
         nolk::TensorShape shape = sample.shape;
         shape.n = batch_;
         if (!isRepresentable(shape)) throw std::bad_alloc();
-        // Zeroed, so that a first partial batch computes on numbers.
+        // Zeroed, so that a partial first batch does not compute with uninitialised values.
         real.storage.push_back(std::make_unique<float[]>(static_cast<std::size_t>(elementCount(shape))));
         real.tensors.push_back({shape, real.storage.back().get()});
     }

@@ -2,7 +2,7 @@
 // and sleeps until they are finished; the worker gives a partial batch some time to fill up (a factor, the environment
 // variable nolk_batch_wait_factor, times the last run's duration) and calls the inner runner with the full batch size.
 //   BatchRunner* shared = new BatchRunner(runnerOfBatch16, 16);  // any number of threads: shared->run(...)
-//   shared->destroy();  // runs what is queued, lets every caller go, joins the worker
+//   shared->destroy();  // runs what is queued, waits until every caller has left, joins the worker
 // The first run that succeeds fixes how many elements each tensor of a sample holds; calls with others return false.
 #pragma once
 
@@ -19,8 +19,8 @@ public:
     // Starts the worker; throws std::system_error when that fails.
     BatchRunner(nolk::Runner* runner, int batch);
 
-    // The result of the run that the first sample was in. Later samples may be in other runs, whose failures do not
-    // count, because hosts depend on the results of calls as they are. False for a first dimension below 1.
+    // Returns the result of the run that contained the first sample. Later samples may be in other runs, whose failures
+    // are ignored; existing hosts depend on this. False for a first dimension below 1.
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
 
     // May be called while callers are inside run, and waits for them; no call may begin once it has been called.
@@ -32,12 +32,12 @@ private:
 
     // The tensors of a full batch, their storage, and the shapes of the samples that they were made for.
     struct RealTensors {
-        std::vector<nolk::Tensor> samples;  // whose data is not used
+        std::vector<nolk::Tensor> samples;  // their data pointers are not used
         std::vector<nolk::Tensor> tensors;
         std::vector<std::unique_ptr<float[]>> storage;
     };
 
-    // A caller inside run, from construction to destruction; false when the worker has left.
+    // Counts a caller as inside run, from construction to destruction. Converts to false when the worker has ended.
     class CallerGuard {
     public:
         explicit CallerGuard(BatchRunner& runner) : runner_(runner), counted_(runner.enter()) {}
@@ -81,14 +81,14 @@ private:
     // Guarded by mutex_.
     std::deque<QueItem*> queue_;  // not yet taken, oldest first
     int callers_ = 0;             // inside run
-    bool closed_ = false;         // the worker has left
+    bool closed_ = false;         // the worker has ended
 
     // Worker only.
     double lastRunSeconds_ = 0.01;
     std::vector<QueItem*> pass_;
-    bool shapesAreKnown_ = false;  // a run has succeeded with those of the real tensors
+    bool shapesAreKnown_ = false;  // a run has succeeded with the shapes of the real tensors
     RealTensors realInputs_;
     RealTensors realOutputs_;
 
-    std::thread worker_;  // last: starts when all else is there
+    std::thread worker_;  // last member, because the thread uses all others
 };

@@ -1,4 +1,4 @@
-// Copies a planned tensor out of the arena, in the order [n, c, h, w].
+// Copies a tensor out of the arena, in the order [n, c, h, w].
 #pragma once
 
 class NCHWReader {

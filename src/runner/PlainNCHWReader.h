@@ -1,4 +1,4 @@
-// Reads a tensor that lies in memory as the host wants it.
+// Reads a tensor that is stored in the order [n, c, h, w], as the host expects it.
 #pragma once
 
 #include <cstddef>

@@ -1,4 +1,4 @@
-// Writes a tensor that lies in memory as the host gives it.
+// Writes a tensor that is stored in the order [n, c, h, w], as the host passes it.
 #pragma once
 
 #include <cstddef>

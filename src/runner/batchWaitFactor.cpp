@@ -1,4 +1,4 @@
-// A file of its own since it runs as soon as the library is loaded, on whatever processor.
+// A separate file, compiled for every processor, because this code runs as soon as the library is loaded.
 #include "runner/batchWaitFactor.h"
 
 #include <cstdlib>

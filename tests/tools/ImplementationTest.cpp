@@ -88,7 +88,7 @@ TEST(Implementation, SettingsReachThePluginAndThreadsReplaceTheirs) {
     }
     const Words wrapped = {"bench", absModel(), "--runs", "1", "--implementation", "nolk_test_raw_plugin:wrapped=1"};
     EXPECT_EQ(runProgram(wrapped).status, 0);
-    const std::string error = "the implementation nolk_test_raw_plugin does not tell its layers";
+    const std::string error = "the implementation nolk_test_raw_plugin does not describe its layers";
     expectRefused(wrapped, {{{"--layers"}, error}, {{"--trace", "-"}, error}});
 }
 #endif

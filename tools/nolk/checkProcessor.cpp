@@ -1,5 +1,5 @@
-// Ends the program with a message on a processor that cannot run it. Compiled for every processor, and before all other
-// constructors of static objects, which are compiled for newer ones.
+// Ends the program with a message on a processor that cannot run it. This file is compiled for every processor, and
+// runs before the constructors of all other static objects, which are compiled for newer processors.
 #include <cstdio>
 #include <cstdlib>
 
@@ -12,7 +12,7 @@ __attribute__((constructor(101))) void checkProcessor() {
     const char* const problem = processorProblem();
     if (!problem) return;
     std::fprintf(stderr, "nolk: %s\n", problem);
-    std::_Exit(1);  // nothing has been constructed that would have to be destroyed
+    std::_Exit(1);  // no static object has been constructed yet, so none must be destroyed
 }
 
 }  // namespace

@@ -5,12 +5,12 @@ namespace CLI {
 class App;
 }
 
-void addInfoCommand(CLI::App& app);   // what is in a model file
+void addInfoCommand(CLI::App& app);   // shows what is in a model file
 void addRunCommand(CLI::App& app);    // runs a model on inputs from files
 void addBenchCommand(CLI::App& app);  // times a model, as a whole and layer by layer
-void addCheckCommand(CLI::App& app);  // what is wrong with a model file
+void addCheckCommand(CLI::App& app);  // reports what is wrong with a model file
 void addDiffCommand(CLI::App& app);   // runs a model, and compares its outputs with expected ones
 
-// Hidden commands that print what is installed with the program: nolk manual, nolk completion. They tell of all that
-// app has when they run.
+// Adds the hidden commands manual and completion, which print the manual page and the bash completion for installation.
+// Both cover all commands that app has when they run.
 void addInstallCommands(CLI::App& app);

@@ -33,7 +33,7 @@ std::string trimmed(const std::string& text) {
     return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(" \t\n\r") - first + 1);
 }
 
-// Of "key=value, ..." the last value of each key.
+// Parses "key=value, ..."; the last value of each key counts.
 Settings settingsIn(const std::string& implementation) {
     Settings settings;
     std::istringstream tokens(settingsTextIn(implementation));
@@ -53,7 +53,7 @@ std::optional<int> wholeNumberIn(const std::string& text) {
     return error == std::errc() && stop == end ? std::optional<int>(number) : std::nullopt;
 }
 
-// What the built-in implementation has no meaning for. Only others know their own settings.
+// Says what is wrong with the settings of the built-in implementation. Settings of others cannot be checked here.
 std::string checkImplementation(const std::string& implementation) {
     if (nameIn(implementation) != kBuiltIn) return "";
     for (const auto& [key, value] : settingsIn(implementation)) {
@@ -95,7 +95,7 @@ void ImplementationOptions::addTo(CLI::App& command) {
 }
 
 std::string ImplementationOptions::text() const {
-    // Of two values the last one counts.
+    // --threads comes last, because the last value of a setting counts.
     std::string settings = settingsTextIn(given_);
     if (threads_ > 0)
         settings += (settings.empty() ? "" : ",") + std::string(kThreads) + "=" + std::to_string(threads_);

@@ -1,4 +1,4 @@
-// What several commands take. The variables that options are read into must live as long as the command.
+// Options that several commands have. The variables that options are read into must live as long as the command.
 #pragma once
 
 #include <stdexcept>
@@ -8,7 +8,7 @@ namespace CLI {
 class App;
 }
 
-// Wrong usage that only a command can tell, once it knows the model: one line, exit status 2.
+// Wrong usage that a command can detect only when it knows the model. It gives one line and exit status 2.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -19,21 +19,21 @@ void addModel(CLI::App& command, std::string& model);
 // --batch N
 void addBatch(CLI::App& command, int& batch, const std::string& description = "samples in a batch");
 
-// What runs a network, and how.
+// The implementation that runs a network, and its settings.
 class ImplementationOptions {
 public:
     // --implementation NAME[:settings] and --threads N
     void addTo(CLI::App& command);
 
-    // For nolk_new_runner_builder: the settings with the threads in the place of their num_threads.
+    // The argument of nolk_new_runner_builder: name and settings, in which --threads replaces num_threads.
     std::string text() const;
 
     std::string name() const;
 
-    // The threads of one matrix product; 0 when an implementation that is not built in was not told.
+    // The threads of one matrix product; 0 if unknown, because another implementation got no number of threads.
     int threads() const;
 
 private:
     std::string given_;
-    int threads_ = 0;  // 0: what the settings say
+    int threads_ = 0;  // 0: not given, so num_threads of the settings counts
 };

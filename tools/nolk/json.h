@@ -1,4 +1,4 @@
-// What the reports for programs have in common.
+// JSON for the reports of several commands.
 #pragma once
 
 #include <nolk.h>
@@ -8,10 +8,10 @@
 
 using Json = nlohmann::ordered_json;
 
-// Always four extents, [n, c, h, w], beside which "dims" tells a matrix (1).
+// Always four extents, [n, c, h, w]. Reports have a separate field "dims", which is 1 for a matrix.
 inline Json shapeJson(const nolk::TensorShape& shape) { return {shape.n, shape.c, shape.h, shape.w}; }
 
-// A file's name need not be text: bytes that are not UTF-8 are replaced.
+// Replaces bytes that are not UTF-8, which file names may contain.
 inline std::string jsonText(const Json& json, int indent = 2) {
     return json.dump(indent, ' ', false, Json::error_handler_t::replace) + "\n";
 }

@@ -1,4 +1,4 @@
-// nolk: looks into a model file, runs it, times it.
+// The program nolk: inspects, checks, runs and times model files.
 #include <nolk.h>
 
 #include <CLI/CLI.hpp>
@@ -23,25 +23,25 @@ std::string versionText() {
     return "nolk " + version + " (interface " + nolk_version() + ")";
 }
 
-// One line, whatever a file's name may hold.
+// Prints one line, even if a file name contains line breaks.
 int report(const std::string& what, int status) {
     std::fprintf(stderr, "nolk: %s\n", printable(what).c_str());
     return status;
 }
 
-// Help that was asked for is no error.
+// Requested help is not an error.
 int reportUsage(const CLI::App& app, const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
     return report(error.what(), kUsage);
 }
 
-// The command runs as the last step of this.
+// Parses the command line; the parser then runs the command.
 int parse(CLI::App& app, int argc, char** argv) {
     try {
         app.parse(argc, argv);
         return 0;
     } catch (const CLI::RuntimeError& e) {
-        return e.get_exit_code();  // a command has said all that is to be said
+        return e.get_exit_code();  // the command has printed its message already
     } catch (const CLI::ParseError& e) {
         return reportUsage(app, e);
     } catch (const UsageError& e) {
@@ -59,7 +59,7 @@ int main(int argc, char** argv) {
         app.set_version_flag("--version", versionText(), "print the versions of nolk and of its interface");
         app.footer(
             "The exit status is 0 when a command succeeds, 1 when it fails, and 2 for wrong\n"
-            "usage. What failed is told in one line on standard error.");
+            "usage. A failure is reported in one line on standard error.");
         app.require_subcommand(1);
         addInfoCommand(app);
         addRunCommand(app);

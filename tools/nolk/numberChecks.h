@@ -1,5 +1,5 @@
-// Checks of values on the command line, whose texts name the wish: "a number above 0, is x". CLI11's own would quote
-// the largest double as the upper bound, and --help the bounds of every option.
+// Checks of values on the command line. Their messages name what is expected: "a number above 0, is x". CLI11's own
+// checks would print the largest double as the upper bound, and add the bounds of every option to --help.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-// The finite number that the whole text is.
+// The number, if the whole text is a finite number.
 inline std::optional<double> numberOf(const std::string& text) {
     char* end = nullptr;
     const double number = std::strtod(text.c_str(), &end);
@@ -18,10 +18,10 @@ inline std::optional<double> numberOf(const std::string& text) {
 
 // isGood takes a double.
 template <typename IsGood>
-CLI::Validator numberThat(IsGood isGood, const std::string& wish) {
-    return {[isGood, wish](const std::string& text) {
+CLI::Validator numberThat(IsGood isGood, const std::string& expected) {
+    return {[isGood, expected](const std::string& text) {
                 const std::optional<double> number = numberOf(text);
-                return number && isGood(*number) ? "" : wish + ", is " + text;
+                return number && isGood(*number) ? "" : expected + ", is " + text;
             },
             ""};
 }
@@ -40,7 +40,7 @@ inline CLI::Validator noNegativeNumber() {
     return numberThat([](double number) { return number >= 0; }, "a number from 0 on");
 }
 
-// For files to be written.
+// For names of files to write.
 inline CLI::Validator fileName() {
     return {[](const std::string& text) { return text.empty() ? "a file's name, is empty" : ""; }, ""};
 }

@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::string_view kEnding = ".onnx", kOwnBegin = "CM";
 
-// Tags of a ModelProto's fields: the field's number * 8 + the kind of its value, 0 number or 2 bytes.
+// Tags of a ModelProto's fields: the field's number * 8 + the type of its value (0: number, 2: bytes).
 enum Tag : unsigned char {
     kIrVersion = 1 << 3,
     kProducerName = 2 << 3 | 2,
@@ -18,8 +18,8 @@ enum Tag : unsigned char {
     kOpsetImport = 8 << 3 | 2,
 };
 
-// Whether the text is one that has its length, of one byte, before it. Other formats of Protocol Buffers have messages
-// in these fields, and those begin with control characters.
+// Whether the bytes are a text after its length of one byte. Other formats of Protocol Buffers have messages in these
+// fields, which begin with control characters.
 bool beginsWithText(std::string_view bytes) {
     if (bytes.empty()) return false;
     const auto length = static_cast<unsigned char>(bytes[0]);
@@ -28,7 +28,7 @@ bool beginsWithText(std::string_view bytes) {
     return std::none_of(text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; });
 }
 
-// Whether the bytes are a ModelProto's: they begin with the version of the format, then comes another field.
+// Whether the bytes begin like a ModelProto: with the version of the format, followed by another field.
 bool isModelProto(std::string_view bytes) {
     constexpr int kOldest = 2, kNewest = 20;  // with room for the future; 1 would be SavedModel's
     if (bytes.size() < 4 || bytes[0] != kIrVersion || bytes[1] < kOldest || bytes[1] > kNewest) return false;

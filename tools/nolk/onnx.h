@@ -1,4 +1,4 @@
-// ONNX models, which nolk does not read. They are recognised, so that somebody who passes one is told what to do.
+// Recognises ONNX models, which nolk cannot read, so that an error message can say what to do.
 //   if (looksLikeOnnx(path, begin)) throw std::runtime_error(path + ": " + kOnnxAdvice);
 #pragma once
 
@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-// How many of a file's first bytes are looked at.
+// Number of bytes at the start of a file that are examined.
 constexpr std::size_t kOnnxBeginBytes = 64;
 
-// What a user is told about such a file. The command that converts it is to be named here, once there is one.
+// The error message for such a file. Once there is a command that converts ONNX models, it should be named here.
 extern const char kOnnxAdvice[];
 
 // Whether a file of this name that begins with these bytes, kOnnxBeginBytes or all that it has, is an ONNX model. A
-// name that ends in .onnx is enough, unless the file begins as nolk's own do.
+// name that ends in .onnx is enough, unless the file begins like a model file of nolk.
 bool looksLikeOnnx(const std::string& path, std::string_view begin);

@@ -36,10 +36,11 @@ int replace(const std::string& path, const std::string& text) {
 }
 
 int writeFile(const std::string& path, const std::string& text) {
-    std::error_code unknown;  // writing tells why
+    std::error_code unknown;  // ignored: writing fails with the reason
     const fs::file_status status = fs::status(path, unknown);
-    if (fs::exists(status) && !fs::is_regular_file(status)) return writeTo(path, text);            // a pipe, a device
-    const std::string target = fs::exists(status) ? fs::canonical(path, unknown).string() : path;  // links stay
+    if (fs::exists(status) && !fs::is_regular_file(status)) return writeTo(path, text);  // a pipe, a device
+    const std::string target =
+        fs::exists(status) ? fs::canonical(path, unknown).string() : path;  // keeps symbolic links
     return replace(target.empty() ? path : target, text);
 }
 

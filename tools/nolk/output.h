@@ -1,4 +1,4 @@
-// What commands write: tables of text, and files of the user's choice.
+// Output of commands: tables of text, and writing to files or standard output.
 //   Table table({{"operation"}, {"parameters", true}});  table.add({"relu", "0"});  writeText("-", table.text());
 #pragma once
 
@@ -15,10 +15,10 @@ class Table {
 public:
     explicit Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
 
-    // As many cells as there are columns.
+    // Adds a row, with as many cells as there are columns.
     void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
 
-    // The titles and the rows, a line each; without columns whose cells are all empty.
+    // The titles and the rows, one line each. Columns whose cells are all empty are left out.
     std::string text() const;
 
 private:
@@ -26,6 +26,6 @@ private:
     std::vector<std::vector<std::string>> rows_;
 };
 
-// To standard output for "-". A file gets its new contents at once: what stood there stays until all has been written,
-// and no half of a file is left behind. Throws std::runtime_error, "path: why", when it cannot be written.
+// Writes text to a file, or to standard output for "-". A regular file is replaced atomically: if writing fails, the
+// old contents stay and no partial file is left. Throws std::runtime_error, "path: why", when it cannot be written.
 void writeText(const std::string& path, const std::string& text);

@@ -4,7 +4,7 @@
 
 LayerTimes::LayerTimes(const Network& network, const std::string& implementation)
     : network_(network), runner_(nolk::layeredRunnerOf(network.runner.get())) {
-    if (!runner_) throw std::runtime_error("the implementation " + implementation + " does not tell its layers");
+    if (!runner_) throw std::runtime_error("the implementation " + implementation + " does not describe its layers");
     sums_.resize(static_cast<std::size_t>(runner_->layerCount()));
     now_.resize(sums_.size() + 2);
 }
@@ -16,7 +16,7 @@ void LayerTimes::run(std::vector<HostTensor>& inputs, std::vector<HostTensor>& o
         throw std::runtime_error("the run failed");
     for (std::size_t i = 0; i < sums_.size(); ++i) sums_[i] += now_[i + 2] - now_[i + 1];
     ++runs_;
-    if (moments_.size() < kKept) moments_.push_back(now_);
+    if (timestamps_.size() < kKept) timestamps_.push_back(now_);
 }
 
 std::vector<LayerTime> LayerTimes::layers() const {

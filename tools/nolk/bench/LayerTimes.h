@@ -1,4 +1,4 @@
-// Runs a network layer by layer, and notes when each began and ended.
+// Runs a network layer by layer, and records when each began and ended.
 //   LayerTimes times(network, "NolkRaw");  times.run(inputs, outputs);  times.layers();
 // The network must outlive it.
 #pragma once
@@ -16,7 +16,7 @@ struct LayerTime {
     std::size_t number;  // in execution order, from 1
     std::string kind;
     nolk::TensorShape output;
-    const nolk::ModelOperation* operation;  // of the network's info; null when the runner does not tell it
+    const nolk::ModelOperation* operation;  // in the network's info; null if unknown
     double seconds;                         // mean of the runs
 
     std::int64_t multiplyAdds() const { return operation ? operation->multiplyAdds : 0; }
@@ -24,19 +24,19 @@ struct LayerTime {
 
 class LayerTimes {
 public:
-    // The moments of one run, as nolk::LayeredRunner notes them.
-    using Moments = std::vector<std::int64_t>;
+    // The timestamps of one run, as nolk::LayeredRunner records them.
+    using Timestamps = std::vector<std::int64_t>;
 
-    // Throws std::runtime_error when the network's runner does not tell its layers.
+    // Throws std::runtime_error if the network's runner is not a nolk::LayeredRunner.
     LayerTimes(const Network& network, const std::string& implementation);
 
     void run(std::vector<HostTensor>& inputs, std::vector<HostTensor>& outputs);
 
-    // In execution order, after one run at least. Refers to the network.
+    // The layers in execution order; call it after at least one run. The result points into the network.
     std::vector<LayerTime> layers() const;
 
-    // Of the first runs, kKept at most.
-    const std::vector<Moments>& moments() const { return moments_; }
+    // The timestamps of the first runs, at most kKept.
+    const std::vector<Timestamps>& timestamps() const { return timestamps_; }
 
 private:
     static constexpr std::size_t kKept = 10;
@@ -47,6 +47,6 @@ private:
     nolk::LayeredRunner* runner_;
     std::int64_t runs_ = 0;
     std::vector<std::int64_t> sums_;  // of each layer, in nanoseconds
-    Moments now_;
-    std::vector<Moments> moments_;
+    Timestamps now_;
+    std::vector<Timestamps> timestamps_;
 };

@@ -23,11 +23,11 @@ constexpr char kFooter[] =
     "the 50th. Images per second are the batch divided by the mean. Peak memory is the\n"
     "largest resident set of the process so far, program and libraries included.\n"
     "\n"
-    "Layers are timed in runs of their own, as many or as long, if the implementation\n"
-    "tells its layers. Layers and records are numbered as in nolk info; GFLOP/s count two\n"
-    "operations for each multiply-add and are left out where multiply-adds are not what a\n"
-    "layer does. A trace is for chrome://tracing or ui.perfetto.dev; with - as FILE it\n"
-    "goes to standard output, in place of the text.\n"
+    "Layers are timed in additional runs, as many or as long as the others, if the\n"
+    "implementation describes its layers. Layers and records are numbered as in nolk\n"
+    "info. GFLOP/s count two operations for each multiply-add; layers without\n"
+    "multiply-adds have none. A trace can be opened in chrome://tracing or\n"
+    "ui.perfetto.dev; with - as FILE it goes to standard output, instead of the text.\n"
     "\n"
     "Example: nolk bench digits.cm --batch 8 --layers --sort time";
 

@@ -8,7 +8,7 @@
 
 namespace {
 
-// What several layers took together.
+// The time and the multiply-adds of several layers together.
 struct Sum {
     std::string kind;
     std::int64_t layers = 0;
@@ -28,7 +28,7 @@ Sum sumOf(const std::vector<LayerTime>& layers) {
     return sum;
 }
 
-// What takes longest first.
+// Sorted by time, the longest first.
 std::vector<Sum> sumsOfKinds(const std::vector<LayerTime>& layers) {
     std::vector<Sum> sums;
     for (const LayerTime& layer : layers) {

@@ -1,4 +1,4 @@
-// What a benchmark has found, for people and for programs.
+// The results of a benchmark, as text for people and as JSON for programs.
 #pragma once
 
 #include <cstdint>
@@ -18,15 +18,15 @@ struct BenchReport {
     double loadSeconds;
     RunTimes times;
     std::int64_t peakBytes;         // -1: not known
-    std::vector<LayerTime> layers;  // none, unless they were wanted
+    std::vector<LayerTime> layers;  // empty unless they were requested
 
     double imagesPerSecond() const { return batch / times.mean; }
 };
 
-// With the layers' times each, and their sum for each kind.
+// Both contain the time of each layer and the sums for each kind of layer.
 std::string reportText(const BenchReport& report);
 std::string reportJson(const BenchReport& report);
 
 // The runs as trace events in JSON, which browsers show along a time line (chrome://tracing, ui.perfetto.dev): a
-// complete event for each run, the layers' nested in it.
+// complete event for each run, which contains the events of its layers.
 std::string chromeTrace(const LayerTimes& times, const std::string& model);

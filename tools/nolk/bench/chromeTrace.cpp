@@ -4,7 +4,7 @@
 
 namespace {
 
-// All times are in nanoseconds; start counts from the first run's.
+// All times are in nanoseconds; start is relative to the start of the first run.
 Json event(const std::string& name, const char* category, std::int64_t start, std::int64_t duration) {
     const double micro = 1e-3;
     return {{"name", name},
@@ -30,13 +30,14 @@ Json argumentsOf(const LayerTime& layer) {
     return arguments;
 }
 
-void addRun(Json& events, std::size_t index, const LayerTimes::Moments& moments, std::int64_t zero,
+void addRun(Json& events, std::size_t index, const LayerTimes::Timestamps& timestamps, std::int64_t zero,
             const std::vector<LayerTime>& layers) {
-    const std::int64_t start = moments.front();
-    events.push_back(event("run " + std::to_string(index), "run", start - zero, moments.back() - start));
-    events.push_back(event("inputs", "run", start - zero, moments[1] - start));
+    const std::int64_t start = timestamps.front();
+    events.push_back(event("run " + std::to_string(index), "run", start - zero, timestamps.back() - start));
+    events.push_back(event("inputs", "run", start - zero, timestamps[1] - start));
     for (std::size_t i = 0; i < layers.size(); ++i) {
-        events.push_back(event(layers[i].kind, "layer", moments[i + 1] - zero, moments[i + 2] - moments[i + 1]));
+        events.push_back(
+            event(layers[i].kind, "layer", timestamps[i + 1] - zero, timestamps[i + 2] - timestamps[i + 1]));
         events.back()["args"] = argumentsOf(layers[i]);
     }
 }
@@ -46,7 +47,7 @@ void addRun(Json& events, std::size_t index, const LayerTimes::Moments& moments,
 std::string chromeTrace(const LayerTimes& times, const std::string& model) {
     Json events = Json::array({nameOfProcess(model)});
     const std::vector<LayerTime> layers = times.layers();
-    const auto& runs = times.moments();
+    const auto& runs = times.timestamps();
     for (std::size_t i = 0; i < runs.size(); ++i) addRun(events, i, runs[i], runs.front().front(), layers);
     return jsonText({{"displayTimeUnit", "ns"}, {"traceEvents", events}}, 1);
 }

@@ -12,7 +12,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Goes with the object.
+// Shows progress on a terminal. The destructor removes the bar.
 class ProgressBar {
 public:
     explicit ProgressBar(const char* what) : what_(what), isTerminal_(isatty(STDERR_FILENO) != 0) {}
@@ -23,7 +23,7 @@ public:
         if (drawn_) std::fputs("\r\033[K", stderr);
     }
 
-    // done: 0 to 1. May be called as often as one likes; draws ten times a second.
+    // done: 0 to 1. May be called often; it draws at most ten times a second.
     void show(double done) {
         if (!isTerminal_ || Clock::now() < next_) return;
         next_ = Clock::now() + std::chrono::milliseconds(100);

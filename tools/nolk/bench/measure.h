@@ -1,4 +1,4 @@
-// Repeats what is to be measured, and sums up how long it took.
+// Repeats a function, and summarises how long it took.
 //   repeat({0, 3}, "runs", [&] { seconds.push_back(timeOf(run)); });  summarise(seconds).median
 #pragma once
 
@@ -6,14 +6,14 @@
 #include <vector>
 
 struct Limit {
-    int runs = 0;  // 0: as many as the seconds allow, but one at least and kMostRuns at most
+    int runs = 0;  // 0: as many as the seconds allow, but at least one and at most kMostRuns
     double seconds = 3;
 };
 
 constexpr int kMostRuns = 10'000'000;
 
-// Calls `once` until the limit is reached. On a terminal a bar on standard error, headed by `what`, shows how far it
-// has come when that takes longer than a second.
+// Calls `once` until the limit is reached. If that takes longer than a second, a progress bar with the title `what` is
+// shown on standard error, provided that it is a terminal.
 void repeat(const Limit& limit, const char* what, const std::function<void()>& once);
 
 // Durations of runs, in seconds.
@@ -21,5 +21,6 @@ struct RunTimes {
     double minimum, median, mean, p99;
 };
 
-// Percentiles by nearest rank: the smallest duration that so many percent of all are not above. Of at least one.
+// Percentiles by nearest rank: the smallest duration that is not below that percentage of all durations. Needs at least
+// one duration.
 RunTimes summarise(std::vector<double> seconds);

@@ -41,9 +41,9 @@ void addCheckCommand(CLI::App& app) {
     addModel(*command, *model);
     command->footer(
         "Prints a line for each finding, with the record's number (from 1), its operation\n"
-        "and its offset in the file. With an error, loading would fail or the network's\n"
-        "result be undefined; a warning is about what can hardly be meant, as an operation\n"
-        "whose result is never used. The exit status is 0 only when there is neither.\n"
+        "and its offset in the file. An error means that loading would fail or that the\n"
+        "network's result would be undefined. A warning means a probable mistake, such as an\n"
+        "operation whose result is never used. The exit status is 0 if there is neither.\n"
         "\n"
         "Example: nolk check digits.cm");
     command->callback([model] { check(*model); });

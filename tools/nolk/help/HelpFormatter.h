@@ -1,4 +1,4 @@
-// The text of --help: as CLI11 has it, but for what the manual page writes otherwise too.
+// Formats the text of --help like CLI11, but writes usage and options in the same way as the manual page.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -8,7 +8,7 @@
 
 class HelpFormatter final : public CLI::Formatter {
 public:
-    // Positionals first: an option that takes several files would take them as well.
+    // Positionals come first, because an option that takes several files would take a positional after it as well.
     std::string make_usage(const CLI::App* app, std::string name) const override {
         if (!app->get_parent()) return Formatter::make_usage(app, name);
         std::string text = "Usage: " + name;

@@ -23,7 +23,7 @@ Words optionsOf(const CLI::App& app) {
     return words;
 }
 
-// What may follow an option that takes no file: the values it lists, or nothing that is known.
+// The words that may follow an option whose value is not a file: the values that it lists, or none.
 std::string afterOptions(const CLI::App& command) {
     std::string text;
     for (const CLI::Option* option : command.get_options()) {

@@ -1,11 +1,11 @@
-// What the manual page and the shell's completion want to know of a command line.
+// Queries about commands and options, for the manual page and the shell completion.
 #pragma once
 
 #include <CLI/CLI.hpp>
 #include <string>
 #include <vector>
 
-// The commands that --help names, in its order.
+// The commands that --help shows, in the same order.
 inline std::vector<const CLI::App*> commandsOf(const CLI::App& app) {
     return app.get_subcommands([](const CLI::App* command) { return !command->get_group().empty(); });
 }
@@ -24,12 +24,12 @@ inline bool takesValue(const CLI::Option& option) {
     return option.get_type_size() > 0 && option.get_expected_max() > 0;
 }
 
-// Whether several values may follow one another; a list of values in one word is one.
+// Whether the option takes several words. A comma-separated list is a single word.
 inline bool takesSeveral(const CLI::Option& option) {
     return option.get_expected_max() > 1 && option.get_allow_extra_args();
 }
 
-// "FILE", "order|time"; with "..." where there may be several.
+// "FILE", "order|time"; with "..." if there may be several.
 inline std::string valueOf(const CLI::Option& option) {
     return option.get_type_name() + (takesSeveral(option) ? "..." : "");
 }
@@ -39,7 +39,7 @@ inline std::string positionalOf(const CLI::Option& option) {
     return option.get_name() + (option.get_expected_max() > 1 ? "..." : "");
 }
 
-// Options without which a command hardly makes sense. Only a network without inputs runs without --input.
+// Whether the usage line names the option: all required ones, and --input, which nearly every network needs.
 inline bool isInSynopsis(const CLI::Option& option) {
     return !isPositional(option) && (option.get_required() || option.get_name() == "--input");
 }

@@ -1,4 +1,4 @@
-// What is made from the command line that the program understands.
+// Generates help from the definitions of commands and options.
 #pragma once
 
 #include <string>
@@ -10,10 +10,10 @@ class App;
 // A script for bash that completes commands, options, the values that an option lists, and files.
 std::string bashCompletion(const CLI::App& app);
 
-// The manual page: roff with the man macros. A footer's paragraph that begins with "Example", and lines that begin with
-// two blanks, are set as they are; the program's own footer is about the exit status.
+// The manual page: roff with the man macros. In a footer, a paragraph that begins with "Example" and lines that begin
+// with two blanks are printed unchanged. The footer of the program itself describes the exit status.
 std::string manPage(const CLI::App& app);
 
-// What names no command or no option of the command line, as one line; empty when all is known. Asked before parsing,
-// which would complain first of what is missing.
+// One line about an unknown command or option; empty when all are known. Call it before parsing, because the parser
+// would first report missing arguments.
 std::string usageError(const CLI::App& app, int argc, const char* const* argv);

@@ -7,7 +7,7 @@
 
 namespace {
 
-// Text that roff does not take for requests, escapes or hyphens.
+// Escapes text, so that roff does not read parts of it as requests, escapes or hyphens.
 std::string roff(const std::string& text) {
     std::string result;
     for (const char c : text) {

@@ -13,7 +13,7 @@
 
 namespace {
 
-// A string of Graphviz's language; "\n" breaks the line.
+// A quoted string in Graphviz's language; "\n" breaks the line.
 std::string quoted(const std::string& text) {
     std::string result = "\"";
     for (const char c : text) {
@@ -71,7 +71,7 @@ std::string contentOf(std::FILE* file) {
     return content;
 }
 
-// dot's exit status, with these as its standard input and output. No shell has a part in it.
+// Runs dot with these files as its standard input and output, without a shell. Returns its exit status.
 int runDot(std::FILE* in, std::FILE* out) {
     char name[] = "dot", format[] = "-Tsvg";
     char* const arguments[] = {name, format, nullptr};

@@ -18,7 +18,7 @@ struct InfoOptions {
     std::string dot, svg, memory;
 };
 
-// Whether standard output is for a drawing or its source.
+// Whether a drawing or its source goes to standard output.
 bool isTaken(const InfoOptions& options) {
     const int wishes = (options.dot == "-") + (options.svg == "-") + (options.memory == "-");
     if (wishes + options.json > 1 && wishes > 0)
@@ -52,7 +52,7 @@ void addInfoCommand(CLI::App& app) {
     const auto options = std::make_shared<InfoOptions>();
     CLI::App* command = app.add_subcommand("info", "Show what is in a model file and what the library makes of it");
     addModel(*command, options->model);
-    addBatch(*command, options->batch, "samples in a batch, for which shapes, multiply-adds and memory are");
+    addBatch(*command, options->batch, "samples in a batch; shapes, multiply-adds and memory depend on it");
     command->add_flag("--json", options->json, "print JSON instead of text");
     command->add_option("--dot", options->dot, "write the graph of operations, in Graphviz's language")
         ->type_name("FILE")
@@ -70,9 +70,9 @@ void addInfoCommand(CLI::App& app) {
     command->footer(
         "A multiply-add is counted for each product that a convolution, deconvolution,\n"
         "full connection, matrix product or LSTM sums up, padding included; other\n"
-        "operations count none. The column layer tells which layer of the runner computes\n"
+        "operations count none. The column layer shows which layer of the runner computes\n"
         "an operation; \"in 2\" means that layer 2 has absorbed it. With - as FILE a graph\n"
-        "or drawing goes to standard output, in place of the text.\n"
+        "or drawing goes to standard output, instead of the text.\n"
         "\n"
         "Example: nolk info digits.cm --svg graph.svg --memory arena.svg");
     command->callback([options] { info(*options); });

@@ -30,7 +30,7 @@ std::string hexText(const std::vector<unsigned char>& bytes) {
     return text;
 }
 
-// Text where it is text, else bytes.
+// The bytes as text if they are printable, else in hexadecimal.
 std::string shownBytes(const std::vector<unsigned char>& data) {
     if (data.empty()) return {};
     const bool isText = std::all_of(data.begin(), data.end(), [](unsigned char c) { return c >= 0x20 && c < 0x7F; });

@@ -10,11 +10,11 @@
 namespace {
 
 constexpr double kLeft = 90, kTop = 108, kRight = 24, kBottom = 130, kPlotHeight = 440;
-constexpr double kMostWidth = 3800;  // of all steps; many get narrower for it
+constexpr double kMostWidth = 3800;  // of all steps together; if there are many, each is narrower
 constexpr double kScratchTop = 58, kScratchHeight = 24;
-constexpr double kLeastBoxHeight = 3;        // so that small tensors are seen beside large ones
-constexpr double kLeastLabelledStep = 14;    // steps narrower than that leave labels out
-constexpr double kLetter = 6.1, kLine = 13;  // of the boxes' text, whose font has 11 pixels
+constexpr double kLeastBoxHeight = 3;        // so that small tensors stay visible beside large ones
+constexpr double kLeastLabelledStep = 14;    // narrower steps have no labels
+constexpr double kLetter = 6.1, kLine = 13;  // width of a letter and height of a line at font size 11
 
 std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
 
@@ -27,7 +27,7 @@ std::string format(const char* text, ...) {
     return buffer;
 }
 
-// Colours that black text stands well on; neighbours in time differ.
+// Background colours for black text. Boxes that follow each other get different ones.
 const char* colourOf(std::size_t index) {
     static constexpr const char* kColours[] = {"#a6cee3", "#fdbf6f", "#b2df8a", "#cab2d6", "#fb9a99",
                                                "#ffed99", "#8dd3c7", "#e5c494", "#f1b6da", "#c7d3e3"};
@@ -40,7 +40,7 @@ std::string joined(const std::vector<std::string>& words) {
     return text;
 }
 
-// A range of the arena with the words for it.
+// A range of the arena with its labels.
 struct Box {
     nolk::ArenaRange range;
     std::vector<std::string> tensors;  // "relu #3"
@@ -127,7 +127,8 @@ private:
                  bytesText(total));
     }
 
-    // Beside the arena's scale, which it would often exceed. Inputs and outputs are copied without it.
+    // The scratch memory is not to scale, because it is often larger than the arena. It spans the layers only: copying
+    // inputs and outputs needs none.
     void scratch() {
         const double left = x(1), right = x(static_cast<int>(steps_.size()) - 1);
         const std::string size = bytesText(info_.scratchBytes);
@@ -145,7 +146,7 @@ private:
         svg_ += "</g>\n";
     }
 
-    // Ticks at a power of two, four to eight of them.
+    // Draws four to eight ticks, at multiples of a power of two.
     void byteAxis() {
         const double units = std::log2(static_cast<double>(bytes_)) - 2;
         const std::int64_t tick = std::int64_t{1} << static_cast<int>(std::max(std::floor(units), 0.0));
@@ -217,7 +218,7 @@ private:
             if (labelAbove(shownName, place)) return;
     }
 
-    // Over a box that is too low for its label, upright where the place is narrow, if nothing else is there.
+    // Puts the label above a box that is too low for it, if there is free space; upright if that is narrow.
     bool labelAbove(const std::string& name, const Rectangle& box) {
         if (stepWidth_ < kLeastLabelledStep) return false;
         const double length = static_cast<double>(name.size()) * kLetter + 6, centre = (box.left + box.right) / 2;
@@ -234,7 +235,7 @@ private:
         return false;
     }
 
-    // As many of the lines as fit into a box of that length along the text; whether the first one did.
+    // Draws as many of the lines as fit into length (along the text) and height. Returns whether the first one fitted.
     bool label(const std::vector<std::string>& lines, double centreX, double centreY, double length, double height,
                bool upright) {
         std::vector<std::string> fitting;

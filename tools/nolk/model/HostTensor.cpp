@@ -17,7 +17,7 @@ std::vector<HostTensor> hostTensors(const std::vector<nolk::TensorShape>& shapes
 
 std::vector<nolk::Tensor> views(std::vector<HostTensor>& tensors) {
     std::vector<nolk::Tensor> all;
-    all.reserve(std::max<std::size_t>(tensors.size(), 1));  // runners refuse null, also for no tensors
+    all.reserve(std::max<std::size_t>(tensors.size(), 1));  // runners reject a null array, even of no tensors
     for (HostTensor& t : tensors) all.push_back(t.view());
     return all;
 }

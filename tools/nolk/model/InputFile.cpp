@@ -11,7 +11,7 @@ InputFile::InputFile(const std::string& path) : path_(path) {
     const std::filesystem::file_status status = std::filesystem::status(path, error);
     if (status.type() == std::filesystem::file_type::not_found) fail("no such file");
     if (error) fail(error.message());
-    // Asked before the file is opened, which would wait for a pipe's other end.
+    // Checked before opening, because opening a pipe would wait for its other end.
     if (std::filesystem::is_directory(status)) fail("is a directory");
     if (!std::filesystem::is_regular_file(status)) fail("not a regular file");
     left_ = static_cast<std::int64_t>(std::filesystem::file_size(path, error));

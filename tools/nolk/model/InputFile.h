@@ -1,6 +1,6 @@
-// A regular file that is read from its start to its end, in pieces whose sizes the caller has reasons to trust.
+// Reads a regular file from start to end, in pieces. The caller must have checked the sizes, for example with left().
 //   InputFile file("x.npy");  file.read(magic, 6);  if (file.left() != wanted) file.fail("...");
-// Everything that goes wrong is a std::runtime_error of one line, "x.npy: what".
+// All failures are a std::runtime_error with one line, "x.npy: what".
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,7 @@
 
 class InputFile {
 public:
-    // Fails when there is no such file, or something else than a regular file, whose size nobody knows.
+    // Fails if there is no such file, or if it is not a regular file, because then its size is unknown.
     explicit InputFile(const std::string& path);
 
     // Bytes that have not been read yet.

@@ -10,7 +10,7 @@
 
 namespace {
 
-// What the library has queued meanwhile, as the end of a line.
+// Removes all messages from the library's queue, and returns them as the end of a line.
 std::string queuedMessages() {
     std::string text;
     char message[256];

@@ -1,12 +1,12 @@
-// How far values are from expected ones. Two NaNs are equal, and so are two infinities of one sign; a NaN beside a
-// number is infinitely far from it. The relative difference |value - expected| / |expected| leaves out elements that
-// are expected to be 0.
+// Compares values with expected ones. Two NaNs are equal, and so are two infinities of the same sign; the difference
+// between NaN and a number is infinite. The relative difference |value - expected| / |expected| leaves out elements
+// that are expected to be 0.
 #pragma once
 
 #include <cstddef>
 #include <vector>
 
-// An element's difference is too large beyond absolute + relative * |expected|.
+// An element's difference is too large if it exceeds absolute + relative * |expected|.
 struct Tolerance {
     double absolute = 0;
     double relative = 0;
@@ -23,5 +23,5 @@ struct Differences {
     std::size_t tooLarge = 0;  // elements
 };
 
-// The vectors have the same size.
+// The vectors must have the same size.
 Differences compare(const std::vector<float>& values, const std::vector<float>& expected, const Tolerance& tolerance);

@@ -1,9 +1,9 @@
-// An image file whose head has been read and whose pixels can be. Callers check the extents first: samples() reserves
-// memory for as many pixels as the head claims.
+// Reads an image file: the head when it is opened, the pixels on request. Callers must check the extents first, because
+// samples() allocates memory for as many pixels as the head says.
 //   std::unique_ptr<ImageDecoder> decoder = openImage("x.png");
 //   if (decoder->extents().rows == 28) ... decoder->samples()
-// Damaged and truncated files are errors, also where a viewer would show what there is. Everything that goes wrong is
-// a std::runtime_error of one line, "x.png: what".
+// Damaged and truncated files are errors, even if a viewer would show a part of the image. All failures are a
+// std::runtime_error with one line, "x.png: what".
 #pragma once
 
 #include <cstddef>
@@ -33,7 +33,7 @@ public:
 
     const ImageExtents& extents() const { return extents_; }
 
-    // [h, w, c], the high byte of a sample first. To be called once.
+    // The samples [h, w, c], each with its high byte first. May be called once.
     virtual std::vector<unsigned char> samples() = 0;
 
 protected:
@@ -46,10 +46,10 @@ private:
     std::string path_;
 };
 
-// The decoder for what the file contains, whatever its name.
+// Selects the decoder by the contents of the file, not by its name.
 std::unique_ptr<ImageDecoder> openImage(const std::string& path);
 
-// For the formats by themselves. The program may be built without libpng or libjpeg; their decoders are missing then.
+// Decoders of single formats. If the program is built without libpng or libjpeg, their decoders do not exist.
 std::unique_ptr<ImageDecoder> openPnm(const std::string& path);
 std::unique_ptr<ImageDecoder> openPng(const std::string& path);
 std::unique_ptr<ImageDecoder> openJpeg(const std::string& path);

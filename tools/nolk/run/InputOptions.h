@@ -1,4 +1,4 @@
-// What commands that run a model on files have in common: the model, its batch, and its inputs' files.
+// The options of commands that run a model on files: the model, its batch, and the files of its inputs.
 #pragma once
 
 #include <string>
@@ -18,10 +18,10 @@ struct InputOptions {
     PixelRule pixels;
 };
 
-// Adds them to a command. options must live as long as the command.
+// Adds these options to a command. options must live as long as the command.
 void addInputOptions(CLI::App& command, InputOptions& options);
 
-// A paragraph about their files for the end of a command's help.
+// A paragraph about input files for the end of a command's help.
 extern const char kInputsHelp[];
 
 // The tensors for a network's inputs, of these shapes, from the files of the options: one file for each input, or one

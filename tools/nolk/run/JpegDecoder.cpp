@@ -1,5 +1,5 @@
 // JPEG through libjpeg, baseline and progressive, grey or colour, as the pixels are stored: an orientation in the
-// metadata is not applied. What libjpeg warns of is an error here: it fills gaps in damaged files with grey.
+// metadata is not applied. Warnings of libjpeg are errors here, because it fills gaps in damaged files with grey.
 #include <csetjmp>
 #include <cstdio>
 // jpeglib.h needs what <cstdio> defines.
@@ -9,7 +9,7 @@
 
 namespace {
 
-// What libjpeg works with, and where it goes when it gives up.
+// The state of libjpeg, and the place that it jumps to when it fails.
 struct JpegReader {
     JpegReader() = default;
     JpegReader(const JpegReader&) = delete;
@@ -28,7 +28,8 @@ public:
     std::vector<unsigned char> samples() override;
 
 private:
-    // libjpeg leaves these with longjmp, so nothing in them may need a destructor. False: the message says why.
+    // libjpeg leaves these with longjmp on errors, so nothing in them may need a destructor. Then they return false,
+    // and reader_.message says why.
     bool readHead();
     bool readRows(unsigned char* samples);
 

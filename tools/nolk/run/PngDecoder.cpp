@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::size_t kMessageBytes = 200;
 
-// What libpng allocates.
+// Owns the structures that libpng allocates.
 struct PngReader {
     PngReader() = default;
     PngReader(const PngReader&) = delete;
@@ -28,7 +28,8 @@ public:
     std::vector<unsigned char> samples() override;
 
 private:
-    // libpng leaves these with longjmp, so nothing in them may need a destructor. False: message_ says why.
+    // libpng leaves these with longjmp on errors, so nothing in them may need a destructor. Then they return false, and
+    // message_ says why.
     bool readHead();
     bool readRows(png_bytepp rows);
 
@@ -42,7 +43,7 @@ private:
     png_longjmp(png, 1);
 }
 
-void onWarning(png_structp, png_const_charp) {}  // about what does not change a pixel
+void onWarning(png_structp, png_const_charp) {}  // ignored: warnings are about data that does not change pixels
 
 void readBytes(png_structp png, png_bytep to, std::size_t bytes) {
     auto* const file = static_cast<std::FILE*>(png_get_io_ptr(png));

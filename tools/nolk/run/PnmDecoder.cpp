@@ -1,5 +1,5 @@
-// Binary PGM and PPM images: "P5" grey or "P6" red, green and blue, then columns, rows and the maximum as text, then
-// the samples, of two bytes where the maximum is above 255.
+// Binary PGM and PPM images: "P5" (grey) or "P6" (red, green and blue), then columns, rows and the maximum as text,
+// then the samples, of two bytes if the maximum is above 255.
 #include <cctype>
 #include <cstdint>
 
@@ -30,7 +30,7 @@ PnmDecoder::PnmDecoder(const std::string& path) : ImageDecoder(path), file_(path
     extents_.sampleBytes = maximum > 255 ? 2 : 1;
 }
 
-// The next number of the head, behind blanks and comments. Takes the byte after it too, which has to be a blank.
+// Reads the next number of the head, after blanks and comments, and the byte after it, which must be a blank.
 int PnmDecoder::readNumber() {
     int c = file_.get();
     while (c == '#' || std::isspace(c)) {

@@ -36,7 +36,7 @@ std::string describe(const char* kind, const Difference& difference, const HostT
                      const HostTensor& expected) {
     const std::size_t i = difference.element;
     if (difference.maximum == 0) return "";
-    constexpr int kDigits = 9;  // tell any two floats apart
+    constexpr int kDigits = 9;  // enough to distinguish any two floats
     return std::string("  maximum ") + kind + " difference " + shortText(difference.maximum, 3) + " at " +
            indexText(i, actual.shape) + ": " + shortText(actual.values[i], kDigits) + ", expected " +
            shortText(expected.values[i], kDigits) + "\n";

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-// value = (pixel - mean) * scale. Pixels are what the file holds: 0 to 255, to 65535 with 16 bits in PNG, to the
-// maximum that a PGM or PPM names.
+// value = (pixel - mean) * scale. Pixels have the values of the file: 0 to 255, to 65535 for PNG with 16 bits, to the
+// maximum in the head of a PGM or PPM file.
 struct PixelRule {
     std::vector<double> scale = {1};  // one for all of the network's channels, or one for each
     std::vector<double> mean = {0};   // likewise

@@ -17,7 +17,7 @@ namespace {
 using Extents = std::vector<std::int64_t>;
 
 constexpr std::string_view kMagic = "\x93NUMPY";
-constexpr std::int64_t kLongestHeader = 1 << 16;  // of an array that could be meant
+constexpr std::int64_t kLongestHeader = 1 << 16;  // a longer header is not of a usable array
 constexpr std::size_t kMostExtents = 64;
 constexpr std::size_t kAlignment = 64;  // of the values in the file
 
@@ -35,7 +35,7 @@ bool take(std::string_view& text, char wanted) {
     return true;
 }
 
-// Where a value ends: at a comma, a colon or a closing bracket that is in no brackets and no quotes of its own.
+// The end of a value: a comma, colon or closing bracket outside the value's own brackets and quotes.
 std::size_t endOfValue(std::string_view text) {
     int depth = 0;
     char quote = 0;
@@ -54,7 +54,7 @@ std::size_t endOfValue(std::string_view text) {
     return text.size();
 }
 
-// The next value, as it stands there.
+// Removes the next value from the front of the text, and returns it.
 std::string_view takeValue(std::string_view& text) {
     const std::size_t end = endOfValue(text);
     std::string_view value = text.substr(0, end);
@@ -70,7 +70,7 @@ std::optional<std::string_view> unquoted(std::string_view text) {
     return text.substr(1, text.size() - 2);
 }
 
-// "{'shape': (1, 28), ...}": what stands behind each key.
+// Parses "{'shape': (1, 28), ...}" into the text of the value of each key.
 std::optional<std::map<std::string_view, std::string_view>> parseDictionary(std::string_view text) {
     std::map<std::string_view, std::string_view> entries;
     if (!take(text, '{')) return std::nullopt;
@@ -100,7 +100,7 @@ std::optional<Extents> parseExtents(std::string_view text) {
     return extents;
 }
 
-// "float64 ('<f8')", or the text itself where it is nothing well-known.
+// "float64 ('<f8')", or only the text itself if the type is unknown.
 std::string typeText(std::string_view descr) {
     std::string shown(descr.substr(0, 40));
     std::replace_if(

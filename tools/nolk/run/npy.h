@@ -9,8 +9,8 @@
 
 // Reads the array of a file of version 1.0 to 3.0 that has the shape `expected`, but for leading extents of 1, which
 // may be missing; a matrix [n, c] may also come as [n, c, 1, 1]. values has room for it. Throws std::runtime_error,
-// "path: what, expected what", before any value is read; what a header says about sizes is never believed.
+// "path: what, expected what", before it reads any value; it does not trust the sizes in a header.
 void readNpy(const std::string& path, const nolk::TensorShape& expected, float* values);
 
-// A file of version 1.0.
+// The bytes of a file of version 1.0.
 std::string npyBytes(const HostTensor& tensor);

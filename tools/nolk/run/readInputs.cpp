@@ -51,7 +51,7 @@ std::string expectedFiles(const std::vector<nolk::TensorShape>& shapes, std::siz
     return text;
 }
 
-// Each sample from a file of its own; takes the files from the front.
+// Reads each sample from its own file. Advances `file` behind the last file that it has read.
 void readSamples(const std::string*& file, HostTensor& tensor, const PixelRule& pixels) {
     nolk::TensorShape sample = tensor.shape;
     sample.n = 1;

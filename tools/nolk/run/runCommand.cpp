@@ -24,7 +24,7 @@ struct RunOptions {
     std::vector<std::string> outputs;
 };
 
-// The places and values of the largest that are numbers.
+// The indices and values of the largest values, without NaN.
 std::string topText(const float* values, std::size_t count) {
     std::vector<std::size_t> order(count);
     std::iota(order.begin(), order.end(), std::size_t{0});
@@ -109,9 +109,9 @@ void addRunCommand(CLI::App& app) {
         ->type_name("FILE")
         ->check(fileName());
     command->footer(std::string(kInputsHelp) +
-                    "Printed are, of an output without rows and columns, the five largest values of each\n"
-                    "sample with their indices, of any other its minimum, maximum and mean. NaNs are\n"
-                    "left out and counted.\n"
+                    "For an output without rows and columns, the five largest values of each sample are\n"
+                    "printed with their indices; for any other output its minimum, maximum and mean.\n"
+                    "NaNs are left out and counted.\n"
                     "\n"
                     "Example: nolk run digits.cm --input digit-3.pgm --scale 1/255");
     command->callback([options] { run(*options); });
