@@ -1,7 +1,7 @@
 // An optional interface of runners that describe and time their layers, for programs that show or measure a network.
 //   if (auto* layered = dynamic_cast<nolk::LayeredRunner*>(runner)) layered->layer(0).kind
 // The built-in runner has it. A runner of another implementation offers it by deriving from both classes; it must then
-// be compiled with run-time type information, as must everything behind nolk::Runner.
+// be compiled with run-time type information, like every class that implements nolk::Runner.
 #ifndef NOLK_LAYERS_H
 #define NOLK_LAYERS_H
 
@@ -37,6 +37,7 @@ protected:
 // Null for a runner without this interface. If a runner was compiled without run-time type information, the pointer to
 // it, which stands before the virtual functions, is null, and dynamic_cast would follow it.
 inline LayeredRunner* layeredRunnerOf(Runner* runner) {
+    if (!runner) return nullptr;
     const void* const* slots = nullptr;
     std::memcpy(&slots, static_cast<const void*>(runner), sizeof slots);
     return slots[-1] ? dynamic_cast<LayeredRunner*>(runner) : nullptr;

@@ -9,6 +9,7 @@
 #include "inspect/counts.h"
 #include "inspect/peakBytes.h"
 #include "layers/ConvolutionLayerFactory.h"
+#include "model/operations.h"
 
 namespace {
 
@@ -17,7 +18,11 @@ constexpr std::int64_t kFloatBytes = sizeof(float);
 // Fusion may add a bias to a convolution; all other layers keep the parameters of their call.
 std::int64_t parametersOf(const LayerFactory& factory, const nolk::ModelOperation& operation) {
     const auto* convolution = dynamic_cast<const ConvolutionLayerFactory*>(&factory);
-    if (!convolution) return operation.parameterCount;
+    if (!convolution) {
+        const bool isPlain = operation.code == kCodeOf<operation::kInstanceNormalization>;
+        return isPlain && elementCount(operation.output) > 0 ? productOf({2, operation.output.c})
+                                                             : operation.parameterCount;
+    }
     const nolk::Weights& w = convolution->weights;
     const std::int64_t groups = w.shared ? 1 : w.groups;
     return productOf({groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW}) +
@@ -75,10 +80,12 @@ struct HostTensors {
 
 }  // namespace
 
-BuiltNetwork::BuiltNetwork(const ModelFile& file, int batch) : builder_(new RawRunnerBuilder(nullptr)) {
+BuiltNetwork::BuiltNetwork(ModelFile& file, int batch) : builder_(new RawRunnerBuilder(nullptr)) {
     RecordWalk walk(file, batch, *builder_);
-    while (walk.next())
+    while (walk.next()) {
         if (walk.record().hasOutput()) made_.push_back(walk.model().tensors[walk.record().output]);
+        file.releaseBefore(walk.record().end);
+    }
     walk.finish();
     outputs_ = walk.model().outputs;
     try {

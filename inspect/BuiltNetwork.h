@@ -14,7 +14,8 @@
 class BuiltNetwork {
 public:
     // Throws nolk::ModelError when the network cannot be built.
-    BuiltNetwork(const ModelFile& file, int batch);
+    // Afterwards the records of the file cannot be read again.
+    BuiltNetwork(ModelFile& file, int batch);
 
     // Adds layers, arena and the effects of fusion to an info that already has the operations of the file.
     void describe(nolk::ModelInfo& info) const;

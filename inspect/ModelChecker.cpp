@@ -7,6 +7,7 @@
 #include "builder/shapes.h"
 #include "inspect/OperationLog.h"
 #include "inspect/counts.h"
+#include "inspect/diagnostics.h"
 #include "inspect/format.h"
 #include "inspect/limits.h"
 #include "model/operations.h"
@@ -52,7 +53,7 @@ bool ModelChecker::hasErrors() const {
 
 void ModelChecker::readRecords() {
     OperationLog log;
-    RecordWalk walk(file_, 1, log);
+    RecordWalk walk(file_, 1, log, Samples::one);
     bool isWhole = true;
     while (isWhole && walk.next()) {
         const WalkedRecord& record = walk.record();
@@ -169,12 +170,9 @@ void ModelChecker::checkViews() {
     for (const Result& result : results_) {
         if (!result.logged.isView || !result.logged.isMade) continue;
         const Result& source = results_[static_cast<std::size_t>(result.inputs.front())];
-        if (source.logged.operation->code == kCodeOf<&operation::constTensor>)
-            report(Severity::error, result.record, "layout nchw copies nothing, so its input must not be a constant");
-        else if (source.uses > 1)
-            report(Severity::error, result.record,
-                   "layout nchw copies nothing, so its input must have no other use, but id " +
-                       std::to_string(source.record.output) + " is used " + std::to_string(source.uses) + " times");
+        const bool isConstant = source.logged.operation->code == kCodeOf<&operation::constTensor>;
+        const std::string problem = viewProblem(isConstant, source.uses, source.record.output);
+        if (!problem.empty()) report(Severity::error, result.record, problem);
     }
 }
 

@@ -1,5 +1,8 @@
 #include "inspect/ModelFile.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <climits>
 
@@ -8,6 +11,7 @@
 using nolk::Severity;
 
 ModelFile::ModelFile(const void* data, std::size_t size) : data_(static_cast<const unsigned char*>(data)) {
+    if (!data) size = 0;
     size_ = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
     if (size > INT_MAX)
         report(Severity::error, "head", 0, "the file is larger than 2 GiB");
@@ -41,10 +45,15 @@ void ModelFile::open() {
         return report(Severity::error, "version", 2, "must be 1 to 4, is " + std::to_string(version_));
     if (version_ >= 2) readHeadInfo(in);
     if (in.overflowed()) return report(Severity::error, "head info", kHeadBytes, "the file ends within it");
-    const std::int64_t begin = offsetOf(in);
     if (isScrambled()) unscramble();
-    recordsBegin_ = begin;
+    // The library reads the head info once more when the body is unscrambled. Where lengths in it are negative, the
+    // body begins within it, and the second reading comes to another end.
+    recordsBegin_ = kHeadBytes;
     BinReader body = records();
+    if (version_ >= 2) getHeadInfo(body);
+    const std::int64_t begin = version_ >= 2 ? offsetOf(body) : kHeadBytes;
+    recordsBegin_ = begin;
+    body = records();
     recordCount_ = body.readShort();
     if (body.overflowed() || begin + 2 > recordsEnd())
         return report(Severity::error, "count", begin, "the file ends before the number of records");
@@ -72,4 +81,12 @@ void ModelFile::unscramble() {
     unscrambled_.assign(data_, data_ + size_);
     const std::int64_t body = std::max<std::int64_t>(kHeadBytes + headInfoLength_, 0);
     scramble(unscrambled_.data(), body, recordsEnd());
+}
+
+void ModelFile::releaseBefore(std::int64_t offset) {
+    if (unscrambled_.empty()) return;
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto begin = (reinterpret_cast<std::uintptr_t>(unscrambled_.data()) + page - 1) / page * page;
+    const auto end = reinterpret_cast<std::uintptr_t>(unscrambled_.data() + std::min(offset, size())) / page * page;
+    if (begin < end) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
 }

@@ -37,6 +37,9 @@ public:
     // The offset in the file of a cursor from records(); the file's end once the cursor has overflowed.
     std::int64_t offsetOf(const BinReader& cursor) const { return size_ - cursor.remaining(); }
 
+    // Returns the memory of the unscrambled copy below this offset to the system. Nobody may read there any more.
+    void releaseBefore(std::int64_t offset);
+
     // The offset where the records must end: at the checksum, or at the file's end.
     std::int64_t recordsEnd() const { return size_ - (isScrambled() ? kCrcBytes : 0); }
 

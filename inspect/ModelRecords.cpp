@@ -2,6 +2,7 @@
 
 #include "inspect/OperationLog.h"
 #include "inspect/RecordWalk.h"
+#include "inspect/diagnostics.h"
 #include "inspect/limits.h"
 
 namespace {
@@ -27,10 +28,14 @@ nolk::ModelOperation operationOf(const WalkedRecord& record, const LoggedOperati
 
 }  // namespace
 
+void requirePositive(int batch) {
+    if (batch < 1) throw nolk::ModelError("the batch must be at least 1, is " + std::to_string(batch));
+}
+
 ModelRecords::ModelRecords(const ModelFile& file, int batch) {
     file.requireReadable();
     OperationLog log;
-    RecordWalk walk(file, batch, log);
+    RecordWalk walk(file, batch, log, Samples::one);
     while (walk.next()) {
         const WalkedRecord& record = walk.record();
         walk.model().arrays.clear();  // the log keeps none
@@ -47,4 +52,23 @@ ModelRecords::ModelRecords(const ModelFile& file, int batch) {
         outputs_.push_back(log.placeOf(output));
     }
     cost_ = costOf(log.operations(), outputs_);
+    if (meaningless_.empty()) meaningless_ = brokenView(log.operations());
+}
+
+// A reshape that copies nothing needs its input's memory for itself.
+std::string ModelRecords::brokenView(const std::vector<LoggedOperation>& logged) const {
+    std::vector<int> uses(operations_.size());
+    for (const nolk::ModelOperation& operation : operations_)
+        for (const int input : operation.inputs)
+            if (input >= 0) ++uses[static_cast<std::size_t>(input)];
+    for (const int output : outputs_) ++uses[static_cast<std::size_t>(output)];
+    for (std::size_t i = 0; i < operations_.size(); ++i) {
+        if (!logged[i].isView || !logged[i].isMade) continue;
+        const auto source = static_cast<std::size_t>(operations_[i].inputs.front());
+        const std::string problem =
+            viewProblem(operations_[source].name == "constTensor", uses[source], operations_[source].id);
+        if (!problem.empty())
+            return "record " + std::to_string(operations_[i].record) + " (" + operations_[i].name + "): " + problem;
+    }
+    return {};
 }

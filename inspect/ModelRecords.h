@@ -10,6 +10,9 @@
 #include "inspect/LoggedOperation.h"
 #include "inspect/ModelFile.h"
 
+// Throws nolk::ModelError for a batch below 1.
+void requirePositive(int batch);
+
 class ModelRecords {
 public:
     // Throws nolk::ModelError for records that cannot be read, or an output that no record makes.
@@ -23,6 +26,8 @@ public:
     const std::string& meaningless() const { return meaningless_; }
 
 private:
+    std::string brokenView(const std::vector<LoggedOperation>& logged) const;
+
     std::vector<nolk::ModelOperation> operations_;
     std::vector<int> outputs_;
     nolk::ModelCost cost_;

@@ -6,8 +6,8 @@
 #include "model/operations.h"
 #include "model/records.h"
 
-RecordWalk::RecordWalk(const ModelFile& file, int batch, nolk::RunnerBuilder& builder)
-    : file_(file), in_(file.records(&messages_)), fields_(in_, file.version(), batch, builder, model_) {}
+RecordWalk::RecordWalk(const ModelFile& file, int batch, nolk::RunnerBuilder& builder, Samples samples)
+    : file_(file), in_(file.records(&messages_)), fields_(in_, file.version(), batch, builder, model_, samples) {}
 
 bool RecordWalk::next() {
     if (!file_.hasRecords() || record_.number >= file_.recordCount() || !record_.failure.empty()) return false;

@@ -35,7 +35,7 @@ struct WalkedRecord {
 
 class RecordWalk {
 public:
-    RecordWalk(const ModelFile& file, int batch, nolk::RunnerBuilder& builder);
+    RecordWalk(const ModelFile& file, int batch, nolk::RunnerBuilder& builder, Samples samples = Samples::all);
 
     // Reads the next record and makes its call. False when there is none, or when the previous one had a failure.
     bool next();

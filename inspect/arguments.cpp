@@ -194,7 +194,7 @@ std::vector<FloatArray> arraysOf(const Call& call) {
                                arrays.push_back({name, v.data, std::max(v.count, 0)});
                            },
                            [&](const std::string& name, const nolk::Tensor& t) {
-                               arrays.push_back({name, t.data, elementsOf(t.shape)});
+                               arrays.push_back({name, t.data, productOf({t.shape.c, t.shape.h, t.shape.w})});
                            },
                            [](const std::string&, auto) {},
                        });
@@ -204,5 +204,7 @@ std::vector<FloatArray> arraysOf(const Call& call) {
 std::int64_t floatCountOf(const Call& call) {
     std::int64_t count = 0;
     for (const FloatArray& array : arraysOf(call)) count = sumOf(count, array.count);
+    for (const Argument& argument : call.arguments)
+        if (const auto* constant = std::get_if<nolk::Tensor>(&argument)) count = elementsOf(constant->shape);
     return count;
 }

@@ -22,6 +22,7 @@ std::string detailsOf(const Call& call);
 // All fields but shapes and constants. Weights are given by their extents, vectors by their count.
 std::vector<nolk::ModelParameter> parametersOf(const Call& call);
 
+// Of a constant, its first sample alone.
 std::vector<FloatArray> arraysOf(const Call& call);
 
 // Floats in all of them.

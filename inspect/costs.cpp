@@ -62,11 +62,18 @@ std::int64_t scratchFloatsOf(const Call& call, const nolk::TensorShape& in, cons
                          : productOf({in.h, in.w, w.outChannels, w.kernelH, w.kernelW});
 }
 
+// Without vectors of its own the operation gets ones and zeros, which the layer then copies.
+std::int64_t madeFloatsOf(const Call& call, const nolk::TensorShape& out) {
+    const bool isPlain = call.operation.code == kCodeOf<operation::kInstanceNormalization>;
+    return isPlain && elementsOf(out) > 0 ? productOf({4, out.c}) : 0;
+}
+
 }  // namespace
 
 void addCosts(LoggedOperation& operation, const Call& call, const std::vector<nolk::TensorShape>& inputs) {
     const nolk::TensorShape in = inputs.empty() ? nolk::TensorShape{} : inputs[0];
     operation.multiplyAdds = multiplyAddsOf(call, inputs, operation.output);
+    operation.madeFloats = madeFloatsOf(call, operation.output);
     operation.scratchFloats = scratchFloatsOf(call, in, operation.output);
     operation.steps = sumOf(std::max(operation.multiplyAdds, elementsReadBy(call, in, operation.output)),
                             elementsOf(operation.output));

@@ -206,3 +206,10 @@ bool isView(const Call& call) {
     return call.operation.code == kCodeOf<&Builder::reshape> &&
            std::get<nolk::TensorLayout>(call.arguments[1]) == nolk::TensorLayout::nchw;
 }
+
+std::string viewProblem(bool isInputConstant, int inputUses, int inputId) {
+    if (isInputConstant) return "layout nchw copies nothing, so its input must not be a constant";
+    if (inputUses <= 1) return {};
+    return "layout nchw copies nothing, so its input must have no other use, but id " + std::to_string(inputId) +
+           " is used " + std::to_string(inputUses) + " times";
+}

@@ -28,23 +28,25 @@ nolk::ModelTotals totalsOf(const std::vector<nolk::ModelOperation>& operations) 
 }
 
 // These two say why the network should not be built, and why it should not be run; empty if it should.
-std::string whyNotBuilt(const nolk::ModelInfo& info, const nolk::InspectionOptions& options) {
+std::string whyNotBuilt(const ModelRecords& records, const nolk::InspectionOptions& options) {
     if (options.depth == nolk::InspectionDepth::records) return "not built: only the records were asked for";
-    const std::string why = refusal(info.cost, {options.limits.memoryBytes});
+    // Building could already end the process.
+    const std::string why =
+        records.meaningless().empty() ? refusal(records.cost(), {options.limits.memoryBytes}) : records.meaningless();
     return why.empty() ? "" : "not built: " + why;
 }
 
 std::string whyNotRun(const ModelRecords& records, const nolk::InspectionOptions& options) {
     if (options.depth != nolk::InspectionDepth::run) return "not run: only building was asked for";
-    const std::string why =
-        records.meaningless().empty() ? refusal(records.cost(), options.limits) : records.meaningless();
+    const std::string why = refusal(records.cost(), options.limits);
     return why.empty() ? "" : "not run: " + why;
 }
 
 }  // namespace
 
 nolk::ModelInfo inspectFile(const void* data, std::size_t size, const nolk::InspectionOptions& options) {
-    const ModelFile file(data, size);
+    requirePositive(options.batch);
+    ModelFile file(data, size);
     const ModelRecords records(file, options.batch);
     nolk::ModelInfo info;
     info.version = file.version();
@@ -58,7 +60,7 @@ nolk::ModelInfo inspectFile(const void* data, std::size_t size, const nolk::Insp
     info.cost = records.cost();
     info.beforeFusion = totalsOf(info.operations);
 
-    info.remark = whyNotBuilt(info, options);
+    info.remark = whyNotBuilt(records, options);
     if (!info.remark.empty()) return info;
     BuiltNetwork network(file, options.batch);
     network.describe(info);

@@ -38,7 +38,7 @@ nolk::ModelCost costOf(const std::vector<LoggedOperation>& operations, const std
     std::int64_t weights = 0, scratch = 0;
     nolk::ModelCost cost;
     for (const LoggedOperation& operation : operations) {
-        weights = sumOf(weights, operation.parameterCount);
+        weights = sumOf(weights, sumOf(operation.parameterCount, operation.madeFloats));
         scratch = std::max(scratch, operation.scratchFloats);
         cost.multiplyAdds = sumOf(cost.multiplyAdds, operation.multiplyAdds);
         cost.steps = sumOf(cost.steps, operation.steps);

@@ -18,8 +18,8 @@ nolk::Owned<nolk::RunnerBuilder> newBuilder(const char* implementation) {
 
 nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char* implementation,
                        const nolk::ModelLimits& limits) {
-    if (batch < 1) throw nolk::ModelError("the batch must be at least 1, is " + std::to_string(batch));
-    const ModelFile file(data, size);
+    requirePositive(batch);
+    ModelFile file(data, size);
     const ModelRecords records(file, batch);
     if (!records.meaningless().empty()) throw nolk::ModelError(records.meaningless());
     if (const std::string why = refusal(records.cost(), limits); !why.empty())
@@ -27,6 +27,7 @@ nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char
 
     const nolk::Owned<nolk::RunnerBuilder> builder = newBuilder(implementation);
     RecordWalk walk(file, batch, *builder);
+    while (walk.next()) file.releaseBefore(walk.record().end);
     walk.finish();
     auto& outputs = walk.model().outputs;
     try {

@@ -69,9 +69,8 @@ nolk::TensorShape lstmOutput(nolk::TensorShape x, const nolk::LstmWeights& weigh
 nolk::TensorShape matMultiplied(nolk::TensorShape a, nolk::TensorShape b) { return {a.n, a.c, a.h, b.w, 3}; }
 
 nolk::TensorShape transposed(nolk::TensorShape x, nolk::Perm perm) {
-    if (!std::all_of(std::begin(perm.axes), std::end(perm.axes), isAxis)) return x;
     nolk::TensorShape result;
-    for (int i = 0; i < 4; ++i) extent(result, i) = extent(x, perm.axes[i]);
+    for (int i = 0; i < 4; ++i) extent(result, i) = isAxis(perm.axes[i]) ? extent(x, perm.axes[i]) : 0;
     result.dims = 3;
     return result;
 }
@@ -85,7 +84,7 @@ nolk::TensorShape sliced(nolk::TensorShape x, nolk::SlicePos pos) {
 }
 
 nolk::TensorShape concatenated(const std::vector<nolk::TensorShape>& shapes, int axis) {
-    if (!isAxis(axis)) return shapes.front();
+    if (!isAxis(axis)) return withDims(shapes.front(), shapes.front().dims == 1);
     nolk::TensorShape result = shapes.front();
     extent(result, axis) = 0;
     for (nolk::TensorShape shape : shapes) extent(result, axis) += extent(shape, axis);

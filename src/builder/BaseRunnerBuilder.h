@@ -62,7 +62,7 @@ private:
     std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
     FloatArrays givenArrays_;
     std::vector<FloatBuffer> constData_;            // of constTensors_; build moves them to the runner
-    std::unordered_set<const nolk::TensorX*> own_;  // every tensor that was handed out
+    std::unordered_set<const nolk::TensorX*> own_;  // every tensor that this builder has returned
     int calls_ = 0;                                 // number of calls that make a tensor, including failed ones
     bool tookForeign_ = false;                      // an operation was given another builder's tensor
     bool built_ = false;

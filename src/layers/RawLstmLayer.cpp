@@ -27,36 +27,11 @@ void storeNonZero(float value, float* place) {
     if (value != 0.0f || std::signbit(value)) *place = value;
 }
 
-// Reads an array once, from first to last. If the array was handed over, its memory is freed step by step.
-class Source {
-public:
-    Source(float* floats, FloatArrays* given)
-        : at_(floats), kept_(floats), own_(given ? given->take(floats) : nullptr) {}
-
-    // The next count floats, valid until the next call.
-    const float* next(std::size_t count) {
-        constexpr std::ptrdiff_t kStep = 1 << 18;
-        if (own_ && at_ - kept_ >= kStep) {
-            discard(kept_, static_cast<std::size_t>(at_ - kept_));
-            kept_ = at_;
-        }
-        const float* const floats = at_;
-        if (count > 0) at_ += count;
-        return floats;
-    }
-
-private:
-    float* at_;
-    float* kept_;
-    FloatBuffer own_;
-};
-
 float sigmoid(float v) { return 1.0f / (std::exp(-v) + 1.0f); }
 
 }  // namespace
 
-RawLstmLayer::RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights,
-                           FloatArrays* given)
+RawLstmLayer::RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights)
     : input_(input),
       output_(output),
       direction_(weights.direction),
@@ -66,26 +41,24 @@ RawLstmLayer::RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::
       paddedUnits_((static_cast<std::size_t>(weights.hiddenSize) * 4 + kBlock - 1) / kBlock * kBlock) {
     desc = "LSTM";
     if (elementCount(output.shape) == 0) return;
-    packWeights(weights, given);
+    packWeights(weights);
     packBias(weights);
     gates_.resize(paddedUnits_);
     state_.resize(static_cast<std::size_t>(inputSize_) + static_cast<std::size_t>(hiddenSize_));
     memory_.resize(static_cast<std::size_t>(hiddenSize_));
 }
 
-void RawLstmLayer::packWeights(const nolk::LstmWeights& weights, FloatArrays* given) {
+void RawLstmLayer::packWeights(const nolk::LstmWeights& weights) {
     const auto i = static_cast<std::size_t>(inputSize_), h = static_cast<std::size_t>(hiddenSize_);
     const std::size_t rows = i + h, units = 4 * h;
     weights_ = zeroedFloats(static_cast<std::size_t>(numDirections_) * rows * paddedUnits_);
-    Source inputs(weights.inputWeights, given), recurrents(weights.recurrentWeights, given);
+    const float *input = weights.inputWeights, *recurrent = weights.recurrentWeights;
     float* direction = weights_.get();
     for (int d = 0; d < numDirections_; ++d, direction += rows * paddedUnits_)
         for (std::size_t u = 0; u < units; ++u) {
             float* column = direction + u / kBlock * rows * kBlock + u % kBlock;
-            const float* const input = inputs.next(i);
-            const float* const recurrent = recurrents.next(h);
-            for (std::size_t r = 0; r < i; ++r, column += kBlock) storeNonZero(input[r], column);
-            for (std::size_t r = 0; r < h; ++r, column += kBlock) storeNonZero(recurrent[r], column);
+            for (std::size_t r = 0; r < i; ++r, column += kBlock) storeNonZero(*input++, column);
+            for (std::size_t r = 0; r < h; ++r, column += kBlock) storeNonZero(*recurrent++, column);
         }
 }
 

@@ -10,21 +10,18 @@
 #include <vector>
 
 #include "layers/Layer.h"
-#include "memory/FloatArrays.h"
+#include "memory/FloatBuffer.h"
 
 class RawLstmLayer final : public Layer {
 public:
-    // Frees weights that were handed over while it packs them, because they and the packed copy may be most of the
-    // memory that a program needs while it loads a model.
-    RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights,
-                 FloatArrays* given = nullptr);
+    RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::LstmWeights& weights);
 
     void run(AlignedMemory<float>& scratch) override;
     nolk::Tensor getInputTensor() const override { return input_; }
     nolk::Tensor getOutputTensor() const override { return output_; }
 
 private:
-    void packWeights(const nolk::LstmWeights& weights, FloatArrays* given);
+    void packWeights(const nolk::LstmWeights& weights);
     void packBias(const nolk::LstmWeights& weights);
     void lstm(const float* in, float* out, bool backward, const float* weights, const float* bias);
     void step(const float* weights, const float* bias);

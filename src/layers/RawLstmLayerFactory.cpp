@@ -31,5 +31,5 @@ void RawLstmLayerFactory::check() const {
 }
 
 std::unique_ptr<Layer> RawLstmLayerFactory::create() {
-    return std::make_unique<RawLstmLayer>(input()->toTensor(), output()->toTensor(), weights_, givenArrays);
+    return std::make_unique<RawLstmLayer>(input()->toTensor(), output()->toTensor(), weights_);
 }

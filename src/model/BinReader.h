@@ -1,6 +1,6 @@
 // A cursor that walks forward over a block of bytes and reads little-endian values.
 //   BinReader in(data, size);  int id = in.readShort();  float alpha = in.readFloat();
-//   if (in.overflowed()) ...   // one of the values above lies beyond the end
+//   if (in.overflowed()) ...   // one of the values above was beyond the end
 // It never throws: values beyond the end read as 0, and overflowed() then stays true, so that a caller can read a whole
 // record and check once. The block is borrowed and need not be aligned. A negative size means no bytes.
 #pragma once

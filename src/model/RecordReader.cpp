@@ -100,7 +100,7 @@ nolk::Tensor RecordReader::constant() {
     const nolk::TensorShape shape = this->shape();
     const int count = floatCount({shape.c, shape.h, shape.w});
     float* const sample = floats({count});
-    if (batch_ == 1) return {shape, sample};
+    if (batch_ == 1 || samples_ == Samples::one) return {shape, sample};
     float* samples = newArray(floatCount({batch_, count}));
     for (int n = 0; n < batch_ && floatsRead_ > 0; ++n)
         std::copy_n(sample, floatsRead_, samples + std::int64_t{n} * count);

@@ -12,10 +12,14 @@
 #include "model/BinReader.h"
 #include "model/Model.h"
 
+// How many samples of a constant its array holds. One is enough for a builder that only looks at a network.
+enum class Samples { one, all };
+
 class RecordReader {
 public:
-    RecordReader(BinReader& in, int version, int batch, nolk::RunnerBuilder& builder, Model& model)
-        : in_(in), version_(version), batch_(batch), builder_(builder), model_(model) {}
+    RecordReader(BinReader& in, int version, int batch, nolk::RunnerBuilder& builder, Model& model,
+                 Samples samples = Samples::all)
+        : in_(in), version_(version), batch_(batch), builder_(builder), model_(model), samples_(samples) {}
 
     nolk::RunnerBuilder& builder() { return builder_; }
     bool overflowed() const { return in_.overflowed(); }
@@ -68,6 +72,7 @@ private:
     int batch_;
     nolk::RunnerBuilder& builder_;
     Model& model_;
+    Samples samples_;
     std::int64_t floatBytes_ = 0;
     int floatsRead_ = 0;  // by the last call of floats
 };

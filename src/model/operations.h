@@ -1,7 +1,7 @@
 // The table of operations. The reader of model files, their writer, listings and checks, and the tests' log of calls
 // all follow it: a new operation is one row here, beside its method of nolk::RunnerBuilder.
 //   if (const Operation* operation = findOperation(opCode)) ...
-// Rows stand in the order of their codes. A field's name is what messages call it.
+// Rows are in the order of their codes. A field's name is what messages call it.
 #pragma once
 
 #include <iterator>
