@@ -44,16 +44,24 @@ private:
     std::unique_ptr<MemoryPool> pool_;
 };
 
-TEST(TensorSpace, AChainUsesTwoPlacesInTurn) {
-    Plan plan;
+TEST(TensorSpace, AChainUsesTwoPlacesInTurnAndConstantsNone) {
+    float data[100] = {};
+    nolk::TensorX constant(kHundred, true);
+    const auto raw = std::make_shared<RawTensor>();
+    raw->data = data;
+    constant.setRawTensor(raw);
+    Plan plan, empty;
     nolk::TensorX* in = plan.input();
-    nolk::TensorX* a = plan.layer({in});
+    nolk::TensorX* a = plan.layer({in, &constant});
     nolk::TensorX* b = plan.layer({a});
-    plan.make({b});
+    plan.make({b, &constant});
     EXPECT_EQ(plan.offset(in), 0);
     EXPECT_EQ(plan.offset(a), 112);
     EXPECT_EQ(plan.offset(b), 0);
     EXPECT_EQ(plan.size(), 224);
+    EXPECT_EQ(raw->data, data);
+    empty.make({});
+    EXPECT_TRUE(empty.empty());
 }
 
 TEST(TensorSpace, InPlaceTakesNothingAndLivesOn) {
@@ -89,26 +97,6 @@ TEST(TensorSpace, OutputsAndWhatNobodyReadsKeepTheirPlaces) {
     EXPECT_EQ(plan.offset(a), 112);
     EXPECT_EQ(plan.offset(unread), 0);
     EXPECT_EQ(plan.offset(b), 224);
-}
-
-TEST(TensorSpace, NothingToPlaceMakesNoPool) {
-    Plan plan;
-    plan.make({});
-    EXPECT_TRUE(plan.empty());
-}
-
-TEST(TensorSpace, ConstantsPassThrough) {
-    float data[100] = {};
-    nolk::TensorX constant(kHundred, true);
-    const auto raw = std::make_shared<RawTensor>();
-    raw->data = data;
-    constant.setRawTensor(raw);
-    Plan plan;
-    nolk::TensorX* a = plan.layer({&constant});
-    plan.make({a, &constant});
-    EXPECT_EQ(raw->data, data);
-    EXPECT_EQ(plan.offset(a), 0);
-    EXPECT_EQ(plan.size(), 112);
 }
 
 }  // namespace
