@@ -30,110 +30,104 @@ void expectFindings(const Row& row) {
     EXPECT_TRUE(check.remark.empty() || !findings.empty()) << row.what << ": " << check.remark;
 }
 
-TEST(CheckModel, RecordsThatContradictThemselves){
-    const Row rows[] =
-        {{"nothing", version2("0300" + kInput + "0a00 0100 0200 " + kOutput2), {}},
-         {"an undefined id, and what depends on it",
-          version2("0400" + kInput + "0a00 0700 0200 0a00 0200 0300 1600 0300"),
-          {"record 1 (input) at byte 8: warning: its result, id 1, is never used",
-           "record 2 (relu) at byte 24: error: id 7 is undefined: no record before has made it",
-           "record 4 (output) at byte 36: error: an output must not depend on an undefined id, as record 3 (relu) "
-           "does"}},
-         {"a dead branch of two operations, and an id made twice",
-          version2("0600" + kInput + "0a00 0100 0300 1f00 0300 0300 0a00 0100 0200" + kOutput2 + kOutput2),
-          {"record 2 (relu) at byte 24: warning: its result, id 3, is used, but for no output",
-           "record 3 (tanh) at byte 30: warning: id 3 is made again, after record 2 (relu)",
-           "record 3 (tanh) at byte 30: warning: its result, id 3, is never used",
-           "record 6 (output) at byte 46: warning: id 2 is an output already"}},
-         {"weights for other channels",
-          version2("0300" + kInput + "0600 0100 0200 0100 01000000 05000000 01000000 01000000" +
-                   "f(1)f(1)f(1)f(nan)f(1) 00" + kOutput2),
-          {"record 2 (fullConnect) at byte 24: warning: weights: 1 of 5 is not finite",
-           "record 2 (fullConnect) at byte 24: warning: weights are for 5 input channels, the input has 4"}},
-         {"weights that leave channels out",
-          version2("0300" + kInput + "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 02000000 01000000" +
-                   "01000000 f(1)f(1) 00" + kOutput2),
-          {"record 2 (convolve) at byte 24: warning: weights are for 2 input channels, the input has 4"}},
-         {"slopes that are refused",
-          version2("0300" + kInput + "2300 0100 0200 0100 f(1)" + kOutput2),
-          {"record 2 (prelu) at byte 24: error: prelu: input has 4 channels, slopes has 1"}},
-         {"a window larger than the plane, and its consumer",
-          version2("0400" + kInput + "0800 0100 0300 0300 0300 00000000 0100 0100 0a00 0300 0200" + kOutput2),
-          {"record 2 (maxPool) at byte 24: warning: its result [1, 4, -1, -1] holds no values"}},
-         {"an axis that softmax does not have",
-          version2("0300" + kInput + "0b00 0100 0200 07" + kOutput2),
-          {"record 2 (softmax) at byte 24: error: axis must be 1 to 3, is 7: the output is left unwritten"}},
-         {"record 2 (resize) at byte 24: error: mode must be 1 to 2, is 9: running it ends the process"}},
-    {"a concat of shapes that disagree",
-     version2("0400" + kInput + kInput4 + "0c00 02 0100 0400 0200 01" + kOutput2),
-     {"record 3 (concat) at byte 40: warning: shapes disagree off the axis: input 1 is [1, 2, 3, 1], the first [1, "
-      "4, 1, 1]"}},
-    {"a product of shapes that disagree",
-     version2("0400" + kInput + kInput4 + "2400 0400 0100 0200" + kOutput2),
-     {"record 3 (matMul) at byte 40: warning: the second input has 4 channels for 2 channels of the first"}},
-    {"a reduction to an extent that is neither",
-     version2("0300" + kInput + "1400 0100 0200 03000000 01000000 01000000 00" + kOutput2),
-     {"record 2 (reduce) at byte 24: warning: extents should be 1 or the input's [1, 4, 1, 1], are [1, 3, 1, 1]"}},
-    {"a resize of the channels",
-     version2("0300" + kInput + "1c00 0100 0200 05000000 02000000 02000000 01" + kOutput2),
-     {"record 2 (resize) at byte 24: warning: the output [1, 5, 2, 2] should have the samples and channels of the "
-      "input [1, 4, 1, 1]"}},
-    {"one fact that both walks see, and another",
-     version2("0300" + kInput + "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 05000000 01000000" +
-              "01000000 f(1)f(nan)f(1)f(1)f(1) 00" + kOutput2),
-     {"record 2 (convolve) at byte 24: warning: weights: 1 of 5 is not finite",
-      "record 2 (convolve) at byte 24: error: convolve: weights expect 5 input channels, input has 4"}},
-    {"a concat of nothing",
-     version2("0300" + kInput + "0c00 00 0200 01" + "1600 0100"),
-     {"record 2 (concat) at byte 24: error: joins nothing, which ends the process",
-      "record 2 (concat) at byte 24: warning: its result, id 2, is never used"}},
-    {"a view of what another operation reads",
-     version2("0400" + kInput + "1000 0100 0200 01000000 02000000 02000000 00" + kOutput2 + "1600 0100"),
-     {"record 2 (reshape) at byte 24: error: layout nchw copies nothing, so its input must have no other use, but "
-      "id "
-      "1 is used 2 times"}},
-};
-for (const Row& row : rows) expectFindings(row);
+TEST(CheckModel, RecordsThatContradictThemselves) {
+    const Row rows[] = {
+        {"nothing", version2("0300" + kInput + "0a00 0100 0200 " + kOutput2), {}},
+        {"an undefined id, and what depends on it",
+         version2("0400" + kInput + "0a00 0700 0200 0a00 0200 0300 1600 0300"),
+         {"record 1 (input) at byte 8: warning: its result, id 1, is never used",
+          "record 2 (relu) at byte 24: error: id 7 is undefined: no record before has made it",
+          "record 4 (output) at byte 36: error: an output must not depend on an undefined id, as record 3 (relu) "
+          "does"}},
+        {"a dead branch of two operations, and an id made twice",
+         version2("0600" + kInput + "0a00 0100 0300 1f00 0300 0300 0a00 0100 0200" + kOutput2 + kOutput2),
+         {"record 2 (relu) at byte 24: warning: its result, id 3, is used, but for no output",
+          "record 3 (tanh) at byte 30: warning: id 3 is made again, after record 2 (relu)",
+          "record 3 (tanh) at byte 30: warning: its result, id 3, is never used",
+          "record 6 (output) at byte 46: warning: id 2 is an output already"}},
+        {"weights for other channels",
+         version2("0300" + kInput + "0600 0100 0200 0100 01000000 05000000 01000000 01000000" +
+                  "f(1)f(1)f(1)f(nan)f(1) 00" + kOutput2),
+         {"record 2 (fullConnect) at byte 24: warning: weights: 1 of 5 is not finite",
+          "record 2 (fullConnect) at byte 24: warning: weights are for 5 input channels, the input has 4"}},
+        {"slopes that are refused",
+         version2("0300" + kInput + "2300 0100 0200 0100 f(1)" + kOutput2),
+         {"record 2 (prelu) at byte 24: error: prelu: input has 4 channels, slopes has 1"}},
+        {"a window larger than the plane, and its consumer",
+         version2("0400" + kInput + "0800 0100 0300 0300 0300 00000000 0100 0100 0a00 0300 0200" + kOutput2),
+         {"record 2 (maxPool) at byte 24: warning: its result [1, 4, -1, -1] holds no values"}},
+        {"an axis that softmax does not have",
+         version2("0300" + kInput + "0b00 0100 0200 07" + kOutput2),
+         {"record 2 (softmax) at byte 24: error: axis must be 1 to 3, is 7: the output is left unwritten"}},
+        {"a concat of shapes that disagree",
+         version2("0400" + kInput + kInput4 + "0c00 02 0100 0400 0200 01" + kOutput2),
+         {"record 3 (concat) at byte 40: warning: shapes disagree off the axis: input 1 is [1, 2, 3, 1], the first [1, "
+          "4, 1, 1]"}},
+        {"a product of shapes that disagree",
+         version2("0400" + kInput + kInput4 + "2400 0400 0100 0200" + kOutput2),
+         {"record 3 (matMul) at byte 40: warning: the second input has 4 channels for 2 channels of the first"}},
+        {"a reduction to an extent that is neither",
+         version2("0300" + kInput + "1400 0100 0200 03000000 01000000 01000000 00" + kOutput2),
+         {"record 2 (reduce) at byte 24: warning: extents should be 1 or the input's [1, 4, 1, 1], are [1, 3, 1, 1]"}},
+        {"a resize of the channels",
+         version2("0300" + kInput + "1c00 0100 0200 05000000 02000000 02000000 01" + kOutput2),
+         {"record 2 (resize) at byte 24: warning: the output [1, 5, 2, 2] should have the samples and channels of the "
+          "input [1, 4, 1, 1]"}},
+        {"one fact that both walks see, and another",
+         version2("0300" + kInput + "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 05000000 01000000" +
+                  "01000000 f(1)f(nan)f(1)f(1)f(1) 00" + kOutput2),
+         {"record 2 (convolve) at byte 24: warning: weights: 1 of 5 is not finite",
+          "record 2 (convolve) at byte 24: error: convolve: weights expect 5 input channels, input has 4"}},
+        {"a concat of nothing",
+         version2("0300" + kInput + "0c00 00 0200 01" + "1600 0100"),
+         {"record 2 (concat) at byte 24: error: joins nothing, which ends the process",
+          "record 2 (concat) at byte 24: warning: its result, id 2, is never used"}},
+        {"a view of what another operation reads",
+         version2("0400" + kInput + "1000 0100 0200 01000000 02000000 02000000 00" + kOutput2 + "1600 0100"),
+         {"record 2 (reshape) at byte 24: error: layout nchw copies nothing, so its input must have no other use, but "
+          "id "
+          "1 is used 2 times"}},
+    };
+    for (const Row& row : rows) expectFindings(row);
 }
 
 TEST(CheckModel, ContainersThatAreDamaged) {
     Bytes wrongCrc = container(3, hex("0000"), hex("0200" + kInput + "1600 0100"));
     wrongCrc.back() ^= 1;
-    const Row rows[] =
-        {{"empty", {}, {"head at byte 0: error: the file is empty"}},
-         {"no records", container(1, {}, hex("0000")), {"end at byte 6: warning: there are no records"}},
-         {"a version to come", hex("434d 0900 0000"), {"version at byte 2: error: must be 1 to 4, is 9"}},
-         {"no end of the head info",
-          hex("434d 0200 0500 ff00 01"),
-          {"head info at byte 4: error: the file ends within it"}},
-         {"a negative length",
-          container(2, hex("0500 feff 0000"), hex("0200" + kInput + "1600 0100")),
-          {"head info at byte 4: warning: the entry of key 5 has a negative length, -2"}},
-         {"a wrong checksum, the records being good",
-          wrongCrc,
-          {"checksum at byte 28: error: it is not that of the bytes before it"}},
-         {"an unknown record",
-          version2("0300" + kInput + "6300 0100 0200" + kOutput2),
-          {"record 2 (?) at byte 24: error: unknown op code 99, so where the next record begins cannot be told"}},
-         {"record 2 (relu) at byte 24: error: the file ends within it"}},
-              {"a count that cannot be",
-               version2("0300" + kInput + "2300 0100 0200 ffff"),
-               {"record 2 (prelu) at byte 24: error: a count of floats is negative or above 2^31 - 1"}},
-              {"more records than there should be",
-               version2("0200" + kInput + "1600 0100 0000"),
-               {"end at byte 28: warning: 2 bytes left over behind the last record"}},
-              {"a record that reaches into the checksum",
-               container(3, hex("0000"), hex("0200" + kInput + "1e00 0100 0200")),
-               {"record 2 (leakyRelu) at byte 24: error: it reaches into the checksum",
-                "end at byte 34: warning: no record names an output of the network"}},
-              {"no outputs",
-               version2("0100" + kInput),
-               {"end at byte 24: warning: no record names an output of the network"}},
-              {"a form of floats that is none",
-               container(4, hex("0000"), hex("0300" + kInput + "2300 0100 0200 0400 07" + kOutput2)),
-               {"record 2 (prelu) at byte 24: warning: invalid compress bits: 7"}},
-};
-for (const Row& row : rows) expectFindings(row);
+    const Row rows[] = {
+        {"empty", {}, {"head at byte 0: error: the file is empty"}},
+        {"no records", container(1, {}, hex("0000")), {"end at byte 6: warning: there are no records"}},
+        {"a version to come", hex("434d 0900 0000"), {"version at byte 2: error: must be 1 to 4, is 9"}},
+        {"no end of the head info",
+         hex("434d 0200 0500 ff00 01"),
+         {"head info at byte 4: error: the file ends within it"}},
+        {"a negative length",
+         container(2, hex("0500 feff 0000"), hex("0200" + kInput + "1600 0100")),
+         {"head info at byte 4: warning: the entry of key 5 has a negative length, -2"}},
+        {"a wrong checksum, the records being good",
+         wrongCrc,
+         {"checksum at byte 28: error: it is not that of the bytes before it"}},
+        {"an unknown record",
+         version2("0300" + kInput + "6300 0100 0200" + kOutput2),
+         {"record 2 (?) at byte 24: error: unknown op code 99, so where the next record begins cannot be told"}},
+        {"a count that cannot be",
+         version2("0300" + kInput + "2300 0100 0200 ffff"),
+         {"record 2 (prelu) at byte 24: error: a count of floats is negative or above 2^31 - 1"}},
+        {"more records than there should be",
+         version2("0200" + kInput + "1600 0100 0000"),
+         {"end at byte 28: warning: 2 bytes left over behind the last record"}},
+        {"a record that reaches into the checksum",
+         container(3, hex("0000"), hex("0200" + kInput + "1e00 0100 0200")),
+         {"record 2 (leakyRelu) at byte 24: error: it reaches into the checksum",
+          "end at byte 34: warning: no record names an output of the network"}},
+        {"no outputs",
+         version2("0100" + kInput),
+         {"end at byte 24: warning: no record names an output of the network"}},
+        {"a form of floats that is none",
+         container(4, hex("0000"), hex("0300" + kInput + "2300 0100 0200 0400 07" + kOutput2)),
+         {"record 2 (prelu) at byte 24: warning: invalid compress bits: 7"}},
+    };
+    for (const Row& row : rows) expectFindings(row);
 }
 
 TEST(CheckModel, EveryTruncationIsFound) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <stdexcept>
@@ -60,11 +59,10 @@ TEST(ModelWriter, TheNetworkAboveHasEveryOperation) {
     CallLog log;
     recordEverything(log, 1);
     for (const Operation& operation : operation::kTable) {
-        if (!operation.call) continue;
-        const std::string call = std::string("= ") + operation.name + " ";
-        EXPECT_TRUE(std::any_of(log.lines.begin(), log.lines.end(), [&call](const std::string& line) {
-            return line.find(call) != std::string::npos;
-        })) << operation.name;
+        std::size_t found = 0;
+        for (const std::string& line : log.lines)
+            found += line.find(std::string("= ") + operation.name + " ") != line.npos;
+        EXPECT_EQ(found > 0, operation.call != nullptr) << operation.name;
     }
 }
 
@@ -96,65 +94,40 @@ TEST(ModelWriter, WhatDoesNotFitIsRefusedByNameAndLeavesNoTrace) {
     using B = nolk::RunnerBuilder;
     using nolk::Axis;
     static float f[64] = {};
+    static const Shape wide{1, 40000, 1, 1, 3}, empty{1, 2, 0, 3, 3}, planes{1, 2, 2, 3, 1}, two{2, 2, 2, 3, 3};
+    static const nolk::DimsHW one{1, 1};
+    static const nolk::Padding none, top{-1, 0, 0, 0}, left{0, 0, 256, 0};
+    static const nolk::Weights negative{1, 1, -1, 1, 1, false, f, nullptr},
+        many{1, 65536, 65536, 1, 1, true, f, nullptr};
+    static const nolk::LstmWeights both{nolk::Direction::both, 1, 1, 1, f, f, nullptr, true};
+    static const nolk::SlicePos slice{4, 0, 1, 1};
+    static const nolk::Perm perm{{0, 1, 2, 4}};
     const struct {
+        int version;
         const char* message;
         void (*call)(B&, X);
-        int version = 4;
     } rows[] = {
-        {"input: shape c must be -32768 to 32767 in this file, is 40000",
-         [](B& b, X) {
-             b.input({1, 40000, 1, 1, 3});
-         },
-         1},
-        {"input: a file has no form for the shape [n, 2, 0, 3] with dims 3",
-         [](B& b, X) {
-             b.input({1, 2, 0, 3, 3});
-         }},
-        {"input: a file has no form for the shape [n, 2, 2, 3] with dims 1",
-         [](B& b, X) {
-             b.input({1, 2, 2, 3, 1});
-         }},
-        {"input: n must be the batch of the shapes before, 1, is 2",
-         [](B& b, X) {
-             b.input({2, 2, 2, 3, 3});
-         }},
-        {"pad: padding left must be 0 to 255 in this file, is 256",
-         [](B& b, X x) {
-             b.pad(x, {0, 0, 256, 0});
-         }},
-        {"pad: padding top must be 0 to 255 in this file, is -1",
-         [](B& b, X x) {
-             b.pad(x, {-1, 0, 0, 0});
-         }},
-        {"convolve: weights: the count is negative or above 2^31 - 1",
-         [](B& b, X x) {
-             b.convolve(x, {}, {1, 1}, {1, 1}, {1, 1, -1, 1, 1, false, f, nullptr});
-         }},
-        {"fullConnect: weights: the count is negative or above 2^31 - 1",
-         [](B& b, X x) {
-             b.fullConnect(x, {1, 65536, 65536, 1, 1, true, f, nullptr});
-         }},
-        {"prelu: slopes count must be -32768 to 32767 in this file, is 40000", [](B& b, X x) { b.prelu(x, f, 40000); }},
-        {"softmax: axis must be 0 to 255 in this file, is -1", [](B& b, X x) { b.softmax(x, static_cast<Axis>(-1)); }},
-        {"slice: axis must be -4 to 3, is 4",
-         [](B& b, X x) {
-             b.slice(x, {4, 0, 1, 1});
-         }},
-        {"transpose: axes must be 0 to 3, one is 4",
-         [](B& b, X x) {
-             b.transpose(x, {{0, 1, 2, 4}});
-         }},
-        {"concat: number of inputs must be 0 to 255 in this file, is 256",
+        {1, "input: shape c must be -32768 to 32767 in this file, is 40000", [](B& b, X) { b.input(wide); }},
+        {4, "input: a file has no form for the shape [n, 2, 0, 3] with dims 3", [](B& b, X) { b.input(empty); }},
+        {4, "input: a file has no form for the shape [n, 2, 2, 3] with dims 1", [](B& b, X) { b.input(planes); }},
+        {4, "input: n must be the batch of the shapes before, 1, is 2", [](B& b, X) { b.input(two); }},
+        {4, "reshape: n must be the batch of the shapes before, 1, is 2",
+         [](B& b, X x) { b.reshape(x, two, nolk::TensorLayout::nchw); }},
+        {4, "pad: padding left must be 0 to 255 in this file, is 256", [](B& b, X x) { b.pad(x, left); }},
+        {4, "pad: padding top must be 0 to 255 in this file, is -1", [](B& b, X x) { b.pad(x, top); }},
+        {4, "convolve: weights: the count is negative or above 2^31 - 1",
+         [](B& b, X x) { b.convolve(x, none, one, one, negative); }},
+        {4, "fullConnect: weights: the count is negative or above 2^31 - 1", [](B& b, X x) { b.fullConnect(x, many); }},
+        {4, "prelu: slopes count must be -32768 to 32767 in this file, is 40000",
+         [](B& b, X x) { b.prelu(x, f, 40000); }},
+        {4, "softmax: axis must be 0 to 255 in this file, is -1",
+         [](B& b, X x) { b.softmax(x, static_cast<Axis>(-1)); }},
+        {4, "slice: axis must be -4 to 3, is 4", [](B& b, X x) { b.slice(x, slice); }},
+        {4, "transpose: axes must be 0 to 3, one is 4", [](B& b, X x) { b.transpose(x, perm); }},
+        {4, "concat: number of inputs must be 0 to 255 in this file, is 256",
          [](B& b, X x) { b.concat(Xs(256, x).data(), 256, Axis::c); }},
-        {"concat: needs an input", [](B& b, X) { b.concat(nullptr, 0, Axis::c); }},
-        {"reshape: n must be the batch of the shapes before, 1, is 2",
-         [](B& b, X x) {
-             b.reshape(x, {2, 12, 1, 1, 1}, nolk::TensorLayout::nchw);
-         }},
-        {"lstm: numDirections must be 2 for this direction, is 1",
-         [](B& b, X x) {
-             b.lstm(x, {nolk::Direction::both, 1, 1, 1, f, f, nullptr, true});
-         }},
+        {4, "concat: needs an input", [](B& b, X) { b.concat(nullptr, 0, Axis::c); }},
+        {4, "lstm: numDirections must be 2 for this direction, is 1", [](B& b, X x) { b.lstm(x, both); }},
     };
     for (const auto& row : rows) {
         ModelWriterImpl writer({row.version, false, {}}), untouched({row.version, false, {}});

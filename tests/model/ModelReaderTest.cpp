@@ -14,8 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "inspect/MessageCollector.h"
-#include "model/RecordReader.h"
 #include "model/operations.h"
 #include "support/CallLog.h"
 #include "support/messages.h"
@@ -281,31 +279,6 @@ TEST(ModelReader, FloatsThatAreOnlyAnnouncedTakeNoMemory) {
 #ifndef __SANITIZE_THREAD__  // which keeps notes on all memory, touched or not
     EXPECT_LT(peakMegabytes() - before, 220);
 #endif
-}
-
-// What the file holds of the floats goes to the builder before the shortfall ends the load.
-TEST(ModelReader, AShortConstantIsHandedOnAsItWasRead) {
-    std::string table;
-    for (int i = 0; i < 256; ++i) table += "f(" + std::to_string(i + 5) + ")";
-    const std::string constant = "0100 0700 03000000 00000000 00000000 ";  // [batch, 3]
-    const struct {
-        std::string floats, expected;
-    } rows[] = {
-        {"08 " + table + "02 01", "{7 6 5 7 6 5}"},
-        {"08 " + table, "{5 5 5 5 5 5}"},
-        {"00 f(1) f(2)", "{0 0 0 0 0 0}"},
-    };
-    for (const auto& row : rows) {
-        // The record alone: a file would end in a checksum, which the record could read.
-        const Bytes record = hex(constant + row.floats);
-        CallLog log;
-        Model model;
-        BinReader in(record.data(), static_cast<int>(record.size()));
-        RecordReader fields(in, 4, 2, log, model);
-        MessageCollector errors;
-        EXPECT_FALSE(ModelReaderImpl(errors).readOp(fields));
-        EXPECT_EQ(log.lines.back(), "#1 = constTensor [2 3 1 1 dims 1] " + row.expected);
-    }
 }
 
 // Lengths below 0 take the body's beginning back, at most to the file's; nothing in front of it is touched.
