@@ -121,8 +121,7 @@ TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
         [=](Recording& r) { return r->add(r.x[0], stranger); },
         [=](Recording& r) { return r->matMul(r.x[0], stranger); },
         [=](Recording& r) {
-            X pair[] = {r.x[0], stranger};
-            return r->concat(pair, 2, nolk::Axis::c);
+            return r->concat(Xs{r.x[0], stranger}.data(), 2, nolk::Axis::c);
         },
         [=](Recording& r) { return r->instanceNormalization(stranger, 0.1f); },
     };
@@ -133,8 +132,7 @@ TEST(RunnerBuilder, TensorsOfAnotherBuilderAreRefused) {
         };
         expectRefused({{1, 2, 1, 1, 1}}, "another builder", record);  // also where nothing depends on the result
     }
-    const auto output = [=](Recording&) { return stranger; };
-    expectRefused({}, "output 0 is a tensor of another builder", output);
+    expectRefused({}, "output 0 is a tensor of another builder", [=](Recording&) { return stranger; });
 
     // The other builder may be gone.
     Net later;

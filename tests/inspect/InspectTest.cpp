@@ -117,6 +117,8 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
     } rows[] = {
         {"0300" + input + "1c00 0500 0700 01000000 04000000 06000000 07 1600 0700",
          "record 2 (resize): mode must be 1 to 2, is 7: running it ends the process"},
+        {"0300" + input + "0b00 0500 0700 00 1600 0700",
+         "record 2 (softmax): axis must be 1 to 3, is 0: the output is left unwritten"},
         {"0200" + input + "1600 0700", "output 0 depends on an undefined id"},
         {"0200" + input + "7f00",
          "record 2 (?) at byte 24: error: unknown op code 127, so where the next record "

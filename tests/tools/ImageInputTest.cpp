@@ -9,15 +9,28 @@
 namespace {
 
 // Written by libjpeg with quality 98 and no subsampling, from (200, 30, 60) and (20, 180, 90).
-const Bytes kColourBytes =
-    hex("ffd8ffe000104a46494600010100000100010000ffdb004300010101010101010101010101010101020101010101020101010202"
-        "02020202020202030304030303030302020304030304040404040203050504040504040404ffdb00430101010101010102010102"
-        "04030203040404040404040404040404040404040404040404040404040404040404040404040404040404040404040404040404"
-        "0404ffc00011080001000203011100021101031101ffc40014000100000000000000000000000000000007ffc4001a1000010501"
-        "000000000000000000000000060003043676b4ffc4001501010100000000000000000000000000000809ffc40021110000010d00"
-        "0000000000000000000000000102030405070833387176b1b5ffda000c03010002110311003f00290aa689666072b48e69a69d72"
-        "ec4538d9acc7b993b7faab63ffd9");
-const std::string kColourJpeg(kColourBytes.begin(), kColourBytes.end());
+const std::string kColourJpeg =
+    "ffd8ffe000104a46494600010100000100010000ffdb004300010101010101010101010101010101020101010101020101010202"
+    "02020202020202030304030303030302020304030304040404040203050504040504040404ffdb00430101010101010102010102"
+    "04030203040404040404040404040404040404040404040404040404040404040404040404040404040404040404040404040404"
+    "0404ffc00011080001000203011100021101031101ffc40014000100000000000000000000000000000007ffc4001a1000010501"
+    "000000000000000000000000060003043676b4ffc4001501010100000000000000000000000000000809ffc40021110000010d00"
+    "0000000000000000000000000102030405070833387176b1b5ffda000c03010002110311003f00290aa689666072b48e69a69d72"
+    "ec4538d9acc7b993b7faab63ffd9";
+
+// Progressive, from 10 and 240.
+const std::string kGreyJpeg =
+    "ffd8ffe000104a46494600010100000100010000ffdb004300010101010101010101010101010101020101010101020101010202"
+    "02020202020202030304030303030302020304030304040404040203050504040504040404ffc2000b080001000201011100ffc4"
+    "0014000100000000000000000000000000000009ffda0008010100000001537fffc4001510010100000000000000000000000000"
+    "000737ffda0008010100010502309a7fffc4001910000105000000000000000000000000000004050776b4ffda0008010100063f"
+    "028f28cd38139fffc40014100100000000000000000000000000000000ffda0008010100013f215effda00080101000000107fff"
+    "c40014100100000000000000000000000000000000ffda0008010100013f1070ffd9";
+
+std::string jpeg(const std::string& digits) {
+    const Bytes bytes = hex(digits);
+    return {bytes.begin(), bytes.end()};
+}
 
 std::string rows(const std::vector<int>& bytes) { return {bytes.begin(), bytes.end()}; }
 
@@ -56,41 +69,34 @@ TEST(ImageInput, GivesThePixelsOfEveryFormat) {
     const struct {
         const char* name;
         std::string bytes;
-        int channels, columns;
+        int channels;
         std::vector<float> expected;
         float tolerance = 0;
     } cases[] = {
-        {"grey.png", pngFile({2, 1, 8, 0}, rows({0, 10, 240})), 1, 2, {10, 240}},
-        {"bits.png", pngFile({5, 1, 1, 0}, rows({0, 0xA8})), 1, 5, {255, 0, 255, 0, 255}},
-        {"deep.png", pngFile({2, 1, 16, 0}, rows({0, 1, 2, 255, 254})), 1, 2, {258, 65534}},
-        {"rgb.png", pngFile({2, 1, 8, 2}, rows({0, 1, 2, 3, 4, 5, 6})), 3, 2, {1, 4, 2, 5, 3, 6}},
-        {"rgba.png",
-         pngFile({2, 1, 16, 6}, rows({0, 1, 0, 2, 0, 3, 0, 0, 0, 0, 1, 0, 2, 0, 3, 9, 9})),
-         3,
-         2,
-         {256, 1, 512, 2, 768, 3}},
-        {"palette.png",
+        {"grey.png", pngFile({2, 1, 8, 0}, rows({0, 10, 240})), 1, {10, 240}},
+        {"bits.png", pngFile({5, 1, 1, 0}, rows({0, 0xA8})), 1, {255, 0, 255, 0, 255}},
+        {"deep.png", pngFile({2, 1, 16, 0}, rows({0, 1, 2, 255, 254})), 1, {258, 65534}},
+        {"rgb.png", pngFile({2, 1, 8, 2}, rows({0, 1, 2, 3, 4, 5, 6})), 3, {1, 4, 2, 5, 3, 6}},
+        {"rgba", pngFile({1, 1, 16, 6}, rows({0, 1, 0, 2, 0, 3, 0, 0, 0})), 3, {256, 512, 768}},
+        {"palette",
          pngFile({3, 1, 2, 3}, rows({0, 0x44}), palette + halfClear),
          3,
-         3,
          {200, 1, 200, 100, 2, 100, 50, 3, 50}},
-        {"interlaced.png", pngFile({2, 1, 8, 0, 1}, rows({0, 10, 0, 240})), 1, 2, {10, 240}},
-        {"a PNG.jpg", pngFile({1, 1, 8, 0}, rows({0, 7})), 1, 1, {7}},
-        {"COLOUR.JPG", kColourJpeg, 3, 2, {200, 20, 30, 180, 60, 90}, kJpegLoss},
-        {"deep.ppm",
-         "P6 # by hand\n2\t1 300\n" + rows({0, 1, 0, 2, 0, 3, 1, 0, 1, 1, 1, 2}),
-         3,
-         2,
-         {1, 256, 2, 257, 3, 258}},
+        {"interlaced.png", pngFile({2, 1, 8, 0, 1}, rows({0, 10, 0, 240})), 1, {10, 240}},
+        {"a PNG.jpg", pngFile({1, 1, 8, 0}, rows({0, 7})), 1, {7}},
+        {"COLOUR.JPG", jpeg(kColourJpeg), 3, {200, 20, 30, 180, 60, 90}, kJpegLoss},
+        {"grey.jpeg", jpeg(kGreyJpeg), 1, {10, 240}, kJpegLoss},
+        {"deep", "P6 # by hand\n2\t1 300\n" + rows({0, 1, 0, 2, 0, 3, 1, 0, 1, 1, 1, 2}), 3, {1, 256, 2, 257, 3, 258}},
     };
     for (const auto& c : cases) {
         const std::string file = writeTemporary(c.name, c.bytes), missing = missingFormat(c.bytes);
+        const int columns = static_cast<int>(c.expected.size()) / c.channels;
         if (!missing.empty()) {
-            expectOneError(runOnImage(c.channels, c.columns, file, {}), file + ": ",
+            expectOneError(runOnImage(c.channels, columns, file, {}), file + ": ",
                            "a " + missing + " image, and this program was built without " + missing);
             continue;
         }
-        const std::vector<float> values = valuesOf(c.channels, c.columns, file, {});
+        const std::vector<float> values = valuesOf(c.channels, columns, file, {});
         ASSERT_EQ(values.size(), c.expected.size()) << c.name;
         for (std::size_t i = 0; i < values.size(); ++i)
             EXPECT_NEAR(values[i], c.expected[i], c.tolerance) << c.name << ", value " << i;
@@ -119,10 +125,11 @@ TEST(ImageInput, MeanAndScaleAreOfTheNetworksChannels) {
 // Heads that claim a lot must not be believed: the extents are refused before there is memory for them.
 TEST(ImageInput, RefusesOtherImagesAndDamagedOnes) {
     const std::string png = pngFile({2, 1, 8, 0}, rows({0, 10, 240}));
-    std::string wrongSum = png, wrongMarker = kColourJpeg, large = kColourJpeg;
+    const std::string colours = jpeg(kColourJpeg);
+    std::string wrongSum = png, wrongMarker = colours, large = colours;
     wrongSum[png.size() - 13] ^= 1;  // of the data
     wrongMarker[2] = '?';
-    const std::size_t frame = kColourJpeg.find("\xff\xc0");
+    const std::size_t frame = colours.find("\xff\xc0");
     large.replace(frame + 5, 4, rows({255, 220, 255, 220}));
     const struct {
         const char* name;
@@ -133,7 +140,7 @@ TEST(ImageInput, RefusesOtherImagesAndDamagedOnes) {
         {"a.png", pngFile({2, 1, 8, 0}, rows({0, 10})), "PNG image that cannot be decoded: "},
         {"a.png", pngFile({1000000, 1000000, 16, 0}, ""), "image of [1, 1000000, 1000000], expected [1, 1, 2]"},
         {"a.png", pngFile({0x7fffffff, 1, 8, 0}, ""), "PNG image that cannot be decoded: "},
-        {"a.jpg", kColourJpeg, "image of [3, 1, 2], expected [1, 1, 2] (channels, rows, columns)"},
+        {"a.jpg", colours, "image of [3, 1, 2], expected [1, 1, 2] (channels, rows, columns)"},
         {"a.jpg", large, "image of [3, 65500, 65500], expected [1, 1, 2]"},
         {"a.jpg", wrongMarker, "not a PNG, JPEG, or binary PGM or PPM image"},
     };
@@ -142,7 +149,7 @@ TEST(ImageInput, RefusesOtherImagesAndDamagedOnes) {
         expectOneError(runOnImage(1, 2, file, {}), file + ": ",
                        missing.empty() ? c.wish : "was built without " + missing);
     }
-    for (const std::string& whole : {png, kColourJpeg})
+    for (const std::string& whole : {png, jpeg(kGreyJpeg)})
         for (std::size_t size = whole.size(); size-- > 0; size -= std::min<std::size_t>(size, 8)) {
             const std::string file = writeTemporary("cut.png", whole.substr(0, size));
             expectOneError(runOnImage(1, 2, file, {}), file + ": ");

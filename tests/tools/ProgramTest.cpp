@@ -18,6 +18,18 @@ TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
                        {{"bench", "/dev/null"}, "/dev/null: not a regular file"}});
 }
 
+TEST(Program, NoCommandRunsAnOperationThatMeansNothing) {
+    const std::string model = modelFile("softmax.cm", [](nolk::RunnerBuilder& b) {
+        return Outputs{b.softmax(b.input({1, 1, 2, 2, 3}), static_cast<nolk::Axis>(0))};
+    });
+    const std::string in = writeTemporary("in.raw", rawFloats({1, 2, 3, 4})),
+                      error = model + ": record 2 (softmax): axis";
+    for (const auto& arguments : {std::vector<std::string>{"run", model, "--input", in},
+                                  {"bench", model, "--runs", "1"},
+                                  {"diff", model, in, "--input", in}})
+        expectOneError(runProgram(arguments), error);
+}
+
 TEST(Program, TellsThatAModelIsOnnx) {
     const struct {
         std::string name, begin;
