@@ -34,7 +34,7 @@ void exitWithGrowth(Bytes& file, const std::string& path, double most) {
     auto* const builder = new RawRunnerBuilder(nullptr);
     MessageCollector errors;
     ModelReaderImpl reader(errors);
-    const bool loaded = file.empty() ? reader.readFromFile(builder, 1, path.c_str()) != nullptr
+    const bool loaded = file.empty() ? reader.readFromFile(builder, 1, path.c_str())
                                      : reader.readFromMemory(builder, 1, file.data(), static_cast<int>(file.size()));
     const double growth = peak() - before;
     std::fprintf(stderr, "%s, grown by %.0f bytes, at most %.0f expected\n", loaded ? "loaded" : "failed", growth,

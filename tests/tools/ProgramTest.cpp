@@ -55,7 +55,7 @@ TEST(Program, TellsThatAModelIsOnnx) {
         const ProgramResult r = runProgram({"info", model});
         EXPECT_EQ(r.err.find("nolk: " + model + ": an ONNX model") == 0, row.isOnnx) << row.name << r.err;
     }
-    model = writeTemporary("any.onnx", std::string("?"));
+    model = temporaryPath("any.onnx");
     for (const auto& arguments :
          {std::vector<std::string>{"run", model}, {"bench", model}, {"check", model}, {"diff", model, "x.npy"}})
         expectOneError(runProgram(arguments), model + ": an ONNX model");
