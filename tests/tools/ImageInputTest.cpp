@@ -77,13 +77,13 @@ TEST(ImageInput, GivesThePixelsOfEveryFormat) {
         {"bits.png", pngFile({5, 1, 1, 0}, rows({0, 0xA8})), 1, {255, 0, 255, 0, 255}},
         {"deep.png", pngFile({2, 1, 16, 0}, rows({0, 1, 2, 255, 254})), 1, {258, 65534}},
         {"rgb.png", pngFile({2, 1, 8, 2}, rows({0, 1, 2, 3, 4, 5, 6})), 3, {1, 4, 2, 5, 3, 6}},
-        {"rgba", pngFile({1, 1, 16, 6}, rows({0, 1, 0, 2, 0, 3, 0, 0, 0})), 3, {256, 512, 768}},
-        {"palette", pngFile({2, 1, 2, 3}, rows({0, 0x40}), palette + halfClear), 3, {200, 1, 100, 2, 50, 3}},
+        {"rgba.png", pngFile({1, 1, 16, 6}, rows({0, 1, 0, 2, 0, 3, 0, 0, 0})), 3, {256, 512, 768}},
+        {"palette.png", pngFile({2, 1, 2, 3}, rows({0, 0x40}), palette + halfClear), 3, {200, 1, 100, 2, 50, 3}},
         {"interlaced.png", pngFile({2, 1, 8, 0, 1}, rows({0, 10, 0, 240})), 1, {10, 240}},
         {"a PNG.jpg", pngFile({1, 1, 8, 0}, rows({0, 7})), 1, {7}},
         {"COLOUR.JPG", jpeg(kColourJpeg), 3, {200, 20, 30, 180, 60, 90}, kJpegLoss},
         {"grey.jpeg", jpeg(kGreyJpeg), 1, {10, 240}, kJpegLoss},
-        {"deep", "P6 # by hand\n2\t1 300\n" + rows({0, 1, 0, 2, 0, 3, 1, 0, 1, 1, 1, 2}), 3, {1, 256, 2, 257, 3, 258}},
+        {"d.ppm", "P6 # by hand\n2\t1 300\n" + rows({0, 1, 0, 2, 0, 3, 1, 0, 1, 1, 1, 2}), 3, {1, 256, 2, 257, 3, 258}},
     };
     for (const auto& c : cases) {
         const std::string file = writeTemporary(c.name, c.bytes), missing = missingFormat(c.bytes);
