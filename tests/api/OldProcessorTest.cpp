@@ -10,14 +10,12 @@
 
 namespace {
 
-// Whether `create` returns null, with one message in the queue and on standard error.
 template <typename Create>
 void expectRefusal(Create create) {
     const std::string text = "this build of nolk needs a processor with AVX2 and FMA";
     testing::internal::CaptureStderr();
-    const bool isNull = create() == nullptr;
+    EXPECT_EQ(create(), nullptr);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), text + "\n");
-    EXPECT_TRUE(isNull);
     EXPECT_EQ(popMessages(), std::vector<std::string>{text});
 }
 
@@ -30,7 +28,7 @@ TEST(OldProcessor, NothingIsCreatedAndTheReasonIsReported) {
         expectRefusal([&] { return nolk_new_runner(implCfg, model, sizeof model, 1); });
         expectRefusal([&] { return nolk_new_runner(implCfg, other, sizeof other, 1); });
     }
-    for (const int batchSize : {0, 1, 2}) expectRefusal([=] { return nolk_wrap_batch_runner(nullptr, batchSize); });
+    expectRefusal([] { return nolk_wrap_batch_runner(nullptr, 1); });
 }
 
 TEST(OldProcessor, TheCompanionLibraryThrows) {

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <nolk_model.h>
 
-#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -31,13 +30,9 @@ void expectFindings(const Row& row) {
     EXPECT_TRUE(check.remark.empty() || !findings.empty()) << row.what << ": " << check.remark;
 }
 
-TEST(CheckModel, GoodFilesHaveNoFindings) {
-    expectFindings({"relu", version2("0300" + kInput + "0a00 0100 0200 " + kOutput2), {}});
-    expectFindings({"head info", container(3, hex("0500 0200 6869 0000"), hex("0200" + kInput + "1600 0100")), {}});
-}
-
 TEST(CheckModel, RecordsThatContradictThemselves) {
     const Row rows[] = {
+        {"nothing", version2("0300" + kInput + "0a00 0100 0200 " + kOutput2), {}},
         {"an undefined id, and what depends on it",
          version2("0400" + kInput + "0a00 0700 0200 0a00 0200 0300 1600 0300"),
          {"record 1 (input) at byte 8: warning: its result, id 1, is never used",
@@ -55,10 +50,6 @@ TEST(CheckModel, RecordsThatContradictThemselves) {
                   "f(1)f(1)f(1)f(nan)f(1) 00" + kOutput2),
          {"record 2 (fullConnect) at byte 24: warning: weights: 1 of 5 is not finite",
           "record 2 (fullConnect) at byte 24: warning: weights are for 5 input channels, the input has 4"}},
-        {"weights that leave channels out",
-         version2("0300" + kInput + "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 02000000 01000000" +
-                  "01000000 f(1)f(1) 00" + kOutput2),
-         {"record 2 (convolve) at byte 24: warning: weights are for 2 input channels, the input has 4"}},
         {"slopes that are refused",
          version2("0300" + kInput + "2300 0100 0200 0100 f(1)" + kOutput2),
          {"record 2 (prelu) at byte 24: error: prelu: input has 4 channels, slopes has 1"}},
@@ -68,9 +59,6 @@ TEST(CheckModel, RecordsThatContradictThemselves) {
         {"an axis that softmax does not have",
          version2("0300" + kInput + "0b00 0100 0200 07" + kOutput2),
          {"record 2 (softmax) at byte 24: error: axis must be 1 to 3, is 7: the output is left unwritten"}},
-        {"a resize that ends the process",
-         version2("0300" + kInput + "1c00 0100 0200 04000000 02000000 02000000 09" + kOutput2),
-         {"record 2 (resize) at byte 24: error: mode must be 1 to 2, is 9: running it ends the process"}},
         {"a concat of shapes that disagree",
          version2("0400" + kInput + kInput4 + "0c00 02 0100 0400 0200 01" + kOutput2),
          {"record 3 (concat) at byte 40: warning: shapes disagree off the axis: input 1 is [1, 2, 3, 1], the first [1, "
@@ -106,11 +94,8 @@ TEST(CheckModel, RecordsThatContradictThemselves) {
 TEST(CheckModel, ContainersThatAreDamaged) {
     Bytes wrongCrc = container(3, hex("0000"), hex("0200" + kInput + "1600 0100"));
     wrongCrc.back() ^= 1;
-    Bytes wrongHead = version2("0200" + kInput + "1600 0100");
-    wrongHead[0] = 'X';
     const Row rows[] = {
         {"empty", {}, {"head at byte 0: error: the file is empty"}},
-        {"another kind of file", wrongHead, {"head at byte 0: error: the first two bytes must be \"CM\""}},
         {"no records", container(1, {}, hex("0000")), {"end at byte 6: warning: there are no records"}},
         {"a version to come", hex("434d 0900 0000"), {"version at byte 2: error: must be 1 to 4, is 9"}},
         {"no end of the head info",
@@ -125,9 +110,6 @@ TEST(CheckModel, ContainersThatAreDamaged) {
         {"an unknown record",
          version2("0300" + kInput + "6300 0100 0200" + kOutput2),
          {"record 2 (?) at byte 24: error: unknown op code 99, so where the next record begins cannot be told"}},
-        {"an end within a record",
-         version2("0300" + kInput + "0a00 01"),
-         {"record 2 (relu) at byte 24: error: the file ends within it"}},
         {"a count that cannot be",
          version2("0300" + kInput + "2300 0100 0200 ffff"),
          {"record 2 (prelu) at byte 24: error: a count of floats is negative or above 2^31 - 1"}},
@@ -152,18 +134,15 @@ TEST(CheckModel, EveryTruncationIsFound) {
     for (const int version : {1, 2, 4}) {
         const nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter({version, false, {}});
         std::vector<float> f(36, 0.5f);
-        nolk::TensorX* const x = writer->convolve(writer->input({1, 4, 5, 5, 3}), {1, 1, 1, 1}, {1, 1}, {1, 1},
-                                                  {1, 1, 4, 3, 3, false, f.data(), nullptr});
-        nolk::TensorX* y = writer->relu(x);
+        nolk::TensorX* y = writer->convolve(writer->input({1, 4, 5, 5, 3}), {1, 1, 1, 1}, {1, 1}, {1, 1},
+                                            {1, 1, 4, 3, 3, false, f.data(), nullptr});
         writer->build(&y, 1);
         const Bytes& whole = writer->bytes();
-        expectFindings({"whole", whole, {}});
-        for (std::size_t size = 0; size < whole.size(); ++size) {
-            const nolk::ModelCheck check = nolk::checkModel(whole.data(), size);
-            const bool isFound = std::any_of(
-                check.findings.begin(), check.findings.end(),
-                [](const nolk::ModelFinding& finding) { return finding.severity == nolk::Severity::error; });
-            EXPECT_TRUE(isFound) << "version " << version << ", " << size << " of " << whole.size() << " bytes";
+        for (std::size_t size = 0; size <= whole.size(); ++size) {
+            int errors = 0;
+            for (const nolk::ModelFinding& finding : nolk::checkModel(whole.data(), size).findings)
+                errors += finding.severity == nolk::Severity::error;
+            EXPECT_EQ(errors > 0, size < whole.size()) << "version " << version << ", " << size << " bytes";
         }
     }
 }

@@ -2,10 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,15 +38,20 @@ void read(Bytes file, nolk::RunnerBuilder& builder, int batch) {
     EXPECT_EQ(popMessages(), std::vector<std::string>{});
 }
 
-TEST(ModelWriter, EveryOperationComesBackAsItWasCalled) {
+TEST(ModelWriter, EveryOperationComesBackAsItWasCalledAndIsWrittenAsItWasRead) {
     for (const int version : {1, 2, 3, 4})
         for (const int batch : {1, 3}) {
-            ModelWriterImpl writer({version, false, {}});
+            SCOPED_TRACE(testing::Message() << "version " << version << ", batch " << batch);
+            std::vector<nolk::HeadInfo> headInfo;
+            if (version > 1) headInfo = {{7, {1, 2, 3}}, {-1, {}}, {8, Bytes(300, 0)}};
+            ModelWriterImpl writer({version, false, headInfo}), again({version, false, headInfo});
             recordEverything(writer, batch);
             CallLog expected, actual;
             recordEverything(expected, batch);
             read(writer.bytes(), actual, batch);
-            EXPECT_EQ(actual.lines, expected.lines) << "version " << version << ", batch " << batch;
+            EXPECT_EQ(actual.lines, expected.lines);
+            read(writer.bytes(), again, 5);
+            EXPECT_EQ(writer.bytes(), again.bytes());
         }
 }
 
@@ -56,23 +59,10 @@ TEST(ModelWriter, TheNetworkAboveHasEveryOperation) {
     CallLog log;
     recordEverything(log, 1);
     for (const Operation& operation : operation::kTable) {
-        if (!operation.call) continue;
-        const std::string call = std::string("= ") + operation.name + " ";
-        EXPECT_TRUE(std::any_of(log.lines.begin(), log.lines.end(), [&call](const std::string& line) {
-            return line.find(call) != std::string::npos;
-        })) << operation.name;
-    }
-}
-
-TEST(ModelWriter, WrittenReadAndWrittenAgainTheBytesAreTheSame) {
-    for (const int version : {1, 2, 3, 4}) {
-        std::vector<nolk::HeadInfo> headInfo;
-        if (version > 1) headInfo = {{7, {1, 2, 3}}, {-1, {}}, {8, Bytes(300, 0)}};
-        ModelWriterImpl first({version, false, headInfo}), second({version, false, headInfo});
-        recordEverything(first, 1);
-        read(first.bytes(), second, 5);
-        ASSERT_FALSE(first.bytes().empty());
-        EXPECT_EQ(first.bytes(), second.bytes()) << "version " << version;
+        std::size_t found = 0;
+        for (const std::string& line : log.lines)
+            found += line.find(std::string("= ") + operation.name + " ") != line.npos;
+        EXPECT_TRUE(found > 0 || !operation.call) << operation.name;
     }
 }
 
@@ -88,13 +78,6 @@ TEST(ModelWriter, WritesTheBytesThatWereWrittenByHand) {
     }
 }
 
-TEST(ModelWriter, NullInputsGiveNullResults) {
-    ModelWriterImpl b;
-    EXPECT_EQ(b.relu(nullptr), nullptr);
-    EXPECT_EQ(b.add(b.input({2, 4, 9, 7, 3}), nullptr), nullptr);
-    EXPECT_EQ(b.shapeOf(nullptr).dims, 0);
-}
-
 TEST(ModelWriter, SharedWeightsOfAConvolutionAreRepeated) {
     float weight[] = {1, 2}, bias[] = {3};
     ModelWriterImpl writer({2, false, {}});
@@ -107,92 +90,61 @@ TEST(ModelWriter, SharedWeightsOfAConvolutionAreRepeated) {
               "#2 = convolve #1 (top 0 bottom 0 left 0 right 0) 1x1 1x1 3x1x2x1x1 {1 2 1 2 1 2} bias {3 3 3}");
 }
 
-template <typename Call>
-void expectRefused(int version, const char* message, Call call) {
-    ModelWriterImpl writer({version, false, {}}), untouched({version, false, {}});
-    nolk::TensorX* x = writer.input({1, 2, 2, 3, 3});
-    nolk::TensorX* same = untouched.input({1, 2, 2, 3, 3});
-    try {
-        call(writer, x);
-        ADD_FAILURE() << "expected: " << message;
-    } catch (const std::out_of_range& e) {
-        EXPECT_STREQ(e.what(), message);
-    }
-    writer.build(&x, 1);
-    untouched.build(&same, 1);
-    EXPECT_EQ(writer.bytes(), untouched.bytes()) << message;
-}
-
 TEST(ModelWriter, WhatDoesNotFitIsRefusedByNameAndLeavesNoTrace) {
-    std::vector<float> v(64);
-    float* const f = v.data();
-    expectRefused(1, "input: shape c must be -32768 to 32767 in this file, is 40000", [](auto& b, auto*) {
-        b.input({1, 40000, 1, 1, 3});
-    });
-    expectRefused(4, "input: a file has no form for the shape [n, 2, 0, 3] with dims 3", [](auto& b, auto*) {
-        b.input({1, 2, 0, 3, 3});
-    });
-    expectRefused(4, "input: a file has no form for the shape [n, 2, 2, 3] with dims 1", [](auto& b, auto*) {
-        b.input({1, 2, 2, 3, 1});
-    });
-    expectRefused(4, "input: n must be the batch of the shapes before, 1, is 2", [](auto& b, auto*) {
-        b.input({2, 2, 2, 3, 3});
-    });
-    expectRefused(4, "pad: padding left must be 0 to 255 in this file, is 256", [](auto& b, auto* x) {
-        b.pad(x, {0, 0, 256, 0});
-    });
-    expectRefused(4, "pad: padding top must be 0 to 255 in this file, is -1", [](auto& b, auto* x) {
-        b.pad(x, {-1, 0, 0, 0});
-    });
-    expectRefused(4, "maxPool: stride w must be -32768 to 32767 in this file, is 32768", [](auto& b, auto* x) {
-        b.maxPool(x, {1, 1}, {}, {1, 32768});
-    });
-    expectRefused(4, "convolve: weights: the count is negative or above 2^31 - 1", [f](auto& b, auto* x) {
-        b.convolve(x, {}, {1, 1}, {1, 1}, {1, 1, -1, 1, 1, false, f, nullptr});
-    });
-    expectRefused(4, "fullConnect: weights: the count is negative or above 2^31 - 1", [f](auto& b, auto* x) {
-        b.fullConnect(x, {1, 65536, 65536, 1, 1, true, f, nullptr});
-    });
-    expectRefused(4, "prelu: slopes count must be -32768 to 32767 in this file, is 40000",
-                  [f](auto& b, auto* x) { b.prelu(x, f, 40000); });
-    expectRefused(4, "softmax: axis must be 0 to 255 in this file, is -1",
-                  [](auto& b, auto* x) { b.softmax(x, static_cast<nolk::Axis>(-1)); });
-    expectRefused(4, "slice: axis must be -4 to 3, is 4", [](auto& b, auto* x) { b.slice(x, {4, 0, 1, 1}); });
-    expectRefused(4, "transpose: axes must be 0 to 3, one is 4", [](auto& b, auto* x) {
-        b.transpose(x, {{0, 1, 2, 4}});
-    });
-    expectRefused(4, "concat: number of inputs must be 0 to 255 in this file, is 256",
-                  [](auto& b, auto* x) { b.concat(std::vector<nolk::TensorX*>(256, x).data(), 256, nolk::Axis::c); });
-    expectRefused(4, "concat: needs an input", [](auto& b, auto*) { b.concat(nullptr, 0, nolk::Axis::c); });
-    expectRefused(4, "reshape: n must be the batch of the shapes before, 1, is 2", [](auto& b, auto* x) {
-        b.reshape(x, {2, 12, 1, 1, 1}, nolk::TensorLayout::nchw);
-    });
-    expectRefused(4, "lstm: numDirections must be 2 for this direction, is 1", [f](auto& b, auto* x) {
-        b.lstm(x, {nolk::Direction::both, 1, 1, 1, f, f, nullptr, true});
-    });
+    using B = nolk::RunnerBuilder;
+    using nolk::Axis;
+    static float f[64] = {};
+    static const Shape wide{1, 40000, 1, 1, 3}, empty{1, 2, 0, 3, 3}, planes{1, 2, 2, 3, 1}, two{2, 2, 2, 3, 3};
+    static const nolk::DimsHW one{1, 1};
+    static const nolk::Padding none, top{-1, 0, 0, 0}, left{0, 0, 256, 0};
+    static const nolk::Weights negative{1, 1, -1, 1, 1, false, f, nullptr},
+        many{1, 65536, 65536, 1, 1, true, f, nullptr};
+    static const nolk::LstmWeights both{nolk::Direction::both, 1, 1, 1, f, f, nullptr, true};
+    static const nolk::SlicePos slice{4, 0, 1, 1};
+    static const nolk::Perm perm{{0, 1, 2, 4}};
+    const struct {
+        int version;
+        const char* message;
+        void (*call)(B&, X);
+    } rows[] = {
+        {1, "input: shape c must be -32768 to 32767 in this file, is 40000", [](B& b, X) { b.input(wide); }},
+        {4, "input: a file has no form for the shape [n, 2, 0, 3] with dims 3", [](B& b, X) { b.input(empty); }},
+        {4, "input: a file has no form for the shape [n, 2, 2, 3] with dims 1", [](B& b, X) { b.input(planes); }},
+        {4, "input: n must be the batch of the shapes before, 1, is 2", [](B& b, X) { b.input(two); }},
+        {4, "reshape: n must be the batch of the shapes before, 1, is 2",
+         [](B& b, X x) { b.reshape(x, two, nolk::TensorLayout::nchw); }},
+        {4, "pad: padding left must be 0 to 255 in this file, is 256", [](B& b, X x) { b.pad(x, left); }},
+        {4, "pad: padding top must be 0 to 255 in this file, is -1", [](B& b, X x) { b.pad(x, top); }},
+        {4, "convolve: weights: the count is negative or above 2^31 - 1",
+         [](B& b, X x) { b.convolve(x, none, one, one, negative); }},
+        {4, "fullConnect: weights: the count is negative or above 2^31 - 1", [](B& b, X x) { b.fullConnect(x, many); }},
+        {4, "prelu: slopes count must be -32768 to 32767 in this file, is 40000",
+         [](B& b, X x) { b.prelu(x, f, 40000); }},
+        {4, "softmax: axis must be 0 to 255 in this file, is -1",
+         [](B& b, X x) { b.softmax(x, static_cast<Axis>(-1)); }},
+        {4, "slice: axis must be -4 to 3, is 4", [](B& b, X x) { b.slice(x, slice); }},
+        {4, "transpose: axes must be 0 to 3, one is 4", [](B& b, X x) { b.transpose(x, perm); }},
+        {4, "concat: number of inputs must be 0 to 255 in this file, is 256",
+         [](B& b, X x) { b.concat(Xs(256, x).data(), 256, Axis::c); }},
+        {4, "concat: needs an input", [](B& b, X) { b.concat(nullptr, 0, Axis::c); }},
+        {4, "lstm: numDirections must be 2 for this direction, is 1", [](B& b, X x) { b.lstm(x, both); }},
+    };
+    for (const auto& row : rows) {
+        ModelWriterImpl writer({row.version, false, {}}), untouched({row.version, false, {}});
+        X x = writer.input({1, 2, 2, 3, 3}), same = untouched.input({1, 2, 2, 3, 3});
+        try {
+            row.call(writer, x);
+            ADD_FAILURE() << "expected: " << row.message;
+        } catch (const std::out_of_range& e) {
+            EXPECT_STREQ(e.what(), row.message);
+        }
+        writer.build(&x, 1);
+        untouched.build(&same, 1);
+        EXPECT_EQ(writer.bytes(), untouched.bytes()) << row.message;
+    }
 }
 
-TEST(ModelWriter, ConstantsWithSamplesOfTheirOwnAreRefused) {
-    ModelWriterImpl writer;
-    float samples[] = {1, 2, 1, 3};
-    nolk::Tensor constant{{2, 2, 1, 1, 1}, samples};
-    EXPECT_THROW(writer.constTensor(&constant), std::out_of_range);
-    samples[3] = 2;
-    EXPECT_NE(writer.constTensor(&constant), nullptr);
-    constant.data = nullptr;
-    EXPECT_THROW(writer.constTensor(&constant), std::invalid_argument);
-}
-
-TEST(ModelWriter, BuildsOnce) {
-    ModelWriterImpl writer;
-    nolk::TensorX* outputs[] = {writer.input({1, 1, 1, 1, 3}), nullptr};
-    EXPECT_THROW(writer.build(outputs, 2), std::invalid_argument);
-    writer.build(outputs, 1);
-    EXPECT_THROW(writer.build(outputs, 1), std::logic_error);
-    EXPECT_THROW(writer.relu(outputs[0]), std::logic_error);
-}
-
-TEST(ModelWriter, OptionsThatCannotBeAreRefused) {
+TEST(ModelWriter, OptionsAndConstantsThatCannotBeAreRefusedAndCallsAfterBuild) {
     const nolk::ModelFileOptions options[] = {{0, false, {}},
                                               {5, false, {}},
                                               {1, false, {{1, {}}}},
@@ -200,44 +152,47 @@ TEST(ModelWriter, OptionsThatCannotBeAreRefused) {
                                               {2, false, {{32768, {}}}},
                                               {2, false, {{1, Bytes(32768, 0)}}}};
     for (const nolk::ModelFileOptions& o : options) EXPECT_THROW(ModelWriterImpl{o}, std::out_of_range);
-}
-
-Bytes floatsRecord(const std::vector<float>& values, bool lossy) {
-    const nolk::ModelFileOptions options{4, lossy, {}};
-    RecordWriter record(options, operationOf<&operation::constTensor>());
-    record.floats(values.data(), {static_cast<int>(values.size())}, "data");
-    return Bytes(record.bytes().begin() + 2, record.bytes().end());
+    ModelWriterImpl writer;
+    float samples[] = {1, 2, 1, 3};
+    nolk::Tensor constant{{2, 2, 1, 1, 1}, samples};
+    EXPECT_THROW(writer.constTensor(&constant), std::out_of_range) << "samples differ";
+    samples[3] = 2;
+    X outputs[] = {writer.constTensor(&constant), nullptr};
+    constant.data = nullptr;
+    EXPECT_THROW(writer.constTensor(&constant), std::invalid_argument);
+    EXPECT_EQ(writer.add(outputs[0], nullptr), nullptr);
+    EXPECT_THROW(writer.build(outputs, 2), std::invalid_argument);
+    writer.build(outputs, 1);
+    EXPECT_THROW(writer.build(outputs, 1), std::logic_error);
+    EXPECT_THROW(writer.relu(outputs[0]), std::logic_error);
 }
 
 TEST(ModelWriter, FloatsAreIndexedWhereThatIsExactAndSmaller) {
     const struct {
-        const char* name;
-        int count;
-        int distinct;
+        int count, distinct;
         bool lossy;
         std::size_t bytes;
-    } rows[] = {
-        {"one too few to gain", 341, 2, true, 1 + 4 * 341},      {"enough to gain", 342, 2, false, 1 + 1024 + 342},
-        {"256 values", 2000, 256, false, 1 + 1024 + 2000},       {"257 values", 2000, 257, false, 1 + 4 * 2000},
-        {"257 values, lossy", 2000, 257, true, 1 + 1024 + 2000},
-    };
+    } rows[] = {{341, 2, true, 1 + 4 * 341},  // one too few to gain
+                {342, 2, false, 1 + 1024 + 342},
+                {2000, 256, false, 1 + 1024 + 2000},
+                {2000, 257, false, 1 + 4 * 2000},
+                {2000, 257, true, 1 + 1024 + 2000}};
     for (const auto& row : rows) {
         std::vector<float> values;
         for (int i = 0; i < row.count; ++i) values.push_back(static_cast<float>(i % row.distinct));
-        EXPECT_EQ(floatsRecord(values, row.lossy).size(), row.bytes) << row.name;
+        const nolk::ModelFileOptions options{4, row.lossy, {}};
+        RecordWriter record(options, operationOf<&operation::constTensor>());
+        record.floats(values.data(), {row.count}, "data");
+        EXPECT_EQ(record.bytes().size() - 2, row.bytes) << row.count << ", distinct " << row.distinct;
     }
 }
 
 TEST(Codebook, ExactKeepsEveryBit) {
-    std::vector<float> values(400, 0.0f);
-    values[1] = -0.0f;
-    values[2] = std::numeric_limits<float>::quiet_NaN();
-    values[3] = std::numeric_limits<float>::infinity();
+    const std::vector<float> values = valuesWithSpecials(1, 200);
     const auto book = exactCodebook(values.data(), values.size());
     ASSERT_TRUE(book);
-    std::vector<float> restored;
-    for (const unsigned char i : book->indices) restored.push_back(book->values[i]);
-    EXPECT_EQ(std::memcmp(restored.data(), values.data(), values.size() * sizeof(float)), 0);
+    for (std::size_t i = 0; i < values.size(); ++i)
+        EXPECT_EQ(std::memcmp(&book->values[book->indices[i]], &values[i], sizeof(float)), 0) << values[i];
     EXPECT_FALSE(nearestCodebook(values.data(), values.size())) << "not for infinities";
 }
 
@@ -261,7 +216,6 @@ TEST(Codebook, NearestBeatsAnEvenGridAndKeepsOutliers) {
         error += chosen * chosen;
     }
     const double evenGrid = std::pow(46.0 / 256, 2) / 12;
-    RecordProperty("meanSquareError", std::to_string(error / 20001));
     EXPECT_LT(error / 20001, evenGrid / 8);
     EXPECT_NEAR(book->values[book->indices.back()], 40.0f, 0.01f);
 }

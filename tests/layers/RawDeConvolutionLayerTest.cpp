@@ -24,8 +24,6 @@ TEST(RawDeConvolutionLayer, ScattersEveryInputThroughTheKernel) {
         {{1, 2, 4, 9, 3}, 2, {3, 3}, {1, 1}, {1, 1}, {-2, -1, -3, -1}},  // zeros around
         {{1, 2, 4, 9, 3}, 2, {3, 4}, {0, 0}},
         {{1, 2, 4, 9, 3}, 2, {3, 4}, {-1, -1}, {9, 9}},
-        {{1, 2, 4, 9, 3}, 2, {3, 4}, {-2, 2}, {9, 1}},
-        {{1, 2, 4, 9, 3}, 2, {3, 4}, {2, -2}, {1, 9}},
         {{1, 2, 3, 40, 3}, 2, {1, 64}, {1, 1}},  // the kernel is wider than the input
         {{1, 2, 4, 9, 3}, 2, {0, 3}, {2, 2}},
         {{1, 0, 4, 9, 3}, 2, {3, 3}, {2, 2}},
@@ -67,8 +65,8 @@ TEST(RawDeConvolutionLayer, RefusesWhatWouldLeaveItsTensors) {
         expectRefused({{1, 4, 5, 5, 3}}, c.text, record);
         if (c.text) continue;
         Net net;
-        const auto out = net.run(
-            {net->deConvolve(net.input({1, 4, 5, 5, 3}, Values(1).reals(100)), {}, {2, 2}, {1, 1}, weights)})[0];
+        Recording recording(*net.operator->(), {net.input({1, 4, 5, 5, 3}, Values(1).reals(100))});
+        const auto out = net.run({record(recording)})[0];
         EXPECT_EQ(out, std::vector<float>(out.size(), 0.0f));
     }
 }

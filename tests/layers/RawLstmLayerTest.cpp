@@ -12,8 +12,7 @@ nolk::LstmWeights weights(Recording& r, nolk::Direction direction, int direction
 }
 
 void expectLstm(const Shape& in, nolk::Direction direction, int directions, int inputs, int hidden, int bias = 2) {
-    SCOPED_TRACE(testing::Message() << "t " << in.h << " hidden " << hidden << " direction "
-                                    << static_cast<int>(direction) << " bias " << bias);
+    SCOPED_TRACE(testing::Message() << "t " << in.h << " hidden " << hidden << " bias " << bias);
     expectReference({in}, [=](Recording& r) {
         nolk::LstmWeights w = weights(r, direction, directions, inputs, hidden);
         if (bias == 0) w.bias = nullptr;

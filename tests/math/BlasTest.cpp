@@ -41,40 +41,35 @@ TEST(VectorKernels, EqualOneOperationPerElementAtAnyAlignment) {
                 a[offset + 2] = b[offset + 3] = nan;
                 a[offset + 5] = b[offset + 6] = b[offset + 5] = 0.0f;
                 b[offset + 7] = -0.0f;
-                std::vector<float> both = a, scaled = a, dst = a, dstScaled = a, same = a;
+                std::vector<float> both = a, scaled = a;
                 const float s = b[offset + 1];
                 for (int i = 0; i < n; ++i) {
                     both[offset + i] = k.one(a[offset + i], b[offset + i]);
                     scaled[offset + i] = k.one(a[offset + i], s);
                 }
-                k.inPlace(n, dst.data() + offset, b.data() + offset);
-                expectSameBits(dst, both);
+                const float *const left = a.data() + offset, *const right = b.data() + offset;
+                const auto expectFrom = [&](const std::vector<float>& expected, auto kernel) {
+                    std::vector<float> dst = a;
+                    kernel(dst.data() + offset);
+                    expectSameBits(dst, expected);
+                };
+                expectFrom(both, [&](float* dst) { k.inPlace(n, dst, right); });
                 if (!k.arrays) continue;
-                dst = a;
-                k.arrays(n, dst.data() + offset, a.data() + offset, b.data() + offset);
-                expectSameBits(dst, both);
-                k.arrays(n, same.data() + offset, same.data() + offset, b.data() + offset);
-                expectSameBits(same, both);
-                k.inPlaceScalar(n, dstScaled.data() + offset, s);
-                expectSameBits(dstScaled, scaled);
-                dstScaled = a;
-                k.scalar(n, dstScaled.data() + offset, a.data() + offset, s);
-                expectSameBits(dstScaled, scaled);
+                expectFrom(both, [&](float* dst) { k.arrays(n, dst, left, right); });
+                expectFrom(both, [&](float* dst) { k.arrays(n, dst, dst, right); });
+                expectFrom(scaled, [&](float* dst) { k.inPlaceScalar(n, dst, s); });
+                expectFrom(scaled, [&](float* dst) { k.scalar(n, dst, left, s); });
             }
 }
 
 TEST(CopyFloats, CopiesOrGivesNull) {
-    const float source[] = {1, 2, 3};
-    float* copy = nullptr;
+    float source[] = {1, 2, 3}, *copy = nullptr;
     copyFloats(source, copy, 3);
-    const std::unique_ptr<float[]> owned(copy);
-    EXPECT_EQ(owned[2], 3);
-    for (const int n : {0, -1}) {
-        copyFloats(source, copy, n);
+    EXPECT_EQ(std::unique_ptr<float[]>(copy)[2], 3);
+    for (float* const from : {source, static_cast<float*>(nullptr)}) {
+        copyFloats(from, copy, from ? 0 : 3);
         EXPECT_EQ(copy, nullptr);
     }
-    copyFloats(nullptr, copy, 3);
-    EXPECT_EQ(copy, nullptr);
 }
 
 class Gemm : public testing::Test {

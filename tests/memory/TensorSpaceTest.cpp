@@ -6,109 +6,63 @@
 
 namespace {
 
-const nolk::TensorShape kHundred{1, 100, 1, 1, 1};  // takes 112 floats
-
-// Builds a plan and says where each tensor lies.
-class Plan {
-public:
-    nolk::TensorX* input(nolk::TensorShape shape = kHundred) {
-        inputs_.push_back(std::make_unique<nolk::TensorX>(shape, false));
-        inputs_.back()->setRawTensor(std::make_shared<RawTensor>());
-        return inputs_.back().get();
-    }
-
-    nolk::TensorX* layer(const std::vector<nolk::TensorX*>& in, bool inplace = false,
-                         nolk::TensorShape shape = kHundred) {
-        factories_.push_back(std::make_unique<TestFactory>(in, std::vector<nolk::TensorShape>{shape}, inplace));
-        return factories_.back()->out();
-    }
-
-    void make(const std::vector<nolk::TensorX*>& outputs) {
-        std::vector<LayerFactory*> layers;
-        std::vector<nolk::TensorX*> inputs;
-        for (auto& f : factories_) {
-            f->connect();
-            layers.push_back(f.get());
-        }
-        for (auto& t : inputs_) inputs.push_back(t.get());
-        pool_ = TensorSpace(16).mallocAll(layers, inputs, outputs);
-    }
-
-    std::ptrdiff_t offset(const nolk::TensorX* t) const { return t->rawTensor->data - pool_->locate(0); }
-    int size() const { return pool_->size(); }
-    bool empty() const { return !pool_; }
-
-private:
-    std::vector<std::unique_ptr<nolk::TensorX>> inputs_;
-    std::vector<std::unique_ptr<TestFactory>> factories_;
-    std::unique_ptr<MemoryPool> pool_;
+struct Step {
+    std::vector<std::size_t> in;  // tensors: 0 is the network's input, 1 the first step's result
+    bool inplace = false;
+    int size = 100;  // takes 112 floats
 };
 
-TEST(TensorSpace, AChainUsesTwoPlacesInTurn) {
-    Plan plan;
-    nolk::TensorX* in = plan.input();
-    nolk::TensorX* a = plan.layer({in});
-    nolk::TensorX* b = plan.layer({a});
-    plan.make({b});
-    EXPECT_EQ(plan.offset(in), 0);
-    EXPECT_EQ(plan.offset(a), 112);
-    EXPECT_EQ(plan.offset(b), 0);
-    EXPECT_EQ(plan.size(), 224);
+TEST(TensorSpace, GivesEveryTensorItsPlace) {
+    const struct {
+        const char* claim;
+        int inputSize;
+        std::vector<Step> steps;
+        std::vector<std::size_t> outputs;
+        std::vector<std::ptrdiff_t> offsets;
+        int size;
+    } plans[] = {
+        {"a chain uses two places in turn", 100, {{{0}}, {{1}}}, {2}, {0, 112, 0}, 224},
+        // Room for the larger of the two that share; the hole of 80 is too small for the last.
+        {"in place takes nothing and lives on", 60, {{{0}, true, 80}, {{1}}, {{2}}}, {3}, {0, 0, 80, 192}, 304},
+        {"a tensor lives until its last consumer", 100, {{{0}}, {{1}}, {{0, 2}}}, {3}, {0, 112, 224, 112}, 336},
+        {"outputs keep their places, not what nobody reads", 100, {{{0}}, {{1}}, {{1}}}, {1, 3}, {0, 112, 0, 224}, 336},
+    };
+    for (const auto& plan : plans) {
+        SCOPED_TRACE(plan.claim);
+        nolk::TensorX input({1, plan.inputSize, 1, 1, 1}, false);
+        input.setRawTensor(std::make_shared<RawTensor>());
+        std::vector<nolk::TensorX*> tensors{&input}, outputs;
+        std::vector<std::unique_ptr<TestFactory>> factories;
+        std::vector<LayerFactory*> layers;
+        for (const Step& step : plan.steps) {
+            std::vector<nolk::TensorX*> in;
+            for (const std::size_t i : step.in) in.push_back(tensors[i]);
+            const std::vector<nolk::TensorShape> shape{{1, step.size, 1, 1, 1}};
+            layers.push_back(factories.emplace_back(std::make_unique<TestFactory>(in, shape, step.inplace)).get());
+            tensors.push_back(factories.back()->out());
+        }
+        for (const auto& factory : factories) factory->connect();
+        for (const std::size_t i : plan.outputs) outputs.push_back(tensors[i]);
+        const auto pool = TensorSpace(16).mallocAll(layers, {&input}, outputs);
+        std::vector<std::ptrdiff_t> offsets;
+        for (const nolk::TensorX* t : tensors) offsets.push_back(t->rawTensor->data - pool->locate(0));
+        EXPECT_EQ(offsets, plan.offsets);
+        EXPECT_EQ(pool->size(), plan.size);
+    }
 }
 
-TEST(TensorSpace, InPlaceTakesNothingAndLivesOn) {
-    Plan plan;
-    nolk::TensorX* in = plan.input({1, 60, 1, 1, 1});
-    nolk::TensorX* a = plan.layer({in}, true, {1, 80, 1, 1, 1});
-    nolk::TensorX* b = plan.layer({a});
-    nolk::TensorX* c = plan.layer({b});
-    plan.make({c});
-    EXPECT_EQ(plan.offset(a), 0);
-    EXPECT_EQ(plan.offset(b), 80);   // room for the larger of the two that share
-    EXPECT_EQ(plan.offset(c), 192);  // the hole of 80 is too small
-}
-
-TEST(TensorSpace, ATensorLivesUntilItsLastConsumer) {
-    Plan plan;
-    nolk::TensorX* in = plan.input();
-    nolk::TensorX* a = plan.layer({in});
-    nolk::TensorX* b = plan.layer({a});
-    nolk::TensorX* c = plan.layer({in, b});
-    plan.make({c});
-    EXPECT_EQ(plan.offset(b), 224);
-    EXPECT_EQ(plan.offset(c), 112);  // a's place; the input's is still read
-}
-
-TEST(TensorSpace, OutputsAndWhatNobodyReadsKeepTheirPlaces) {
-    Plan plan;
-    nolk::TensorX* in = plan.input();
-    nolk::TensorX* a = plan.layer({in});
-    nolk::TensorX* unread = plan.layer({a});
-    nolk::TensorX* b = plan.layer({a});
-    plan.make({a, b});
-    EXPECT_EQ(plan.offset(a), 112);
-    EXPECT_EQ(plan.offset(unread), 0);
-    EXPECT_EQ(plan.offset(b), 224);
-}
-
-TEST(TensorSpace, NothingToPlaceMakesNoPool) {
-    Plan plan;
-    plan.make({});
-    EXPECT_TRUE(plan.empty());
-}
-
-TEST(TensorSpace, ConstantsPassThrough) {
+TEST(TensorSpace, ConstantsPassThroughAndNothingToPlaceMakesNoPool) {
     float data[100] = {};
-    nolk::TensorX constant(kHundred, true);
-    const auto raw = std::make_shared<RawTensor>();
-    raw->data = data;
-    constant.setRawTensor(raw);
-    Plan plan;
-    nolk::TensorX* a = plan.layer({&constant});
-    plan.make({a, &constant});
-    EXPECT_EQ(raw->data, data);
-    EXPECT_EQ(plan.offset(a), 0);
-    EXPECT_EQ(plan.size(), 112);
+    nolk::TensorX constant({1, 100, 1, 1, 1}, true);
+    constant.setRawTensor(std::make_shared<RawTensor>());
+    constant.rawTensor->data = data;
+    TestFactory factory({&constant}, {{1, 100, 1, 1, 1}});
+    factory.connect();
+    const auto pool = TensorSpace(16).mallocAll({&factory}, {}, {factory.out(), &constant});
+    EXPECT_EQ(constant.rawTensor->data, data);
+    EXPECT_EQ(factory.out()->rawTensor->data, pool->locate(0));
+    EXPECT_EQ(pool->size(), 112);
+    EXPECT_FALSE(TensorSpace(16).mallocAll({}, {}, {}));
 }
 
 }  // namespace

@@ -78,6 +78,15 @@ inline ProgramResult runProgram(const std::vector<std::string>& arguments, const
     return runCommand(words);
 }
 
+// One line of error that begins with `begin` and has `wish` in it, and no output.
+inline void expectOneError(const ProgramResult& r, const std::string& begin, const std::string& wish = "") {
+    EXPECT_EQ(r.status, 1) << wish;
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err.find("nolk: " + begin), 0u) << r.err;
+    EXPECT_NE(r.err.find(wish), std::string::npos) << r.err;
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << r.err;
+}
+
 struct Refused {
     std::vector<std::string> arguments;
     std::string error;

@@ -171,15 +171,15 @@ public:
 
     X pad(X input, nolk::Padding p) override {
         const Plain& x = of(input);
-        const Shape& s = x.shape;
-        return make({s.n, s.c, s.h + p.top + p.bottom, s.w + p.left + p.right, 3},
+        return make({x.shape.n, x.shape.c, x.shape.h + p.top + p.bottom, x.shape.w + p.left + p.right, 3},
                     [&](int n, int c, int h, int w) { return x.padded(n, c, h - p.top, w - p.left); });
     }
 
     X maxPool(X x, nolk::DimsHW kernel, nolk::Padding p, nolk::DimsHW stride) override {
         return pool(x, kernel, p, stride, [](const Floats& window) {
-            return std::accumulate(window.begin(), window.end(), -1.0e37f,
-                                   [](float m, float v) { return larger(v, m); });
+            float largest = -1.0e37f;
+            for (const float v : window) largest = larger(v, largest);
+            return largest;
         });
     }
     X avgPool(X x, nolk::DimsHW kernel, nolk::Padding p, nolk::DimsHW stride) override {
@@ -233,15 +233,13 @@ public:
         Shape shape = of(inputs[0]).shape;
         for (int i = 1; i < number; ++i) extentOf(shape, index) += extentOf(of(inputs[i]).shape, index);
         Plain y = unwritten(shape);
-        int before = 0;
-        for (int i = 0; i < number; ++i) {
+        for (int i = 0, before = 0; i < number; before += extentOf(of(inputs[i++]).shape, index)) {
             const Plain& x = of(inputs[i]);
             forEach(x.shape, [&](int n, int c, int h, int w) {
                 int to[] = {n, c, h, w};
                 to[index] += before;
                 y.values[at(y.shape, to[0], to[1], to[2], to[3])] = x.at(n, c, h, w);
             });
-            before += extentOf(x.shape, index);
         }
         return keep(y);
     }
@@ -315,14 +313,10 @@ public:
         forEach(in, [&](int n, int c, int h, int w) {
             const float v = x.at(n, c, h, w);
             float& acc = y.values[at(shape, n, shape.c == 1 ? 0 : c, shape.h == 1 ? 0 : h, shape.w == 1 ? 0 : w)];
-            if (planes ? c == 0 : std::isnan(acc))
-                acc = v;
-            else if (op == nolk::BasicOp::maximum)
-                acc = v > acc ? v : acc;
-            else if (op == nolk::BasicOp::minimum)
-                acc = v < acc ? v : acc;
-            else
-                acc = v + acc;
+            const bool isFirst = planes ? c == 0 : std::isnan(acc);
+            const bool replaces = op == nolk::BasicOp::maximum ? v > acc : op == nolk::BasicOp::minimum && v < acc;
+            const bool isSum = op == nolk::BasicOp::mean || op == nolk::BasicOp::sum;
+            acc = isFirst || replaces ? v : isSum ? v + acc : acc;
         });
         const int taken = (shape.c == 1 ? in.c : 1) * (shape.h == 1 ? in.h : 1) * (shape.w == 1 ? in.w : 1);
         if (op == nolk::BasicOp::mean)

@@ -1,21 +1,11 @@
-// A factory that only links and records that its layer ran, for tests of graph, planner and runner.
+// A factory that only links, for tests of graph and planner.
 #pragma once
 
-#include <functional>
 #include <utility>
 #include <vector>
 
 #include "builder/LayerFactory.h"
 #include "layers/Layer.h"
-
-class TestLayer final : public Layer {
-public:
-    explicit TestLayer(std::function<void()> work) : work_(std::move(work)) {}
-    void run(AlignedMemory<float>&) override { work_(); }
-
-private:
-    std::function<void()> work_;
-};
 
 class TestFactory final : public LayerFactory {
 public:

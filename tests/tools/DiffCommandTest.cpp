@@ -29,11 +29,9 @@ TEST(DiffCommand, TellsTheLargestDifferencesAndFailsBeyondATolerance) {
          "output 0 [1, 2, 1, 3]\n"
          "  maximum absolute difference 2 at [0, 1, 0, 2]: 64, expected 62\n"
          "  maximum relative difference 1 at [0, 1, 0, 1]: 0.5, expected 0.25\n"},
-        {zeros, zeros, {}, 0, "output 0 [1, 2, 1, 3]: all values are equal\n"},
-        {{1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5, 6}, {"--tolerance", "0"}, 0, {}},
+        {zeros, zeros, {"--tolerance", "0"}, 0, "output 0 [1, 2, 1, 3]: all values are equal\n"},
         {{1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5.5f, 6}, {"--tolerance", "0.5"}, 0, {}},
         {{1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 5.5f, 6}, {"--tolerance", "0.4"}, 1, {}},
-        {{1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 4, 8}, {"--rtol", "0.25"}, 0, {}},
         {{1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 4, 8}, {"--rtol", "0.2"}, 2, {}},
         {{1, 2, 3, 4, 5, 6}, {1, 2, 3, 4, 4, 8}, {"--rtol", "0.2", "--tolerance", "0.4"}, 0, {}},
         {{NAN, INFINITY, 0, 0, 0, 0}, {NAN, INFINITY, 0, 0, 0, 0}, {"--tolerance", "0"}, 0, {}},

@@ -59,65 +59,41 @@ std::vector<float> valuesOf(int channels, int columns, const std::string& file, 
     arguments.insert(arguments.end(), {"--output", output});
     const ProgramResult r = runOnImage(channels, columns, file, arguments);
     EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(r.err, "");
     return npyValues(fileText(output));
-}
-
-void expectRefusal(const ProgramResult& r, const std::string& file, const std::string& wish) {
-    EXPECT_EQ(r.status, 1) << wish;
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err.find("nolk: " + file + ": "), 0u) << r.err;
-    EXPECT_NE(r.err.find(wish), std::string::npos) << r.err;
-    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
 }
 
 TEST(ImageInput, GivesThePixelsOfEveryFormat) {
     const std::string palette = pngChunk("PLTE", rows({1, 2, 3, 200, 100, 50}));
     const std::string halfClear = pngChunk("tRNS", rows({255, 128}));
-    const std::string darker = pngChunk("gAMA", bigEndian(100000));
     constexpr float kJpegLoss = 2;
     const struct {
         const char* name;
         std::string bytes;
-        int channels, columns;
+        int channels;
         std::vector<float> expected;
         float tolerance = 0;
     } cases[] = {
-        {"grey.png", pngFile({2, 1, 8, 0}, rows({0, 10, 240})), 1, 2, {10, 240}},
-        {"gamma.png", pngFile({2, 1, 8, 0}, rows({0, 10, 240}), darker), 1, 2, {10, 240}},
-        {"bits.png", pngFile({5, 1, 1, 0}, rows({0, 0xA8})), 1, 5, {255, 0, 255, 0, 255}},
-        {"deep.png", pngFile({2, 1, 16, 0}, rows({0, 1, 2, 255, 254})), 1, 2, {258, 65534}},
-        {"alpha.png", pngFile({2, 1, 8, 4}, rows({0, 10, 0, 240, 128})), 1, 2, {10, 240}},
-        {"rgb.png", pngFile({2, 1, 8, 2}, rows({0, 1, 2, 3, 4, 5, 6})), 3, 2, {1, 4, 2, 5, 3, 6}},
-        {"left.png", pngFile({2, 1, 8, 2}, rows({1, 1, 2, 3, 4, 5, 6})), 3, 2, {1, 5, 2, 7, 3, 9}},
-        {"rgba.png",
-         pngFile({2, 1, 16, 6}, rows({0, 1, 0, 2, 0, 3, 0, 0, 0, 0, 1, 0, 2, 0, 3, 9, 9})),
-         3,
-         2,
-         {256, 1, 512, 2, 768, 3}},
-        {"palette.png",
-         pngFile({3, 1, 2, 3}, rows({0, 0x44}), palette + halfClear),
-         3,
-         3,
-         {200, 1, 200, 100, 2, 100, 50, 3, 50}},
-        {"interlaced.png", pngFile({2, 1, 8, 0, 1}, rows({0, 10, 0, 240})), 1, 2, {10, 240}},
-        {"a PNG.jpg", pngFile({1, 1, 8, 0}, rows({0, 7})), 1, 1, {7}},
-        {"COLOUR.JPG", jpeg(kColourJpeg), 3, 2, {200, 20, 30, 180, 60, 90}, kJpegLoss},
-        {"grey.jpeg", jpeg(kGreyJpeg), 1, 2, {10, 240}, kJpegLoss},
-        {"deep.ppm",
-         "P6 # by hand\n2\t1 300\n" + rows({0, 1, 0, 2, 0, 3, 1, 0, 1, 1, 1, 2}),
-         3,
-         2,
-         {1, 256, 2, 257, 3, 258}},
+        {"grey.png", pngFile({2, 1, 8, 0}, rows({0, 10, 240})), 1, {10, 240}},
+        {"bits.png", pngFile({5, 1, 1, 0}, rows({0, 0xA8})), 1, {255, 0, 255, 0, 255}},
+        {"deep.png", pngFile({2, 1, 16, 0}, rows({0, 1, 2, 255, 254})), 1, {258, 65534}},
+        {"rgb.png", pngFile({2, 1, 8, 2}, rows({0, 1, 2, 3, 4, 5, 6})), 3, {1, 4, 2, 5, 3, 6}},
+        {"rgba.png", pngFile({1, 1, 16, 6}, rows({0, 1, 0, 2, 0, 3, 0, 0, 0})), 3, {256, 512, 768}},
+        {"palette.png", pngFile({2, 1, 2, 3}, rows({0, 0x40}), palette + halfClear), 3, {200, 1, 100, 2, 50, 3}},
+        {"interlaced.png", pngFile({2, 1, 8, 0, 1}, rows({0, 10, 0, 240})), 1, {10, 240}},
+        {"a PNG.jpg", pngFile({1, 1, 8, 0}, rows({0, 7})), 1, {7}},
+        {"COLOUR.JPG", jpeg(kColourJpeg), 3, {200, 20, 30, 180, 60, 90}, kJpegLoss},
+        {"grey.jpeg", jpeg(kGreyJpeg), 1, {10, 240}, kJpegLoss},
+        {"d.ppm", "P6 # by hand\n2\t1 300\n" + rows({0, 1, 0, 2, 0, 3, 1, 0, 1, 1, 1, 2}), 3, {1, 256, 2, 257, 3, 258}},
     };
     for (const auto& c : cases) {
         const std::string file = writeTemporary(c.name, c.bytes), missing = missingFormat(c.bytes);
+        const int columns = static_cast<int>(c.expected.size()) / c.channels;
         if (!missing.empty()) {
-            expectRefusal(runOnImage(c.channels, c.columns, file, {}), file,
-                          "a " + missing + " image, and this program was built without " + missing);
+            expectOneError(runOnImage(c.channels, columns, file, {}), file + ": ",
+                           "a " + missing + " image, and this program was built without " + missing);
             continue;
         }
-        const std::vector<float> values = valuesOf(c.channels, c.columns, file, {});
+        const std::vector<float> values = valuesOf(c.channels, columns, file, {});
         ASSERT_EQ(values.size(), c.expected.size()) << c.name;
         for (std::size_t i = 0; i < values.size(); ++i)
             EXPECT_NEAR(values[i], c.expected[i], c.tolerance) << c.name << ", value " << i;
@@ -134,20 +110,19 @@ TEST(ImageInput, MeanAndScaleAreOfTheNetworksChannels) {
         {{}, {1, 255, 2, 128, 3, 64}},
         {{"--mean", "1/2", "--scale", "2"}, {1, 509, 3, 255, 5, 127}},
         {{"--mean", "0.5,1,1/2", "--scale", "2"}, {1, 509, 2, 254, 5, 127}},
-        {{"--mean", "1", "--scale", "1,1/2,10"}, {0, 254, 0.5f, 63.5f, 20, 630}},
-        {{"--bgr"}, {3, 64, 2, 128, 1, 255}},
         {{"--bgr", "--mean", "3,1,0", "--scale", "1,1/2,10"}, {0, 61, 0.5f, 63.5f, 10, 2550}},
     };
     for (const auto& c : cases) EXPECT_EQ(valuesOf(3, 2, colour, c.arguments), c.expected);
     EXPECT_EQ(valuesOf(1, 2, grey, {"--bgr", "--mean", "1"}), (std::vector<float>{0, 254}));
-    expectRefusal(runOnImage(3, 2, colour, {"--mean", "1,2"}), colour, "2 means, expected 1 or 3");
-    expectRefusal(runOnImage(3, 2, colour, {"--scale", "1,2,3,4"}), colour, "4 scales, expected 1 or 3");
-    expectRefusal(runOnImage(1, 2, grey, {"--scale", "1,2,3"}), grey, "3 scales, expected 1");
+    expectOneError(runOnImage(3, 2, colour, {"--mean", "1,2"}), colour + ": ", "2 means, expected 1 or 3");
+    expectOneError(runOnImage(3, 2, colour, {"--scale", "1,2,3,4"}), colour + ": ", "4 scales, expected 1 or 3");
+    expectOneError(runOnImage(1, 2, grey, {"--scale", "1,2,3"}), grey + ": ", "3 scales, expected 1");
 }
 
 // Heads that claim a lot must not be believed: the extents are refused before there is memory for them.
 TEST(ImageInput, RefusesOtherImagesAndDamagedOnes) {
-    const std::string png = pngFile({2, 1, 8, 0}, rows({0, 10, 240})), colours = jpeg(kColourJpeg);
+    const std::string png = pngFile({2, 1, 8, 0}, rows({0, 10, 240}));
+    const std::string colours = jpeg(kColourJpeg);
     std::string wrongSum = png, wrongMarker = colours, large = colours;
     wrongSum[png.size() - 13] ^= 1;  // of the data
     wrongMarker[2] = '?';
@@ -158,25 +133,23 @@ TEST(ImageInput, RefusesOtherImagesAndDamagedOnes) {
         std::string bytes, wish;
     } cases[] = {
         {"a.png", "", "not a PNG, JPEG, or binary PGM or PPM image"},
-        {"a.jpg", "\xff\xd8\xfe", "not a PNG, JPEG, or binary PGM or PPM image"},
         {"a.png", wrongSum, "PNG image that cannot be decoded: IDAT: CRC error"},
         {"a.png", pngFile({2, 1, 8, 0}, rows({0, 10})), "PNG image that cannot be decoded: "},
-        {"a.png", pngFile({2, 1, 8, 3}, rows({0, 0, 0})), "PNG image that cannot be decoded: "},
         {"a.png", pngFile({1000000, 1000000, 16, 0}, ""), "image of [1, 1000000, 1000000], expected [1, 1, 2]"},
         {"a.png", pngFile({0x7fffffff, 1, 8, 0}, ""), "PNG image that cannot be decoded: "},
-        {"a.png", pngFile({2, 1, 8, 2}, rows({0, 1, 2, 3, 4, 5, 6})), "image of [3, 1, 2], expected [1, 1, 2]"},
         {"a.jpg", colours, "image of [3, 1, 2], expected [1, 1, 2] (channels, rows, columns)"},
         {"a.jpg", large, "image of [3, 65500, 65500], expected [1, 1, 2]"},
         {"a.jpg", wrongMarker, "not a PNG, JPEG, or binary PGM or PPM image"},
     };
     for (const auto& c : cases) {
         const std::string file = writeTemporary(c.name, c.bytes), missing = missingFormat(c.bytes);
-        expectRefusal(runOnImage(1, 2, file, {}), file, missing.empty() ? c.wish : "was built without " + missing);
+        expectOneError(runOnImage(1, 2, file, {}), file + ": ",
+                       missing.empty() ? c.wish : "was built without " + missing);
     }
     for (const std::string& whole : {png, jpeg(kGreyJpeg)})
         for (std::size_t size = whole.size(); size-- > 0; size -= std::min<std::size_t>(size, 8)) {
             const std::string file = writeTemporary("cut.png", whole.substr(0, size));
-            expectRefusal(runOnImage(1, 2, file, {}), file, "");
+            expectOneError(runOnImage(1, 2, file, {}), file + ": ");
         }
 }
 
