@@ -1,3 +1,12 @@
-# find_package(nolk) reads this file. It defines nolk::nolk, and nolk::model if that library is installed.
+# What find_package(nolk [COMPONENTS model]) reads: nolk::nolk, and nolk::model where the companion library is installed.
 include(${CMAKE_CURRENT_LIST_DIR}/nolk-targets.cmake)
 include(${CMAKE_CURRENT_LIST_DIR}/nolk-model-targets.cmake OPTIONAL)
+if(TARGET nolk::model)
+  set(nolk_model_FOUND TRUE)
+endif()
+foreach(component IN LISTS nolk_FIND_COMPONENTS)
+  if(nolk_FIND_REQUIRED_${component} AND NOT nolk_${component}_FOUND)
+    set(nolk_FOUND FALSE)
+    set(nolk_NOT_FOUND_MESSAGE "The component ${component} of nolk is not installed")
+  endif()
+endforeach()

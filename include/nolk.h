@@ -1,4 +1,4 @@
-// nolk: inference for neural networks on CPUs. This is the library's only public header.
+// nolk: inference for neural networks on CPUs. nolk_layers.h and nolk_model.h go with it.
 //
 //   nolk::Runner* runner = nolk_new_runner(nullptr, bytes, size, 1);   // bytes of a model file, batch 1
 //   nolk::Tensor in{{1, 1, 28, 28, 3}, pixels}, out{{1, 10, 1, 1, 1}, scores};

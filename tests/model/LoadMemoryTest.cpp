@@ -50,7 +50,6 @@ struct Case {
 
 constexpr int kExtent = 3000;                // so that all weights are 36 MB
 constexpr int kWeights = kExtent * kExtent;  // of each model
-constexpr int kUnits = 1060;                 // of an LSTM, with as many features in both directions
 
 const Case kCases[] = {
     {"fullConnect", 3,
@@ -68,13 +67,6 @@ const Case kCases[] = {
      [](ModelWriterImpl& w, float* weights) {
          nolk::TensorX* const x = w.input({1, kExtent, 2, 2, 3});
          return w.deConvolve(x, {}, {1, 1}, {1, 1}, {1, kExtent, kExtent, 1, 1, false, weights, nullptr});
-     }},
-    {"lstm", 4,
-     [](ModelWriterImpl& w, float* weights) {
-         nolk::LstmWeights lstm;
-         lstm.inputSize = lstm.hiddenSize = kUnits;
-         lstm.inputWeights = lstm.recurrentWeights = weights;
-         return w.lstm(w.input({1, 1, 2, kUnits, 3}), lstm);
      }},
     {"constTensor", 3,
      [](ModelWriterImpl& w, float* weights) {

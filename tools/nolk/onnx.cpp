@@ -25,7 +25,7 @@ bool beginsWithText(std::string_view bytes) {
     const auto length = static_cast<unsigned char>(bytes[0]);
     if (length >= 0x80) return false;
     const std::string_view text = bytes.substr(1, length);
-    return std::none_of(text.begin(), text.end(), [](char c) { return c >= 0 && c < ' '; });
+    return std::none_of(text.begin(), text.end(), [](unsigned char c) { return c < ' '; });
 }
 
 // Whether the bytes begin like a ModelProto: with the version of the format, followed by another field.
