@@ -59,8 +59,8 @@ void* find_proc(const char* implName, const char* symbol) {
     }
 
     void* address = dlsym(handle, symbol);
-    // If the plug-in links this library, dlsym may find our own entry point, and we call ourselves. This recursion ends,
-    // because each call removes a name from implCfg.
+    // If the plug-in links this library, dlsym may find our own entry point, and we call ourselves. This recursion
+    // ends, because each call removes a name from implCfg.
     if (address) return address;
     std::snprintf(message, sizeof message, "dlsym '%s' of '%s' failed: %s", symbol, file.c_str(), loaderError());
     nolk_push_error_message(message);
