@@ -18,7 +18,7 @@ namespace convert {
 struct GraphOptions {
     std::set<std::string> wanted;                            // tensors to keep, besides the graph's outputs
     bool keepAll = false;                                    // keep every tensor
-    std::int64_t memoryBytes = std::int64_t{8} << 30;        // of results that exist at the same time
+    std::int64_t memoryBytes = std::int64_t{4} << 30;        // of results that exist at the same time
     std::function<void(std::size_t, std::size_t)> progress;  // nodes done, nodes in all; may be empty
 };
 

@@ -233,30 +233,30 @@ Array ofExternalData(const TensorProto& tensor, Dims dims, std::int64_t count, i
 }  // namespace
 
 Array::Array(int type, Dims dims, std::vector<float> values)
-    : m_type(type), m_dims(std::move(dims)), m_floats(std::make_shared<const std::vector<float>>(std::move(values))) {}
+    : type_(type), dims_(std::move(dims)), floats_(std::make_shared<const std::vector<float>>(std::move(values))) {}
 
 Array::Array(int type, Dims dims, std::vector<std::int64_t> values)
-    : m_type(type),
-      m_dims(std::move(dims)),
-      m_ints(std::make_shared<const std::vector<std::int64_t>>(std::move(values))) {}
+    : type_(type),
+      dims_(std::move(dims)),
+      ints_(std::make_shared<const std::vector<std::int64_t>>(std::move(values))) {}
 
-bool Array::isFloat() const { return isFloatType(m_type); }
+bool Array::isFloat() const { return isFloatType(type_); }
 
 const std::vector<float>& Array::floats() const {
-    if (!m_floats) throw OnnxError("expects floats, got " + typeName(m_type));
-    return *m_floats;
+    if (!floats_) throw OnnxError("expects floats, got " + typeName(type_));
+    return *floats_;
 }
 
 const std::vector<std::int64_t>& Array::ints() const {
-    if (!m_ints) throw OnnxError("expects integers, got " + typeName(m_type));
-    return *m_ints;
+    if (!ints_) throw OnnxError("expects integers, got " + typeName(type_));
+    return *ints_;
 }
 
 Array Array::withDims(Dims dims) const {
     if (elementCount(dims) != count())
         throw OnnxError("has " + std::to_string(count()) + " elements, which do not fit " + describeDims(dims));
     Array result = *this;
-    result.m_dims = std::move(dims);
+    result.dims_ = std::move(dims);
     return result;
 }
 

@@ -24,8 +24,8 @@ public:
     Array(int type, Dims dims, std::vector<float> values);
     Array(int type, Dims dims, std::vector<std::int64_t> values);
 
-    int type() const { return m_type; }  // onnx::TensorProto::FLOAT and so on
-    const Dims& dims() const { return m_dims; }
+    int type() const { return type_; }  // onnx::TensorProto::FLOAT and so on
+    const Dims& dims() const { return dims_; }
     std::int64_t count() const { return isFloat() ? floatCount() : intCount(); }
     bool isFloat() const;
 
@@ -36,13 +36,13 @@ public:
     Array withDims(Dims dims) const;
 
 private:
-    std::int64_t floatCount() const { return m_floats ? static_cast<std::int64_t>(m_floats->size()) : 0; }
-    std::int64_t intCount() const { return m_ints ? static_cast<std::int64_t>(m_ints->size()) : 0; }
+    std::int64_t floatCount() const { return floats_ ? static_cast<std::int64_t>(floats_->size()) : 0; }
+    std::int64_t intCount() const { return ints_ ? static_cast<std::int64_t>(ints_->size()) : 0; }
 
-    int m_type = onnx::TensorProto::FLOAT;
-    Dims m_dims;
-    std::shared_ptr<const std::vector<float>> m_floats;
-    std::shared_ptr<const std::vector<std::int64_t>> m_ints;
+    int type_ = onnx::TensorProto::FLOAT;
+    Dims dims_;
+    std::shared_ptr<const std::vector<float>> floats_;
+    std::shared_ptr<const std::vector<std::int64_t>> ints_;
 };
 
 Array floatArray(Dims dims, std::vector<float> values);  // FLOAT
