@@ -54,10 +54,11 @@ Convolution convOf(const Call& call) {
     return conv;
 }
 
-// The padding that makes the result of the extent that output_shape or auto_pad asks for.
+// The padding that makes the result of the extent that output_shape or auto_pad asks for. Negative padding at the end
+// adds elements that no input reaches.
 void padToExtent(Window::Side& side, std::int64_t input, std::int64_t extra, std::int64_t wanted, bool moreAtEnd) {
-    const std::int64_t total = std::max<std::int64_t>((input - 1) * side.stride + extra + side.extent() - wanted, 0);
-    side.begin = moreAtEnd ? total / 2 : total - total / 2;
+    const std::int64_t total = (input - 1) * side.stride + extra + side.extent() - wanted;
+    side.begin = total <= 0 ? 0 : moreAtEnd ? total / 2 : total - total / 2;
     side.end = total - side.begin;
 }
 

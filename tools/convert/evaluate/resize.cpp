@@ -88,14 +88,14 @@ Values resizeShapes(const Call& call) {
 
 double sourceOf(std::int64_t out, const Scaling& scaling, const std::string& mode) {
     const auto x = static_cast<double>(out), in = static_cast<double>(scaling.in);
-    const auto extent = static_cast<double>(scaling.out);
+    const double extent = scaling.scale * in;  // not rounded to a whole number
     if (mode == "asymmetric") return x / scaling.scale;
     if (mode == "align_corners") return scaling.out == 1 ? 0 : x * (in - 1) / (extent - 1);
     if (mode == "half_pixel") return (x + 0.5) / scaling.scale - 0.5;
     if (mode == "pytorch_half_pixel") return scaling.out > 1 ? (x + 0.5) / scaling.scale - 0.5 : 0;
     if (mode == "tf_half_pixel_for_nn") return (x + 0.5) / scaling.scale;
     if (mode == "half_pixel_symmetric") {
-        const double adjustment = extent / (scaling.scale * in);
+        const double adjustment = static_cast<double>(scaling.out) / extent;
         return in / 2 * (1 - adjustment) + (x + 0.5) / scaling.scale - 0.5;
     }
     throw OnnxError("coordinate_transformation_mode '" + mode + "' is not supported");
