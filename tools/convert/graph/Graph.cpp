@@ -9,8 +9,8 @@ namespace convert {
 
 namespace {
 
-// Constants up to this size are computed in advance.
-constexpr std::int64_t kLargestFolded = std::int64_t{1} << 26;
+// Constants up to this size are computed in advance, and together up to as many elements.
+constexpr std::int64_t kLargestFolded = std::int64_t{1} << 26, kMostFolded = std::int64_t{1} << 28;
 
 class GraphMaker {
 public:
@@ -70,6 +70,7 @@ private:
                 tensor.known = results[at].known;
             }
             isKnown = isKnown && tensor.known;
+            if (tensor.known) folded_ += tensor.known->count();
             node.outputs.push_back(addTensor(std::move(tensor)));
         }
         if (!isKnown) graph_.nodes.push_back(std::move(node));
@@ -91,7 +92,7 @@ private:
             pointers.push_back(&values[i]);
         }
         try {
-            return evaluateShapes(proto, model_.opset, pointers, allKnown ? kLargestFolded : kLargestKnown);
+            return evaluateShapes(proto, model_.opset, pointers, allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
         } catch (const OnnxError& error) {
             node.error = error.what();
             return {};
@@ -101,6 +102,7 @@ private:
     const Model& model_;
     Graph graph_;
     std::map<std::string, int> places_;
+    std::int64_t folded_ = 0;  // elements of computed constants
 };
 
 }  // namespace
@@ -128,6 +130,8 @@ void removeUnused(Graph& graph) {
         const bool isUsed = std::any_of(node->outputs.begin(), node->outputs.end(),
                                         [&](int t) { return t >= 0 && used[static_cast<std::size_t>(t)]; });
         if (!isUsed) continue;
+        for (int& output : node->outputs)
+            if (output >= 0 && used[static_cast<std::size_t>(output)] == 0) output = -1;
         for (const int input : node->inputs)
             if (input >= 0) used[static_cast<std::size_t>(input)] = 1;
         kept.push_back(std::move(*node));

@@ -52,7 +52,7 @@ struct Graph {
 // what only a node's operator forbids is kept in Node::error.
 Graph graphOf(const Model& model, const std::map<std::string, Dims>& inputDims);
 
-// Nodes without users are dropped.
+// Drops nodes without users, and results without users from the others.
 void removeUnused(Graph& graph);
 
 }  // namespace convert

@@ -57,12 +57,10 @@ nolk::TensorShape withoutRows(nolk::TensorShape shape) {
     return shape;
 }
 
-// The logarithm of numbers from 1 to 1e9 by Halley's iteration; a step changes a bad value by 2, a good one cubes its
-// error.
-int logarithm(Program& program, int x) {
-    constexpr int kSteps = 10;
-    int y = program.plus(program.times(x, 0.0f), 4.0f);
-    for (int i = 0; i < kSteps; ++i) {
+// The logarithm by Halley's iteration; a step changes a bad value by 2, and cubes the error of a good one.
+int logarithm(Program& program, int x, float start, int steps) {
+    int y = program.plus(program.times(x, 0.0f), start);
+    for (int i = 0; i < steps; ++i) {
         const int e = program.exp(y);
         y = program.add(y, program.times(program.divide(program.sub(x, e), program.add(x, e)), 2.0f));
     }
@@ -213,6 +211,14 @@ void lowerMish(NodeLowering& n) {
     n.result(with(x, p.multiply(x.step, p.divide(w, p.plus(w, 2.0f)))));
 }
 
+// ln(1 + e^x) = max(x, 0) + ln(1 + e^-|x|), a logarithm of numbers from 1 to 2.
+void lowerSoftplus(NodeLowering& n) {
+    const Placed x = n.x(0);
+    Program& p = n.program;
+    const int rest = p.plus(p.exp(p.times(p.abs(x.step), -1.0f)), 1.0f);
+    n.result(with(x, p.add(p.relu(x.step), logarithm(p, rest, 0.35f, 3))));
+}
+
 void lowerSoftmax(NodeLowering& n) {
     const Lines lines = softmaxLines(n, LineForm::any);
     n.result(backFrom(n, lines, n.program.softmax(lines.along.step, lines.along.line)));
@@ -225,7 +231,8 @@ void lowerLogSoftmax(NodeLowering& n) {
     const nolk::TensorShape one = withoutRows(p.shapeOf(x));
     const int shifted = p.sub(x, p.reduce(x, one, nolk::BasicOp::maximum));
     const int sum = p.reduce(p.exp(shifted), one, nolk::BasicOp::sum);
-    n.result(backFrom(n, lines, p.sub(shifted, logarithm(p, sum))));
+    // The sum lies between 1 and the number of values.
+    n.result(backFrom(n, lines, p.sub(shifted, logarithm(p, sum, 4.0f, 10))));
 }
 
 }  // namespace convert

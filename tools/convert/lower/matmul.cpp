@@ -124,11 +124,12 @@ Floats scaledValues(const Floats& values, float factor) {
 
 }  // namespace
 
-// A vector is a matrix with one row on the left, with one column on the right.
+// The rewriting adds a bias as a third input. A vector is a matrix with one row on the left, with one column on the right.
 void lowerMatMul(NodeLowering& n) {
     const Dims &a = n.dims(0), &b = n.dims(1);
     if (n.isConstant(1) && b.size() == 2)
-        return n.result(product(n.program, n.x(0), matrixOf(n.constant(1, "the matrix"), false), nullptr));
+        return n.result(product(n.program, n.x(0), matrixOf(n.constant(1, "the matrix"), false),
+                                n.has(2) ? n.floats(2, "the bias") : nullptr));
     if (n.isConstant(0) && a.size() == 2 && b.size() >= 2) {
         // (b^T a^T)^T
         const Placed right = swappedLast(n.x(1));

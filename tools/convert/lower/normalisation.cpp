@@ -1,4 +1,5 @@
 // Normalisations.
+#include <algorithm>
 #include <cmath>
 
 #include "convert/lower/broadcast.h"
@@ -26,6 +27,19 @@ Placed affine(Program& program, const Placed& x, const std::optional<Operand>& s
 std::optional<Operand> optional(NodeLowering& n, std::size_t input) {
     if (!n.has(input)) return std::nullopt;
     return operandOf(n, input);
+}
+
+// A step whose memory has the axes of lines, then those of values.
+Placed placedIn(int step, const Dims& dims, const Axes& lines, const Axes& values) {
+    std::vector<int> order = lines;
+    order.insert(order.end(), values.begin(), values.end());
+    Dims ordered;
+    std::vector<int> back(order.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        ordered.push_back(dims[static_cast<std::size_t>(order[i])]);
+        back[static_cast<std::size_t>(order[i])] = static_cast<int>(i);
+    }
+    return permuted(placed(step, ordered), back);
 }
 
 // Every [1, c, ...] with c times as many planes for a batch that the file has fixed.
@@ -80,11 +94,15 @@ void lowerLayerNormalization(NodeLowering& n) {
     if (n.wants(1) || n.wants(2)) n.refuse("the outputs Mean or InvStdDev are used", "export in evaluation mode");
     const Placed x = n.x(0);
     const std::size_t axis = n.axis(n.integer("axis", -1), x.rank());
+    const auto given = n.integerList("axes");  // of the rewriting, which finds any axes
     Axes lines, values;
-    for (std::size_t i = 0; i < x.rank(); ++i) (i < axis ? lines : values).push_back(static_cast<int>(i));
+    for (std::size_t i = 0; i < x.rank(); ++i) {
+        const bool isListed = std::find(given.begin(), given.end(), static_cast<std::int64_t>(i)) != given.end();
+        (isListed || (given.empty() && i >= axis) ? values : lines).push_back(static_cast<int>(i));
+    }
     const int step =
         n.program.instanceNormalization(arranged(n.program, x, {lines, {}, values}), n.number("epsilon", 1e-5f));
-    n.result(affine(n.program, placed(step, x.dims()), optional(n, 1), optional(n, 2)));
+    n.result(affine(n.program, placedIn(step, x.dims(), lines, values), optional(n, 1), optional(n, 2)));
 }
 
 // Scale and bias are per group up to opset 20, per channel from 21 on.
@@ -109,12 +127,13 @@ void lowerGroupNormalization(NodeLowering& n) {
     n.result(affine(n.program, normalised, perChannel(1, "scale"), perChannel(2, "bias")));
 }
 
-// x / max(|x|, epsilon) along one axis. A channel of a tiny constant takes part, so that a line of zeros stays one.
+// factor * x / sqrt(addend^2 + |x|^2) along one axis. Factor and addend are the rewriting's; a line of zeros stays one.
 void lowerLpNormalization(NodeLowering& n) {
     if (n.integer("p", 2) != 2) n.refuse("p = " + std::to_string(n.integer("p", 2)), "only the Euclidean norm is supported");
     const Placed x = n.x(0);
     const std::size_t axis = n.axis(n.integer("axis", -1), x.rank());
-    n.result(normalisedAlong(n.program, x, axis));
+    const Placed normalised = normalisedAlong(n.program, x, axis, std::max(n.number("addend", 0), kTinyAddend));
+    n.result(with(normalised, n.program.times(normalised.step, n.number("factor", 1))));
 }
 
 }  // namespace convert

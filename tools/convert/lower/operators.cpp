@@ -68,6 +68,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"Sigmoid", lowerSigmoid},
         {"Slice", lowerSlice},
         {"Softmax", lowerSoftmax},
+        {"Softplus", lowerSoftplus},
         {"Softsign", lowerSoftsign},
         {"SpaceToDepth", lowerSpaceToDepth},
         {"Split", lowerSplit},
@@ -107,7 +108,6 @@ const std::map<std::string, const char*>& advice() {
         {"RNN", "replace by an LSTM"},
         {"RoiAlign", kCut},
         {"Scan", "export an unrolled loop (torch.jit.trace instead of torch.jit.script)"},
-        {"Softplus", "replace by another activation, such as Relu or SiLU"},
         {"TopK", kCut},
     };
     return kAdvice;

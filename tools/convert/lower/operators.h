@@ -55,6 +55,7 @@ void lowerElu(NodeLowering& n);
 void lowerSelu(NodeLowering& n);
 void lowerCelu(NodeLowering& n);
 void lowerSoftsign(NodeLowering& n);
+void lowerSoftplus(NodeLowering& n);
 void lowerErf(NodeLowering& n);
 void lowerGelu(NodeLowering& n);
 void lowerMish(NodeLowering& n);
