@@ -188,12 +188,14 @@ void addRemarks(const Plan& plan, Conversion& conversion) {
             "model does for a batch of 1");
 }
 
-void writeProgram(const Model& model, const ConvertOptions& options, const Plan& plan, Lowered& lowered,
+// The graph's constants are freed: what is written is in the program.
+void writeProgram(const Model& model, const ConvertOptions& options, Plan& plan, Lowered& lowered,
                   Conversion& conversion) {
     nolk::ModelFileOptions file;
     file.version = options.version;
     file.lossy = options.lossy;
     if (options.version >= 2) file.headInfo = headInfoOf(model, plan.graph);
+    plan.graph = {};
     try {
         conversion.file.bytes = lowered.program.write(lowered.outputs, file);
         conversion.operations = lowered.program.written();
@@ -226,8 +228,9 @@ ConvertedFile withAllTensors(const Model& model, const ConvertOptions& options) 
 
 }  // namespace
 
-Conversion convertModel(const Model& model, const ConvertOptions& options) {
-    Plan plan = planFor(model, options);
+namespace {
+
+Conversion converted(const Model& model, const ConvertOptions& options, Plan plan) {
     rewrite(plan.graph);
     Lowered lowered = lowerGraph(plan.graph, plan.graph.outputs);
     Conversion conversion;
@@ -240,6 +243,18 @@ Conversion convertModel(const Model& model, const ConvertOptions& options) {
     conversion.file.outputs = placesOf(plan.graph, plan.batches, plan.graph.outputs);
     if (conversion.findings.empty()) writeProgram(model, options, plan, lowered, conversion);
     return conversion;
+}
+
+}  // namespace
+
+Conversion convertModel(const Model& model, const ConvertOptions& options) {
+    return converted(model, options, planFor(model, options));
+}
+
+Conversion convertModel(Model&& model, const ConvertOptions& options) {
+    Plan plan = planFor(model, options);
+    model.initializers.clear();
+    return converted(model, options, std::move(plan));
 }
 
 CheckOptions checkOptionsFor(const Model& model, const ConvertOptions& options, const Conversion& conversion) {

@@ -33,6 +33,9 @@ struct Conversion {
 
 Conversion convertModel(const Model& model, const ConvertOptions& options);
 
+// The same with the model's weights freed as they are written; the model is of no use afterwards.
+Conversion convertModel(Model&& model, const ConvertOptions& options);
+
 // For a conversion that succeeded; the model must live as long as the result is used.
 CheckOptions checkOptionsFor(const Model& model, const ConvertOptions& options, const Conversion& conversion);
 

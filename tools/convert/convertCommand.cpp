@@ -125,8 +125,9 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
 
 int convertFile(const Arguments& a) {
     const ConvertOptions options = optionsOf(a);
-    const Model model = readModel(a.in);
-    const Conversion conversion = convertModel(model, options);
+    Model model = readModel(a.in);
+    // A check needs the weights once more.
+    const Conversion conversion = a.noCheck ? convertModel(std::move(model), options) : convertModel(model, options);
     Report report(a.in, a.out, conversion);
     for (const std::string& remark : conversion.remarks) std::printf("%s\n", remark.c_str());
     bool isGood = conversion.findings.empty();

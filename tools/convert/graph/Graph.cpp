@@ -50,9 +50,8 @@ private:
         Node node;
         node.proto = proto;
         for (const std::string& name : proto.input()) node.inputs.push_back(name.empty() ? -1 : places_.at(name));
-        node.proto.clear_input();
-        node.proto.clear_output();
-        const std::vector<Value> results = evaluate(node, proto);
+        if (dropsNothing(node)) node.inputs.resize(1);
+        const std::vector<Value> results = evaluate(node);
         bool isKnown = !results.empty();
         for (int i = 0; i < proto.output_size(); ++i) {
             const std::string& name = proto.output(i);
@@ -73,10 +72,19 @@ private:
             if (tensor.known) folded_ += tensor.known->count();
             node.outputs.push_back(addTensor(std::move(tensor)));
         }
+        node.proto.clear_input();
+        node.proto.clear_output();
         if (!isKnown) graph_.nodes.push_back(std::move(node));
     }
 
-    std::vector<Value> evaluate(Node& node, const onnx::NodeProto& proto) {
+    // A dropout of nothing, as some networks are exported even in evaluation mode.
+    bool dropsNothing(const Node& node) const {
+        if (node.type() != "Dropout" || node.inputs.size() < 2) return false;
+        const Array* ratio = graph_.known(node.inputs[1]);
+        return ratio != nullptr && ratio->isFloat() && ratio->count() == 1 && ratio->floats()[0] == 0;
+    }
+
+    std::vector<Value> evaluate(Node& node) {
         std::vector<Value> values(node.inputs.size());
         std::vector<const Value*> pointers;
         bool allKnown = true;
@@ -92,7 +100,7 @@ private:
             pointers.push_back(&values[i]);
         }
         try {
-            return evaluateShapes(proto, model_.opset, pointers, allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
+            return evaluateShapes(node.proto, model_.opset, pointers, allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
         } catch (const OnnxError& error) {
             node.error = error.what();
             return {};

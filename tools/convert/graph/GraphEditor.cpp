@@ -34,6 +34,8 @@ const Node* GraphEditor::maker(int tensor) const {
     return place < 0 ? nullptr : &graph_.nodes[static_cast<std::size_t>(place)];
 }
 
+Node* GraphEditor::maker(int tensor) { return const_cast<Node*>(static_cast<const GraphEditor*>(this)->maker(tensor)); }
+
 const Node* GraphEditor::maker(int tensor, const std::string& type) const {
     const Node* node = maker(tensor);
     return node != nullptr && node->type() == type ? node : nullptr;
@@ -54,6 +56,10 @@ int GraphEditor::addConstant(Array array) {
     tensor.dims = array.dims();
     tensor.known = std::make_shared<const Array>(std::move(array));
     return graph_.add(std::move(tensor));
+}
+
+void GraphEditor::release(int constant) {
+    if (isUsedOnce(constant)) graph_.tensors[static_cast<std::size_t>(constant)].known.reset();
 }
 
 void GraphEditor::become(Node& node, const std::string& type, std::vector<int> inputs) {

@@ -34,6 +34,7 @@ public:
     // What makes the tensor, if it is a node of this type; null otherwise.
     const Node* maker(int tensor, const std::string& type) const;
     const Node* maker(int tensor) const;
+    Node* maker(int tensor);
     // Whether the tensor has this one user only and is no output of the graph.
     bool isUsedOnce(int tensor) const;
 
@@ -41,6 +42,8 @@ public:
     static int otherInput(const Node& node, int tensor);
 
     int addConstant(Array array);
+    // Frees a constant that had one user, which has turned to another one.
+    void release(int constant);
     // Turns a node into another one with the same result.
     void become(Node& node, const std::string& type, std::vector<int> inputs);
 

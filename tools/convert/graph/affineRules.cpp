@@ -18,8 +18,8 @@ struct Affine {
 };
 
 // What makes x, when it has weights and nobody else uses its result.
-const Node* foldable(const GraphEditor& editor, int x) {
-    const Node* node = editor.maker(x);
+Node* foldable(GraphEditor& editor, int x) {
+    Node* node = editor.maker(x);
     if (node == nullptr || !editor.isUsedOnce(x) || !node->error.empty()) return nullptr;
     if (node->type() != "Conv" && node->type() != "ConvTranspose") return nullptr;
     const Array* weights = node->inputs.size() > 1 ? editor.known(node->inputs[1]) : nullptr;
@@ -61,13 +61,13 @@ std::vector<float> movedBias(const Array* bias, const Affine& affine, std::size_
 
 // Makes `node`, which applies the affine function to x, the convolution itself.
 bool fold(GraphEditor& editor, Node& node, int x, const Affine& affine) {
-    const Node* before = foldable(editor, x);
+    Node* const before = foldable(editor, x);
     if (before == nullptr) return false;
     const auto channels = static_cast<std::size_t>(editor.dimsOf(x).at(1));
     for (const auto* values : {&affine.factors, &affine.addends})
         if (values->size() != 1 && values->size() != channels) return false;
     const Node convolution = *before;
-    const Array weights = *editor.known(convolution.inputs[1]);
+    Array weights = *editor.known(convolution.inputs[1]);
     const bool hasBias = convolution.inputs.size() > 2 && convolution.inputs[2] >= 0;
     const Array* bias = hasBias ? editor.known(convolution.inputs[2]) : nullptr;
     if (weights.count() % static_cast<std::int64_t>(channels) != 0 && convolution.type() == "Conv") return false;
@@ -78,10 +78,13 @@ bool fold(GraphEditor& editor, Node& node, int x, const Affine& affine) {
     const int newWeights =
         isScaled ? editor.addConstant(floatArray(weights.dims(), scaledWeights(convolution, weights, affine, channels)))
                  : convolution.inputs[1];
+    if (isScaled) editor.release(convolution.inputs[1]);
     const std::string name = node.proto.name();
     node.proto = convolution.proto;
     node.proto.set_name(convolution.proto.name().empty() ? name : convolution.proto.name());
     node.inputs = {convolution.inputs[0], newWeights, editor.addConstant(newBias)};
+    before->inputs.clear();  // nobody uses its result any more
+    before->outputs.clear();
     return true;
 }
 

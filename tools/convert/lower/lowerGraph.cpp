@@ -68,6 +68,9 @@ private:
         lowered_.program.setOrigin(nameOf(node));
         const LowerFunction function = loweringOf(node.type());
         const std::string& domain = node.proto.domain();
+        if (!function && !isReady(node) && isKnownOperator(node.type())) {
+            return;  // may be computed in advance, once the nodes before it can be
+        }
         if (!function || !(domain.empty() || domain == "ai.onnx")) {
             const bool isForeign = !domain.empty() && domain != "ai.onnx";
             refuse(node, isForeign ? "an operator of the domain " + domain : "no operation of nolk's does this", "");

@@ -20,13 +20,15 @@ std::int64_t countOf(const Dims& dims) {
     return std::accumulate(dims.begin(), dims.end(), std::int64_t{1}, std::multiplies<>());
 }
 
-// A weight matrix in both orders, of which one is needed.
+// A weight matrix [rows, columns]; its values stand in that order, or in the other one.
 struct Matrix {
-    Floats values;  // [rows, columns]
+    Floats values;
     std::size_t rows = 0;
     std::size_t columns = 0;
+    bool isTransposed = false;
 
-    Floats transposed() const { return transposedMatrix(values, rows, columns); }
+    Floats inOrder() const { return isTransposed ? transposedMatrix(values, columns, rows) : values; }
+    Floats transposed() const { return isTransposed ? values : transposedMatrix(values, rows, columns); }
 };
 
 // x * matrix over the last axis of x, and a bias if there is one; the result has x's dims but for the last.
@@ -62,7 +64,7 @@ Placed product(Program& program, const Placed& x, const Matrix& matrix, const Fl
         return result;
     }
     const int rows = arranged(program, x, {{}, others, {static_cast<int>(last)}});
-    int step = program.matMul(rows, program.constant({1, 1, in, out, 3}, matrix.values));
+    int step = program.matMul(rows, program.constant({1, 1, in, out, 3}, matrix.inOrder()));
     if (bias) step = program.add(step, program.constant({1, 1, 1, out, 3}, bias));
     return placed(step, dims);
 }
@@ -108,9 +110,8 @@ Placed planeProduct(NodeLowering& n, Placed a, Placed b) {
 }
 
 Matrix matrixOf(const Array& array, bool isTransposed) {
-    Matrix matrix{floatsOf(array), static_cast<std::size_t>(array.dims()[0]), static_cast<std::size_t>(array.dims()[1])};
-    if (isTransposed) matrix = {matrix.transposed(), matrix.columns, matrix.rows};
-    return matrix;
+    const auto first = static_cast<std::size_t>(array.dims()[0]), second = static_cast<std::size_t>(array.dims()[1]);
+    return {floatsOf(array), isTransposed ? second : first, isTransposed ? first : second, isTransposed};
 }
 
 Placed scaled(Program& program, const Placed& x, float factor) { return with(x, program.times(x.step, factor)); }

@@ -26,13 +26,14 @@ struct AxisSize {
 
 double sourceOf(const NodeLowering& n, const Rule& rule, const AxisSize& size, std::int64_t index) {
     const double x = static_cast<double>(index), in = static_cast<double>(size.in), out = static_cast<double>(size.out);
+    const double length = size.scale * in;  // out before it was rounded
     if (rule.coordinates == "half_pixel") return (x + 0.5) / size.scale - 0.5;
     if (rule.coordinates == "pytorch_half_pixel") return size.out > 1 ? (x + 0.5) / size.scale - 0.5 : 0.0;
-    if (rule.coordinates == "align_corners") return size.out > 1 ? x * (in - 1) / (out - 1) : 0.0;
+    if (rule.coordinates == "align_corners") return length != 1 ? x * (in - 1) / (length - 1) : 0.0;
     if (rule.coordinates == "asymmetric") return x / size.scale;
     if (rule.coordinates == "tf_half_pixel_for_nn") return (x + 0.5) / size.scale;
     if (rule.coordinates == "half_pixel_symmetric")
-        return in / 2 * (1 - out / (size.scale * in)) + (x + 0.5) / size.scale - 0.5;
+        return in / 2 * (1 - out / length) + (x + 0.5) / size.scale - 0.5;
     n.refuse("coordinate_transformation_mode " + rule.coordinates, "use half_pixel, align_corners or asymmetric");
 }
 
