@@ -7,12 +7,12 @@
 #include <cstdio>
 #include <map>
 
+#include "convert/ProgressBar.h"
 #include "convert/conversion.h"
 #include "convert/npy.h"
 #include "convert/onnx/text.h"
+#include "convert/outputFile.h"
 #include "convert/report.h"
-#include "nolk/bench/ProgressBar.h"
-#include "nolk/outputFile.h"
 
 namespace convert {
 
@@ -133,10 +133,11 @@ int convertFile(const Arguments& a) {
     bool isGood = conversion.findings.empty();
     if (!isGood) printFindings(a, conversion);
     isGood = isGood && isChecked(model, options, a, conversion, report);
-    if (!a.report.empty()) writeText(a.report, report.text());
+    if (!a.report.empty()) writeFile(a.report, report.text());
     if (!isGood) return kFailure;
-    writeText(a.out, {conversion.file.bytes.begin(), conversion.file.bytes.end()});
-    std::printf("%s: %zu operations, %zu bytes\n", a.out.c_str(), conversion.operations.size(), conversion.file.bytes.size());
+    const std::vector<unsigned char>& bytes = conversion.file.bytes;
+    writeFile(a.out, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    std::printf("%s: %zu operations, %zu bytes\n", a.out.c_str(), conversion.operations.size(), bytes.size());
     return 0;
 }
 
