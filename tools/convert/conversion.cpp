@@ -21,7 +21,8 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
     for (const ModelInput& input : inputsOf(model)) {
         const auto shape = options.shapes.find(input.name);
         if (shape == options.shapes.end() && !input.hasShape)
-            throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name + "=1,3,224,224");
+            throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name +
+                            "=1,3,224,224");
         Dims dims = shape != options.shapes.end() ? shape->second : input.dims;
         if (input.hasShape && dims.size() != input.dims.size())
             throw OnnxError("input " + inQuotes(input.name) + " has " + std::to_string(input.dims.size()) +
@@ -34,7 +35,8 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
             throw OnnxError("input " + inQuotes(input.name) + " has free extents: fix them by --shape " + example +
                             ", with numbers for N");
         }
-        if (elementCount(dims) == 0) throw OnnxError("input " + inQuotes(input.name) + " is empty: " + describeDims(dims));
+        if (elementCount(dims) == 0)
+            throw OnnxError("input " + inQuotes(input.name) + " is empty: " + describeDims(dims));
         result[input.name] = dims;
     }
     for (const auto& entry : options.shapes)
@@ -179,8 +181,8 @@ void addRemarks(const Plan& plan, Conversion& conversion) {
         const std::string& name = plan.graph.tensors[at].name;
         const BatchAxis axis = plan.batches.axes[at];
         if (axis.isKnown && axis.axis > 0)
-            conversion.remarks.push_back("output " + inQuotes(name) + " has the batch at axis " + std::to_string(axis.axis) +
-                                         " in ONNX, and first in the file");
+            conversion.remarks.push_back("output " + inQuotes(name) + " has the batch at axis " +
+                                         std::to_string(axis.axis) + " in ONNX, and first in the file");
     }
     if (!plan.batches.isClean)
         conversion.remarks.push_back(
@@ -200,8 +202,9 @@ void writeProgram(const Model& model, const ConvertOptions& options, Plan& plan,
         conversion.file.bytes = lowered.program.write(lowered.outputs, file);
         conversion.operations = lowered.program.written();
     } catch (const NotWritable& error) {
-        conversion.findings.push_back({error.origin, "", error.what(),
-                                       options.version == 1 ? "use --version 4, which has wider numbers" : "make the network smaller there"});
+        conversion.findings.push_back(
+            {error.origin, "", error.what(),
+             options.version == 1 ? "use --version 4, which has wider numbers" : "make the network smaller there"});
     }
 }
 

@@ -23,12 +23,12 @@ struct ConvertOptions {
 };
 
 struct Conversion {
-    ConvertedFile file;                      // without bytes when there are findings
-    std::map<std::string, Dims> inputDims;   // of ONNX's inputs, for one sample
-    bool evaluateSamplesAlone = false;       // the ONNX graph itself takes one sample only
-    std::vector<std::string> remarks;        // lines for the user
-    std::vector<Finding> findings;           // what cannot be converted
-    std::vector<std::string> operations;     // of the file, in its order
+    ConvertedFile file;                     // without bytes when there are findings
+    std::map<std::string, Dims> inputDims;  // of ONNX's inputs, for one sample
+    bool evaluateSamplesAlone = false;      // the ONNX graph itself takes one sample only
+    std::vector<std::string> remarks;       // lines for the user
+    std::vector<Finding> findings;          // what cannot be converted
+    std::vector<std::string> operations;    // of the file, in its order
 };
 
 Conversion convertModel(const Model& model, const ConvertOptions& options);

@@ -96,7 +96,8 @@ std::map<std::string, Array> checkInputsOf(const Arguments& a, const Conversion&
 
 void printFindings(const Arguments& a, const Conversion& conversion) {
     const std::size_t count = conversion.findings.size();
-    std::fprintf(stderr, "nolk-convert: %s: %zu node%s cannot be converted:\n", a.in.c_str(), count, count == 1 ? "" : "s");
+    std::fprintf(stderr, "nolk-convert: %s: %zu node%s cannot be converted:\n", a.in.c_str(), count,
+                 count == 1 ? "" : "s");
     for (const Finding& finding : conversion.findings) std::fprintf(stderr, "  %s\n", describe(finding).c_str());
     std::fprintf(stderr, "nolk-convert: %s is not written\n", a.out.c_str());
 }
@@ -118,8 +119,8 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
     report.setCheck(result);
     printDifferences(result);
     if (result.passed) return true;
-    std::fprintf(stderr, "nolk-convert: %s: %s\nnolk-convert: %s is not written\n", a.in.c_str(), result.failure.c_str(),
-                 a.out.c_str());
+    std::fprintf(stderr, "nolk-convert: %s: %s\nnolk-convert: %s is not written\n", a.in.c_str(),
+                 result.failure.c_str(), a.out.c_str());
     return false;
 }
 

@@ -17,8 +17,10 @@ void add(std::vector<nolk::HeadInfo>& entries, int key, const std::string& text)
 
 std::vector<nolk::HeadInfo> headInfoOf(const Model& model, const Graph& graph) {
     std::vector<nolk::HeadInfo> entries;
-    for (const int tensor : graph.inputs) add(entries, kInputName, graph.tensors[static_cast<std::size_t>(tensor)].name);
-    for (const int tensor : graph.outputs) add(entries, kOutputName, graph.tensors[static_cast<std::size_t>(tensor)].name);
+    for (const int tensor : graph.inputs)
+        add(entries, kInputName, graph.tensors[static_cast<std::size_t>(tensor)].name);
+    for (const int tensor : graph.outputs)
+        add(entries, kOutputName, graph.tensors[static_cast<std::size_t>(tensor)].name);
     std::string producer = model.proto.producer_name();
     if (!model.proto.producer_version().empty()) producer += " " + model.proto.producer_version();
     if (!producer.empty()) add(entries, kProducer, producer);

@@ -63,9 +63,9 @@ struct Kind {
 };
 
 constexpr Kind kKinds[] = {
-    {"f4", 4, floats<float>},         {"f8", 8, floats<double>},          {"b1", 1, integers<std::uint8_t>},
-    {"i1", 1, integers<std::int8_t>}, {"i2", 2, integers<std::int16_t>},  {"i4", 4, integers<std::int32_t>},
-    {"i8", 8, integers<std::int64_t>}, {"u1", 1, integers<std::uint8_t>}, {"u2", 2, integers<std::uint16_t>},
+    {"f4", 4, floats<float>},           {"f8", 8, floats<double>},         {"b1", 1, integers<std::uint8_t>},
+    {"i1", 1, integers<std::int8_t>},   {"i2", 2, integers<std::int16_t>}, {"i4", 4, integers<std::int32_t>},
+    {"i8", 8, integers<std::int64_t>},  {"u1", 1, integers<std::uint8_t>}, {"u2", 2, integers<std::uint16_t>},
     {"u4", 4, integers<std::uint32_t>},
 };
 
@@ -96,8 +96,8 @@ Array readNpy(const std::string& path) {
     for (const Kind& kind : kKinds) {
         if (type[1] != kind.name) continue;
         if (bytes.size() - end != count * kind.bytes)
-            refuse(path, "has " + std::to_string(bytes.size() - end) + " bytes of values, " + describeDims(dims) + " needs " +
-                             std::to_string(count * kind.bytes));
+            refuse(path, "has " + std::to_string(bytes.size() - end) + " bytes of values, " + describeDims(dims) +
+                             " needs " + std::to_string(count * kind.bytes));
         return kind.make(dims, bytes.data() + end, count);
     }
     refuse(path, "values of the type " + type[1].str() + " are not read: save it as float32");

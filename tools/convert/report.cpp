@@ -55,9 +55,8 @@ void Report::setCheck(const CheckResult& result) {
     json_["converted"] = result.passed;
     ordered_json outputs = ordered_json::array();
     for (const OutputDifference& output : result.outputs)
-        outputs.push_back({{"name", output.name},
-                           {"absolute", numberOf(output.absolute)},
-                           {"relative", numberOf(output.relative)}});
+        outputs.push_back(
+            {{"name", output.name}, {"absolute", numberOf(output.absolute)}, {"relative", numberOf(output.relative)}});
     json_["check"] = {{"passed", result.passed}, {"failure", result.failure}, {"outputs", outputs}};
 }
 

@@ -100,7 +100,8 @@ private:
             pointers.push_back(&values[i]);
         }
         try {
-            return evaluateShapes(node.proto, model_.opset, pointers, allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
+            return evaluateShapes(node.proto, model_.opset, pointers,
+                                  allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
         } catch (const OnnxError& error) {
             node.error = error.what();
             return {};

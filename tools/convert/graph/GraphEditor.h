@@ -1,8 +1,8 @@
 // A graph while rules look for patterns in it and replace nodes.
 //   for (Node* node : editor.nodes())
 //       if (rule(editor, *node)) editor.refresh();
-// Nodes keep their addresses until the editor goes; a rule turns the last node of its pattern into the new one, and those
-// that nobody uses any more are dropped at the end.
+// Nodes keep their addresses until the editor goes; a rule turns the last node of its pattern into the new one, and
+// those that nobody uses any more are dropped at the end.
 #pragma once
 
 #include <map>

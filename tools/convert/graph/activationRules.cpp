@@ -50,7 +50,8 @@ void collect(const GraphEditor& editor, int tensor, bool isRoot, int depth, Prod
         return;
     }
     const Node* node = editor.maker(tensor);
-    const bool isInner = node != nullptr && node->inputs.size() == 2 && depth < kDeepest && (isRoot || editor.isUsedOnce(tensor));
+    const bool isInner =
+        node != nullptr && node->inputs.size() == 2 && depth < kDeepest && (isRoot || editor.isUsedOnce(tensor));
     if (isInner && node->type() == "Mul") {
         for (const int input : node->inputs) collect(editor, input, false, depth + 1, product);
     } else if (isInner && node->type() == "Div" && editor.number(node->inputs[1])) {

@@ -1,5 +1,5 @@
-// y = factor * x + addend, channel by channel, behind a convolution or a product with constant weights: the weights take
-// the factors, the bias both. Sums are in double, and rounded once.
+// y = factor * x + addend, channel by channel, behind a convolution or a product with constant weights: the weights
+// take the factors, the bias both. Sums are in double, and rounded once.
 #include <cmath>
 
 #include "convert/graph/rules.h"
@@ -40,7 +40,8 @@ std::vector<float> scaledWeights(const Node& node, const Array& weights, const A
     }
     // [in, out of one group, ...]
     const auto groups = static_cast<std::size_t>(integerOf(node, "group", 1));
-    const auto inputs = static_cast<std::size_t>(weights.dims()[0]), outputs = static_cast<std::size_t>(weights.dims()[1]);
+    const auto inputs = static_cast<std::size_t>(weights.dims()[0]),
+               outputs = static_cast<std::size_t>(weights.dims()[1]);
     const std::size_t plane = values.size() / (inputs * outputs);
     for (std::size_t i = 0; i < values.size(); ++i) {
         const std::size_t in = i / (outputs * plane), out = i / plane % outputs;
@@ -91,7 +92,8 @@ bool fold(GraphEditor& editor, Node& node, int x, const Affine& affine) {
 // The values of a constant that differ along axis 1 of a tensor of these dims only.
 std::optional<std::vector<double>> perChannel(const GraphEditor& editor, int constant, const Dims& dims) {
     const Array* array = editor.known(constant);
-    if (array == nullptr || !array->isFloat() || array->dims().size() > dims.size() || dims.size() < 2) return std::nullopt;
+    if (array == nullptr || !array->isFloat() || array->dims().size() > dims.size() || dims.size() < 2)
+        return std::nullopt;
     const std::size_t offset = dims.size() - array->dims().size();
     for (std::size_t i = 0; i < array->dims().size(); ++i)
         if (array->dims()[i] != 1 && i + offset != 1) return std::nullopt;
@@ -116,7 +118,8 @@ std::optional<Operands> operandsOf(const GraphEditor& editor, const Node& node) 
 }  // namespace
 
 bool foldBatchNormalization(GraphEditor& editor, Node& node) {
-    if (node.type() != "BatchNormalization" || node.inputs.size() != 5 || integerOf(node, "training_mode", 0) != 0) return false;
+    if (node.type() != "BatchNormalization" || node.inputs.size() != 5 || integerOf(node, "training_mode", 0) != 0)
+        return false;
     if (node.outputs.size() > 1)
         for (std::size_t i = 1; i < node.outputs.size(); ++i)
             if (node.outputs[i] >= 0) return false;
@@ -167,7 +170,8 @@ bool foldBiasOfMatMul(GraphEditor& editor, Node& node) {
     if (!operands) return false;
     const Node* product = editor.maker(operands->x, "MatMul");
     const Array* bias = editor.known(operands->constant);
-    if (product == nullptr || !editor.isUsedOnce(operands->x) || product->inputs.size() != 2 || !bias->isFloat()) return false;
+    if (product == nullptr || !editor.isUsedOnce(operands->x) || product->inputs.size() != 2 || !bias->isFloat())
+        return false;
     const Array* matrix = editor.known(product->inputs[1]);
     if (matrix == nullptr || matrix->dims().size() != 2 || bias->dims() != Dims{matrix->dims()[1]}) return false;
     editor.become(node, "MatMul", {product->inputs[0], product->inputs[1], operands->constant});

@@ -58,7 +58,8 @@ std::optional<Quotient> quotientByRoot(const GraphEditor& editor, const Node& no
         if (inverse == nullptr) continue;
         int squared = -1;
         if (inverse->type() == "Reciprocal") squared = rootArgument(editor, inverse->inputs[0]);
-        if (inverse->type() == "Div" && editor.isNumber(inverse->inputs[0], 1)) squared = rootArgument(editor, inverse->inputs[1]);
+        if (inverse->type() == "Div" && editor.isNumber(inverse->inputs[0], 1))
+            squared = rootArgument(editor, inverse->inputs[1]);
         if (inverse->type() == "Pow" && editor.isNumber(inverse->inputs[1], -0.5)) squared = inverse->inputs[0];
         if (squared >= 0) return Quotient{dividend, squared};
     }
@@ -121,7 +122,8 @@ bool findRmsNormalization(GraphEditor& editor, Node& node) {
     const Shifted square = withoutAddend(editor, quotient->squaredDivisor);
     const auto mean = reductionOf(editor, square.x, "ReduceMean");
     if (!mean || mean->axes.size() != 1 || rootOf(editor, mean->x) != quotient->dividend) return false;
-    const double count = static_cast<double>(editor.dimsOf(quotient->dividend)[static_cast<std::size_t>(mean->axes[0])]);
+    const double count =
+        static_cast<double>(editor.dimsOf(quotient->dividend)[static_cast<std::size_t>(mean->axes[0])]);
     becomeLpNormalization(editor, node, quotient->dividend, mean->axes[0]);
     setAttribute(node, "addend", static_cast<float>(std::sqrt(std::max(square.addend, 0.0) * count)));
     setAttribute(node, "factor", static_cast<float>(std::sqrt(count)));
@@ -130,12 +132,14 @@ bool findRmsNormalization(GraphEditor& editor, Node& node) {
 
 // sqrt(sum(x^2))
 bool findEuclideanNorm(GraphEditor& editor, Node& node) {
-    const bool isRoot = node.type() == "Sqrt" || (node.type() == "Pow" && node.inputs.size() == 2 && editor.isNumber(node.inputs[1], 0.5));
+    const bool isRoot = node.type() == "Sqrt" ||
+                        (node.type() == "Pow" && node.inputs.size() == 2 && editor.isNumber(node.inputs[1], 0.5));
     if (!isRoot) return false;
     int squares = -1;
     const Node* sum = editor.maker(node.inputs[0]);
     if (sum == nullptr || !editor.isUsedOnce(node.inputs[0])) return false;
-    const auto axes = sum->type() == "ReduceSum" || sum->type() == "ReduceSumSquare" ? reducedAxesOf(editor, *sum) : std::nullopt;
+    const auto axes =
+        sum->type() == "ReduceSum" || sum->type() == "ReduceSumSquare" ? reducedAxesOf(editor, *sum) : std::nullopt;
     if (!axes) return false;
     squares = sum->type() == "ReduceSum" ? rootOf(editor, sum->inputs[0]) : sum->inputs[0];
     if (squares < 0) return false;
@@ -153,8 +157,9 @@ bool findEuclideanNormalization(GraphEditor& editor, Node& node) {
     int norm = node.inputs[1];
     if (const Node* expand = editor.maker(norm, "Expand")) norm = expand->inputs[0];
     if (const Node* clip = editor.maker(norm, "Clip")) {
-        const auto low = clip->inputs.size() > 1 && clip->inputs[1] >= 0 ? editor.number(clip->inputs[1])
-                                                                         : std::optional<double>(numberOf(*clip, "min", 1));
+        const auto low = clip->inputs.size() > 1 && clip->inputs[1] >= 0
+                             ? editor.number(clip->inputs[1])
+                             : std::optional<double>(numberOf(*clip, "min", 1));
         const bool isOpen = (clip->inputs.size() < 3 || clip->inputs[2] < 0) && numberOf(*clip, "max", 1e30f) > 1e20f;
         if (!low || *low > kSmall || !isOpen) return false;
         norm = clip->inputs[0];

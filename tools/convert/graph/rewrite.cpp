@@ -8,9 +8,18 @@ namespace {
 
 // In the order in which they are tried at a node.
 constexpr Rule kRules[] = {
-    foldBatchNormalization, findHardSwish,          findHardSigmoid,      findGelu,          findMish,
-    findLayerNormalization, findRmsNormalization,   findEuclideanNorm,    findEuclideanNormalization,
-    foldFactor,             foldAddend,             foldBiasOfMatMul,
+    foldBatchNormalization,
+    findHardSwish,
+    findHardSigmoid,
+    findGelu,
+    findMish,
+    findLayerNormalization,
+    findRmsNormalization,
+    findEuclideanNorm,
+    findEuclideanNormalization,
+    foldFactor,
+    foldAddend,
+    foldBiasOfMatMul,
 };
 
 bool applyOne(GraphEditor& editor, Node& node) {

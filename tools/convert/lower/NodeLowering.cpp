@@ -56,7 +56,8 @@ Placed NodeLowering::x(std::size_t input) {
 const Array& NodeLowering::constant(std::size_t input, const char* what) const {
     const Array* array = has(input) ? graph_.known(node_.inputs[input]) : nullptr;
     if (array == nullptr)
-        refuse(std::string(what) + " must be constant" + (has(input) ? ", depends on the network's input" : ", is missing"),
+        refuse(std::string(what) + " must be constant" +
+                   (has(input) ? ", depends on the network's input" : ", is missing"),
                "export with fixed shapes, or without this computation");
     return *array;
 }
@@ -96,7 +97,8 @@ std::string NodeLowering::text(const std::string& name, const std::string& other
     return found != nullptr ? found->s() : otherwise;
 }
 
-std::vector<std::int64_t> NodeLowering::integerList(const std::string& name, std::vector<std::int64_t> otherwise) const {
+std::vector<std::int64_t> NodeLowering::integerList(const std::string& name,
+                                                    std::vector<std::int64_t> otherwise) const {
     const auto* found = attribute(name);
     if (found == nullptr) return otherwise;
     return {found->ints().begin(), found->ints().end()};

@@ -1,7 +1,7 @@
 // One node while it becomes operations of the file: its inputs, its attributes and where its results go.
 //   void lowerRelu(NodeLowering& n) { n.result(n.x(0).with(n.program.relu(n.x(0).step))); }
-// A function that lowers an operator reads inputs through this, records steps in `program` and sets every result that is
-// used. What has no form in a nolk file it refuses, with what a user can do about it.
+// A function that lowers an operator reads inputs through this, records steps in `program` and sets every result that
+// is used. What has no form in a nolk file it refuses, with what a user can do about it.
 #pragma once
 
 #include <stdexcept>

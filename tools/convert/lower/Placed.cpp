@@ -88,8 +88,8 @@ int carriedOut(Program& program, int step, std::vector<std::int64_t> extents, co
         const nolk::TensorShape shape{1, asInt(product(current, 0, move.cuts[0])),
                                       asInt(product(current, move.cuts[0], move.cuts[1])),
                                       asInt(product(current, move.cuts[1], current.size())), 3};
-        step = program.transpose(program.view(step, shape),
-                                 {{0, move.perm[0] + 1, move.perm[1] + 1, move.perm[2] + 1}});
+        step =
+            program.transpose(program.view(step, shape), {{0, move.perm[0] + 1, move.perm[1] + 1, move.perm[2] + 1}});
         order = moved(order, move);
     }
     return step;
@@ -304,8 +304,8 @@ Along along(Program& program, const Placed& x, std::size_t axis, LineForm form) 
     const nolk::TensorShape& current = program.shapeOf(result.x.step);
     const auto line = form == LineForm::any && current.dims == 3 ? lineOf(current, before, extent) : std::nullopt;
     result.line = line.value_or(nolk::Axis::h);
-    result.step = line ? result.x.step
-                       : program.view(result.x.step, {1, asInt(before), asInt(extent), asInt(after), 3});
+    result.step =
+        line ? result.x.step : program.view(result.x.step, {1, asInt(before), asInt(extent), asInt(after), 3});
     return result;
 }
 

@@ -16,7 +16,7 @@ using Builder = nolk::RunnerBuilder;
 using nolk::TensorShape;
 using nolk::TensorX;
 
-constexpr int kMostParts = 255;          // a concat's inputs are counted in a byte
+constexpr int kMostParts = 255;              // a concat's inputs are counted in a byte
 constexpr std::size_t kComparedFloats = 64;  // constants up to this size are compared by their values
 
 std::string text(std::initializer_list<double> values) {
@@ -29,9 +29,13 @@ std::string text(std::initializer_list<double> values) {
     return joined;
 }
 
-std::string shapeKey(const TensorShape& s) { return text({double(s.n), double(s.c), double(s.h), double(s.w), double(s.dims)}); }
+std::string shapeKey(const TensorShape& s) {
+    return text({double(s.n), double(s.c), double(s.h), double(s.w), double(s.dims)});
+}
 
-std::string paddingKey(nolk::Padding p) { return text({double(p.top), double(p.bottom), double(p.left), double(p.right)}); }
+std::string paddingKey(nolk::Padding p) {
+    return text({double(p.top), double(p.bottom), double(p.left), double(p.right)});
+}
 
 std::string dimsKey(nolk::DimsHW d) { return text({double(d.h), double(d.w)}); }
 
@@ -115,11 +119,11 @@ int Program::scalar(float value) {
 
 int Program::view(int x, TensorShape shape) {
     if (sameShape(shapeOf(x), shape)) return x;
-    if (elementsOf(shapeOf(x)) != elementsOf(shape)) throw std::logic_error("a view has other elements than its tensor");
+    if (elementsOf(shapeOf(x)) != elementsOf(shape))
+        throw std::logic_error("a view has other elements than its tensor");
     if (at(x).name == "reshape") return view(at(x).inputs[0], shape);
-    return append("reshape", shapeKey(shape), {x}, shape, [shape](Builder& b, const auto& in) {
-        return b.reshape(in[0], shape, nolk::TensorLayout::nchw);
-    });
+    return append("reshape", shapeKey(shape), {x}, shape,
+                  [shape](Builder& b, const auto& in) { return b.reshape(in[0], shape, nolk::TensorLayout::nchw); });
 }
 
 int Program::unary(const char* name, const std::string& arguments, int x,
@@ -171,20 +175,18 @@ int Program::instanceNormalization(int x, float epsilon) {
 }
 
 int Program::instanceNormalization(int x, Floats scale, Floats bias, float epsilon) {
-    return unary("instanceNormalization", text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias), x,
-                 [=](Builder& b, TensorX* in) {
-                     return b.instanceNormalization(in, vectorOf(scale), vectorOf(bias), epsilon);
-                 });
+    return unary(
+        "instanceNormalization", text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias), x,
+        [=](Builder& b, TensorX* in) { return b.instanceNormalization(in, vectorOf(scale), vectorOf(bias), epsilon); });
 }
 
 int Program::batchNormalize(int x, Floats scale, Floats bias, Floats mean, Floats variance, float epsilon) {
-    return unary("batchNormalize",
-                 text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias) + "/" + floatsKey(mean) + "/" +
-                     floatsKey(variance),
-                 x, [=](Builder& b, TensorX* in) {
-                     return b.batchNormalize(in, vectorOf(scale), vectorOf(bias), vectorOf(mean), vectorOf(variance),
-                                             epsilon);
-                 });
+    return unary(
+        "batchNormalize",
+        text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias) + "/" + floatsKey(mean) + "/" + floatsKey(variance),
+        x, [=](Builder& b, TensorX* in) {
+            return b.batchNormalize(in, vectorOf(scale), vectorOf(bias), vectorOf(mean), vectorOf(variance), epsilon);
+        });
 }
 
 int Program::binary(const char* name, int a, int b, TensorX* (Builder::*call)(TensorX*, TensorX*)) {
@@ -192,7 +194,8 @@ int Program::binary(const char* name, int a, int b, TensorX* (Builder::*call)(Te
     const TensorShape& t = shapeOf(b);
     const auto fits = [](int mine, int other) { return other == mine || other == 1; };
     if (!fits(s.c, t.c) || !fits(s.h, t.h) || !fits(s.w, t.w)) throw std::logic_error("extents that do not broadcast");
-    return append(name, "", {a, b}, s, [call](Builder& builder, const auto& in) { return (builder.*call)(in[0], in[1]); });
+    return append(name, "", {a, b}, s,
+                  [call](Builder& builder, const auto& in) { return (builder.*call)(in[0], in[1]); });
 }
 
 int Program::add(int a, int b) { return binary("add", a, b, &Builder::add); }
@@ -215,9 +218,9 @@ int Program::convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::D
     const int w = in.w + padding.left + padding.right - ((weights.kernelW - 1) * dilation.w + 1);
     if (h < 0 || w < 0) throw std::out_of_range("convolve: a kernel larger than its padded input");
     const TensorShape out{1, weights.groups * weights.outChannels, h / stride.h + 1, w / stride.w + 1, 3};
-    const int step =
-        append("convolve", paddingKey(padding) + dimsKey(stride) + dimsKey(dilation) + weightsKey(weights), {x}, out,
-               [=](Builder& b, const auto& i) { return b.convolve(i[0], padding, stride, dilation, weightsOf(weights)); });
+    const int step = append(
+        "convolve", paddingKey(padding) + dimsKey(stride) + dimsKey(dilation) + weightsKey(weights), {x}, out,
+        [=](Builder& b, const auto& i) { return b.convolve(i[0], padding, stride, dilation, weightsOf(weights)); });
     at(step).groups = weights.groups;
     at(step).mixes = weights.inChannels != 1 || weights.outChannels != 1;
     at(step).isPadded = padding.top != 0 || padding.bottom != 0 || padding.left != 0 || padding.right != 0;
@@ -299,8 +302,8 @@ int Program::slice(int x, nolk::Axis axis, int start, int count, int step) {
             const int padded = pad(view(x, {1, 1, s.c, s.h * s.w, 3}), {0, end - extent, 0, 0});
             x = view(padded, {1, end, s.h, s.w, 3});
         } else {
-            x = pad(x, axis == nolk::Axis::h ? nolk::Padding{0, end - extent, 0, 0}
-                                             : nolk::Padding{0, 0, 0, end - extent});
+            x = pad(
+                x, axis == nolk::Axis::h ? nolk::Padding{0, end - extent, 0, 0} : nolk::Padding{0, 0, 0, end - extent});
         }
     }
     const nolk::SlicePos pos{static_cast<int>(axis), start, end, step};
@@ -312,9 +315,10 @@ int Program::concat(std::vector<int> parts, nolk::Axis axis) {
     while (parts.size() > kMostParts) {
         std::vector<int> fewer;
         for (std::size_t i = 0; i < parts.size(); i += kMostParts)
-            fewer.push_back(joined({parts.begin() + static_cast<std::ptrdiff_t>(i),
-                                    parts.begin() + static_cast<std::ptrdiff_t>(std::min(i + kMostParts, parts.size()))},
-                                   axis));
+            fewer.push_back(
+                joined({parts.begin() + static_cast<std::ptrdiff_t>(i),
+                        parts.begin() + static_cast<std::ptrdiff_t>(std::min(i + kMostParts, parts.size()))},
+                       axis));
         parts = std::move(fewer);
     }
     return joined(parts, axis);
@@ -357,9 +361,9 @@ int Program::lstm(int x, LstmArrays arrays) {
                             floatsKey(arrays.inputWeights) + floatsKey(arrays.recurrentWeights) +
                             floatsKey(arrays.bias);
     return append("lstm", key, {x}, out, [=](Builder& b, const auto& i) {
-        return b.lstm(i[0], {arrays.direction, directions, arrays.inputSize, arrays.hiddenSize,
-                             writable(arrays.inputWeights), writable(arrays.recurrentWeights), writable(arrays.bias),
-                             arrays.bias != nullptr});
+        return b.lstm(i[0],
+                      {arrays.direction, directions, arrays.inputSize, arrays.hiddenSize, writable(arrays.inputWeights),
+                       writable(arrays.recurrentWeights), writable(arrays.bias), arrays.bias != nullptr});
     });
 }
 
@@ -395,10 +399,11 @@ void Program::mend(const std::vector<int>& outputs) {
         if (used[i] == 0 || steps_[i].inputs.size() != 1) continue;
         const int in = steps_[i].inputs[0];
         const std::string before = at(in).name;
-        const bool sharesMemory = steps_[i].name == "reshape" && (uses[static_cast<std::size_t>(in)] > 1 || before == "constTensor");
+        const bool sharesMemory =
+            steps_[i].name == "reshape" && (uses[static_cast<std::size_t>(in)] > 1 || before == "constTensor");
         const bool losesZeros = steps_[i].name == "maxPool" && before == "pad";
-        const bool losesChannels = steps_[i].name == "convolve" && before == "batchNormalize" &&
-                                   steps_[i].groups > 1 && steps_[i].mixes && !steps_[i].isPadded;
+        const bool losesChannels = steps_[i].name == "convolve" && before == "batchNormalize" && steps_[i].groups > 1 &&
+                                   steps_[i].mixes && !steps_[i].isPadded;
         if (!sharesMemory && !losesZeros && !losesChannels) continue;
         // A copy for each reshape: two that share one would be its two uses.
         origin_ = steps_[i].origin;

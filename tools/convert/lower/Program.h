@@ -114,8 +114,8 @@ private:
         nolk::TensorShape shape;
         Record record;
         std::string origin;
-        int groups = 1;       // of a convolution
-        bool mixes = false;   // of a convolution: several channels in one group
+        int groups = 1;      // of a convolution
+        bool mixes = false;  // of a convolution: several channels in one group
         bool isPadded = false;
     };
 
@@ -123,7 +123,8 @@ private:
                Record record);
     int unary(const char* name, const std::string& arguments, int x,
               std::function<nolk::TensorX*(nolk::RunnerBuilder&, nolk::TensorX*)> call);
-    int binary(const char* name, int a, int b, nolk::TensorX* (nolk::RunnerBuilder::*call)(nolk::TensorX*, nolk::TensorX*));
+    int binary(const char* name, int a, int b,
+               nolk::TensorX* (nolk::RunnerBuilder::*call)(nolk::TensorX*, nolk::TensorX*));
     int joined(const std::vector<int>& parts, nolk::Axis axis);
     Step& at(int step) { return steps_[static_cast<std::size_t>(step)]; }
     std::vector<char> usedSteps(const std::vector<int>& outputs) const;

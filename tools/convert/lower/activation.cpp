@@ -129,7 +129,8 @@ void lowerPRelu(NodeLowering& n) {
     if (std::all_of(values.begin(), values.end(), [](float v) { return v <= 1.0f; }))
         return n.result(combined(n.program, Binary::max,
                                  operandOf(combined(n.program, Binary::multiply, operandOf(x), slope)), operandOf(x)));
-    const Placed below = combined(n.program, Binary::multiply, operandOf(with(x, negativePart(n.program, x.step))), slope);
+    const Placed below =
+        combined(n.program, Binary::multiply, operandOf(with(x, negativePart(n.program, x.step))), slope);
     n.result(combined(n.program, Binary::add, operandOf(below), operandOf(with(x, n.program.relu(x.step)))));
 }
 

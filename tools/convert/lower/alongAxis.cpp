@@ -92,8 +92,8 @@ Placed mapped(Program& program, const Placed& x, std::size_t axis, std::vector<f
     for (std::size_t i = 0; i < static_cast<std::size_t>(rows); ++i)
         for (std::size_t k = 0; k < static_cast<std::size_t>(extent); ++k)
             transposed[k * static_cast<std::size_t>(rows) + i] = matrix[i * static_cast<std::size_t>(extent) + k];
-    const int constant = program.constant({1, 1, extent, rows, 3},
-                                          std::make_shared<const std::vector<float>>(std::move(transposed)));
+    const int constant =
+        program.constant({1, 1, extent, rows, 3}, std::make_shared<const std::vector<float>>(std::move(transposed)));
     Dims dims = last.dims();
     dims.back() = rows;
     std::vector<int> back(perm.size());

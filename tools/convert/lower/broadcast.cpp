@@ -260,15 +260,15 @@ Pair matched(Program& program, Placed& main, const Operand& other) {
     if (!shapes) shapes = shapesByRuns(parts);
     if (shapes) {
         pair.main = program.view(main.step, shapes->main);
-        pair.other = values ? program.constant(shapes->other, std::make_shared<const std::vector<float>>(
-                                                                   std::move(values->values)))
+        pair.other = values ? program.constant(shapes->other,
+                                               std::make_shared<const std::vector<float>>(std::move(values->values)))
                             : program.view(pair.other, shapes->other);
         return pair;
     }
     if (values) {
         const auto count = static_cast<int>(values->values.size());
-        pair.other = program.constant(
-            {1, 1, 1, count, 3}, std::make_shared<const std::vector<float>>(std::move(values->values)));
+        pair.other = program.constant({1, 1, 1, count, 3},
+                                      std::make_shared<const std::vector<float>>(std::move(values->values)));
     }
     pair.main = main.step;
     pair.other = program.view(repeated(program, pair.other, parts), current);
@@ -338,8 +338,7 @@ Placed combined(Program& program, Binary operation, Operand a, Operand b) {
         }
         const bool isUniformValue = a.values && isUniform(*floatsOf(*a.values));
         if (operation == Binary::divide && isUniformValue) {
-            const Placed one = constantStep(
-                program, floatArray(Dims(dims.size(), 1), {floatsOf(*a.values)->front()}));
+            const Placed one = constantStep(program, floatArray(Dims(dims.size(), 1), {floatsOf(*a.values)->front()}));
             a = operandOf(expanded(program, one, dims));
         }
         const Pair pair = matched(program, main, a);

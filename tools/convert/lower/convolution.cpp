@@ -10,7 +10,6 @@ namespace {
 
 std::vector<std::int64_t> spatial(const Dims& weights) { return {weights.begin() + 2, weights.end()}; }
 
-
 const Array& kernelOf(const NodeLowering& n) {
     const Array& weights = n.constant(1, "the kernel");
     if (weights.dims().size() != n.dims(0).size()) n.refuse("the kernel has another rank than the input");
@@ -25,7 +24,8 @@ Floats spreadKernel(const Array& kernel, const Windows& windows, int group, int 
     const auto kh = static_cast<std::size_t>(windows.kernel.h), kw = static_cast<std::size_t>(windows.kernel.w);
     const auto h = static_cast<std::size_t>(size.h), w = static_cast<std::size_t>(size.w);
     std::vector<float> spread(static_cast<std::size_t>(groupInputs) * outputs * h * w, 0.0f);
-    const float* from = source->data() + static_cast<std::size_t>(group) * static_cast<std::size_t>(groupInputs) * outputs * kh * kw;
+    const float* from =
+        source->data() + static_cast<std::size_t>(group) * static_cast<std::size_t>(groupInputs) * outputs * kh * kw;
     for (std::size_t plane = 0; plane < static_cast<std::size_t>(groupInputs) * outputs; ++plane)
         for (std::size_t y = 0; y < kh; ++y)
             for (std::size_t x = 0; x < kw; ++x)
@@ -81,7 +81,8 @@ void lowerConv(NodeLowering& n) {
                           floatsOf(kernel),
                           n.has(2) ? n.floats(2, "the bias") : nullptr};
     if (weights.bias && static_cast<std::int64_t>(weights.bias->size()) != outputs)
-        n.refuse("the bias has " + std::to_string(weights.bias->size()) + " values for " + std::to_string(outputs) + " channels");
+        n.refuse("the bias has " + std::to_string(weights.bias->size()) + " values for " + std::to_string(outputs) +
+                 " channels");
     n.result(placed(n.program.convolve(x, windows.padding, windows.stride, windows.dilation, weights), n.outDims()));
 }
 
@@ -101,14 +102,14 @@ void lowerConvTranspose(NodeLowering& n) {
         windows.padding.left = derivedPadding(n, in.back(), out.back(), windows.kernel.w, windows.stride.w,
                                               windows.dilation.w, extra.back());
         if (isPlane)
-            windows.padding.top = derivedPadding(n, in[2], out[2], windows.kernel.h, windows.stride.h,
-                                                 windows.dilation.h, extra.front());
+            windows.padding.top =
+                derivedPadding(n, in[2], out[2], windows.kernel.h, windows.stride.h, windows.dilation.h, extra.front());
     }
-    const Border columns = borderOf(in.back(), out.back(), windows.padding.left, windows.kernel.w, windows.stride.w,
-                                    windows.dilation.w);
-    const Border rows = isPlane ? borderOf(in[2], out[2], windows.padding.top, windows.kernel.h, windows.stride.h,
-                                           windows.dilation.h)
-                                : Border{};
+    const Border columns =
+        borderOf(in.back(), out.back(), windows.padding.left, windows.kernel.w, windows.stride.w, windows.dilation.w);
+    const Border rows =
+        isPlane ? borderOf(in[2], out[2], windows.padding.top, windows.kernel.h, windows.stride.h, windows.dilation.h)
+                : Border{};
     const nolk::DimsHW size{(windows.kernel.h - 1) * windows.dilation.h + 1 + rows.zeros,
                             (windows.kernel.w - 1) * windows.dilation.w + 1 + columns.zeros};
     const Floats bias = n.has(2) ? n.floats(2, "the bias") : nullptr;
@@ -116,9 +117,14 @@ void lowerConvTranspose(NodeLowering& n) {
     std::vector<int> parts;
     for (int group = 0; group < groups; ++group) {
         const int share = n.program.slice(x, nolk::Axis::c, group * groupInputs, groupInputs);
-        KernelWeights weights{1,      groupOutputs, groupInputs,
-                              size.h, size.w,       spreadKernel(kernel, windows, group, groupInputs, size),
-                              part(bias, static_cast<std::size_t>(group * groupOutputs), static_cast<std::size_t>(groupOutputs))};
+        KernelWeights weights{
+            1,
+            groupOutputs,
+            groupInputs,
+            size.h,
+            size.w,
+            spreadKernel(kernel, windows, group, groupInputs, size),
+            part(bias, static_cast<std::size_t>(group * groupOutputs), static_cast<std::size_t>(groupOutputs))};
         parts.push_back(n.program.deConvolve(share, {rows.before, rows.behind, columns.before, columns.behind},
                                              windows.stride, weights));
     }

@@ -84,9 +84,7 @@ void lowerNeg(NodeLowering& n) {
     n.result(with(x, n.program.times(x.step, -1.0f)));
 }
 
-void lowerReciprocal(NodeLowering& n) {
-    n.result(combined(n.program, Binary::divide, one(), operandOf(n.x(0))));
-}
+void lowerReciprocal(NodeLowering& n) { n.result(combined(n.program, Binary::divide, one(), operandOf(n.x(0)))); }
 
 void lowerPow(NodeLowering& n) {
     const Floats exponents = n.floats(1, "the exponent");
@@ -121,7 +119,8 @@ void lowerWhere(NodeLowering& n) {
         if (x.values) {
             std::vector<float> values = *floatsOf(*x.values);
             for (float& value : values)
-                value = std::min(std::max(value, -std::numeric_limits<float>::max()), std::numeric_limits<float>::max());
+                value =
+                    std::min(std::max(value, -std::numeric_limits<float>::max()), std::numeric_limits<float>::max());
             x = operandOf(floatArray(x.values->dims(), std::move(values)));
         }
         return combined(n.program, Binary::multiply, x, operandOf(floatArray(condition.dims(), mask)));

@@ -24,8 +24,7 @@ Placed normalisedAlong(Program& program, const Placed& x, std::size_t axis, floa
     }
     const int step = arranged(program, x, {{static_cast<int>(axis)}, {}, others});
     std::vector<int> back;
-    for (std::size_t i = 0; i < x.rank(); ++i)
-        back.push_back(i == axis ? 0 : static_cast<int>(i < axis ? i + 1 : i));
+    for (std::size_t i = 0; i < x.rank(); ++i) back.push_back(i == axis ? 0 : static_cast<int>(i < axis ? i + 1 : i));
     return permuted(placed(l2normalized(program, step, addend), dims), back);
 }
 

@@ -11,8 +11,8 @@ namespace convert {
 
 namespace {
 
-// The shape of an input or output: a matrix for two dimensions and fewer; otherwise the last three dimensions behind the
-// batch are c, h and w, further ones join w.
+// The shape of an input or output: a matrix for two dimensions and fewer; otherwise the last three dimensions behind
+// the batch are c, h and w, further ones join w.
 nolk::TensorShape hostShape(const Dims& dims) {
     Dims sample = dims;
     // The first axis is the batch's where it has one element.
@@ -109,8 +109,8 @@ private:
 
     // Everything is computed in floats; integers only pass through where nothing is computed.
     void checkTypes(const Node& node) const {
-        static const std::set<std::string> kMoving{"Concat",  "Expand", "Flatten",   "Gather",    "Identity", "Reshape",
-                                                   "Slice",   "Split",  "Squeeze",   "Transpose", "Tile",     "Unsqueeze"};
+        static const std::set<std::string> kMoving{"Concat", "Expand", "Flatten", "Gather",    "Identity", "Reshape",
+                                                   "Slice",  "Split",  "Squeeze", "Transpose", "Tile",     "Unsqueeze"};
         for (const int output : node.outputs) {
             if (output < 0) continue;
             const GraphTensor& tensor = graph_.tensors[static_cast<std::size_t>(output)];

@@ -1,8 +1,8 @@
 // A graph as the operations of a nolk file.
 //   Lowered lowered = lowerGraph(graph, graph.outputs);
 //   if (lowered.findings.empty()) bytes = lowered.program.write(lowered.outputs, options);
-// All that cannot be converted is found in one pass: behind a node that is refused the pass goes on with a tensor of the
-// right extents in its place.
+// All that cannot be converted is found in one pass: behind a node that is refused the pass goes on with a tensor of
+// the right extents in its place.
 #pragma once
 
 #include <functional>

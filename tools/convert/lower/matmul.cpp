@@ -50,8 +50,7 @@ Placed product(Program& program, const Placed& x, const Matrix& matrix, const Fl
         // The others keep their order of memory.
         const nolk::TensorShape shape = program.shapeOf(x.step);
         const int step = shape.c == in ? x.step : program.view(x.step, {1, in, 1, asInt(lines), 3});
-        const int convolved =
-            program.convolve(step, {}, {1, 1}, {1, 1}, {1, out, in, 1, 1, matrix.transposed(), bias});
+        const int convolved = program.convolve(step, {}, {1, 1}, {1, 1}, {1, out, in, 1, 1, matrix.transposed(), bias});
         Placed result = x;
         result.step = convolved;
         if (out == 1) {
@@ -125,7 +124,8 @@ Floats scaledValues(const Floats& values, float factor) {
 
 }  // namespace
 
-// The rewriting adds a bias as a third input. A vector is a matrix with one row on the left, with one column on the right.
+// The rewriting adds a bias as a third input. A vector is a matrix with one row on the left, with one column on the
+// right.
 void lowerMatMul(NodeLowering& n) {
     const Dims &a = n.dims(0), &b = n.dims(1);
     if (n.isConstant(1) && b.size() == 2)

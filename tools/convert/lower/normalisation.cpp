@@ -17,7 +17,8 @@ Dims channelDims(std::size_t count, std::size_t rank) {
     return dims;
 }
 
-Placed affine(Program& program, const Placed& x, const std::optional<Operand>& scale, const std::optional<Operand>& bias) {
+Placed affine(Program& program, const Placed& x, const std::optional<Operand>& scale,
+              const std::optional<Operand>& bias) {
     Placed result = x;
     if (scale) result = combined(program, Binary::multiply, operandOf(result), *scale);
     if (bias) result = combined(program, Binary::add, operandOf(result), *bias);
@@ -65,8 +66,8 @@ void lowerBatchNormalization(NodeLowering& n) {
     const Along lines = along(n.program, x, 1);
     constexpr std::size_t kMostChannels = 32767;  // a vector's count is of 16 bits in the file
     if (lines.line == nolk::Axis::c && channels <= kMostChannels)
-        return n.result(backAlong(n.program, lines,
-                                  n.program.batchNormalize(lines.step, scale, bias, mean, variance, epsilon)));
+        return n.result(
+            backAlong(n.program, lines, n.program.batchNormalize(lines.step, scale, bias, mean, variance, epsilon)));
     std::vector<float> factors(channels), addends(channels);
     for (std::size_t i = 0; i < channels; ++i) {
         const double factor = (*scale)[i] / std::sqrt(static_cast<double>((*variance)[i]) + epsilon);
@@ -110,7 +111,8 @@ void lowerGroupNormalization(NodeLowering& n) {
     const Placed x = n.x(0);
     const Dims& dims = n.outDims();
     const std::int64_t groups = n.integer("num_groups", 1), channels = dims.at(1);
-    if (groups < 1 || channels % groups != 0) n.refuse(std::to_string(groups) + " groups of " + std::to_string(channels) + " channels");
+    if (groups < 1 || channels % groups != 0)
+        n.refuse(std::to_string(groups) + " groups of " + std::to_string(channels) + " channels");
     const Placed ordered = inOrder(n.program, x);
     const std::int64_t planes = dims[0] * groups;
     std::int64_t count = 1;
@@ -119,8 +121,7 @@ void lowerGroupNormalization(NodeLowering& n) {
     const auto perChannel = [&](std::size_t input, const char* name) {
         const Floats values = n.floats(input, name);
         std::vector<float> result(static_cast<std::size_t>(channels));
-        for (std::size_t i = 0; i < result.size(); ++i)
-            result[i] = values->at(i * values->size() / result.size());
+        for (std::size_t i = 0; i < result.size(); ++i) result[i] = values->at(i * values->size() / result.size());
         return operandOf(floatArray(channelDims(result.size(), dims.size()), result));
     };
     const Placed normalised = placed(n.program.instanceNormalization(step, n.number("epsilon", 1e-5f)), dims);
@@ -129,7 +130,8 @@ void lowerGroupNormalization(NodeLowering& n) {
 
 // factor * x / sqrt(addend^2 + |x|^2) along one axis. Factor and addend are the rewriting's; a line of zeros stays one.
 void lowerLpNormalization(NodeLowering& n) {
-    if (n.integer("p", 2) != 2) n.refuse("p = " + std::to_string(n.integer("p", 2)), "only the Euclidean norm is supported");
+    if (n.integer("p", 2) != 2)
+        n.refuse("p = " + std::to_string(n.integer("p", 2)), "only the Euclidean norm is supported");
     const Placed x = n.x(0);
     const std::size_t axis = n.axis(n.integer("axis", -1), x.rank());
     const Placed normalised = normalisedAlong(n.program, x, axis, std::max(n.number("addend", 0), kTinyAddend));

@@ -122,7 +122,8 @@ LowerFunction loweringOf(const std::string& type) {
 
 std::string adviceFor(const std::string& type) {
     const auto found = advice().find(type);
-    return found != advice().end() ? found->second : "replace by operators of docs/converting.md, or end the network before it";
+    return found != advice().end() ? found->second
+                                   : "replace by operators of docs/converting.md, or end the network before it";
 }
 
 }  // namespace convert

@@ -29,8 +29,7 @@ int maximumOfTaps(NodeLowering& n, int x, const Windows& windows) {
     for (int y = 0; y < windows.kernel.h; ++y)
         for (int column = 0; column < windows.kernel.w; ++column) {
             const int rows = n.program.slice(x, nolk::Axis::h, y * windows.dilation.h, h, windows.stride.h);
-            const int tap =
-                n.program.slice(rows, nolk::Axis::w, column * windows.dilation.w, w, windows.stride.w);
+            const int tap = n.program.slice(rows, nolk::Axis::w, column * windows.dilation.w, w, windows.stride.w);
             result = result < 0 ? tap : n.program.max(result, tap);
         }
     return result;
@@ -49,10 +48,10 @@ void lowerMaxPool(NodeLowering& n) {
     const Windows windows = windowsOf(n, kernelShape(n));
     const int x = planes(n, 0, true);
     const bool isDilated = windows.dilation.h > 1 || windows.dilation.w > 1;
-    n.result(placed(isDilated ? maximumOfTaps(n, x, windows)
-                              : n.program.maxPool(x, windows.kernel, sum(windows.padding, beyond(n, windows)),
-                                                  windows.stride),
-                    n.outDims()));
+    n.result(placed(
+        isDilated ? maximumOfTaps(n, x, windows)
+                  : n.program.maxPool(x, windows.kernel, sum(windows.padding, beyond(n, windows)), windows.stride),
+        n.outDims()));
 }
 
 // nolk divides by the number of elements in a window, without the padding's. With count_include_pad the padding's zeros

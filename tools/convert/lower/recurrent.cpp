@@ -57,7 +57,8 @@ int lastOutputs(Program& program, int y, nolk::Direction direction, int hiddenSi
 // nolk has the gates in ONNX's order, and both halves of the bias.
 void lowerLstm(NodeLowering& n) {
     const Array &inputWeights = n.constant(1, "W"), &recurrentWeights = n.constant(2, "R");
-    if (inputWeights.dims().size() != 3 || recurrentWeights.dims().size() != 3) n.refuse("W and R should have 3 dimensions");
+    if (inputWeights.dims().size() != 3 || recurrentWeights.dims().size() != 3)
+        n.refuse("W and R should have 3 dimensions");
     const nolk::Direction direction = directionOf(n);
     const int directions = direction == nolk::Direction::both ? 2 : 1;
     const std::int64_t hidden = recurrentWeights.dims()[2], features = inputWeights.dims()[2];

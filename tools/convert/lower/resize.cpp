@@ -32,8 +32,7 @@ double sourceOf(const NodeLowering& n, const Rule& rule, const AxisSize& size, s
     if (rule.coordinates == "align_corners") return length != 1 ? x * (in - 1) / (length - 1) : 0.0;
     if (rule.coordinates == "asymmetric") return x / size.scale;
     if (rule.coordinates == "tf_half_pixel_for_nn") return (x + 0.5) / size.scale;
-    if (rule.coordinates == "half_pixel_symmetric")
-        return in / 2 * (1 - out / length) + (x + 0.5) / size.scale - 0.5;
+    if (rule.coordinates == "half_pixel_symmetric") return in / 2 * (1 - out / length) + (x + 0.5) / size.scale - 0.5;
     n.refuse("coordinate_transformation_mode " + rule.coordinates, "use half_pixel, align_corners or asymmetric");
 }
 

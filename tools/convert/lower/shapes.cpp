@@ -221,7 +221,8 @@ void lowerGather(NodeLowering& n) {
     std::vector<std::int64_t> list = indices.ints();
     for (std::int64_t& index : list) {
         if (index < 0) index += x.dims()[axis];
-        if (index < 0 || index >= x.dims()[axis]) n.refuse("an index beyond the extent " + std::to_string(x.dims()[axis]));
+        if (index < 0 || index >= x.dims()[axis])
+            n.refuse("an index beyond the extent " + std::to_string(x.dims()[axis]));
     }
     n.result(reshapedAlways(n.program, gathered(n.program, x, axis, list), n.outDims()));
 }
@@ -241,7 +242,8 @@ void lowerPad(NodeLowering& n) {
         behind[n.axis(axes[i], x.rank())] = pads[i + axes.size()];
     }
     for (std::size_t i = 0; i < x.rank(); ++i) {  // negative pads cut
-        const std::int64_t cutBefore = std::max<std::int64_t>(-before[i], 0), cutBehind = std::max<std::int64_t>(-behind[i], 0);
+        const std::int64_t cutBefore = std::max<std::int64_t>(-before[i], 0),
+                           cutBehind = std::max<std::int64_t>(-behind[i], 0);
         if (cutBefore + cutBehind == 0) continue;
         const std::int64_t left = x.dims()[i] - cutBefore - cutBehind;
         if (left < 1) n.refuse("an empty result " + describeDims(n.outDims()));
@@ -273,18 +275,21 @@ void lowerTile(NodeLowering& n) {
         apart.insert(apart.end(), {1, x.dims()[i]});
         repeated.insert(repeated.end(), {repeats.at(i), x.dims()[i]});
     }
-    n.result(reshapedAlways(n.program, expanded(n.program, reshapedAlways(n.program, x, apart), repeated), n.outDims()));
+    n.result(
+        reshapedAlways(n.program, expanded(n.program, reshapedAlways(n.program, x, apart), repeated), n.outDims()));
 }
 
 void lowerDepthToSpace(NodeLowering& n) {
     const std::int64_t b = n.integer("blocksize", 1);
     const Dims& d = n.dims(0);
-    if (b < 1 || d.size() != 4 || d[1] % (b * b) != 0) n.refuse("blocksize " + std::to_string(b) + " for " + describeDims(d));
+    if (b < 1 || d.size() != 4 || d[1] % (b * b) != 0)
+        n.refuse("blocksize " + std::to_string(b) + " for " + describeDims(d));
     const std::int64_t c = d[1] / (b * b);
     const bool rowsFirst = n.text("mode", "DCR") == "DCR";
     const Placed x = reshapedAlways(n.program, n.x(0),
                                     rowsFirst ? Dims{d[0], b, b, c, d[2], d[3]} : Dims{d[0], c, b, b, d[2], d[3]});
-    const Placed moved = permuted(x, rowsFirst ? std::vector<int>{0, 3, 4, 1, 5, 2} : std::vector<int>{0, 1, 4, 2, 5, 3});
+    const Placed moved =
+        permuted(x, rowsFirst ? std::vector<int>{0, 3, 4, 1, 5, 2} : std::vector<int>{0, 1, 4, 2, 5, 3});
     n.result(reshapedAlways(n.program, moved, n.outDims()));
 }
 

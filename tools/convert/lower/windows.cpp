@@ -63,8 +63,7 @@ Windows windowsOf(const NodeLowering& n, const std::vector<std::int64_t>& kernel
     }
     const auto pads = n.integerList("pads", zeros);
     if (pads.size() != 2 * count) n.refuse("pads of another rank");
-    if (*std::min_element(pads.begin(), pads.end()) < 0)
-        n.refuse("negative pads", "cut the input by a Slice in front");
+    if (*std::min_element(pads.begin(), pads.end()) < 0) n.refuse("negative pads", "cut the input by a Slice in front");
     w.padding.left = asInt(pads[count - 1]);
     w.padding.right = asInt(pads[2 * count - 1]);
     if (count == 2) {
@@ -75,8 +74,10 @@ Windows windowsOf(const NodeLowering& n, const std::vector<std::int64_t>& kernel
 }
 
 nolk::Padding beyond(const NodeLowering& n, const Windows& w) {
-    const auto more = [](std::int64_t in, std::int64_t out, int before, int behind, int kernel, int stride, int dilation) {
-        return asInt(std::max<std::int64_t>((out - 1) * stride + (kernel - 1) * dilation + 1 - in - before - behind, 0));
+    const auto more = [](std::int64_t in, std::int64_t out, int before, int behind, int kernel, int stride,
+                         int dilation) {
+        return asInt(
+            std::max<std::int64_t>((out - 1) * stride + (kernel - 1) * dilation + 1 - in - before - behind, 0));
     };
     const Dims& in = n.dims(0);
     const Dims& out = n.outDims();
