@@ -9,6 +9,8 @@
 #include <fstream>
 #include <string>
 
+#include "convert/check/check.h"
+#include "convert/conversion.h"
 #include "convert/evaluate/evaluateGraph.h"
 
 namespace {
@@ -102,6 +104,37 @@ std::string evaluatorResult(const fs::path& folder, Constants constants) {
     }
 }
 
+std::string conversionResult(const fs::path& folder, Constants constants) {
+    try {
+        convert::Model model = convert::readModel(folder / "model.onnx");
+        auto inputs = readTensors(folder, "input");
+        storeInputs(model, inputs, constants);
+        const convert::Conversion made = convert::convertModel(model, {});
+        if (!made.findings.empty()) return "refused: " + made.findings[0].type + ": " + made.findings[0].why;
+        convert::CheckOptions options = convert::checkOptionsFor(model, {}, made);
+        options.inputs = inputs;
+        const convert::CheckResult result = convert::check(model, made.file, options);
+        return result.passed ? "pass" : "WRONG " + result.failure;
+    } catch (const convert::OnnxError& error) {
+        return std::string("refused: ") + error.what();
+    } catch (const std::exception& error) {
+        return std::string("WRONG ") + error.what();
+    }
+}
+
+// The first way of storing inputs that is not refused.
+template <typename Result>
+std::string bestOf(const fs::path& folder, Result&& resultOf) {
+    std::string first;
+    for (const Constants constants : {Constants::none, Constants::allButFirst}) {
+        const std::string result = resultOf(folder, constants);
+        if (result.rfind("refused", 0) != 0) return result;
+        if (first.empty()) first = result;
+    }
+    const std::string last = resultOf(folder, Constants::all);
+    return last == "pass" ? last : first;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -112,15 +145,19 @@ int main(int argc, char** argv) {
             folders.push_back(entry.path());
     std::sort(folders.begin(), folders.end());
     std::map<std::string, int> counts;
+    const auto show = [&](const fs::path& folder, const char* what, const std::string& result) {
+        std::printf("%-60s %-9s %s\n", folder.filename().c_str(), what, result.c_str());
+        ++counts[std::string(what) + " " + result.substr(0, 5)];
+    };
     for (const fs::path& folder : folders) {
-        std::string result;
-        for (const Constants constants : {Constants::none, Constants::allButFirst, Constants::all}) {
-            result = evaluatorResult(folder, constants);
-            if (result.rfind("refused", 0) != 0) break;
-        }
-        std::printf("%-60s %s\n", folder.filename().c_str(), result.c_str());
-        ++counts[result.substr(0, 4)];
+        show(folder, "evaluate", bestOf(folder, evaluatorResult));
+        show(folder, "convert", bestOf(folder, conversionResult));
+        std::fflush(stdout);
     }
-    for (const auto& [result, count] : counts) std::printf("%s %d\n", result.c_str(), count);
-    return counts.count("WRON") != 0 ? 1 : 0;
+    bool isWrong = false;
+    for (const auto& [result, count] : counts) {
+        std::printf("%s %d\n", result.c_str(), count);
+        isWrong = isWrong || result.find("WRONG") != std::string::npos;
+    }
+    return isWrong ? 1 : 0;
 }

@@ -63,13 +63,16 @@ def export(name, folder, opset, dynamic):
     network = make()
     settle(network, shape)
     network = Tensors(network).eval()
+    for module in network.modules():
+        if isinstance(module, torch.nn.MultiheadAttention):
+            module.training = module.dropout == 0  # its short cut for evaluation cannot be exported
     x = torch.randn(1, *shape)
     folder.mkdir(parents=True, exist_ok=True)
     with torch.no_grad():
         results = tensors_of(network(x))
         free = {"x": {0: "batch"}} if dynamic else None
         torch.onnx.export(network, x, str(folder / "part.onnx"), opset_version=opset, input_names=["x"],
-                          dynamic_axes=free)
+                          dynamic_axes=free, training=torch.onnx.TrainingMode.PRESERVE)
     names = [output.name for output in onnx.load(str(folder / "part.onnx")).graph.output]
     save(folder, "input", ["x"], [x])
     save(folder, "output", names, results)

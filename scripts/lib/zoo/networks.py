@@ -311,14 +311,14 @@ class Assorted(nn.Module):
         self.wide = nn.ConvTranspose2d(16, 8, 3, 2, 2, dilation=2)
         self.line = nn.Conv1d(8, 8, 3, padding=2, dilation=2, groups=2)
         self.activations = nn.ModuleList([
-            nn.ELU(), nn.SELU(), nn.CELU(0.7), nn.Softsign(), nn.Mish(), nn.Hardswish(), nn.Hardsigmoid(),
-            nn.GELU("tanh"), nn.LeakyReLU(0.1), nn.Softplus(), nn.Hardtanh(-2, 2), nn.ReLU6()])
+            nn.ELU(), nn.SELU(), nn.CELU(0.7), nn.Softsign(), nn.Hardswish(), nn.Hardsigmoid(),
+            nn.GELU("tanh"), nn.LeakyReLU(0.1), nn.Hardtanh(-2, 2), nn.ReLU6()])
 
     def forward(self, x):
         x = self.group(self.first(x))
         x = F.pad(x, (1, 2, 3, 0))
         x = torch.cat([activation(x[:, :2]) for activation in self.activations], 1)[:, ::2]
-        x = torch.cat([x, x[:, :4].abs().sqrt()], 1)
+        x = torch.cat([x, x[:, :6].abs().sqrt()], 1)
         x = F.avg_pool2d(x, 3, 2, 1, count_include_pad=False) + F.avg_pool2d(x, 3, 2, 1, ceil_mode=False)
         x = F.max_pool2d(x, 3, 2, ceil_mode=True)
         x = self.wide(self.deconv(x))

@@ -42,6 +42,8 @@ public:
         CheckResult result;
         for (const TensorPlace& place : converted_.outputs) result.outputs.push_back({place.name, 0, 0});
         const int last = options_.batchIsFixed ? 1 : 2;
+        result.failure = excess(last);
+        if (!result.failure.empty()) return result;
         for (int batch = 1; batch <= last; ++batch) {
             begin_ = batch == 1 ? 0 : 1.0 / 3;
             share_ = last == 1 ? 1 : batch / 3.0;
@@ -53,6 +55,22 @@ public:
     }
 
 private:
+    // Why a check would take too long or too much memory; a small file can ask for both. Empty when it does not.
+    std::string excess(int batch) const {
+        nolk::InspectionOptions inspection;
+        inspection.batch = batch;
+        inspection.depth = nolk::InspectionDepth::records;
+        const nolk::ModelCost cost =
+            nolk::inspectModel(converted_.bytes.data(), converted_.bytes.size(), inspection).cost;
+        if (cost.memoryBytes() > options_.memoryBytes)
+            return "checking needs " + std::to_string(cost.memoryBytes() >> 20) +
+                   " MiB of memory for the network alone, " + "more than " + std::to_string(options_.memoryBytes >> 20);
+        if (cost.steps > options_.steps)
+            return "checking needs " + std::to_string(cost.steps) + " multiply-adds, more than " +
+                   std::to_string(options_.steps);
+        return "";
+    }
+
     Reference evaluate(int batch, const std::set<std::string>& wanted) {
         Reference reference;
         std::mt19937 random(static_cast<std::mt19937::result_type>(batch));

@@ -29,13 +29,15 @@ struct ConvertedFile {
 };
 
 struct CheckOptions {
-    std::map<std::string, Dims> inputDims;          // for batch 1, in ONNX's order
-    std::map<std::string, Array> inputs;            // a user's; random ones stand in for those that are missing
-    bool batchIsFixed = false;                      // check batch 1 alone
-    bool evaluateSamplesAlone = false;              // the ONNX graph itself takes batch 1 only
-    std::function<ConvertedFile()> withAllTensors;  // the same file, with every tensor that has a place as output
-    std::function<void(double)> progress;           // 0 to 1
-    double tolerance = 1e-4;                        // of an output's largest value
+    std::map<std::string, Dims> inputDims;             // for batch 1, in ONNX's order
+    std::map<std::string, Array> inputs;               // a user's; random ones stand in for those that are missing
+    bool batchIsFixed = false;                         // check batch 1 alone
+    bool evaluateSamplesAlone = false;                 // the ONNX graph itself takes batch 1 only
+    std::function<ConvertedFile()> withAllTensors;     // the same file, with every tensor that has a place as output
+    std::function<void(double)> progress;              // 0 to 1
+    std::int64_t memoryBytes = std::int64_t{4} << 30;  // that the file's network may need for batch 2
+    std::int64_t steps = 1'000'000'000'000;            // and the multiply-adds
+    double tolerance = 1e-4;                           // of an output's largest value
 };
 
 struct OutputDifference {

@@ -121,34 +121,33 @@ Values binaryShapes(const Call& call) {
     return {valueOf(row.makesBool ? TensorProto::BOOL : call.in(0).type, std::move(dims))};
 }
 
-// The elements of one input, in the order of the result.
-template <typename Element>
-std::vector<double> spreadFloats(const std::vector<Element>& values, const Dims& own, const Dims& dims) {
-    std::vector<double> result;
-    result.reserve(static_cast<std::size_t>(elementCount(dims)));
-    forEachOffset(dims, broadcastSteps(own, dims), [&](std::int64_t offset) {
-        result.push_back(static_cast<double>(values[static_cast<std::size_t>(offset)]));
-    });
-    return result;
+// Calls use(i, value) for the elements of one input in the order of the result, whose place is i.
+template <typename Use>
+void forEachValue(const Array& array, const Dims& dims, Use&& use) {
+    const auto walk = [&](const auto& values) {
+        std::size_t i = 0;
+        forEachOffset(dims, broadcastSteps(array.dims(), dims), [&](std::int64_t offset) {
+            use(i++, static_cast<double>(values[static_cast<std::size_t>(offset)]));
+        });
+    };
+    if (array.isFloat())
+        walk(array.floats());
+    else
+        walk(array.ints());
 }
 
 Arrays computeFloats(const Binary& row, const Call& call, const Value& result) {
     need(row.floats != nullptr, "expects booleans, got " + typeName(call.in(0).type));
-    const auto operand = [&](std::size_t i) {
-        const Array& array = call.array(i);
-        return array.isFloat() ? spreadFloats(array.floats(), array.dims(), result.dims)
-                               : spreadFloats(array.ints(), array.dims(), result.dims);
-    };
-    std::vector<double> values = operand(0);
-    for (std::size_t i = 1; i < call.inputCount(); ++i) {
-        const std::vector<double> next = operand(i);
-        for (std::size_t k = 0; k < values.size(); ++k) values[k] = row.floats(values[k], next[k]);
-    }
+    std::vector<float> values(static_cast<std::size_t>(elementCount(result.dims)));
+    forEachValue(call.array(0), result.dims, [&](std::size_t i, double x) { values[i] = static_cast<float>(x); });
+    for (std::size_t input = 1; input < call.inputCount(); ++input)
+        forEachValue(call.array(input), result.dims,
+                     [&](std::size_t i, double x) { values[i] = static_cast<float>(row.floats(values[i], x)); });
     if (call.node.op_type() == "Mean")
-        for (double& value : values) value /= static_cast<double>(call.inputCount());
+        for (float& value : values) value /= static_cast<float>(call.inputCount());
     if (row.makesBool)
         return {{TensorProto::BOOL, result.dims, std::vector<std::int64_t>(values.begin(), values.end())}};
-    return {{result.type, result.dims, std::vector<float>(values.begin(), values.end())}};
+    return {{result.type, result.dims, std::move(values)}};
 }
 
 // What the type of 8, 16 or 32 bits keeps of a value.
@@ -226,10 +225,11 @@ Arrays computeWhere(const Call& call, const Values& results) {
             if (condition[i] == 0) values[i] = others[i];
         return {{results[0].type, dims, std::move(values)}};
     }
-    const auto x = spreadFloats(call.floats(1), call.dims(1), dims),
-               y = spreadFloats(call.floats(2), call.dims(2), dims);
-    std::vector<float> values(x.size());
-    for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<float>(condition[i] != 0 ? x[i] : y[i]);
+    std::vector<float> values(condition.size());
+    forEachValue(call.array(2), dims, [&](std::size_t i, double y) { values[i] = static_cast<float>(y); });
+    forEachValue(call.array(1), dims, [&](std::size_t i, double x) {
+        if (condition[i] != 0) values[i] = static_cast<float>(x);
+    });
     return {{results[0].type, dims, std::move(values)}};
 }
 

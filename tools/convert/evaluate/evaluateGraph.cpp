@@ -1,5 +1,6 @@
 #include "convert/evaluate/evaluateGraph.h"
 
+#include <algorithm>
 #include <unordered_map>
 #include <utility>
 
@@ -54,7 +55,8 @@ private:
     void evaluate(const onnx::NodeProto& node) {
         std::vector<const Array*> inputs;
         for (const std::string& name : node.input()) inputs.push_back(find(name));
-        std::vector<Array> results = evaluateNode(node, model_.opset, inputs);
+        std::vector<Array> results =
+            evaluateNode(node, model_.opset, inputs, std::min(kLargestResult, options_.memoryBytes / 4));
         for (int i = 0; i < node.output_size(); ++i)
             if (isKept(node.output(i))) keep(node.output(i), std::move(results[static_cast<std::size_t>(i)]), node);
         if (options_.keepAll) return;

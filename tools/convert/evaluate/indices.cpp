@@ -337,7 +337,8 @@ Values gatherElementsShapes(const Call& call) {
     return {valueOf(call.in(0).type, call.dims(1))};
 }
 
-Arrays computeGatherElements(const Call& call, const Values& results) {
+// The places in the first input that the indices of the second mean, each in its own line along the axis.
+std::vector<std::int64_t> elementPlaces(const Call& call) {
     const auto axis = static_cast<std::size_t>(call.axis("axis", 0, call.rank(0)));
     const std::vector<std::int64_t> strides = stridesOf(call.dims(0));
     std::vector<std::int64_t> steps = strides, places;
@@ -346,7 +347,11 @@ Arrays computeGatherElements(const Call& call, const Values& results) {
     forEachOffset(call.dims(1), steps, [&](std::int64_t offset) {
         places.push_back(offset + wrapIndex(indices[places.size()], call.dims(0)[axis]) * strides[axis]);
     });
-    return {elementsAt(call.array(0), results[0].dims, places)};
+    return places;
+}
+
+Arrays computeGatherElements(const Call& call, const Values& results) {
+    return {elementsAt(call.array(0), results[0].dims, elementPlaces(call))};
 }
 
 Values gatherNdShapes(const Call& call) {
@@ -383,6 +388,58 @@ Arrays computeGatherNd(const Call& call, const Values& results) {
     }
     return {elementsAt(call.array(0), results[0].dims, places)};
 }
+
+// Copies of a tensor in which updates replace elements.
+
+void needPlainScatter(const Call& call) {
+    const std::string reduction = call.stringAttribute("reduction", "none");
+    need(reduction == "none", "reduction '" + reduction + "' is not supported");
+}
+
+// Puts runs of `part` updates behind each other to the places.
+Array replaced(const Call& call, const std::vector<std::int64_t>& places, std::int64_t part) {
+    const Array &data = call.array(0), &updates = call.array(2);
+    const auto put = [&](auto values, const auto& from) {
+        for (std::size_t i = 0; i < places.size(); ++i)
+            std::copy_n(from.begin() + static_cast<std::int64_t>(i) * part, part, values.begin() + places[i]);
+        return Array(data.type(), data.dims(), std::move(values));
+    };
+    return data.isFloat() ? put(data.floats(), updates.floats()) : put(data.ints(), updates.ints());
+}
+
+Values scatterNdShapes(const Call& call) {
+    needPlainScatter(call);
+    need(call.rank(1) >= 1 && call.dims(1).back() >= 1 && call.dims(1).back() <= call.rank(0),
+         "indices of shape " + describeDims(call.dims(1)));
+    Dims updates(call.dims(1).begin(), call.dims(1).end() - 1);
+    updates.insert(updates.end(), call.dims(0).begin() + call.dims(1).back(), call.dims(0).end());
+    need(call.dims(2) == updates, "updates of shape " + describeDims(call.dims(2)));
+    return asFirstInput(call);
+}
+
+Arrays computeScatterNd(const Call& call, const Values&) {
+    const Dims& own = call.dims(0);
+    const std::vector<std::int64_t> strides = stridesOf(own), &indices = call.ints(1, "indices");
+    const auto taken = static_cast<std::size_t>(call.dims(1).back());
+    std::vector<std::int64_t> places;
+    for (std::size_t line = 0; line < indices.size(); line += taken) {
+        std::int64_t place = 0;
+        for (std::size_t i = 0; i < taken; ++i) place += wrapIndex(indices[line + i], own[i]) * strides[i];
+        places.push_back(place);
+    }
+    const auto from = own.begin() + static_cast<std::ptrdiff_t>(taken);
+    return {replaced(call, places, elementCount(Dims(from, own.end())))};
+}
+
+Values scatterElementsShapes(const Call& call) {
+    needPlainScatter(call);
+    call.axis("axis", 0, call.rank(0));
+    need(call.dims(2) == call.dims(1), "updates of shape " + describeDims(call.dims(2)));
+    gatherElementsShapes(call);
+    return asFirstInput(call);
+}
+
+Arrays computeScatterElements(const Call& call, const Values&) { return {replaced(call, elementPlaces(call), 1)}; }
 
 // Channels to rows and columns, and back.
 
@@ -524,6 +581,9 @@ const std::vector<Operator>& indexOperators() {
         {"GatherND", gatherNdShapes, computeGatherNd},
         {"NonZero", nonZeroShapes, computeNonZero},
         {"Pad", padShapes, computePad},
+        {"Scatter", scatterElementsShapes, computeScatterElements},
+        {"ScatterElements", scatterElementsShapes, computeScatterElements},
+        {"ScatterND", scatterNdShapes, computeScatterNd},
         {"Slice", sliceShapes, computeSlice},
         {"SpaceToDepth", spaceToDepthShapes, computeSpaceToDepth},
         {"Split", splitShapes, computeSplit},

@@ -89,9 +89,10 @@ Values unsqueezeShapes(const Call& call) {
     return {valueOf(call.in(0).type, std::move(dims))};
 }
 
-// Dropout passes its input on; the mask is true everywhere.
+// Dropout passes its input on, also in training mode where the ratio is 0; the mask is true everywhere.
 Values dropoutShapes(const Call& call) {
-    if (call.opset >= 12 && call.has(2)) need(call.scalar(2, "training_mode") == 0, "training_mode is not supported");
+    if (call.opset >= 12 && call.has(2) && call.scalar(2, "training_mode") != 0)
+        need(call.has(1) && call.scalar(1, "ratio") == 0, "training_mode is not supported");
     Values results{valueOf(call.in(0).type, call.dims(0))};
     if (call.outputCount() > 1)
         results.push_back(valueOf(call.opset >= 10 ? int{TensorProto::BOOL} : call.in(0).type, call.dims(0)));
