@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <set>
 
-#include "convert/evaluate/evaluateNode.h"
 #include "convert/lower/NodeLowering.h"
 #include "convert/lower/operators.h"
 
@@ -26,7 +25,7 @@ nolk::TensorShape hostShape(const Dims& dims) {
 
 class GraphLowering {
 public:
-    explicit GraphLowering(const Graph& graph) : graph_(graph), values_(graph.tensors.size()) {}
+    explicit GraphLowering(const Graph& graph) : graph_(graph), values_(graph.tensors.size()), isValue_(graph.tensors.size(), 0) {}
 
     Lowered lower(const std::vector<int>& wanted) {
         for (const int input : graph_.inputs) addInput(input);
@@ -39,6 +38,7 @@ private:
     void addInput(int tensor) {
         const Dims& dims = graph_.dimsOf(tensor);
         values_[static_cast<std::size_t>(tensor)] = placed(lowered_.program.input(hostShape(dims)), dims);
+        isValue_[static_cast<std::size_t>(tensor)] = 1;
     }
 
     void addOutput(int tensor) {
@@ -51,6 +51,17 @@ private:
         }
         const Placed ordered = inOrder(lowered_.program, *value);
         lowered_.outputs.push_back(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
+    }
+
+    // Whether a result depends on values of the network's inputs, and not just on their shapes.
+    bool dependsOnValues(const Node& node) {
+        const bool takesShape = node.type() == "Shape" || node.type() == "Size";
+        const bool depends = !takesShape && std::any_of(node.inputs.begin(), node.inputs.end(), [this](int tensor) {
+            return tensor >= 0 && isValue_[static_cast<std::size_t>(tensor)] != 0;
+        });
+        for (const int output : node.outputs)
+            if (output >= 0) isValue_[static_cast<std::size_t>(output)] = depends ? 1 : 0;
+        return depends;
     }
 
     std::string nameOf(const Node& node) const {
@@ -68,9 +79,8 @@ private:
         lowered_.program.setOrigin(nameOf(node));
         const LowerFunction function = loweringOf(node.type());
         const std::string& domain = node.proto.domain();
-        if (!function && !isReady(node) && isKnownOperator(node.type())) {
-            return;  // may be computed in advance, once the nodes before it can be
-        }
+        // What depends on shapes alone is computed in advance, once the nodes before it can be converted.
+        if (!dependsOnValues(node) && node.error.empty()) return;
         if (!function || !(domain.empty() || domain == "ai.onnx")) {
             const bool isForeign = !domain.empty() && domain != "ai.onnx";
             refuse(node, isForeign ? "an operator of the domain " + domain : "no operation of nolk's does this", "");
@@ -138,6 +148,7 @@ private:
 
     const Graph& graph_;
     std::vector<std::optional<Placed>> values_;
+    std::vector<char> isValue_;  // by tensor, see dependsOnValues
     Lowered lowered_;
 };
 
