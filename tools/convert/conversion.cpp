@@ -241,7 +241,7 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
     conversion.remarks = model.remarks;
     conversion.findings = lowered.findings;
-    addRemarks(plan, conversion);
+    if (conversion.findings.empty()) addRemarks(plan, conversion);
     conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
     conversion.file.outputs = placesOf(plan.graph, plan.batches, plan.graph.outputs);
     if (conversion.findings.empty()) writeProgram(model, options, plan, lowered, conversion);

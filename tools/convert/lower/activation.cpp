@@ -59,7 +59,7 @@ nolk::TensorShape withoutRows(nolk::TensorShape shape) {
 
 // The logarithm by Halley's iteration; a step changes a bad value by 2, and cubes the error of a good one.
 int logarithm(Program& program, int x, float start, int steps) {
-    int y = program.plus(program.times(x, 0.0f), start);
+    int y = program.clip(x, start, start);
     for (int i = 0; i < steps; ++i) {
         const int e = program.exp(y);
         y = program.add(y, program.times(program.divide(program.sub(x, e), program.add(x, e)), 2.0f));
@@ -74,7 +74,7 @@ int complementaryError(Program& program, int x) {
     constexpr float kP = 0.3275911f;
     constexpr float kA[] = {0.254829592f, -0.284496736f, 1.421413741f, -1.453152027f, 1.061405429f};
     const int size = program.abs(x);
-    const int ones = program.plus(program.times(size, 0.0f), 1.0f);
+    const int ones = program.clip(size, 1.0f, 1.0f);
     const int t = program.divide(ones, program.plus(program.times(size, kP), 1.0f));
     int sum = program.plus(program.times(t, kA[4]), kA[3]);
     for (int i = 2; i >= 0; --i) sum = program.plus(program.multiply(sum, t), kA[i]);

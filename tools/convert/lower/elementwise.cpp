@@ -56,10 +56,7 @@ void lowerSub(NodeLowering& n) { lowerBinary(n, Binary::sub); }
 
 void lowerMul(NodeLowering& n) { lowerBinary(n, Binary::multiply); }
 
-void lowerDiv(NodeLowering& n) {
-    if (!n.isConstant(1)) return lowerBinary(n, Binary::divide);
-    lowerBinary(n, Binary::divide);
-}
+void lowerDiv(NodeLowering& n) { lowerBinary(n, Binary::divide); }
 
 void lowerMax(NodeLowering& n) { n.result(folded(n, Binary::max)); }
 
