@@ -1,7 +1,7 @@
 #include "convert/conversion.h"
 
 #include <algorithm>
-#include <numeric>
+#include <cstdint>
 #include <optional>
 
 #include "convert/evaluate/evaluateGraph.h"
@@ -15,6 +15,15 @@ namespace {
 
 using InputDims = std::map<std::string, Dims>;
 
+// Whether a free extent is the batch's: the first, one that is called so, or the second of a sequence [t, n, d] whose
+// length is fixed.
+bool isBatch(const ModelInput& input, std::size_t axis) {
+    if (axis == 0) return true;
+    const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
+    if (name == "N" || name == "n" || name.rfind("batch", 0) == 0) return true;
+    return axis == 1 && input.dims.size() == 3 && input.dims[0] > 1;
+}
+
 // The inputs' extents as the file and the user give them; free batches are 1.
 InputDims givenDims(const Model& model, const ConvertOptions& options) {
     InputDims result;
@@ -27,7 +36,8 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
         if (input.hasShape && dims.size() != input.dims.size())
             throw OnnxError("input " + inQuotes(input.name) + " has " + std::to_string(input.dims.size()) +
                             " dimensions, --shape gives " + std::to_string(dims.size()));
-        if (!dims.empty() && dims[0] < 0) dims[0] = 1;
+        for (std::size_t axis = 0; axis < dims.size(); ++axis)
+            if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
         if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
             std::string example = input.name + "=";
             for (std::size_t i = 0; i < dims.size(); ++i)
@@ -37,6 +47,9 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
         }
         if (elementCount(dims) == 0)
             throw OnnxError("input " + inQuotes(input.name) + " is empty: " + describeDims(dims));
+        constexpr std::int64_t kMost = INT32_MAX;
+        if (elementCount(dims) > kMost)
+            throw OnnxError("input " + inQuotes(input.name) + " is too large: " + describeDims(dims));
         result[input.name] = dims;
     }
     for (const auto& entry : options.shapes)
@@ -55,9 +68,15 @@ std::int64_t fixedBatch(const InputDims& inputs) {
     return batch;
 }
 
-InputDims withBatch(InputDims inputs, std::int64_t batch) {
-    for (auto& [name, dims] : inputs)
-        if (!dims.empty()) dims[0] *= batch;
+// With another batch: at the first axis, or where the model leaves it free.
+InputDims withBatch(const Model& model, InputDims inputs, std::int64_t batch) {
+    for (const ModelInput& input : inputsOf(model)) {
+        Dims& dims = inputs.at(input.name);
+        std::size_t axis = 0;
+        for (std::size_t i = input.dims.size(); i-- > 0;)
+            if (input.dims[i] < 0 && dims[i] == 1 && isBatch(input, i)) axis = i;
+        if (!dims.empty()) dims[axis] *= batch;
+    }
     return inputs;
 }
 
@@ -111,7 +130,7 @@ struct Batches {
 constexpr std::int64_t kProbe = 3;
 
 Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs) {
-    const std::map<std::string, Value> more = shapesFor(model, withBatch(inputs, kProbe));
+    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, kProbe));
     Batches batches;
     batches.axes.resize(graph.tensors.size());
     const auto note = [&](int tensor) {

@@ -25,7 +25,8 @@ nolk::TensorShape hostShape(const Dims& dims) {
 
 class GraphLowering {
 public:
-    explicit GraphLowering(const Graph& graph) : graph_(graph), values_(graph.tensors.size()), isValue_(graph.tensors.size(), 0) {}
+    explicit GraphLowering(const Graph& graph)
+        : graph_(graph), values_(graph.tensors.size()), isValue_(graph.tensors.size(), 0) {}
 
     Lowered lower(const std::vector<int>& wanted) {
         for (const int input : graph_.inputs) addInput(input);
@@ -49,8 +50,13 @@ private:
             else
                 return;
         }
-        const Placed ordered = inOrder(lowered_.program, *value);
-        lowered_.outputs.push_back(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
+        try {
+            const Placed ordered = inOrder(lowered_.program, *value);
+            lowered_.outputs.push_back(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
+        } catch (const std::out_of_range& error) {
+            lowered_.findings.push_back(
+                {graph_.tensors[static_cast<std::size_t>(tensor)].name, "output", error.what(), ""});
+        }
     }
 
     // Whether a result depends on values of the network's inputs, and not just on their shapes.
@@ -124,7 +130,7 @@ private:
         for (const int output : node.outputs) {
             if (output < 0) continue;
             const GraphTensor& tensor = graph_.tensors[static_cast<std::size_t>(output)];
-            if (!isFloatType(tensor.type) && kMoving.count(node.type()) == 0)
+            if (!isFloatType(tensor.type) && node.type() != "Cast" && kMoving.count(node.type()) == 0)
                 throw Refusal("computes with " + typeName(tensor.type) + " that depends on the network's input",
                               "only floats are computed: leave this to the host");
             if (elementCount(tensor.dims) == 0)

@@ -98,6 +98,7 @@ const std::map<std::string, const char*>& advice() {
         {"If", "export with the branch that is taken (torch.jit.trace instead of torch.jit.script)"},
         {"Log", kCut},
         {"Loop", "export an unrolled loop (torch.jit.trace instead of torch.jit.script)"},
+        {"MaxPool", "leave out the output Indices: replace MaxUnpool by a Resize or a ConvTranspose"},
         {"MaxUnpool", "replace by a Resize or a ConvTranspose"},
         {"NonMaxSuppression", kCut},
         {"NonZero", kCut},

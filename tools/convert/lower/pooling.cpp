@@ -1,5 +1,6 @@
 // Poolings over windows and over whole planes.
 #include <algorithm>
+#include <limits>
 
 #include "convert/lower/operators.h"
 #include "convert/lower/windows.h"
@@ -18,11 +19,31 @@ nolk::Padding sum(nolk::Padding a, nolk::Padding b) {
     return {a.top + b.top, a.bottom + b.bottom, a.left + b.left, a.right + b.right};
 }
 
+// x with values below all others around every plane.
+int withLowest(Program& program, int x, nolk::Padding padding) {
+    const auto rows = [&](int count, int width) {
+        const nolk::TensorShape shape = program.shapeOf(x);
+        const int filled = program.resize(program.scalar(std::numeric_limits<float>::lowest()), shape.c * count, width,
+                                          nolk::ResizeMode::nearest, nolk::ResizeTransMode::halfPixel);
+        return program.view(filled, {1, shape.c, count, width, 3});
+    };
+    const auto joined = [&](int before, int behind, nolk::Axis axis) {
+        const nolk::TensorShape shape = program.shapeOf(x);
+        const bool isRows = axis == nolk::Axis::h;
+        std::vector<int> parts;
+        if (before > 0) parts.push_back(isRows ? rows(before, shape.w) : rows(shape.h, before));
+        parts.push_back(x);
+        if (behind > 0) parts.push_back(isRows ? rows(behind, shape.w) : rows(shape.h, behind));
+        x = program.concat(parts, axis);
+    };
+    joined(padding.top, padding.bottom, nolk::Axis::h);
+    joined(padding.left, padding.right, nolk::Axis::w);
+    return x;
+}
+
 // The maximum over a dilated window, tap by tap.
 int maximumOfTaps(NodeLowering& n, int x, const Windows& windows) {
-    const nolk::Padding all = sum(windows.padding, beyond(n, windows));
-    if (all.top != 0 || all.bottom != 0 || all.left != 0 || all.right != 0)
-        n.refuse("dilations together with padding", "replace by a MaxPool without dilations or without padding");
+    x = withLowest(n.program, x, sum(windows.padding, beyond(n, windows)));
     const Dims& out = n.outDims();
     const int h = out.size() == 4 ? asInt(out[2]) : 1, w = asInt(out.back());
     int result = -1;
