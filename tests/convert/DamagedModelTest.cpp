@@ -33,18 +33,6 @@ const char* const kGraphs[] = {
     "  k = ConstantOfShape<value=float[1] {3}>(s) g = SpaceToDepth<blocksize=2>(k) h = Add(e, g) y = Mul(h, f) }",
 };
 
-// Fills what the notation leaves short: constants whose values are one number.
-onnx::ModelProto modelFor(const char* graph) {
-    onnx::ModelProto proto = protoOfText(graph, 17);
-    for (auto& tensor : *proto.mutable_graph()->mutable_initializer()) {
-        std::int64_t count = 1;
-        for (const std::int64_t extent : tensor.dims()) count *= extent;
-        while (tensor.data_type() == onnx::TensorProto::FLOAT && tensor.float_data_size() < count)
-            tensor.add_float_data(static_cast<float>(tensor.float_data_size() % 7) * 0.1F - 0.3F);
-    }
-    return proto;
-}
-
 // Whatever happens, it is an error with one line or a file that passes or fails its check.
 void expectHarmless(const onnx::ModelProto& proto) {
     try {
@@ -65,7 +53,7 @@ void expectHarmless(const onnx::ModelProto& proto) {
 TEST(DamagedModel, TheGraphsThemselvesConvert) {
     for (const char* graph : kGraphs) {
         SCOPED_TRACE(graph);
-        const convert::Model model = convert::modelOf(modelFor(graph), {});
+        const convert::Model model = convert::modelOf(withWeights(protoOfText(graph)), {});
         const convert::Conversion made = convert::convertModel(model, {});
         for (const convert::Finding& finding : made.findings) ADD_FAILURE() << finding.node << ": " << finding.why;
         if (!made.findings.empty()) continue;
@@ -77,7 +65,7 @@ TEST(DamagedModel, FlippedAndMissingBytesDoNoHarm) {
     std::mt19937 random(1);
     const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };
     for (const char* graph : kGraphs) {
-        const std::string bytes = modelFor(graph).SerializeAsString();
+        const std::string bytes = withWeights(protoOfText(graph)).SerializeAsString();
         for (int round = 0; round < 4 * effort(); ++round) {
             std::string damaged = bytes;
             for (std::size_t i = 0; i <= below(3); ++i) damaged[below(damaged.size())] = static_cast<char>(random());
@@ -150,7 +138,7 @@ void damageTensor(onnx::TensorProto& tensor, std::mt19937& random) {
 TEST(DamagedModel, LyingNumbersAndNamesDoNoHarm) {
     std::mt19937 random(2);
     for (const char* graph : kGraphs) {
-        const onnx::ModelProto good = modelFor(graph);
+        const onnx::ModelProto good = withWeights(protoOfText(graph));
         for (int round = 0; round < 6 * effort(); ++round) {
             onnx::ModelProto damaged = good;
             onnx::GraphProto& g = *damaged.mutable_graph();

@@ -13,7 +13,8 @@ struct Refusal {
 
 // What stands in the way, one after the other: "type: why".
 std::vector<std::string> findingsOf(const char* graph, const convert::ConvertOptions& options = {}) {
-    const convert::Conversion made = convert::convertModel(modelOfText(graph), options);
+    const convert::Conversion made =
+        convert::convertModel(convert::modelOf(withWeights(protoOfText(graph)), {}), options);
     EXPECT_EQ(made.file.bytes.empty(), !made.findings.empty());
     std::vector<std::string> texts;
     for (const convert::Finding& finding : made.findings) texts.push_back(finding.type + ": " + finding.why);
@@ -41,23 +42,21 @@ TEST(Refusal, SaysWhy) {
         {"(float[1,3] x, float[1] e) => (float[1,3] y) { y = Pow(x, e) }",
          "Pow: the exponent must be constant, depends on the network's input"},
         {"(float[1,3] x) => (float[1,3] y) <float e = {0.3}> { y = Pow(x, e) }", "Pow: the exponent 0.300000"},
-        {"(float[1,3] x) => (int64[1,3] y) { y = Cast<to=7>(x) }", "Cast: to int64"},
-        {"(float[1,2,4,4] x) => (float[1,2,2,2] y) { a, b = MaxPool<kernel_shape=[2,2], strides=[2,2]>(x) "
-         "c = Cast<to=1>(b) y = Add(a, c) }",
-         "MaxPool: the output Indices is used"},
+        {"(float[1,3] x) => (int64[1,3] y) { y = Cast<to=7>(x) }",
+         "Cast: computes with int64 that depends on the network's input"},
+        {"(float[1,2,7,7] x) => (float[1,2,5,5] y)"
+         "{ y = MaxPool<kernel_shape=[3,3], pads=[1,1,1,1], dilations=[2,2]>(x) }",
+         "MaxPool: dilations together with padding"},
         {"(float[1,2,4,4] x) => (float[1,2,8,8] y) <float[4] s = {1,1,2,2}, float[8] r = {0,0,0,0,1,1,1,1}>"
          "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"tf_crop_and_resize\">(x, r, s) }",
          "Resize: coordinate_transformation_mode tf_crop_and_resize"},
-        {"(float[5,N,4] x) => (float[5,1,N,3] y) <float[1,12,4] w = {0}, float[1,12,3] r = {0}>"
-         "{ y = LSTM<hidden_size=3, clip=1.0>(x, w, r) }",
+        {"(float[N,5,4] z) => (float[5,1,N,3] y) <float[1,12,4] w = {0}, float[1,12,3] r = {0}>"
+         "{ x = Transpose<perm=[1,0,2]>(z) y = LSTM<hidden_size=3, clip=1.0>(x, w, r) }",
          "LSTM: clip"},
-        {"(float[1,3] x) => (float[1,3] y) <int64[1] a = {1}> { y = Dropout<ratio=0.5>(x) }", nullptr},
     };
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.graph);
-        const std::vector<std::string> texts = findingsOf(refusal.graph);
-        ASSERT_EQ(texts.size(), refusal.text != nullptr ? 1U : 0U);
-        if (refusal.text != nullptr) EXPECT_EQ(texts[0], refusal.text);
+        EXPECT_EQ(findingsOf(refusal.graph), std::vector<std::string>{refusal.text});
     }
 }
 
@@ -67,7 +66,7 @@ TEST(Refusal, AsksForShapesThatAreFree) {
     convert::ConvertOptions options;
     options.shapes["x"] = {1, 3, 4, 5};
     EXPECT_EQ(findingsOf(kGraph, options), std::vector<std::string>());
-    options.shapes["x"] = {1, 4, 4, 5};
+    options.shapes["x"] = {1, 3, 4};
     EXPECT_THROW(convert::convertModel(modelOfText(kGraph), options), convert::OnnxError);
     options.shapes = {{"nothing", {1, 3, 4, 5}}};
     EXPECT_THROW(convert::convertModel(modelOfText(kGraph), options), convert::OnnxError);

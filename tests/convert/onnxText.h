@@ -32,3 +32,18 @@ inline std::vector<float> ramp(std::size_t count, float factor = 1, float offset
     for (std::size_t i = 0; i < count; ++i) values[i] = static_cast<float>(i) * factor + offset;
     return values;
 }
+
+// Gives float constants whose values the notation leaves out, as in "float[3, 3] w = {0}", a value for every element:
+// from -1 to 1, of those named wv from 0.5 to 2.5.
+inline onnx::ModelProto withWeights(onnx::ModelProto proto) {
+    int next = 0;
+    for (auto& tensor : *proto.mutable_graph()->mutable_initializer()) {
+        std::int64_t count = 1;
+        for (const std::int64_t extent : tensor.dims()) count *= extent;
+        if (tensor.data_type() != onnx::TensorProto::FLOAT || tensor.float_data_size() == count) continue;
+        tensor.clear_float_data();
+        for (std::int64_t i = 0; i < count; ++i)
+            tensor.add_float_data(static_cast<float>(next++ * 37 % 41) * 0.05F - (tensor.name() == "wv" ? -0.5F : 1));
+    }
+    return proto;
+}

@@ -114,14 +114,16 @@ void changeChannels(std::vector<double>& values, const Dims& dims, Change&& chan
 
 Values batchShapes(const Call& call) {
     needChannels(call, 1, 4);
+    Values results{valueOf(call.in(0).type, call.dims(0))};
+    results.resize(std::max<std::size_t>(1, call.outputCount()), valueOf(call.in(0).type, call.dims(3)));
+    return results;
+}
+
+Arrays computeBatch(const Call& call, const Values& results) {
     need(call.intAttribute("training_mode", 0) == 0, "training_mode is not supported");
     need(call.intAttribute("spatial", 1) != 0, "spatial 0 is not supported");
     for (std::size_t i = 1; i < call.outputCount(); ++i)
         need(!call.wants(i), "the outputs of training are not supported");
-    return asFirstInput(call);
-}
-
-Arrays computeBatch(const Call& call, const Values& results) {
     const double epsilon = call.floatAttribute("epsilon", 1e-5F);
     const std::vector<float>&scale = call.floats(1), &bias = call.floats(2);
     const std::vector<float>&mean = call.floats(3), &variance = call.floats(4);

@@ -28,8 +28,9 @@ Pooling poolingOf(const Call& call) {
 }
 
 Values poolShapes(const Call& call) {
-    need(!call.wants(1), "the second output, Indices, is not supported");
-    return {valueOf(call.in(0).type, dimsOf(poolingOf(call).output, call.dims(0).size()))};
+    Values results{valueOf(call.in(0).type, dimsOf(poolingOf(call).output, call.dims(0).size()))};
+    if (call.outputCount() > 1) results.push_back(valueOf(onnx::TensorProto::INT64, results[0].dims));
+    return results;
 }
 
 // Calls use(value) for the elements of x that lie in the window, and returns how many places of it lie in the input or
@@ -74,6 +75,7 @@ double normOf(const Call& call, const Pooling& pool, const float* x, std::int64_
 
 template <double (*reduceWindow)(const Call&, const Pooling&, const float*, std::int64_t, std::int64_t)>
 Arrays computePool(const Call& call, const Values& results) {
+    need(!call.wants(1), "the second output, Indices, is not supported");
     const Pooling pool = poolingOf(call);
     checkWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(pool.window.h.kernel) *
               static_cast<double>(pool.window.w.kernel));

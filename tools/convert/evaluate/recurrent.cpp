@@ -58,7 +58,6 @@ Lstm lstmOf(const Call& call) {
     needDims(call, kInitialH, "initial_h", state);
     needDims(call, kInitialC, "initial_c", state);
     needDims(call, kPeepholes, "P", {d, 3 * h});
-    needUsualForm(call, lstm);
     return lstm;
 }
 
@@ -105,6 +104,7 @@ struct Cell {
 
 Arrays computeLstm(const Call& call, const Values& results) {
     const Lstm l = lstmOf(call);
+    needUsualForm(call, l);
     checkWork(static_cast<double>(l.steps * l.batch * l.directions) * 4 * static_cast<double>(l.hidden) *
               static_cast<double>(l.inputSize + l.hidden));
     const auto data = [&](std::size_t input) { return call.has(input) ? call.floats(input).data() : nullptr; };

@@ -91,8 +91,6 @@ Values unsqueezeShapes(const Call& call) {
 
 // Dropout passes its input on, also in training mode where the ratio is 0; the mask is true everywhere.
 Values dropoutShapes(const Call& call) {
-    if (call.opset >= 12 && call.has(2) && call.scalar(2, "training_mode") != 0)
-        need(call.has(1) && call.scalar(1, "ratio") == 0, "training_mode is not supported");
     Values results{valueOf(call.in(0).type, call.dims(0))};
     if (call.outputCount() > 1)
         results.push_back(valueOf(call.opset >= 10 ? int{TensorProto::BOOL} : call.in(0).type, call.dims(0)));
@@ -100,6 +98,8 @@ Values dropoutShapes(const Call& call) {
 }
 
 Arrays computeDropout(const Call& call, const Values& results) {
+    if (call.opset >= 12 && call.has(2) && call.scalar(2, "training_mode") != 0)
+        need(call.has(1) && call.scalar(1, "ratio") == 0, "training_mode is not supported");
     Arrays arrays{call.array(0)};
     if (results.size() < 2) return arrays;
     const auto count = static_cast<std::size_t>(call.array(0).count());
