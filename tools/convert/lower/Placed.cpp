@@ -55,10 +55,8 @@ Order moved(const Order& order, const Move& move) {
 
 // The fewest transpositions of three blocks that bring 0, 1, 2, ... into the wanted order. Moves that leave the last
 // block where it is copy whole rows, so they are tried first.
-std::vector<Move> movesTo(const Order& wanted) {
+std::vector<Move> fewestMoves(const Order& start, const Order& wanted) {
     const std::size_t count = wanted.size();
-    Order start(count);
-    std::iota(start.begin(), start.end(), 0);
     std::vector<Move> possible;
     for (const auto& perm : {Order{1, 0, 2}, Order{0, 2, 1}, Order{2, 1, 0}, Order{1, 2, 0}, Order{2, 0, 1}})
         for (std::size_t i = 0; i <= count; ++i)
@@ -77,6 +75,36 @@ std::vector<Move> movesTo(const Order& wanted) {
     for (Order order = wanted; order != start; order = from.at(order).first) moves.push_back(from.at(order).second);
     std::reverse(moves.begin(), moves.end());
     return moves;
+}
+
+// Transpositions that put one run of blocks after the other in its place, at most two for each: for orders of which
+// there are too many to search through.
+std::vector<Move> simpleMoves(Order order, const Order& wanted) {
+    std::vector<Move> moves;
+    const auto carryOut = [&](const Move& move) {
+        moves.push_back(move);
+        order = moved(order, move);
+    };
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+        const auto p = static_cast<std::size_t>(std::find(order.begin(), order.end(), wanted[i]) - order.begin());
+        std::size_t length = 1;
+        while (p + length < order.size() && order[p + length] == wanted[i + length]) ++length;
+        if (p == i) continue;
+        if (p + length == order.size()) {
+            carryOut({{i, p}, {0, 2, 1}});
+            continue;
+        }
+        carryOut({{p, p + length}, {1, 0, 2}});                  // the run goes to the front,
+        if (i > 0) carryOut({{length, length + i}, {1, 0, 2}});  // and what is in its place already before it
+    }
+    return moves;
+}
+
+std::vector<Move> movesTo(const Order& wanted) {
+    Order start(wanted.size());
+    std::iota(start.begin(), start.end(), 0);
+    constexpr std::size_t kMostSearched = 6;
+    return wanted.size() <= kMostSearched ? fewestMoves(start, wanted) : simpleMoves(start, wanted);
 }
 
 int carriedOut(Program& program, int step, std::vector<std::int64_t> extents, const Order& wanted) {
@@ -114,8 +142,6 @@ int movedStep(Program& program, const Placed& x, const Order& order) {
         const int block = blockOf[static_cast<std::size_t>(place)];
         if (blocks.empty() || blocks.back() != block) blocks.push_back(block);
     }
-    constexpr std::size_t kMostBlocks = 6;
-    if (extents.size() > kMostBlocks) throw std::out_of_range("a transposition of more than 6 separate axes");
     return carriedOut(program, x.step, extents, blocks);
 }
 

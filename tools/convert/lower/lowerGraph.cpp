@@ -130,7 +130,8 @@ private:
         for (const int output : node.outputs) {
             if (output < 0) continue;
             const GraphTensor& tensor = graph_.tensors[static_cast<std::size_t>(output)];
-            if (!isFloatType(tensor.type) && node.type() != "Cast" && kMoving.count(node.type()) == 0)
+            if (!isFloatType(tensor.type) && node.type() != "Cast" && node.type() != "MaxPool" &&
+                kMoving.count(node.type()) == 0)
                 throw Refusal("computes with " + typeName(tensor.type) + " that depends on the network's input",
                               "only floats are computed: leave this to the host");
             if (elementCount(tensor.dims) == 0)

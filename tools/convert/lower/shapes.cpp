@@ -161,12 +161,17 @@ void lowerConcat(NodeLowering& n) {
                      static_cast<int>(axis));
     const std::vector<Axes> groups = groupsAround(order, static_cast<int>(axis), model.rank());
     // The shape that the first tensor has serves where the axis is one of its own: then no view is needed.
-    const Along lines = along(n.program, model, axis);
-    const nolk::TensorShape shape = n.program.shapeOf(lines.step);
+    nolk::TensorShape shape = n.program.shapeOf(arranged(n.program, model, groups));
+    nolk::Axis line = nolk::Axis::h;
+    if (!model.axes[axis].empty()) {
+        const Along lines = along(n.program, model, axis);
+        shape = n.program.shapeOf(lines.step);
+        line = lines.line;
+    }
     std::vector<int> steps;
     for (const Placed& x : inputs)
-        steps.push_back(inForm(n.program, arranged(n.program, x, groups), shape, lines.line, asInt(x.dims()[axis])));
-    const int step = n.program.concat(steps, lines.line);
+        steps.push_back(inForm(n.program, arranged(n.program, x, groups), shape, line, asInt(x.dims()[axis])));
+    const int step = n.program.concat(steps, line);
     Dims ordered;
     for (const int a : order) ordered.push_back(n.outDims()[static_cast<std::size_t>(a)]);
     const Placed inMemory = placed(step, ordered);
