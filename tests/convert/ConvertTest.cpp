@@ -64,6 +64,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"MaxPoolCeil",
              "(float[N,2,6,7] x) => (float[N,2,3,4] y)"
              "{ y = MaxPool<kernel_shape=[3,2], strides=[2,2], ceil_mode=1>(x) }"},
+        Case{"MaxPoolPaddedDilated",
+             "(float[N,2,7,7] x) => (float[N,2,5,5] y)"
+             "{ y = MaxPool<kernel_shape=[3,3], pads=[1,1,1,1], dilations=[2,2]>(x) }"},
         Case{"AveragePoolLeavesPaddingOut",
              "(float[N,2,6,7] x) => (float[N,2,3,4] y)"
              "{ y = AveragePool<kernel_shape=[3,3], strides=[2,2], pads=[1,1,1,1]>(x) }"},
@@ -265,6 +268,9 @@ INSTANTIATE_TEST_SUITE_P(
              "(float[N,7,4] x) => (float[7,N,3] y) <float[1,12,4] w = {0}, float[1,12,3] wr = {0}, int64[1] a = {1}>"
              "{ t = Transpose<perm=[1,0,2]>(x) h = LSTM<hidden_size=3, direction=\"reverse\">(t, w, wr) y = Squeeze(h, "
              "a) }"},
+        Case{"LstmOfTimeMajorInputs",
+             "(float[7,N,4] x) => (float[7,N,3] y) <float[1,12,4] w = {0}, float[1,12,3] wr = {0}, int64[1] a = {1}>"
+             "{ h = LSTM<hidden_size=3>(x, w, wr) y = Squeeze(h, a) }"},
         Case{"LstmBothDirectionsTwice",
              "(float[N,4,7] x) => (float[7,N,6] y) <float[2,12,4] w = {0}, float[2,12,3] wr = {0}, float[2,24] wb = "
              "{0}, "

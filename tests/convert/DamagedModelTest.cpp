@@ -47,6 +47,8 @@ void expectHarmless(const onnx::ModelProto& proto) {
         EXPECT_EQ(result.passed, result.failure.empty());
     } catch (const convert::OnnxError& error) {
         EXPECT_EQ(std::string(error.what()).find('\n'), std::string::npos) << error.what();
+    } catch (const std::exception& error) {
+        ADD_FAILURE() << error.what() << "\n" << proto.ShortDebugString();
     }
 }
 
@@ -97,7 +99,7 @@ std::int64_t anyNumber(std::mt19937& random) {
 }
 
 void damageNode(onnx::NodeProto& node, const onnx::GraphProto& graph, std::mt19937& random) {
-    const onnx::NodeProto& other = graph.node(static_cast<int>(random() % static_cast<unsigned>(graph.node_size())));
+    const onnx::NodeProto other = graph.node(static_cast<int>(random() % static_cast<unsigned>(graph.node_size())));
     const auto pick = [&](int size) { return static_cast<int>(random() % static_cast<unsigned>(size)); };
     if (node.input_size() == 0) return;
     switch (random() % 7) {

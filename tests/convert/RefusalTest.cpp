@@ -42,11 +42,10 @@ TEST(Refusal, SaysWhy) {
         {"(float[1,3] x, float[1] e) => (float[1,3] y) { y = Pow(x, e) }",
          "Pow: the exponent must be constant, depends on the network's input"},
         {"(float[1,3] x) => (float[1,3] y) <float e = {0.3}> { y = Pow(x, e) }", "Pow: the exponent 0.300000"},
-        {"(float[1,3] x) => (int64[1,3] y) { y = Cast<to=7>(x) }",
-         "Cast: computes with int64 that depends on the network's input"},
-        {"(float[1,2,7,7] x) => (float[1,2,5,5] y)"
-         "{ y = MaxPool<kernel_shape=[3,3], pads=[1,1,1,1], dilations=[2,2]>(x) }",
-         "MaxPool: dilations together with padding"},
+        {"(float[1,3] x) => (int64[1,3] y) { y = Cast<to=7>(x) }", "Cast: to int64"},
+        {"(float[1,2,4,4] x) => (float[1,2,2,2] y) { a, b = MaxPool<kernel_shape=[2,2], strides=[2,2]>(x) "
+         "c = Cast<to=1>(b) y = Add(a, c) }",
+         "MaxPool: the output Indices is used"},
         {"(float[1,2,4,4] x) => (float[1,2,8,8] y) <float[4] s = {1,1,2,2}, float[8] r = {0,0,0,0,1,1,1,1}>"
          "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"tf_crop_and_resize\">(x, r, s) }",
          "Resize: coordinate_transformation_mode tf_crop_and_resize"},

@@ -119,6 +119,7 @@ private:
         const nolk::Owned<nolk::Runner> runner = nolk::loadModel(file.bytes.data(), file.bytes.size(), batch);
         const auto tensorsOf = [&](const std::vector<int>& places, std::vector<Samples>& values) {
             std::vector<nolk::Tensor> tensors;
+            tensors.reserve(places.size() + 1);  // an array of none is no null pointer
             for (std::size_t i = 0; i < places.size(); ++i) {
                 const nolk::TensorShape& shape = info.operations[static_cast<std::size_t>(places[i])].output;
                 values[i].resize(static_cast<std::size_t>(shape.n) * static_cast<std::size_t>(shape.c) *

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "convert/evaluate/Operator.h"
+#include "convert/onnx/text.h"
 
 namespace convert {
 
@@ -260,6 +261,9 @@ double paddingValue(const Call& call) {
 Values padShapes(const Call& call) {
     const Padded padded = paddingOf(call);
     paddingValue(call);
+    const std::string mode = call.stringAttribute("mode", "constant");
+    need(mode == "constant" || mode == "edge" || mode == "reflect" || mode == "wrap",
+         "mode " + inQuotes(mode) + " is not known");
     Dims dims = call.dims(0);
     for (std::size_t axis = 0; axis < dims.size(); ++axis) {
         dims[axis] += padded.begin[axis] + padded.end[axis];
@@ -275,7 +279,6 @@ std::int64_t paddedIndex(std::int64_t index, std::int64_t extent, const std::str
     need(extent > 0, "pads a dimension without elements");
     if (mode == "edge") return index < 0 ? 0 : extent - 1;
     if (mode == "wrap") return ((index % extent) + extent) % extent;
-    need(mode == "reflect", "mode '" + mode + "' is not known");
     const std::int64_t period = std::max<std::int64_t>(2 * (extent - 1), 1);
     const std::int64_t place = ((index % period) + period) % period;
     return place < extent ? place : period - place;
@@ -393,7 +396,7 @@ Arrays computeGatherNd(const Call& call, const Values& results) {
 
 void needPlainScatter(const Call& call) {
     const std::string reduction = call.stringAttribute("reduction", "none");
-    need(reduction == "none", "reduction '" + reduction + "' is not supported");
+    need(reduction == "none", "reduction " + inQuotes(reduction) + " is not supported");
 }
 
 // Puts runs of `part` updates behind each other to the places.
@@ -463,7 +466,7 @@ Values depthToSpaceShapes(const Call& call) {
 Arrays computeDepthToSpace(const Call& call, const Values& results) {
     const Blocks b = blocksOf(call);
     const std::string mode = call.stringAttribute("mode", "DCR");
-    need(mode == "DCR" || mode == "CRD", "mode '" + mode + "' is not known");
+    need(mode == "DCR" || mode == "CRD", "mode " + inQuotes(mode) + " is not known");
     const std::int64_t channels = results[0].dims[1], squared = b.size * b.size;
     std::vector<std::int64_t> places;
     for (std::int64_t n = 0; n < b.n; ++n)

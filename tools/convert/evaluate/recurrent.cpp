@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "convert/evaluate/Operator.h"
+#include "convert/onnx/text.h"
 
 namespace convert {
 
@@ -27,7 +28,7 @@ void needUsualForm(const Call& call, const Lstm& lstm) {
         static const char* const kUsual[] = {"Sigmoid", "Tanh", "Tanh"};
         for (int i = 0; i < activations->strings_size(); ++i)
             need(activations->strings(i) == kUsual[i % 3],
-                 "activation '" + activations->strings(i) + "' is not supported");
+                 "activation " + inQuotes(activations->strings(i)) + " is not supported");
     }
     need(!call.hasAttribute("clip"), "clip is not supported");
     need(call.intAttribute("input_forget", 0) == 0, "input_forget is not supported");
@@ -46,7 +47,7 @@ Lstm lstmOf(const Call& call) {
     lstm.hidden = call.dims(kR)[2];
     const std::string direction = call.stringAttribute("direction", "forward");
     need(direction == "forward" || direction == "reverse" || direction == "bidirectional",
-         "direction '" + direction + "' is not known");
+         "direction " + inQuotes(direction) + " is not known");
     lstm.directions = direction == "bidirectional" ? 2 : 1;
     lstm.backward = direction != "forward";
     const std::int64_t d = lstm.directions, h = lstm.hidden;

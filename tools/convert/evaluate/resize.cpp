@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "convert/evaluate/Operator.h"
+#include "convert/onnx/text.h"
 
 namespace convert {
 
@@ -53,7 +54,8 @@ std::vector<std::size_t> axesOf(const Call& call) {
 void keepRatio(const Call& call, const std::vector<std::size_t>& axes, std::vector<Scaling>& scalings) {
     const std::string policy = call.stringAttribute("keep_aspect_ratio_policy", "stretch");
     if (policy == "stretch") return;
-    need(policy == "not_larger" || policy == "not_smaller", "keep_aspect_ratio_policy '" + policy + "' is not known");
+    need(policy == "not_larger" || policy == "not_smaller",
+         "keep_aspect_ratio_policy " + inQuotes(policy) + " is not known");
     double factor = scalings[axes.at(0)].scale;
     for (const std::size_t axis : axes)
         factor =
@@ -98,7 +100,7 @@ double sourceOf(std::int64_t out, const Scaling& scaling, const std::string& mod
         const double adjustment = static_cast<double>(scaling.out) / extent;
         return in / 2 * (1 - adjustment) + (x + 0.5) / scaling.scale - 0.5;
     }
-    throw OnnxError("coordinate_transformation_mode '" + mode + "' is not supported");
+    throw OnnxError("coordinate_transformation_mode " + inQuotes(mode) + " is not supported");
 }
 
 double nearestOf(double x, const std::string& mode) {
@@ -106,7 +108,7 @@ double nearestOf(double x, const std::string& mode) {
     if (mode == "ceil") return std::ceil(x);
     if (mode == "round_prefer_floor") return std::ceil(x - 0.5);
     if (mode == "round_prefer_ceil") return std::floor(x + 0.5);
-    throw OnnxError("nearest_mode '" + mode + "' is not known");
+    throw OnnxError("nearest_mode " + inQuotes(mode) + " is not known");
 }
 
 struct Tap {
@@ -136,7 +138,7 @@ Manner mannerOf(const Call& call) {
     manner.cubic = call.floatAttribute("cubic_coeff_a", -0.75);
     manner.excludesOutside = call.intAttribute("exclude_outside", 0) != 0;
     need(manner.mode == "nearest" || manner.mode == "linear" || manner.mode == "cubic",
-         "mode '" + manner.mode + "' is not known");
+         "mode " + inQuotes(manner.mode) + " is not known");
     need(call.intAttribute("antialias", 0) == 0, "antialias is not supported");
     return manner;
 }

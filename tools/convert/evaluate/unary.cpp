@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "convert/evaluate/Operator.h"
+#include "convert/onnx/text.h"
 
 namespace convert {
 
@@ -124,7 +125,7 @@ double geluOfTanh(double x) {
 
 Arrays computeGelu(const Call& call, const Values&) {
     const std::string form = call.stringAttribute("approximate", "none");
-    need(form == "none" || form == "tanh", "approximate '" + form + "' is not known");
+    need(form == "none" || form == "tanh", "approximate " + inQuotes(form) + " is not known");
     std::vector<float> result = call.floats(0);
     for (float& x : result) x = static_cast<float>(form == "none" ? gelu(x) : geluOfTanh(x));
     return {{call.in(0).type, call.dims(0), std::move(result)}};

@@ -1,4 +1,5 @@
 #include "convert/evaluate/window.h"
+#include "convert/onnx/text.h"
 
 #include <algorithm>
 
@@ -62,7 +63,7 @@ Window windowOf(const Call& call, const Dims& kernel, const Planes& input) {
         padToSame(window.h, input.h, automatic == "SAME_UPPER");
         padToSame(window.w, input.w, automatic == "SAME_UPPER");
     } else {
-        need(automatic == "VALID", "auto_pad '" + automatic + "' is not known");
+        need(automatic == "VALID", "auto_pad " + inQuotes(automatic) + " is not known");
     }
     return window;
 }
