@@ -70,6 +70,8 @@ Placed gathered(Program& program, const Placed& x, std::size_t axis, const std::
             matrix[i * static_cast<std::size_t>(extent) + static_cast<std::size_t>(indices[i])] = 1.0f;
         return mapped(program, x, axis, std::move(matrix), asInt(static_cast<std::int64_t>(indices.size())));
     }
+    constexpr std::size_t kMostParts = 8192;  // of the records of a file
+    if (runs.size() > kMostParts) throw std::out_of_range(std::to_string(runs.size()) + " separate ranges of indices");
     const Along lines = along(program, x, axis);
     std::vector<int> parts;
     for (const Run& run : runs)

@@ -1,7 +1,9 @@
-// Resize and Upsample. An axis is resized by a matrix [out, in] of which each row has the weights of an output element;
-// where nolk's resize has the same matrices it is used, otherwise elements are gathered or multiplied with them.
+// Resize and Upsample. An axis is resized by a matrix [out, in], of which each row has the few weights of an output
+// element; where nolk's resize has the same matrices it is used, otherwise elements are gathered or multiplied with
+// them.
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "convert/lower/alongAxis.h"
 #include "convert/lower/operators.h"
@@ -52,12 +54,11 @@ double cubic(double distance, double a) {
     return d < 2 ? ((a * d - 5 * a) * d + 8 * a) * d - 4 * a : 0.0;
 }
 
-// Adds the weights of one output element to its row.
-void addWeights(const Rule& rule, double source, std::int64_t extent, float* row) {
-    if (rule.mode == "nearest") {
-        row[inside(rounded(source, rule.rounding), extent)] = 1.0f;
-        return;
-    }
+using Row = std::map<std::int64_t, float>;  // weights by the input's index
+using Matrix = std::vector<Row>;
+
+Row weightsAt(const Rule& rule, double source, std::int64_t extent) {
+    if (rule.mode == "nearest") return {{inside(rounded(source, rule.rounding), extent), 1.0f}};
     const double below = std::floor(source);
     const int reach = rule.mode == "cubic" ? 2 : 1;
     std::vector<double> weights;
@@ -70,43 +71,54 @@ void addWeights(const Rule& rule, double source, std::int64_t extent, float* row
         weights.push_back(weight);
         sum += weight;
     }
+    Row row;
     for (int k = 1 - reach; k <= reach; ++k)
         row[inside(below + k, extent)] +=
             static_cast<float>(weights[static_cast<std::size_t>(k + reach - 1)] / (rule.excludesOutside ? sum : 1.0));
+    return row;
 }
 
-std::vector<float> matrixOf(const NodeLowering& n, const Rule& rule, const AxisSize& size) {
-    if (size.in * size.out > (std::int64_t{1} << 24)) n.refuse("too large an extent: " + std::to_string(size.out));
-    std::vector<float> matrix(static_cast<std::size_t>(size.in * size.out), 0.0f);
-    for (std::int64_t i = 0; i < size.out; ++i)
-        addWeights(rule, sourceOf(n, rule, size, i), size.in, matrix.data() + i * size.in);
+Matrix matrixOf(const NodeLowering& n, const Rule& rule, const AxisSize& size) {
+    constexpr std::int64_t kLargest = 1 << 20;
+    if (size.out > kLargest) n.refuse("too large an extent: " + std::to_string(size.out));
+    Matrix matrix;
+    for (std::int64_t i = 0; i < size.out; ++i) matrix.push_back(weightsAt(rule, sourceOf(n, rule, size, i), size.in));
     return matrix;
 }
 
 // What nolk's resize does, as a matrix.
-std::vector<float> ownMatrix(const AxisSize& size, nolk::ResizeMode mode, nolk::ResizeTransMode transMode) {
-    std::vector<float> matrix(static_cast<std::size_t>(size.in * size.out), 0.0f);
+Matrix ownMatrix(const AxisSize& size, nolk::ResizeMode mode, nolk::ResizeTransMode transMode) {
+    Matrix matrix;
     const double in = static_cast<double>(size.in), out = static_cast<double>(size.out);
     for (std::int64_t i = 0; i < size.out; ++i) {
         const double x = static_cast<double>(i);
-        float* row = matrix.data() + i * size.in;
         if (mode == nolk::ResizeMode::nearest) {
-            row[inside(x * (in / out), size.in)] = 1.0f;
+            matrix.push_back({{inside(x * (in / out), size.in), 1.0f}});
             continue;
         }
         double source = (x + 0.5) * in / out - 0.5;
         if (transMode == nolk::ResizeTransMode::alignCorners) source = size.out > 1 ? x * (in - 1) / (out - 1) : 0.0;
         source = std::clamp(source, 0.0, in - 1);
         const double below = std::min(std::floor(source), std::max(in - 2, 0.0));
+        Row row;
         row[inside(below, size.in)] += static_cast<float>(1 - (source - below));
         row[inside(below + 1, size.in)] += static_cast<float>(source - below);
+        matrix.push_back(row);
     }
     return matrix;
 }
 
-bool areAlike(const std::vector<float>& a, const std::vector<float>& b) {
+bool hasWeightsOf(const Row& row, const Row& other) {
     constexpr float kTolerance = 1e-4f;  // nolk's coordinates are floats
-    return std::equal(a.begin(), a.end(), b.begin(), [](float x, float y) { return std::fabs(x - y) <= kTolerance; });
+    return std::all_of(row.begin(), row.end(), [&](const auto& entry) {
+        const auto found = other.find(entry.first);
+        return std::fabs(entry.second - (found == other.end() ? 0.0f : found->second)) <= kTolerance;
+    });
+}
+
+bool areAlike(const Matrix& a, const Matrix& b) {
+    return std::equal(a.begin(), a.end(), b.begin(),
+                      [](const Row& x, const Row& y) { return hasWeightsOf(x, y) && hasWeightsOf(y, x); });
 }
 
 // Scales for all axes; empty where sizes are given.
@@ -169,13 +181,24 @@ std::optional<Placed> resizedDirectly(NodeLowering& n, const Placed& x, const Ru
     return std::nullopt;
 }
 
-std::vector<std::int64_t> indicesOf(const std::vector<float>& matrix, const AxisSize& size) {
+// The single elements that a matrix of nearest takes.
+std::vector<std::int64_t> indicesOf(const Matrix& matrix) {
     std::vector<std::int64_t> indices;
-    for (std::int64_t i = 0; i < size.out; ++i) {
-        const float* row = matrix.data() + i * size.in;
-        indices.push_back(std::find(row, row + size.in, 1.0f) - row);
-    }
+    for (const Row& row : matrix) indices.push_back(row.begin()->first);
     return indices;
+}
+
+std::vector<float> dense(const NodeLowering& n, const Matrix& matrix, std::int64_t columns) {
+    constexpr std::int64_t kLargest = 1 << 24;
+    const auto rows = static_cast<std::int64_t>(matrix.size());
+    if (rows * columns > kLargest)
+        n.refuse("from " + std::to_string(columns) + " to " + std::to_string(rows) + " elements",
+                 "use half_pixel or align_corners, which need no matrix");
+    std::vector<float> values(static_cast<std::size_t>(rows * columns), 0.0f);
+    for (std::size_t i = 0; i < matrix.size(); ++i)
+        for (const auto& [index, weight] : matrix[i])
+            values[i * static_cast<std::size_t>(columns) + static_cast<std::size_t>(index)] = weight;
+    return values;
 }
 
 }  // namespace
@@ -194,9 +217,9 @@ void lowerResize(NodeLowering& n) {
     Placed result = x;
     for (std::size_t i = 0; i < in.size(); ++i) {
         if (in[i] == out[i] && sizes[i].scale == 1.0) continue;
-        const std::vector<float> matrix = matrixOf(n, rule, sizes[i]);
-        result = rule.mode == "nearest" ? gathered(n.program, result, i, indicesOf(matrix, sizes[i]))
-                                        : mapped(n.program, result, i, matrix, asInt(out[i]));
+        const Matrix matrix = matrixOf(n, rule, sizes[i]);
+        result = rule.mode == "nearest" ? gathered(n.program, result, i, indicesOf(matrix))
+                                        : mapped(n.program, result, i, dense(n, matrix, in[i]), asInt(out[i]));
     }
     n.result(result);
 }
