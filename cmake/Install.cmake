@@ -40,3 +40,9 @@ if(NOLK_BUILD_TOOLS)
   install(FILES ${PROJECT_BINARY_DIR}/tools/nolk.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT tools RENAME nolk)
 endif()
+
+if(TARGET nolk_convert)
+  install(TARGETS nolk_convert COMPONENT convert)
+  install(FILES ${PROJECT_BINARY_DIR}/tools/convert/nolk-convert.1.gz
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT convert)
+endif()

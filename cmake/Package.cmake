@@ -85,4 +85,11 @@ if(NOLK_BUILD_TOOLS)
   set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
 endif()
 
+if(TARGET nolk_convert)
+  nolk_package(convert nolk-convert utils
+    "The converter: it makes model files of ONNX files, and says what stands\nin the way where it cannot.${needs_level}")
+  set(CPACK_DEBIAN_CONVERT_PACKAGE_DEPENDS
+    "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
+endif()
+
 include(CPack)

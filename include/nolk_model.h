@@ -138,6 +138,9 @@ struct ModelInfo {
     std::vector<ModelOperation> operations;  // in the order of the file, inputs and constants too
     std::vector<int> inputs;                 // indices in operations, in the order that run expects
     std::vector<int> outputs;                // likewise; an index may occur twice
+    // Their names, in the same order, as the head info gives them; empty where it does not name each of them.
+    std::vector<std::string> inputNames;
+    std::vector<std::string> outputNames;
     ModelCost cost;
     ModelTotals beforeFusion;
 

@@ -150,6 +150,7 @@ nolk::Runner* ModelWriterImpl::build(nolk::TensorX** outputs, int count) {
             appendRecord(writer);
         }
         file_ = modelFile(options_, recordCount_, records_);
+        std::vector<unsigned char>().swap(records_);  // large networks should not stay in memory twice
     } catch (...) {
         records_.resize(recordsBefore);
         recordCount_ = countBefore;

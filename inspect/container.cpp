@@ -61,6 +61,8 @@ Bytes modelFile(const nolk::ModelFileOptions& options, int recordCount, const By
     append16(file, options.version);
     if (options.version >= 2) appendHeadInfo(file, options.headInfo);
     const std::size_t body = file.size();
+    constexpr std::size_t kCountAndChecksum = 6;
+    file.reserve(body + records.size() + kCountAndChecksum);
     append16(file, recordCount);
     file.insert(file.end(), records.begin(), records.end());
     if (options.version >= 3) {

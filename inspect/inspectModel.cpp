@@ -17,6 +17,17 @@ std::vector<nolk::HeadInfo> headInfoOf(const ModelFile& file) {
     return entries;
 }
 
+// docs/model-format.md
+constexpr int kInputName = 1, kOutputName = 2;
+
+std::vector<std::string> namesOf(const nolk::ModelInfo& info, int key, std::size_t count) {
+    std::vector<std::string> names;
+    for (const nolk::HeadInfo& entry : info.headInfo)
+        if (entry.key == key) names.emplace_back(entry.data.begin(), entry.data.end());
+    if (names.size() != count) names.clear();
+    return names;
+}
+
 nolk::ModelTotals totalsOf(const std::vector<nolk::ModelOperation>& operations) {
     nolk::ModelTotals totals;
     for (const nolk::ModelOperation& operation : operations) {
@@ -57,6 +68,8 @@ nolk::ModelInfo inspectFile(const void* data, std::size_t size, const nolk::Insp
     for (std::size_t i = 0; i < info.operations.size(); ++i)
         if (info.operations[i].name == "input") info.inputs.push_back(static_cast<int>(i));
     info.outputs = records.outputs();
+    info.inputNames = namesOf(info, kInputName, info.inputs.size());
+    info.outputNames = namesOf(info, kOutputName, info.outputs.size());
     info.cost = records.cost();
     info.beforeFusion = totalsOf(info.operations);
 

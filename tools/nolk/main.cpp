@@ -52,6 +52,7 @@ int parse(CLI::App& app, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && std::string(argv[1]) == "convert") return startConverter(argv + 1);
     try {
         CLI::App app("Looks into a model file, runs it, times it.", "nolk");
         app.formatter(std::make_shared<HelpFormatter>());
@@ -66,6 +67,7 @@ int main(int argc, char** argv) {
         addBenchCommand(app);
         addCheckCommand(app);
         addDiffCommand(app);
+        addConvertCommand(app);
         addInstallCommands(app);
         const std::string wrong = usageError(app, argc, argv);
         return wrong.empty() ? parse(app, argc, argv) : report(wrong, kUsage);

@@ -50,8 +50,7 @@ bool isModelProto(std::string_view bytes) {
 }  // namespace
 
 const char kOnnxAdvice[] =
-    "an ONNX model, which nolk does not read: convert it to nolk's own format first, described in "
-    "docs/model-format.md and written by ModelWriter";
+    "an ONNX model, which nolk does not read: make a model file of it first, with nolk-convert IN.onnx OUT.cm";
 
 bool looksLikeOnnx(const std::string& path, std::string_view begin) {
     if (begin.substr(0, kOwnBegin.size()) == kOwnBegin) return false;

@@ -1,0 +1,551 @@
+// The evaluator against values that were computed by hand. scripts/zoo holds it against ONNX's own cases and PyTorch.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "convert/evaluate/evaluateGraph.h"
+#include "onnxText.h"
+
+namespace {
+
+using convert::Array;
+using convert::Dims;
+using Floats = std::vector<float>;
+
+struct Case {
+    const char* name;
+    int opset;
+    const char* graph;  // from x to y
+    Floats x;
+    Dims dims;  // of y
+    Floats y;
+};
+
+void PrintTo(const Case& c, std::ostream* out) { *out << c.name; }
+
+class Evaluate : public testing::TestWithParam<Case> {};
+
+Floats valuesOf(const Array& array) {
+    return array.isFloat() ? array.floats() : Floats(array.ints().begin(), array.ints().end());
+}
+
+TEST_P(Evaluate, FollowsTheDefinition) {
+    const Case& c = GetParam();
+    const convert::Model model = modelOfText(c.graph, c.opset);
+    const Dims dims = inputsOf(model).at(0).dims;
+    const Array y = convert::evaluateGraph(model, {{"x", convert::floatArray(dims, c.x)}}).at("y");
+    EXPECT_EQ(y.dims(), c.dims);
+    EXPECT_EQ(convert::evaluateGraphShapes(model, {{"x", dims}}).at("y").dims, c.dims);
+    const Floats values = valuesOf(y);
+    ASSERT_EQ(values.size(), c.y.size());
+    for (std::size_t i = 0; i < values.size(); ++i)  // a float's rounding: expected values have six digits
+        EXPECT_NEAR(values[i], c.y[i], 1e-5 * std::max(1.0F, std::abs(c.y[i]))) << "element " << i;
+}
+
+// Windows.
+INSTANTIATE_TEST_SUITE_P(
+    Windows, Evaluate,
+    testing::Values(
+        Case{"ConvWithStrideAndPadding",
+             17,
+             "(float[1,1,3,3] x) => (float[1,1,2,2] y) <float[1,1,2,2] w = {1,2,3,4}, float[1] b = {10}>"
+             "{ y = Conv<strides=[2,2], pads=[1,1,0,0]>(x, w, b) }",
+             ramp(9),
+             {1, 1, 2, 2},
+             {10, 21, 40, 77}},
+        Case{"ConvGroupsDilated1d",
+             17,
+             "(float[1,2,4] x) => (float[1,2,2] y) <float[2,1,2] w = {1,1,10,1}>"
+             "{ y = Conv<group=2, dilations=[2]>(x, w) }",
+             ramp(8),
+             {1, 2, 2},
+             {2, 4, 46, 57}},
+        Case{"ConvSameLower",
+             17,
+             "(float[1,1,1,3] x) => (float[1,1,1,3] y) <float[1,1,1,2] w = {1,10}>"
+             "{ y = Conv<auto_pad=\"SAME_LOWER\">(x, w) }",
+             {1, 2, 3},
+             {1, 1, 1, 3},
+             {10, 21, 32}},
+        Case{"ConvSameUpper",
+             17,
+             "(float[1,1,1,3] x) => (float[1,1,1,3] y) <float[1,1,1,2] w = {1,10}>"
+             "{ y = Conv<auto_pad=\"SAME_UPPER\">(x, w) }",
+             {1, 2, 3},
+             {1, 1, 1, 3},
+             {21, 32, 3}},
+        Case{"ConvTransposeWithOutputPadding",
+             17,
+             "(float[1,1,2] x) => (float[1,1,5] y) <float[1,1,2] w = {1,3}>"
+             "{ y = ConvTranspose<strides=[2], output_padding=[1]>(x, w) }",
+             {1, 2},
+             {1, 1, 5},
+             {1, 3, 2, 6, 0}},
+        Case{"ConvTransposeGroups",
+             17,
+             "(float[1,2,1,1] x) => (float[1,4,1,1] y) <float[2,2,1,1] w = {1,2,3,4}>"
+             "{ y = ConvTranspose<group=2>(x, w) }",
+             {1, 10},
+             {1, 4, 1, 1},
+             {1, 2, 30, 40}},
+        Case{"MaxPoolCeilDropsWindowsBehindTheInput",
+             17,
+             "(float[1,1,1,4] x) => (float[1,1,1,3] y) { y = MaxPool<kernel_shape=[1,1], strides=[1,2], "
+             "ceil_mode=1>(x) }",
+             {1, 2, 3, 4},
+             {1, 1, 1, 2},
+             {1, 3}},
+        Case{"AveragePoolLeavesPaddingOut",
+             17,
+             "(float[1,1,1,3] x) => (float[1,1,1,2] y) { y = AveragePool<kernel_shape=[1,2], strides=[1,2], "
+             "pads=[0,1,0,0]>(x) }",
+             {2, 4, 8},
+             {1, 1, 1, 2},
+             {2, 6}},
+        Case{"AveragePoolCountsPadding",
+             17,
+             "(float[1,1,1,3] x) => (float[1,1,1,2] y) { y = AveragePool<kernel_shape=[1,2], strides=[1,2], "
+             "pads=[0,1,0,0], count_include_pad=1>(x) }",
+             {2, 4, 8},
+             {1, 1, 1, 2},
+             {1, 6}},
+        Case{"AveragePoolCeilCountsNoPlaceBehindThePadding",
+             17,
+             "(float[1,1,1,3] x) => (float[1,1,1,2] y) { y = AveragePool<kernel_shape=[1,2], strides=[1,2], "
+             "ceil_mode=1, count_include_pad=1>(x) }",
+             {2, 4, 8},
+             {1, 1, 1, 2},
+             {3, 8}},
+        Case{"GlobalAveragePool",
+             17,
+             "(float[1,2,1,2] x) => (float[1,2,1,1] y) { y = GlobalAveragePool(x) }",
+             ramp(4),
+             {1, 2, 1, 1},
+             {0.5F, 2.5F}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Elements, Evaluate,
+    testing::Values(
+        Case{"AddBroadcastsBothWays",
+             17,
+             "(float[2,1] x) => (float[2,3] y) <float[3] w = {10,20,30}> { y = Add(x, w) }",
+             {1, 2},
+             {2, 3},
+             {11, 21, 31, 12, 22, 32}},
+        Case{"PRelu",
+             17,
+             "(float[1,2,2] x) => (float[1,2,2] y) <float[2,1] w = {0.5,2.0}> { y = PRelu(x, w) }",
+             {-1, 1, -1, 3},
+             {1, 2, 2},
+             {-0.5F, 1, -2, 3}},
+        Case{"ClipAttribute",
+             9,
+             "(float[3] x) => (float[3] y) { y = Clip<min=0.0, max=1.0>(x) }",
+             {-1, 0.5F, 2},
+             {3},
+             {0, 0.5F, 1}},
+        Case{"ClipInput",
+             11,
+             "(float[3] x) => (float[3] y) <float high = {1}> { y = Clip(x, , high) }",
+             {-1, 0.5F, 2},
+             {3},
+             {-1, 0.5F, 1}},
+        Case{"GeluAndErf", 20, "(float[2] x) => (float[2] y) { y = Gelu(x) }", {1, -2}, {2}, {0.841345F, -0.0455003F}},
+        Case{"HardSwish", 17, "(float[3] x) => (float[3] y) { y = HardSwish(x) }", {-4, 1, 4}, {3}, {0, 0.666667F, 4}},
+        Case{"HardSigmoidsOwnAlpha", 17, "(float[2] x) => (float[2] y) { y = HardSigmoid(x) }", {1, 9}, {2}, {0.7F, 1}},
+        Case{"Celu", 17, "(float[2] x) => (float[2] y) { y = Celu<alpha=2.0>(x) }", {-2, 2}, {2}, {-1.264241F, 2}},
+        Case{"Selu", 17, "(float[2] x) => (float[2] y) { y = Selu(x) }", {-1, 2}, {2}, {-1.111331F, 2.101402F}},
+        Case{"Mish", 18, "(float[2] x) => (float[2] y) { y = Mish(x) }", {-1, 2}, {2}, {-0.303401F, 1.943959F}},
+        Case{"Mean", 13, "(float[2] x) => (float[2] y) <float w = {3}> { y = Mean(x, w, w) }", {0, 3}, {2}, {2, 3}},
+        Case{"Where",
+             16,
+             "(float[2] x) => (float[2] y) <float w = {0}> { c = Less(x, w) y = Where(c, w, x) }",
+             {-1, 2},
+             {2},
+             {0, 2}},
+        Case{"IntegersDivideTowardsZero",
+             17,
+             "(float[1] x) => (int64[2] y) <int64[2] a = {-7, 7}, int64 b = {2}> { y = Div(a, b) }",
+             {0},
+             {2},
+             {-3, 3}},
+        Case{"ModTakesTheDivisorsSign",
+             17,
+             "(float[1] x) => (int64[2] y) <int64[2] a = {-7, 7}, int64 b = {4}> { y = Mod(a, b) }",
+             {0},
+             {2},
+             {1, 3}},
+        Case{"CastCutsOff",
+             17,
+             "(float[3] x) => (int32[3] y) { y = Cast<to=6>(x) }",
+             {-1.7F, 1.7F, 3},
+             {3},
+             {-1, 1, 3}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Normalizations, Evaluate,
+    testing::Values(
+        Case{"SoftmaxFlattensBefore13",
+             11,
+             "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
+             {0, 0, 0, 0},
+             {1, 2, 2},
+             {0.25F, 0.25F, 0.25F, 0.25F}},
+        Case{"SoftmaxAlongTheLastAxis",
+             13,
+             "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
+             {0, 0, 0, 1.0986123F},
+             {1, 2, 2},
+             {0.5F, 0.5F, 0.25F, 0.75F}},
+        Case{"BatchNormalization",
+             15,
+             "(float[1,2,1] x) => (float[1,2,1] y) <float[2] s = {1,2}, float[2] b = {0,5}, float[2] m = {1,1}, "
+             "float[2] v = {4,4}> { y = BatchNormalization<epsilon=0.0>(x, s, b, m, v) }",
+             {3, 5},
+             {1, 2, 1},
+             {1, 9}},
+        Case{"InstanceNormalization",
+             17,
+             "(float[1,2,2] x) => (float[1,2,2] y) <float[2] s = {1,2}, float[2] b = {0,1}>"
+             "{ y = InstanceNormalization<epsilon=0.0>(x, s, b) }",
+             {1, 3, 10, 30},
+             {1, 2, 2},
+             {-1, 1, -1, 3}},
+        Case{"LayerNormalization",
+             17,
+             "(float[2,2] x) => (float[2,2] y) <float[2] s = {1,2}> { y = LayerNormalization<epsilon=0.0>(x, s) }",
+             {1, 3, 10, 30},
+             {2, 2},
+             {-1, 2, -1, 2}},
+        Case{"GroupNormalizationScalesGroups",
+             18,
+             "(float[1,4,1] x) => (float[1,4,1] y) <float[2] s = {1,10}, float[2] b = {0,0}>"
+             "{ y = GroupNormalization<num_groups=2, epsilon=0.0>(x, s, b) }",
+             {1, 3, 5, 9},
+             {1, 4, 1},
+             {-1, 1, -10, 10}},
+        Case{"Lrn",
+             13,
+             "(float[1,3] x) => (float[1,3] y) { y = LRN<size=2, alpha=2.0, beta=1.0>(x) }",
+             {1, 1, 2},
+             {1, 3},
+             {0.333333F, 0.166667F, 0.4F}},
+        Case{"LpNormalizationOfZeros",
+             17,
+             "(float[2,2] x) => (float[2,2] y) { y = LpNormalization(x) }",
+             {3, 4, 0, 0},
+             {2, 2},
+             {0.6F, 0.8F, 0, 0}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, Evaluate,
+    testing::Values(
+        Case{"ReshapeKeepsAndInfers",
+             17,
+             "(float[2,3,2] x) => (float[2,6] y) <int64[2] s = {0,-1}> { y = Reshape(x, s) }",
+             ramp(12),
+             {2, 6},
+             ramp(12)},
+        Case{"FlattenAtTheEnd",
+             17,
+             "(float[2,3] x) => (float[6,1] y) { y = Flatten<axis=2>(x) }",
+             ramp(6),
+             {6, 1},
+             ramp(6)},
+        Case{"SqueezeAttribute",
+             11,
+             "(float[1,2,1] x) => (float[1,2] y) { y = Squeeze<axes=[-1]>(x) }",
+             {1, 2},
+             {1, 2},
+             {1, 2}},
+        Case{"UnsqueezeInput",
+             13,
+             "(float[2] x) => (float[1,2,1] y) <int64[2] a = {-1,0}> { y = Unsqueeze(x, a) }",
+             {1, 2},
+             {1, 2, 1},
+             {1, 2}},
+        Case{
+            "ShapeFromStart", 15, "(float[2,3,4] x) => (int64[2] y) { y = Shape<start=-2>(x) }", ramp(24), {2}, {3, 4}},
+        Case{"RangeOfSize",
+             17,
+             "(float[2,2] x) => (int64[2] y) <int64 a = {0}, int64 d = {3}> { n = Size(x) y = Range(a, n, d) }",
+             ramp(4),
+             {2},
+             {0, 3}},
+        Case{"ConstantOfShapesValue",
+             17,
+             "(float[1,2] x) => (float[1,2] y) { s = Shape(x) y = ConstantOfShape<value=float[1] {7}>(s) }",
+             {0, 0},
+             {1, 2},
+             {7, 7}},
+        Case{"OneHot",
+             17,
+             "(float[1] x) => (float[2,3] y) <int64[2] i = {0,-1}, int64 d = {3}, float[2] v = {1,5}>"
+             "{ y = OneHot(i, d, v) }",
+             {0},
+             {2, 3},
+             {5, 1, 1, 1, 1, 5}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Places, Evaluate,
+    testing::Values(
+        Case{"Transpose",
+             17,
+             "(float[1,2,3] x) => (float[3,1,2] y) { y = Transpose<perm=[2,0,1]>(x) }",
+             ramp(6),
+             {3, 1, 2},
+             {0, 3, 1, 4, 2, 5}},
+        Case{"SliceBackwards",
+             17,
+             "(float[4] x) => (float[2] y) <int64[1] a = {-1}, int64[1] e = {-5}, int64[1] k = {0}, int64[1] s = {-2}>"
+             "{ y = Slice(x, a, e, k, s) }",
+             ramp(4),
+             {2},
+             {3, 1}},
+        Case{"SliceAttributes",
+             9,
+             "(float[2,3] x) => (float[2,2] y) { y = Slice<starts=[1], ends=[9], axes=[1]>(x) }",
+             ramp(6),
+             {2, 2},
+             {1, 2, 4, 5}},
+        Case{"SplitIntoUnequalParts",
+             18,
+             "(float[5] x) => (float[1] y) { a, b, y = Split<num_outputs=3>(x) }",
+             ramp(5),
+             {1},
+             {4}},
+        Case{"SplitAttribute",
+             11,
+             "(float[5] x) => (float[3] y) { a, y = Split<split=[2,3]>(x) }",
+             ramp(5),
+             {3},
+             {2, 3, 4}},
+        Case{"ConcatOfAxis1",
+             17,
+             "(float[2,1] x) => (float[2,2] y) { y = Concat<axis=1>(x, x) }",
+             {1, 2},
+             {2, 2},
+             {1, 1, 2, 2}},
+        Case{"GatherRows",
+             17,
+             "(float[3,2] x) => (float[2,2] y) <int64[2] i = {-1,0}> { y = Gather(x, i) }",
+             ramp(6),
+             {2, 2},
+             {4, 5, 0, 1}},
+        Case{"PadReflects",
+             17,
+             "(float[1,3] x) => (float[1,6] y) <int64[4] p = {0,2,0,1}> { y = Pad<mode=\"reflect\">(x, p) }",
+             {1, 2, 3},
+             {1, 6},
+             {3, 2, 1, 2, 3, 2}},
+        Case{"PadCutsOff",
+             17,
+             "(float[3] x) => (float[3] y) <int64[2] p = {-1,1}, float v = {9}> { y = Pad(x, p, v) }",
+             {1, 2, 3},
+             {3},
+             {2, 3, 9}},
+        Case{"PadAttribute",
+             9,
+             "(float[2] x) => (float[3] y) { y = Pad<pads=[1,0], value=5.0>(x) }",
+             {1, 2},
+             {3},
+             {5, 1, 2}},
+        Case{"ExpandAndTile",
+             17,
+             "(float[1,2] x) => (float[2,4] y) <int64[2] s = {2,1}, int64[2] r = {1,2}> { e = Expand(x, s) y = Tile(e, "
+             "r) }",
+             {1, 2},
+             {2, 4},
+             {1, 2, 1, 2, 1, 2, 1, 2}},
+        Case{"DepthToSpaceColumnsFirst",
+             17,
+             "(float[1,8,1,1] x) => (float[1,2,2,2] y) { y = DepthToSpace<blocksize=2>(x) }",
+             ramp(8),
+             {1, 2, 2, 2},
+             {0, 2, 4, 6, 1, 3, 5, 7}},
+        Case{"DepthToSpaceChannelsFirst",
+             17,
+             "(float[1,8,1,1] x) => (float[1,2,2,2] y) { y = DepthToSpace<blocksize=2, mode=\"CRD\">(x) }",
+             ramp(8),
+             {1, 2, 2, 2},
+             ramp(8)},
+        Case{"NonZero",
+             17,
+             "(float[1] x) => (int64[2,2] y) <float[2,2] c = {0,3,4,0}> { y = NonZero(c) }",
+             {0},
+             {2, 2},
+             {0, 1, 1, 0}},
+        Case{"Trilu",
+             17,
+             "(float[2,2] x) => (float[2,2] y) { y = Trilu<upper=0>(x) }",
+             {1, 2, 3, 4},
+             {2, 2},
+             {1, 0, 3, 4}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Sums, Evaluate,
+    testing::Values(
+        Case{"GemmTransposed",
+             13,
+             "(float[2,1] x) => (float[1,2] y) <float[2,2] w = {1,2,3,4}, float[2] c = {100,200}>"
+             "{ y = Gemm<transA=1, transB=1, alpha=2.0, beta=0.5>(x, w, c) }",
+             {1, 10},
+             {1, 2},
+             {92, 186}},
+        Case{"MatMulOfAVector",
+             13,
+             "(float[2] x) => (float[2,1] y) <float[2,2,1] w = {1,2,3,4}> { y = MatMul(x, w) }",
+             {1, 10},
+             {2, 1},
+             {21, 43}},
+        Case{"ReduceAttributeAxes",
+             11,
+             "(float[2,2] x) => (float[2] y) { y = ReduceMean<axes=[-1], keepdims=0>(x) }",
+             {1, 2, 3, 5},
+             {2},
+             {1.5F, 4}},
+        Case{"ReduceInputAxes",
+             13,
+             "(float[2,2] x) => (float[1,2] y) <int64[1] a = {0}> { y = ReduceSum(x, a) }",
+             {1, 2, 3, 5},
+             {1, 2},
+             {4, 7}},
+        Case{"ReduceNothing",
+             18,
+             "(float[2] x) => (float[2] y) { y = ReduceSum<noop_with_empty_axes=1>(x) }",
+             {1, 2},
+             {2},
+             {1, 2}},
+        Case{"ReduceL2OfAll", 13, "(float[2] x) => (float y) { y = ReduceL2<keepdims=0>(x) }", {3, 4}, {}, {5}},
+        Case{"ArgMaxTakesTheFirst",
+             13,
+             "(float[1,3] x) => (int64[1] y) { y = ArgMax<axis=1, keepdims=0>(x) }",
+             {1, 2, 2},
+             {1},
+             {1}},
+        Case{"CumSumExclusive",
+             14,
+             "(float[3] x) => (float[3] y) <int32 a = {0}> { y = CumSum<exclusive=1>(x, a) }",
+             {1, 2, 3},
+             {3},
+             {0, 1, 3}},
+        // Gates: input 1/2, output 1/2, forget 1/2, candidate tanh(x); then the state h of the step before is not used.
+        Case{"LstmBackwards",
+             14,
+             "(float[2,1,1] x) => (float[2,1,1,1] y) <float[1,4,1] w = {0,0,0,1}, float[1,4,1] r = {0,0,0,0}>"
+             "{ y = LSTM<hidden_size=1, direction=\"reverse\">(x, w, r) }",
+             {1, 2},
+             {2, 1, 1, 1},
+             {0.276191F, 0.223925F}}));
+
+INSTANTIATE_TEST_SUITE_P(
+    Resizes, Evaluate,
+    testing::Values(Case{"NearestAsymmetricOfOpset10",
+                         10,
+                         "(float[1,1,1,2] x) => (float[1,1,1,4] y) <float[4] s = {1,1,1,2}> { y = Resize(x, s) }",
+                         {1, 2},
+                         {1, 1, 1, 4},
+                         {1, 1, 2, 2}},
+                    Case{"UpsampleAttribute",
+                         7,
+                         "(float[1,1,1,2] x) => (float[1,1,1,4] y) { y = Upsample<scales=[1.0,1.0,1.0,2.0]>(x) }",
+                         {1, 2},
+                         {1, 1, 1, 4},
+                         {1, 1, 2, 2}},
+                    Case{"LinearHalfPixel",
+                         13,
+                         "(float[1,1,1,2] x) => (float[1,1,1,4] y) <int64[4] s = {1,1,1,4}>"
+                         "{ y = Resize<mode=\"linear\">(x, , , s) }",
+                         {0, 4},
+                         {1, 1, 1, 4},
+                         {0, 1, 3, 4}},
+                    Case{"LinearAlignCorners",
+                         13,
+                         "(float[1,1,1,2] x) => (float[1,1,1,3] y) <int64[4] s = {1,1,1,3}>"
+                         "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"align_corners\">(x, , , s) }",
+                         {0, 4},
+                         {1, 1, 1, 3},
+                         {0, 2, 4}},
+                    Case{"NearestPrefersTheFloor",
+                         13,
+                         "(float[1,1,1,4] x) => (float[1,1,1,2] y) <float[4] s = {1,1,1,0.5}> { y = Resize(x, , s) }",
+                         ramp(4),
+                         {1, 1, 1, 2},
+                         {0, 2}},
+                    Case{"AxesOfOpset18",
+                         18,
+                         "(float[1,1,2,1] x) => (float[1,1,4,1] y) <float[1] s = {2}>"
+                         "{ y = Resize<axes=[2], mode=\"nearest\", coordinate_transformation_mode=\"asymmetric\", "
+                         "nearest_mode=\"floor\">(x, , s) }",
+                         {1, 2},
+                         {1, 1, 4, 1},
+                         {1, 1, 2, 2}}));
+
+// What a node says that cannot be evaluated.
+struct Refusal {
+    const char* graph;
+    const char* text;
+};
+
+TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
+    const Refusal kRefusals[] = {
+        {"(float[1,3] x) => (float[1,3] y) { y = Einsum<equation=\"ij->ij\">(x) }",
+         "node that makes 'y' (Einsum): the operator is not known"},
+        {"(float[1,3] x) => (float[1,2] y) <float[2] w = {1,2}> { y = Add(x, w) }",
+         "node that makes 'y' (Add): [1, 3] and [2] do not broadcast"},
+        {"(float[1,3] x) => (float[2,2] y) <int64[2] s = {2,2}> { y = Reshape(x, s) }",
+         "node that makes 'y' (Reshape): makes [2, 2] of [1, 3], which has another number of elements"},
+        {"(float[1,1,2,2] x) => (float[1,1,1,1] y) <float[1,2,1,1] w = {1,2}> { y = Conv(x, w) }",
+         "node that makes 'y' (Conv): weights of shape [1, 2, 1, 1] for an input of [1, 1, 2, 2]"},
+        {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {1048576,1048576}> { c = ConstantOfShape(s) y = Add(x, x) }",
+         "node that makes 'c' (ConstantOfShape): makes [1048576, 1048576], more than 268435456 elements"},
+        {"(float[1,3] x) => (float[1,3] y) <int64 i = {5}> { y = Gather<axis=1>(x, i) }",
+         "node that makes 'y' (Gather): index 5 is outside an extent of 3"},
+        {"(float[1,3] x) => (int64[1] y) <int64[1] a = {1}, int64 z = {0}> { y = Div(a, z) }",
+         "node that makes 'y' (Div): divides an integer by 0"},
+        {"(float[1,3] x) => (float[1,3] y) { a = Add(x, b) b = Relu(a) y = Relu(b) }",
+         "node that makes 'a' (Add): is part of a cycle"},
+        {"(float[1,3] x) => (float[1,3] y) { y = Add(x, nothing) }",
+         "node that makes 'y' (Add): nothing makes 'nothing'"},
+        {"(float[1,3] x) => (float[1,3] y) { y = Relu(x) y = Abs(x) }",
+         "node that makes 'y' (Abs): another node or input makes 'y'"},
+    };
+    for (const Refusal& refusal : kRefusals) {
+        SCOPED_TRACE(refusal.graph);
+        const convert::Model model = modelOfText(refusal.graph);
+        const Array x =
+            convert::floatArray(inputsOf(model).at(0).dims, Floats(inputsOf(model)[0].dims.back() == 3 ? 3 : 4));
+        try {
+            convert::evaluateGraph(model, {{"x", x}});
+            ADD_FAILURE() << "is evaluated";
+        } catch (const convert::OnnxError& error) {
+            EXPECT_STREQ(error.what(), refusal.text);
+        }
+    }
+}
+
+// Shapes are known without the values of large tensors, for every batch.
+TEST(EvaluateShapes, FollowTheBatchThroughComputedShapes) {
+    const convert::Model model = modelOfText(
+        "(float[N,3,8,8] x) => (float[N,M] y) <int64 zero = {0}, int64[1] rest = {-1}, int64[1] a = {0}>"
+        "{ s = Shape(x) n = Gather(s, zero) u = Unsqueeze(n, a) t = Concat<axis=0>(u, rest) y = Reshape(x, t) }");
+    for (const std::int64_t batch : {2, 3}) {
+        const auto shapes = convert::evaluateGraphShapes(model, {{"x", {batch, 3, 8, 8}}});
+        EXPECT_EQ(shapes.at("y").dims, (Dims{batch, 192}));
+        EXPECT_EQ(shapes.at("t").known->ints(), (Dims{batch, -1}));
+        EXPECT_FALSE(shapes.at("y").known);
+    }
+}
+
+TEST(EvaluateShapes, NeedsValuesThatDependOnNoInput) {
+    const convert::Model model =
+        modelOfText("(float[1,3] x) => (float[1,3] y) { s = Cast<to=7>(x) y = Reshape(x, s) }");
+    try {
+        convert::evaluateGraphShapes(model, {{"x", {1, 3}}});
+        ADD_FAILURE() << "is evaluated";
+    } catch (const convert::OnnxError& error) {
+        EXPECT_STREQ(error.what(), "node that makes 'y' (Reshape): shape depends on the network's input");
+    }
+}
+
+}  // namespace

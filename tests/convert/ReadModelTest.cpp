@@ -1,0 +1,218 @@
+// Files that the converter reads, and those that it must refuse.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+#include "convert/evaluate/evaluateGraph.h"
+#include "onnxText.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using convert::Dims;
+using onnx::TensorProto;
+using Floats = std::vector<float>;
+
+class ReadModel : public testing::Test {
+protected:
+    ReadModel() : folder_(fs::temp_directory_path() / ("nolk_read_model_" + std::to_string(getpid()))) {
+        fs::create_directories(folder_ / "net");
+    }
+    ~ReadModel() override { fs::remove_all(folder_); }
+
+    fs::path write(const std::string& bytes, const char* name = "net/net.onnx") const {
+        std::ofstream(folder_ / name, std::ios::binary) << bytes;
+        return folder_ / name;
+    }
+    std::string refusalOf(const std::string& bytes) const {
+        try {
+            convert::readModel(write(bytes));
+        } catch (const convert::OnnxError& error) {
+            return error.what();
+        }
+        return "is read";
+    }
+
+    const fs::path folder_;
+};
+
+const char kGraph[] = "(float[N,2] x) => (float[N,2] y) <float[2] w = {1,2}> { y = Mul(x, w) }";
+
+// Every form in which a file stores 1, 2 (or true, true for booleans).
+TEST(ArrayOf, ReadsEveryFormOfStorage) {
+    struct Form {
+        int type;
+        std::function<void(TensorProto&)> store;
+        bool isFloat;
+    };
+    const auto raw = [](auto one, auto two) {
+        return [=](TensorProto& tensor) {
+            const decltype(one) values[] = {one, two};
+            tensor.set_raw_data(values, sizeof values);
+        };
+    };
+    const auto numbers = [](auto add, int one, int two) {
+        return [=](TensorProto& tensor) {
+            (tensor.*add)(one);
+            (tensor.*add)(two);
+        };
+    };
+    using std::uint16_t;
+    const Form kForms[] = {
+        {TensorProto::FLOAT, raw(1.0F, 2.0F), true},
+        {TensorProto::FLOAT, numbers(&TensorProto::add_float_data, 1, 2), true},
+        {TensorProto::DOUBLE, raw(1.0, 2.0), true},
+        {TensorProto::DOUBLE, numbers(&TensorProto::add_double_data, 1, 2), true},
+        {TensorProto::FLOAT16, raw(uint16_t{0x3c00}, uint16_t{0x4000}), true},
+        {TensorProto::FLOAT16, numbers(&TensorProto::add_int32_data, 0x3c00, 0x4000), true},
+        {TensorProto::BFLOAT16, raw(uint16_t{0x3f80}, uint16_t{0x4000}), true},
+        {TensorProto::BFLOAT16, numbers(&TensorProto::add_int32_data, 0x3f80, 0x4000), true},
+        {TensorProto::INT8, raw(std::int8_t{1}, std::int8_t{2}), false},
+        {TensorProto::UINT8, numbers(&TensorProto::add_int32_data, 1, 2), false},
+        {TensorProto::INT16, raw(std::int16_t{1}, std::int16_t{2}), false},
+        {TensorProto::INT32, raw(1, 2), false},
+        {TensorProto::INT64, raw(std::int64_t{1}, std::int64_t{2}), false},
+        {TensorProto::INT64, numbers(&TensorProto::add_int64_data, 1, 2), false},
+        {TensorProto::UINT32, numbers(&TensorProto::add_uint64_data, 1, 2), false},
+    };
+    for (const Form& form : kForms) {
+        TensorProto tensor;
+        tensor.set_data_type(form.type);
+        tensor.add_dims(2);
+        form.store(tensor);
+        SCOPED_TRACE(tensor.ShortDebugString());
+        const convert::Array array = convert::arrayOf(tensor, {});
+        EXPECT_EQ(array.type(), form.type);
+        if (form.isFloat)
+            EXPECT_EQ(array.floats(), (Floats{1, 2}));
+        else
+            EXPECT_EQ(array.ints(), (Dims{1, 2}));
+    }
+}
+
+TEST(ArrayOf, ReadsTheRareHalves) {
+    TensorProto tensor;
+    tensor.set_data_type(TensorProto::FLOAT16);
+    tensor.add_dims(4);
+    for (const int bits : {0x0001, 0x83ff, 0xfc00, 0x7bff}) tensor.add_int32_data(bits);
+    EXPECT_EQ(convert::arrayOf(tensor, {}).floats(), (Floats{0x1p-24F, -1023 * 0x1p-24F, -HUGE_VALF, 65504}));
+}
+
+TEST_F(ReadModel, SaysWhatBecomesFloat32) {
+    onnx::ModelProto proto = protoOfText(kGraph);
+    TensorProto& weights = *proto.mutable_graph()->mutable_initializer(0);
+    weights.set_data_type(TensorProto::FLOAT16);
+    weights.clear_float_data();
+    weights.add_int32_data(0x3c00);
+    weights.add_int32_data(0x4000);
+    const convert::Model model = convert::readModel(write(proto.SerializeAsString()));
+    EXPECT_EQ(model.remarks, (std::vector<std::string>{"1 tensor of float16 becomes float32"}));
+    EXPECT_EQ(model.initializers.at("w").floats(), (Floats{1, 2}));
+    EXPECT_EQ(inputsOf(model).at(0).dims, (Dims{-1, 2}));
+    EXPECT_EQ(inputsOf(model).at(0).parameters, (std::vector<std::string>{"N", ""}));
+}
+
+// Stores w in a file beside the model.
+onnx::ModelProto withExternalData(const std::string& location, const std::string& offset, const std::string& length) {
+    onnx::ModelProto proto = protoOfText(kGraph);
+    TensorProto& weights = *proto.mutable_graph()->mutable_initializer(0);
+    weights.clear_float_data();
+    weights.set_data_location(TensorProto::EXTERNAL);
+    const std::pair<const char*, std::string> kEntries[] = {
+        {"location", location}, {"offset", offset}, {"length", length}};
+    for (const auto& [key, value] : kEntries) {
+        if (value.empty()) continue;
+        weights.add_external_data()->set_key(key);
+        weights.mutable_external_data()->rbegin()->set_value(value);
+    }
+    return proto;
+}
+
+TEST_F(ReadModel, TakesWeightsFromAFileBesideIt) {
+    const float kBytes[] = {9, 1, 2};
+    write(std::string(reinterpret_cast<const char*>(kBytes), sizeof kBytes), "net/w.bin");
+    const fs::path path = write(withExternalData("w.bin", "4", "8").SerializeAsString());
+    EXPECT_EQ(convert::readModel(path).initializers.at("w").floats(), (Floats{1, 2}));
+}
+
+TEST_F(ReadModel, RefusesExternalDataThatLies) {
+    write(std::string(12, '\0'), "net/w.bin");
+    write(std::string(12, '\0'), "outside.bin");
+    fs::create_symlink("../outside.bin", folder_ / "net/link.bin");
+    struct Row {
+        const char *location, *offset, *length, *text;
+    };
+    const Row kRows[] = {
+        {"", "", "", "external data without a location"},
+        {"none.bin", "", "", "external data 'none.bin' is missing: it belongs beside the model"},
+        {"../outside.bin", "", "", "external data '../outside.bin' is not below the model's folder"},
+        {"link.bin", "", "", "external data 'link.bin' is not below the model's folder"},
+        {"/etc/passwd", "", "", "external data '/etc/passwd' is not below the model's folder"},
+        {".", "", "", "external data '.' is missing: it belongs beside the model"},
+        {"w.bin", "-1", "", "external data: '-1' is not a number of bytes"},
+        {"w.bin", "8", "", "external data 'w.bin': needs 8 bytes from byte 8, the file has 12"},
+        {"w.bin", "0", "4", "external data 'w.bin': needs 8 bytes from byte 0, the model gives it 4"},
+        {"w.bin", "999999999999999999", "8",
+         "external data 'w.bin': needs 8 bytes from byte 999999999999999999, the file has 12"},
+    };
+    for (const Row& row : kRows)
+        EXPECT_EQ(refusalOf(withExternalData(row.location, row.offset, row.length).SerializeAsString()),
+                  "tensor 'w': " + std::string(row.text));
+}
+
+TEST_F(ReadModel, RefusesWhatItCannotUse) {
+    const auto changed = [](const std::function<void(onnx::ModelProto&)>& change) {
+        onnx::ModelProto proto = protoOfText(kGraph);
+        change(proto);
+        return proto.SerializeAsString();
+    };
+    const auto weights = [](onnx::ModelProto& p) -> TensorProto& { return *p.mutable_graph()->mutable_initializer(0); };
+    const std::string good = changed([](onnx::ModelProto&) {});
+    const std::pair<std::string, const char*> kRows[] = {
+        {"", "not an ONNX model"},
+        {"CM and something else", "not an ONNX model, or cut short"},
+        {good.substr(0, good.size() - 5), "not an ONNX model, or cut short"},
+        {changed([](auto& p) { p.set_ir_version(11); }),
+         "IR version 11 is not supported: export with one from 3 to 10"},
+        {changed([](auto& p) { p.mutable_opset_import(0)->set_version(22); }),
+         "opset 22 is not supported: export with one from 7 to 21"},
+        {changed([](auto& p) { p.mutable_opset_import(0)->set_version(6); }),
+         "opset 6 is not supported: export with one from 7 to 21"},
+        {changed([&](auto& p) { weights(p).set_dims(0, 3); }), "tensor 'w': has 2 values, its dimensions need 3"},
+        {changed([&](auto& p) { weights(p).set_dims(0, std::int64_t{1} << 39); }),
+         "tensor 'w': has 2 values, its dimensions need 549755813888"},
+        {changed([&](auto& p) { weights(p).set_dims(0, -2); }), "tensor 'w': impossible dimensions [-2]"},
+        {changed([&](auto& p) {
+             weights(p).set_dims(0, std::int64_t{1} << 62);
+             weights(p).add_dims(4);
+         }),
+         "tensor 'w': impossible dimensions [4611686018427387904, 4]"},
+        {changed([&](auto& p) { weights(p).set_raw_data("abc"); }), "tensor 'w': has 3 bytes, its dimensions need 8"},
+        {changed([&](auto& p) { weights(p).set_data_type(TensorProto::STRING); }),
+         "tensor 'w': values of string are not read"},
+        {changed([&](auto& p) { weights(p).set_data_type(77); }), "tensor 'w': values of type 77 are not read"},
+        {changed([&](auto& p) { *p.mutable_graph()->add_initializer() = weights(p); }), "two tensors are named 'w'"},
+        {changed([](auto& p) { p.mutable_graph()->add_sparse_initializer(); }), "sparse weights are not supported"},
+    };
+    for (const auto& [bytes, text] : kRows) EXPECT_EQ(refusalOf(bytes), text);
+    EXPECT_EQ(refusalOf(good), "is read");
+}
+
+TEST_F(ReadModel, SaysWhyAFileIsNotOpened) {
+    const auto why = [](const fs::path& path) -> std::string {
+        try {
+            convert::readModel(path);
+        } catch (const convert::OnnxError& error) {
+            return error.what();
+        }
+        return "is read";
+    };
+    EXPECT_EQ(why(folder_ / "none.onnx"), "cannot be opened: No such file or directory");
+    EXPECT_EQ(why(folder_), "cannot be read: Is a directory");
+}
+
+}  // namespace

@@ -1,0 +1,291 @@
+#include "convert/conversion.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+
+#include "convert/evaluate/evaluateGraph.h"
+#include "convert/graph/rewrite.h"
+#include "convert/headInfo.h"
+#include "convert/onnx/text.h"
+
+namespace convert {
+
+namespace {
+
+using InputDims = std::map<std::string, Dims>;
+
+// Whether a free extent is the batch's: the first, one that is called so, or the second of a sequence [t, n, d] whose
+// length is fixed.
+bool isBatch(const ModelInput& input, std::size_t axis) {
+    if (axis == 0) return true;
+    const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
+    if (name == "N" || name == "n" || name.rfind("batch", 0) == 0) return true;
+    return axis == 1 && input.dims.size() == 3 && input.dims[0] > 1;
+}
+
+// The inputs' extents as the file and the user give them; free batches are 1.
+InputDims givenDims(const Model& model, const ConvertOptions& options) {
+    InputDims result;
+    for (const ModelInput& input : inputsOf(model)) {
+        const auto shape = options.shapes.find(input.name);
+        if (shape == options.shapes.end() && !input.hasShape)
+            throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name +
+                            "=1,3,224,224");
+        Dims dims = shape != options.shapes.end() ? shape->second : input.dims;
+        if (input.hasShape && dims.size() != input.dims.size())
+            throw OnnxError("input " + inQuotes(input.name) + " has " + std::to_string(input.dims.size()) +
+                            " dimensions, --shape gives " + std::to_string(dims.size()));
+        for (std::size_t axis = 0; axis < dims.size(); ++axis)
+            if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
+        if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
+            std::string example = input.name + "=";
+            for (std::size_t i = 0; i < dims.size(); ++i)
+                example += (i == 0 ? "" : ",") + (dims[i] < 0 ? "N" : std::to_string(dims[i]));
+            throw OnnxError("input " + inQuotes(input.name) + " has free extents: fix them by --shape " + example +
+                            ", with numbers for N");
+        }
+        if (elementCount(dims) == 0)
+            throw OnnxError("input " + inQuotes(input.name) + " is empty: " + describeDims(dims));
+        constexpr std::int64_t kMost = INT32_MAX;
+        if (elementCount(dims) > kMost)
+            throw OnnxError("input " + inQuotes(input.name) + " is too large: " + describeDims(dims));
+        result[input.name] = dims;
+    }
+    for (const auto& entry : options.shapes)
+        if (result.count(entry.first) == 0) throw OnnxError("no input is named " + inQuotes(entry.first));
+    if (result.empty()) throw OnnxError("the model has no input");
+    return result;
+}
+
+// The batch that all inputs have in front, if it is above 1.
+std::int64_t fixedBatch(const InputDims& inputs) {
+    std::int64_t batch = 0;
+    for (const auto& [name, dims] : inputs) {
+        if (dims.empty() || dims[0] == 1 || (batch != 0 && dims[0] != batch)) return 1;
+        batch = dims[0];
+    }
+    return batch;
+}
+
+// With another batch: at the first axis, or where the model leaves it free.
+InputDims withBatch(const Model& model, InputDims inputs, std::int64_t batch) {
+    for (const ModelInput& input : inputsOf(model)) {
+        Dims& dims = inputs.at(input.name);
+        std::size_t axis = 0;
+        for (std::size_t i = input.dims.size(); i-- > 0;)
+            if (input.dims[i] < 0 && dims[i] == 1 && isBatch(input, i)) axis = i;
+        if (!dims.empty()) dims[axis] *= batch;
+    }
+    return inputs;
+}
+
+// Which axis of a tensor follows the batch.
+struct BatchAxis {
+    bool isKnown = false;
+    int axis = -1;
+};
+
+// Shapes for another batch, by name; nothing where the model does not take it.
+std::map<std::string, Value> shapesFor(const Model& model, const InputDims& inputs) {
+    try {
+        return evaluateGraphShapes(model, inputs);
+    } catch (const OnnxError&) {
+        return {};
+    }
+}
+
+BatchAxis batchAxisOf(const Dims& one, const std::map<std::string, Value>& more, const std::string& name,
+                      std::int64_t batch) {
+    const auto found = more.find(name);
+    if (found == more.end() || found->second.dims.size() != one.size()) return {};
+    BatchAxis result;
+    for (std::size_t i = 0; i < one.size(); ++i) {
+        if (found->second.dims[i] == one[i]) continue;
+        if (result.isKnown || one[i] != 1 || found->second.dims[i] != batch) return {};
+        result = {true, static_cast<int>(i)};
+    }
+    return result;
+}
+
+// Whether the node computes along the axis, and so mixes samples where that is the batch's.
+bool worksAlong(const Node& node, int opset, std::size_t rank, int axis) {
+    const std::string& type = node.type();
+    const bool isSoftmax = type == "Softmax" || type == "LogSoftmax";
+    if (!isSoftmax && type != "LpNormalization" && type != "LayerNormalization") return false;
+    constexpr int kSingleAxis = 13;
+    const bool isFlattening = (isSoftmax && opset < kSingleAxis) || type == "LayerNormalization";
+    std::int64_t given = isSoftmax && opset < kSingleAxis ? 1 : -1;
+    for (const auto& attribute : node.proto.attribute())
+        if (attribute.name() == "axis") given = attribute.i();
+    if (given < 0) given += static_cast<std::int64_t>(rank);
+    return isFlattening ? axis >= given : axis == given;
+}
+
+struct Batches {
+    std::vector<BatchAxis> axes;  // for each of the graph's tensors
+    bool isClean = true;          // every tensor has one axis that follows the batch, and no node mixes samples
+};
+
+constexpr std::int64_t kProbe = 3;
+
+Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs) {
+    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, kProbe));
+    Batches batches;
+    batches.axes.resize(graph.tensors.size());
+    const auto note = [&](int tensor) {
+        if (tensor < 0) return;
+        const auto at = static_cast<std::size_t>(tensor);
+        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, kProbe);
+        batches.isClean = batches.isClean && batches.axes[at].isKnown;
+    };
+    for (const int input : graph.inputs) note(input);
+    for (const Node& node : graph.nodes) {
+        for (const int output : node.outputs) note(output);
+        const int x = node.inputs.empty() ? -1 : node.inputs[0];
+        if (x < 0 || !batches.axes[static_cast<std::size_t>(x)].isKnown) continue;
+        if (worksAlong(node, graph.opset, graph.dimsOf(x).size(), batches.axes[static_cast<std::size_t>(x)].axis))
+            batches.isClean = false;
+    }
+    return batches;
+}
+
+std::vector<TensorPlace> placesOf(const Graph& graph, const Batches& batches, const std::vector<int>& tensors) {
+    std::vector<TensorPlace> places;
+    for (const int tensor : tensors) {
+        const auto at = static_cast<std::size_t>(tensor);
+        const BatchAxis axis = batches.axes[at];
+        // Alone, any axis of one element will do: the first.
+        const bool startsWithOne = !graph.tensors[at].dims.empty() && graph.tensors[at].dims[0] == 1;
+        places.push_back({graph.tensors[at].name, {}, axis.isKnown ? axis.axis : (startsWithOne ? 0 : -1)});
+    }
+    return places;
+}
+
+struct Plan {
+    InputDims inputs;
+    Graph graph;
+    Batches batches;
+};
+
+Plan planFor(const Model& model, const InputDims& inputs) {
+    Plan plan{inputs, graphOf(model, inputs), {}};
+    plan.batches = batchesOf(model, plan.graph, inputs);
+    return plan;
+}
+
+// A batch that the file fixes is taken for a free one where every tensor follows it; otherwise the whole of it is one
+// sample.
+Plan planFor(const Model& model, const ConvertOptions& options) {
+    const InputDims given = givenDims(model, options);
+    const std::int64_t batch = fixedBatch(given);
+    if (batch <= 1) return planFor(model, given);
+    InputDims single = given;
+    for (auto& [name, dims] : single) dims[0] = 1;
+    try {
+        Plan plan = planFor(model, single);
+        const bool allHaveIt = std::all_of(plan.graph.outputs.begin(), plan.graph.outputs.end(), [&](int tensor) {
+            return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
+        });
+        if (plan.batches.isClean && allHaveIt) return plan;
+    } catch (const OnnxError&) {
+        // The graph takes its own batch only.
+    }
+    return planFor(model, given);
+}
+
+void addRemarks(const Plan& plan, Conversion& conversion) {
+    for (const int tensor : plan.graph.outputs) {
+        const auto at = static_cast<std::size_t>(tensor);
+        const std::string& name = plan.graph.tensors[at].name;
+        const BatchAxis axis = plan.batches.axes[at];
+        if (axis.isKnown && axis.axis > 0)
+            conversion.remarks.push_back("output " + inQuotes(name) + " has the batch at axis " +
+                                         std::to_string(axis.axis) + " in ONNX, and first in the file");
+    }
+    if (!plan.batches.isClean)
+        conversion.remarks.push_back(
+            "the model has fixed its batch or joins samples: in the file every sample is computed on its own, as the "
+            "model does for a batch of 1");
+}
+
+// The graph's constants are freed: what is written is in the program.
+void writeProgram(const Model& model, const ConvertOptions& options, Plan& plan, Lowered& lowered,
+                  Conversion& conversion) {
+    nolk::ModelFileOptions file;
+    file.version = options.version;
+    file.lossy = options.lossy;
+    if (options.version >= 2) file.headInfo = headInfoOf(model, plan.graph);
+    plan.graph = {};
+    try {
+        conversion.file.bytes = lowered.program.write(lowered.outputs, file);
+        conversion.operations = lowered.program.written();
+    } catch (const NotWritable& error) {
+        conversion.findings.push_back(
+            {error.origin, "", error.what(),
+             options.version == 1 ? "use --version 4, which has wider numbers" : "make the network smaller there"});
+    }
+}
+
+// The converted file with all tensors of the graph as outputs that can be compared.
+ConvertedFile withAllTensors(const Model& model, const ConvertOptions& options) {
+    Plan plan = planFor(model, options);
+    rewrite(plan.graph);
+    std::vector<int> tensors;
+    for (const Node& node : plan.graph.nodes)
+        for (const int output : node.outputs)
+            if (output >= 0 && static_cast<std::size_t>(output) < plan.batches.axes.size() &&
+                (plan.batches.axes[static_cast<std::size_t>(output)].isKnown || !plan.batches.isClean))
+                tensors.push_back(output);
+    Lowered lowered = lowerGraph(plan.graph, tensors);
+    ConvertedFile file;
+    file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
+    file.outputs = placesOf(plan.graph, plan.batches, tensors);
+    nolk::ModelFileOptions fileOptions;
+    fileOptions.version = options.version;
+    fileOptions.lossy = options.lossy;
+    file.bytes = lowered.program.write(lowered.outputs, fileOptions);
+    return file;
+}
+
+}  // namespace
+
+namespace {
+
+Conversion converted(const Model& model, const ConvertOptions& options, Plan plan) {
+    rewrite(plan.graph);
+    Lowered lowered = lowerGraph(plan.graph, plan.graph.outputs);
+    Conversion conversion;
+    conversion.inputDims = plan.inputs;
+    conversion.evaluateSamplesAlone = !plan.batches.isClean;
+    conversion.remarks = model.remarks;
+    conversion.findings = lowered.findings;
+    if (conversion.findings.empty()) addRemarks(plan, conversion);
+    conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
+    conversion.file.outputs = placesOf(plan.graph, plan.batches, plan.graph.outputs);
+    if (conversion.findings.empty()) writeProgram(model, options, plan, lowered, conversion);
+    return conversion;
+}
+
+}  // namespace
+
+Conversion convertModel(const Model& model, const ConvertOptions& options) {
+    return converted(model, options, planFor(model, options));
+}
+
+Conversion convertModel(Model&& model, const ConvertOptions& options) {
+    Plan plan = planFor(model, options);
+    model.initializers.clear();
+    return converted(model, options, std::move(plan));
+}
+
+CheckOptions checkOptionsFor(const Model& model, const ConvertOptions& options, const Conversion& conversion) {
+    CheckOptions result;
+    result.inputDims = conversion.inputDims;
+    result.evaluateSamplesAlone = conversion.evaluateSamplesAlone;
+    result.withAllTensors = [&model, options] { return withAllTensors(model, options); };
+    if (options.lossy) result.tolerance = 1;  // nothing is promised
+    return result;
+}
+
+}  // namespace convert

@@ -1,0 +1,42 @@
+// From an ONNX model to the bytes of a nolk file, or to the list of what stands in the way.
+//   const Model model = readModel("net.onnx");
+//   const Conversion made = convertModel(model, {});
+//   if (made.findings.empty()) use(made.file.bytes);
+//   CheckResult result = check(model, made.file, checkOptionsFor(model, {}, made));
+// A file is made as a whole or not at all. Nothing is printed. Throws OnnxError for a model that cannot be read as one.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "convert/check/check.h"
+#include "convert/lower/lowerGraph.h"
+#include "convert/onnx/Model.h"
+
+namespace convert {
+
+struct ConvertOptions {
+    std::map<std::string, Dims> shapes;  // of inputs whose extents the model leaves free
+    int version = 4;
+    bool lossy = false;
+};
+
+struct Conversion {
+    ConvertedFile file;                     // without bytes when there are findings
+    std::map<std::string, Dims> inputDims;  // of ONNX's inputs, for one sample
+    bool evaluateSamplesAlone = false;      // the ONNX graph itself takes one sample only
+    std::vector<std::string> remarks;       // lines for the user
+    std::vector<Finding> findings;          // what cannot be converted
+    std::vector<std::string> operations;    // of the file, in its order
+};
+
+Conversion convertModel(const Model& model, const ConvertOptions& options);
+
+// The same with the model's weights freed as they are written; the model is of no use afterwards.
+Conversion convertModel(Model&& model, const ConvertOptions& options);
+
+// For a conversion that succeeded; the model must live as long as the result is used.
+CheckOptions checkOptionsFor(const Model& model, const ConvertOptions& options, const Conversion& conversion);
+
+}  // namespace convert

@@ -1,0 +1,121 @@
+#include <cstdint>
+
+#include "convert/evaluate/Operator.h"
+
+namespace convert {
+
+namespace {
+
+// y = alpha * A' * B' + beta * C
+struct Product {
+    std::int64_t rows = 0, inner = 0, columns = 0;
+    bool transA = false, transB = false;
+};
+
+Product gemmOf(const Call& call) {
+    need(call.rank(0) == 2 && call.rank(1) == 2,
+         "expects matrices, got " + describeDims(call.dims(0)) + " and " + describeDims(call.dims(1)));
+    Product product;
+    product.transA = call.intAttribute("transA", 0) != 0;
+    product.transB = call.intAttribute("transB", 0) != 0;
+    product.rows = call.dims(0)[product.transA ? 1 : 0];
+    product.inner = call.dims(0)[product.transA ? 0 : 1];
+    product.columns = call.dims(1)[product.transB ? 0 : 1];
+    need(call.dims(1)[product.transB ? 1 : 0] == product.inner,
+         describeDims(call.dims(0)) + " and " + describeDims(call.dims(1)) + " do not fit");
+    return product;
+}
+
+Values gemmShapes(const Call& call) {
+    const Product product = gemmOf(call);
+    Dims dims{product.rows, product.columns};
+    if (call.has(2)) need(broadcastDims(call.dims(2), dims) == dims, "C does not broadcast to the result");
+    return {valueOf(call.in(0).type, std::move(dims))};
+}
+
+Arrays computeGemm(const Call& call, const Values& results) {
+    const Product p = gemmOf(call);
+    checkWork(static_cast<double>(p.rows * p.columns) * static_cast<double>(p.inner));
+    const double alpha = call.floatAttribute("alpha", 1), beta = call.floatAttribute("beta", 1);
+    const std::vector<float>&a = call.floats(0), &b = call.floats(1);
+    std::vector<double> sums;
+    for (std::int64_t row = 0; row < p.rows; ++row)
+        for (std::int64_t column = 0; column < p.columns; ++column) {
+            double sum = 0;
+            for (std::int64_t i = 0; i < p.inner; ++i)
+                sum +=
+                    static_cast<double>(a[static_cast<std::size_t>(p.transA ? i * p.rows + row : row * p.inner + i)]) *
+                    b[static_cast<std::size_t>(p.transB ? column * p.inner + i : i * p.columns + column)];
+            sums.push_back(alpha * sum);
+        }
+    if (call.has(2)) {
+        const std::vector<float>& c = call.floats(2);
+        std::size_t i = 0;
+        forEachOffset(results[0].dims, broadcastSteps(call.dims(2), results[0].dims),
+                      [&](std::int64_t offset) { sums[i++] += beta * c[static_cast<std::size_t>(offset)]; });
+    }
+    return {{results[0].type, results[0].dims, std::vector<float>(sums.begin(), sums.end())}};
+}
+
+// MatMul: matrices in the last two dimensions, the others broadcast. A tensor of one dimension is a row on the left and
+// a column on the right, and that dimension is missing in the result.
+struct MatMul {
+    Dims a, b, outer, result;
+};
+
+MatMul matMulOf(const Call& call) {
+    MatMul mul{call.dims(0), call.dims(1), {}, {}};
+    need(!mul.a.empty() && !mul.b.empty(), "expects matrices");
+    const bool rowAlone = mul.a.size() == 1, columnAlone = mul.b.size() == 1;
+    if (rowAlone) mul.a.insert(mul.a.begin(), 1);
+    if (columnAlone) mul.b.push_back(1);
+    need(mul.a.back() == mul.b[mul.b.size() - 2],
+         describeDims(call.dims(0)) + " and " + describeDims(call.dims(1)) + " do not fit");
+    mul.outer = broadcastDims(Dims(mul.a.begin(), mul.a.end() - 2), Dims(mul.b.begin(), mul.b.end() - 2));
+    mul.result = mul.outer;
+    if (!rowAlone) mul.result.push_back(mul.a[mul.a.size() - 2]);
+    if (!columnAlone) mul.result.push_back(mul.b.back());
+    return mul;
+}
+
+Values matMulShapes(const Call& call) { return {valueOf(call.in(0).type, matMulOf(call).result)}; }
+
+Arrays computeMatMul(const Call& call, const Values& results) {
+    const MatMul mul = matMulOf(call);
+    const std::int64_t rows = mul.a[mul.a.size() - 2], inner = mul.a.back(), columns = mul.b.back();
+    checkWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(inner));
+    const auto steps = [&](const Dims& own, std::int64_t matrix) {
+        std::vector<std::int64_t> all = broadcastSteps(Dims(own.begin(), own.end() - 2), mul.outer);
+        for (std::int64_t& step : all) step *= matrix;
+        return all;
+    };
+    std::vector<std::int64_t> offsetsOfB;
+    forEachOffset(mul.outer, steps(mul.b, inner * columns), [&](std::int64_t offset) { offsetsOfB.push_back(offset); });
+    std::vector<float> values;
+    std::size_t plane = 0;
+    std::vector<double> sums(static_cast<std::size_t>(columns));
+    forEachOffset(mul.outer, steps(mul.a, rows * inner), [&](std::int64_t offset) {
+        const float *a = call.floats(0).data() + offset, *b = call.floats(1).data() + offsetsOfB[plane++];
+        for (std::int64_t row = 0; row < rows; ++row) {
+            std::fill(sums.begin(), sums.end(), 0);
+            for (std::int64_t i = 0; i < inner; ++i)
+                for (std::int64_t column = 0; column < columns; ++column)
+                    sums[static_cast<std::size_t>(column)] +=
+                        static_cast<double>(a[row * inner + i]) * b[i * columns + column];
+            values.insert(values.end(), sums.begin(), sums.end());
+        }
+    });
+    return {{results[0].type, results[0].dims, std::move(values)}};
+}
+
+}  // namespace
+
+const std::vector<Operator>& matrixOperators() {
+    static const std::vector<Operator> rows = {
+        {"Gemm", gemmShapes, computeGemm},
+        {"MatMul", matMulShapes, computeMatMul},
+    };
+    return rows;
+}
+
+}  // namespace convert

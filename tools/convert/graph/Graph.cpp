@@ -1,0 +1,152 @@
+#include "convert/graph/Graph.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "convert/evaluate/evaluateNode.h"
+
+namespace convert {
+
+namespace {
+
+// Constants up to this size are computed in advance, and together up to as many elements.
+constexpr std::int64_t kLargestFolded = std::int64_t{1} << 26, kMostFolded = std::int64_t{1} << 28;
+
+class GraphMaker {
+public:
+    GraphMaker(const Model& model, const std::map<std::string, Dims>& inputDims) : model_(model) {
+        graph_.opset = model.opset;
+        for (const auto& [name, array] : model.initializers) addKnown(name, array);
+        for (const ModelInput& input : inputsOf(model)) addInput(input, inputDims);
+    }
+
+    Graph make() {
+        for (const onnx::NodeProto* proto : orderedNodes(model_)) addNode(*proto);
+        for (const auto& output : model_.graph().output()) {
+            const auto found = places_.find(output.name());
+            if (found == places_.end()) throw OnnxError("nothing makes the output '" + output.name() + "'");
+            graph_.outputs.push_back(found->second);
+        }
+        return std::move(graph_);
+    }
+
+private:
+    int addTensor(GraphTensor tensor) {
+        const std::string name = tensor.name;
+        const int place = graph_.add(std::move(tensor));
+        places_[name] = place;
+        return place;
+    }
+
+    void addKnown(const std::string& name, const Array& array) {
+        addTensor({name, array.type(), true, array.dims(), std::make_shared<const Array>(array)});
+    }
+
+    void addInput(const ModelInput& input, const std::map<std::string, Dims>& inputDims) {
+        graph_.inputs.push_back(addTensor({input.name, input.type, true, inputDims.at(input.name), nullptr}));
+    }
+
+    void addNode(const onnx::NodeProto& proto) {
+        Node node;
+        node.proto = proto;
+        for (const std::string& name : proto.input()) node.inputs.push_back(name.empty() ? -1 : places_.at(name));
+        if (dropsNothing(node)) node.inputs.resize(1);
+        const std::vector<Value> results = evaluate(node);
+        bool isKnown = !results.empty();
+        for (int i = 0; i < proto.output_size(); ++i) {
+            const std::string& name = proto.output(i);
+            const auto at = static_cast<std::size_t>(i);
+            if (name.empty()) {
+                node.outputs.push_back(-1);
+                continue;
+            }
+            GraphTensor tensor;
+            tensor.name = name;
+            if (at < results.size()) {
+                tensor.type = results[at].type;
+                tensor.hasShape = true;
+                tensor.dims = results[at].dims;
+                tensor.known = results[at].known;
+            }
+            isKnown = isKnown && tensor.known;
+            if (tensor.known) folded_ += tensor.known->count();
+            node.outputs.push_back(addTensor(std::move(tensor)));
+        }
+        node.proto.clear_input();
+        node.proto.clear_output();
+        if (!isKnown) graph_.nodes.push_back(std::move(node));
+    }
+
+    // A dropout of nothing, as some networks are exported even in evaluation mode.
+    bool dropsNothing(const Node& node) const {
+        if (node.type() != "Dropout" || node.inputs.size() < 2) return false;
+        const Array* ratio = graph_.known(node.inputs[1]);
+        return ratio != nullptr && ratio->isFloat() && ratio->count() == 1 && ratio->floats()[0] == 0;
+    }
+
+    std::vector<Value> evaluate(Node& node) {
+        std::vector<Value> values(node.inputs.size());
+        std::vector<const Value*> pointers;
+        bool allKnown = true;
+        for (std::size_t i = 0; i < values.size(); ++i) {
+            if (node.inputs[i] < 0) {
+                pointers.push_back(nullptr);
+                continue;
+            }
+            const GraphTensor& tensor = graph_.tensors[static_cast<std::size_t>(node.inputs[i])];
+            if (!tensor.hasShape) return {};
+            allKnown = allKnown && tensor.known;
+            values[i] = {tensor.type, tensor.dims, tensor.known};
+            pointers.push_back(&values[i]);
+        }
+        try {
+            return evaluateShapes(node.proto, model_.opset, pointers,
+                                  allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
+        } catch (const OnnxError& error) {
+            node.error = error.what();
+            return {};
+        }
+    }
+
+    const Model& model_;
+    Graph graph_;
+    std::map<std::string, int> places_;
+    std::int64_t folded_ = 0;  // elements of computed constants
+};
+
+}  // namespace
+
+const Array* Graph::known(int tensor) const {
+    return tensor < 0 ? nullptr : tensors[static_cast<std::size_t>(tensor)].known.get();
+}
+
+int Graph::add(GraphTensor tensor) {
+    tensors.push_back(std::move(tensor));
+    return static_cast<int>(tensors.size()) - 1;
+}
+
+Graph graphOf(const Model& model, const std::map<std::string, Dims>& inputDims) {
+    Graph graph = GraphMaker(model, inputDims).make();
+    removeUnused(graph);
+    return graph;
+}
+
+void removeUnused(Graph& graph) {
+    std::vector<char> used(graph.tensors.size(), 0);
+    for (const int output : graph.outputs) used[static_cast<std::size_t>(output)] = 1;
+    std::vector<Node> kept;
+    for (auto node = graph.nodes.rbegin(); node != graph.nodes.rend(); ++node) {
+        const bool isUsed = std::any_of(node->outputs.begin(), node->outputs.end(),
+                                        [&](int t) { return t >= 0 && used[static_cast<std::size_t>(t)]; });
+        if (!isUsed) continue;
+        for (int& output : node->outputs)
+            if (output >= 0 && used[static_cast<std::size_t>(output)] == 0) output = -1;
+        for (const int input : node->inputs)
+            if (input >= 0) used[static_cast<std::size_t>(input)] = 1;
+        kept.push_back(std::move(*node));
+    }
+    std::reverse(kept.begin(), kept.end());
+    graph.nodes = std::move(kept);
+}
+
+}  // namespace convert

@@ -1,0 +1,166 @@
+#include "convert/lower/lowerGraph.h"
+
+#include <algorithm>
+#include <set>
+
+#include "convert/lower/NodeLowering.h"
+#include "convert/lower/operators.h"
+
+namespace convert {
+
+namespace {
+
+// The shape of an input or output: a matrix for two dimensions and fewer; otherwise the last three dimensions behind
+// the batch are c, h and w, further ones join w.
+nolk::TensorShape hostShape(const Dims& dims) {
+    Dims sample = dims;
+    // The first axis is the batch's where it has one element.
+    if (!sample.empty() && sample.size() > 1 && sample.front() == 1) sample.erase(sample.begin());
+    if (sample.size() <= 1) return {1, sample.empty() ? 1 : asInt(sample[0]), 1, 1, 1};
+    std::int64_t last = 1;
+    for (std::size_t i = 2; i < sample.size(); ++i) last *= sample[i];
+    if (sample.size() == 2) return {1, 1, asInt(sample[0]), asInt(sample[1]), 3};
+    return {1, asInt(sample[0]), asInt(sample[1]), asInt(last), 3};
+}
+
+class GraphLowering {
+public:
+    explicit GraphLowering(const Graph& graph)
+        : graph_(graph), values_(graph.tensors.size()), isValue_(graph.tensors.size(), 0) {}
+
+    Lowered lower(const std::vector<int>& wanted) {
+        for (const int input : graph_.inputs) addInput(input);
+        for (const Node& node : graph_.nodes) lowerNode(node);
+        for (const int tensor : wanted) addOutput(tensor);
+        return std::move(lowered_);
+    }
+
+private:
+    void addInput(int tensor) {
+        const Dims& dims = graph_.dimsOf(tensor);
+        values_[static_cast<std::size_t>(tensor)] = placed(lowered_.program.input(hostShape(dims)), dims);
+        isValue_[static_cast<std::size_t>(tensor)] = 1;
+    }
+
+    void addOutput(int tensor) {
+        std::optional<Placed>& value = values_[static_cast<std::size_t>(tensor)];
+        if (!value) {
+            if (const Array* known = graph_.known(tensor))
+                value = constantStep(lowered_.program, *known);
+            else
+                return;
+        }
+        try {
+            const Placed ordered = inOrder(lowered_.program, *value);
+            lowered_.outputs.push_back(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
+        } catch (const std::out_of_range& error) {
+            lowered_.findings.push_back(
+                {graph_.tensors[static_cast<std::size_t>(tensor)].name, "output", error.what(), ""});
+        }
+    }
+
+    // Whether a result depends on values of the network's inputs, and not just on their shapes.
+    bool dependsOnValues(const Node& node) {
+        const bool takesShape = node.type() == "Shape" || node.type() == "Size";
+        const bool depends = !takesShape && std::any_of(node.inputs.begin(), node.inputs.end(), [this](int tensor) {
+            return tensor >= 0 && isValue_[static_cast<std::size_t>(tensor)] != 0;
+        });
+        for (const int output : node.outputs)
+            if (output >= 0) isValue_[static_cast<std::size_t>(output)] = depends ? 1 : 0;
+        return depends;
+    }
+
+    std::string nameOf(const Node& node) const {
+        if (!node.proto.name().empty()) return node.proto.name();
+        for (const int output : node.outputs)
+            if (output >= 0) return graph_.tensors[static_cast<std::size_t>(output)].name;
+        return "";
+    }
+
+    void refuse(const Node& node, const std::string& why, const std::string& advice) {
+        lowered_.findings.push_back({nameOf(node), node.type(), why, advice.empty() ? adviceFor(node.type()) : advice});
+    }
+
+    void lowerNode(const Node& node) {
+        lowered_.program.setOrigin(nameOf(node));
+        const LowerFunction function = loweringOf(node.type());
+        const std::string& domain = node.proto.domain();
+        // What depends on shapes alone is computed in advance, once the nodes before it can be converted.
+        if (!dependsOnValues(node) && node.error.empty()) return;
+        if (!function || !(domain.empty() || domain == "ai.onnx")) {
+            const bool isForeign = !domain.empty() && domain != "ai.onnx";
+            refuse(node, isForeign ? "an operator of the domain " + domain : "no operation of nolk's does this", "");
+        } else if (!node.error.empty()) {
+            refuse(node, node.error, "");
+        } else if (!isReady(node)) {
+            return;  // behind a node that is named already
+        } else {
+            carryOut(node, function);
+        }
+        substitute(node);
+    }
+
+    bool isReady(const Node& node) const {
+        for (const std::vector<int>* tensors : {&node.inputs, &node.outputs})
+            for (const int tensor : *tensors)
+                if (tensor >= 0 && !graph_.tensors[static_cast<std::size_t>(tensor)].hasShape) return false;
+        return std::all_of(node.inputs.begin(), node.inputs.end(), [this](int tensor) {
+            return tensor < 0 || graph_.known(tensor) || values_[static_cast<std::size_t>(tensor)];
+        });
+    }
+
+    void carryOut(const Node& node, LowerFunction function) {
+        try {
+            checkTypes(node);
+            NodeLowering lowering(graph_, node, values_, lowered_.program);
+            function(lowering);
+        } catch (const Refusal& refusal) {
+            refuse(node, refusal.what(), refusal.advice);
+        } catch (const std::out_of_range& error) {
+            refuse(node, error.what(), "");
+        } catch (const OnnxError& error) {
+            refuse(node, error.what(), "");
+        }
+    }
+
+    // Everything is computed in floats; integers only pass through where nothing is computed.
+    void checkTypes(const Node& node) const {
+        static const std::set<std::string> kMoving{"Concat", "Expand", "Flatten", "Gather",    "Identity", "Reshape",
+                                                   "Slice",  "Split",  "Squeeze", "Transpose", "Tile",     "Unsqueeze"};
+        for (const int output : node.outputs) {
+            if (output < 0) continue;
+            const GraphTensor& tensor = graph_.tensors[static_cast<std::size_t>(output)];
+            if (!isFloatType(tensor.type) && node.type() != "Cast" && node.type() != "MaxPool" &&
+                kMoving.count(node.type()) == 0)
+                throw Refusal("computes with " + typeName(tensor.type) + " that depends on the network's input",
+                              "only floats are computed: leave this to the host");
+            if (elementCount(tensor.dims) == 0)
+                throw Refusal("an empty result " + describeDims(tensor.dims), "remove the node");
+        }
+    }
+
+    // Tensors that a refused node should have made, so that the nodes behind it can be looked at, too.
+    void substitute(const Node& node) {
+        if (lowered_.findings.empty()) return;
+        for (const int output : node.outputs) {
+            if (output < 0) continue;
+            const GraphTensor& tensor = graph_.tensors[static_cast<std::size_t>(output)];
+            std::optional<Placed>& value = values_[static_cast<std::size_t>(output)];
+            if (value || !tensor.hasShape || elementCount(tensor.dims) == 0 || elementCount(tensor.dims) > INT32_MAX)
+                continue;
+            const int count = asInt(elementCount(tensor.dims));
+            value = placed(lowered_.program.input({1, 1, 1, count, 3}), tensor.dims);
+        }
+    }
+
+    const Graph& graph_;
+    std::vector<std::optional<Placed>> values_;
+    std::vector<char> isValue_;  // by tensor, see dependsOnValues
+    Lowered lowered_;
+};
+
+}  // namespace
+
+Lowered lowerGraph(const Graph& graph, const std::vector<int>& wanted) { return GraphLowering(graph).lower(wanted); }
+
+}  // namespace convert

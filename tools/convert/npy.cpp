@@ -1,0 +1,106 @@
+#include "convert/npy.h"
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <vector>
+
+#include "convert/onnx/OnnxError.h"
+
+namespace convert {
+
+namespace {
+
+using Bytes = std::vector<char>;
+
+[[noreturn]] void refuse(const std::string& path, const std::string& why) { throw OnnxError(path + ": " + why); }
+
+Bytes readAll(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    if (!file) refuse(path, "cannot be opened");
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Where the header's text begins and ends, and the values begin.
+std::pair<std::size_t, std::size_t> headerRange(const std::string& path, const Bytes& bytes) {
+    constexpr std::size_t kMagic = 6;
+    if (bytes.size() < 12 || std::memcmp(bytes.data(), "\x93NUMPY", kMagic) != 0) refuse(path, "not an npy file");
+    const auto byte = [&](std::size_t at) { return static_cast<std::size_t>(static_cast<unsigned char>(bytes[at])); };
+    const bool isLong = byte(kMagic) >= 2;
+    const std::size_t begin = isLong ? 12 : 10;
+    std::size_t length = byte(8) | byte(9) << 8;
+    if (isLong) length |= byte(10) << 16 | byte(11) << 24;
+    if (length > bytes.size() - begin) refuse(path, "cut short");
+    return {begin, begin + length};
+}
+
+template <typename Element, typename Value>
+std::vector<Value> valuesOf(const char* from, std::size_t count) {
+    std::vector<Value> values(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        Element element;
+        std::memcpy(&element, from + i * sizeof element, sizeof element);
+        values[i] = static_cast<Value>(element);
+    }
+    return values;
+}
+
+template <typename Element>
+Array floats(const Dims& dims, const char* from, std::size_t count) {
+    return floatArray(dims, valuesOf<Element, float>(from, count));
+}
+
+template <typename Element>
+Array integers(const Dims& dims, const char* from, std::size_t count) {
+    return {onnx::TensorProto::INT64, dims, valuesOf<Element, std::int64_t>(from, count)};
+}
+
+struct Kind {
+    const char* name;
+    std::size_t bytes;
+    Array (*make)(const Dims& dims, const char* from, std::size_t count);
+};
+
+constexpr Kind kKinds[] = {
+    {"f4", 4, floats<float>},           {"f8", 8, floats<double>},         {"b1", 1, integers<std::uint8_t>},
+    {"i1", 1, integers<std::int8_t>},   {"i2", 2, integers<std::int16_t>}, {"i4", 4, integers<std::int32_t>},
+    {"i8", 8, integers<std::int64_t>},  {"u1", 1, integers<std::uint8_t>}, {"u2", 2, integers<std::uint16_t>},
+    {"u4", 4, integers<std::uint32_t>},
+};
+
+Dims dimsOf(const std::string& text) {
+    Dims dims;
+    static const std::regex kNumber("[0-9]{1,12}");
+    for (std::sregex_iterator it(text.begin(), text.end(), kNumber), end; it != end; ++it)
+        dims.push_back(std::stoll(it->str()));
+    return dims;
+}
+
+}  // namespace
+
+Array readNpy(const std::string& path) {
+    const Bytes bytes = readAll(path);
+    const auto [begin, end] = headerRange(path, bytes);
+    constexpr std::size_t kLongestHeader = 4096;
+    if (end - begin > kLongestHeader) refuse(path, "the header is too long");
+    const std::string header(bytes.data() + begin, end - begin);
+    static const std::regex kType("'descr' *: *'[<|=]([a-z][0-9])'"), kOrder("'fortran_order' *: *False"),
+        kShape("'shape' *: *\\(([0-9, ]*)\\)");
+    std::smatch type, shape;
+    if (!std::regex_search(header, type, kType) || !std::regex_search(header, shape, kShape))
+        refuse(path, "a header that is not understood");
+    if (!std::regex_search(header, kOrder)) refuse(path, "in Fortran's order: save it with numpy.ascontiguousarray");
+    const Dims dims = dimsOf(shape[1]);
+    const auto count = static_cast<std::size_t>(elementCount(dims));
+    for (const Kind& kind : kKinds) {
+        if (type[1] != kind.name) continue;
+        if (bytes.size() - end != count * kind.bytes)
+            refuse(path, "has " + std::to_string(bytes.size() - end) + " bytes of values, " + describeDims(dims) +
+                             " needs " + std::to_string(count * kind.bytes));
+        return kind.make(dims, bytes.data() + end, count);
+    }
+    refuse(path, "values of the type " + type[1].str() + " are not read: save it as float32");
+}
+
+}  // namespace convert

@@ -1,0 +1,124 @@
+#include "convert/onnx/Model.h"
+
+#include <fcntl.h>
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/io/zero_copy_stream_impl.h>
+#include <google/protobuf/stubs/logging.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <system_error>
+#include <utility>
+
+#include "convert/onnx/text.h"
+
+namespace convert {
+
+namespace {
+
+namespace fs = std::filesystem;
+using onnx::TensorProto;
+
+constexpr int kOldestIr = 3, kNewestIr = 10, kOldestOpset = 7, kNewestOpset = 21;
+
+void parse(const fs::path& path, onnx::ModelProto& proto) {
+    std::error_code error;
+    const std::uintmax_t size = fs::is_directory(path, error) ? 0 : fs::file_size(path, error);
+    if (!error && size > INT_MAX) throw OnnxError("larger than 2 GiB: store its weights as external data");
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file < 0) throw OnnxError(std::string("cannot be opened: ") + std::strerror(errno));
+    google::protobuf::LogSilencer noLines;  // what goes wrong is said here
+    google::protobuf::io::FileInputStream stream(file);
+    stream.SetCloseOnDelete(true);
+    google::protobuf::io::CodedInputStream coded(&stream);
+    coded.SetTotalBytesLimit(INT_MAX);
+    const bool parsed = proto.ParseFromCodedStream(&coded) && coded.ConsumedEntireMessage();
+    if (stream.GetErrno() != 0) throw OnnxError(std::string("cannot be read: ") + std::strerror(stream.GetErrno()));
+    if (!parsed) throw OnnxError("not an ONNX model, or cut short");
+}
+
+int defaultOpset(const onnx::ModelProto& proto) {
+    int opset = 0;
+    for (const auto& import : proto.opset_import())
+        if (import.domain().empty() || import.domain() == "ai.onnx")
+            opset = static_cast<int>(std::min<std::int64_t>(std::max<std::int64_t>(import.version(), 0), INT_MAX));
+    return opset;
+}
+
+void checkVersions(const onnx::ModelProto& proto) {
+    const auto between = [](const char* what, std::int64_t version, int oldest, int newest) {
+        if (version < oldest || version > newest)
+            throw OnnxError(std::string(what) + " " + std::to_string(version) +
+                            " is not supported: export with one from " + std::to_string(oldest) + " to " +
+                            std::to_string(newest));
+    };
+    if (!proto.has_ir_version() || !proto.has_graph()) throw OnnxError("not an ONNX model");
+    between("IR version", proto.ir_version(), kOldestIr, kNewestIr);
+    between("opset", defaultOpset(proto), kOldestOpset, kNewestOpset);
+    if (proto.graph().sparse_initializer_size() != 0) throw OnnxError("sparse weights are not supported");
+}
+
+void takeInitializers(Model& model) {
+    std::map<int, int> converted;  // type -> tensors
+    for (TensorProto& tensor : *model.proto.mutable_graph()->mutable_initializer()) {
+        Array array = arrayOf(tensor, model.folder);
+        if (array.isFloat() && array.type() != TensorProto::FLOAT) ++converted[array.type()];
+        if (!model.initializers.emplace(tensor.name(), std::move(array)).second)
+            throw OnnxError("two tensors are named " + inQuotes(tensor.name()));
+        TensorProto nameOnly;
+        nameOnly.set_name(tensor.name());
+        tensor.Swap(&nameOnly);
+    }
+    for (const auto& [type, count] : converted)
+        model.remarks.push_back(std::to_string(count) + (count == 1 ? " tensor of " : " tensors of ") + typeName(type) +
+                                (count == 1 ? " becomes float32" : " become float32"));
+}
+
+}  // namespace
+
+Model readModel(const fs::path& path) {
+    onnx::ModelProto proto;
+    parse(path, proto);
+    return modelOf(std::move(proto), path.parent_path());
+}
+
+Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
+    checkVersions(proto);
+    Model model;
+    model.proto = std::move(proto);
+    model.folder = folder;
+    model.opset = defaultOpset(model.proto);
+    takeInitializers(model);
+    return model;
+}
+
+std::vector<ModelInput> inputsOf(const Model& model) {
+    std::vector<ModelInput> inputs;
+    for (const auto& value : model.graph().input()) {
+        if (model.initializers.count(value.name()) != 0) continue;
+        ModelInput input;
+        input.name = value.name();
+        input.type = value.type().tensor_type().elem_type();
+        if (!value.type().has_tensor_type()) throw OnnxError("input " + inQuotes(input.name) + " is not a tensor");
+        input.hasShape = value.type().tensor_type().has_shape();
+        for (const auto& extent : value.type().tensor_type().shape().dim()) {
+            const bool isFixed = extent.has_dim_value() && extent.dim_value() > 0;
+            input.dims.push_back(isFixed ? extent.dim_value() : -1);
+            input.parameters.push_back(extent.dim_param());
+        }
+        inputs.push_back(std::move(input));
+    }
+    return inputs;
+}
+
+std::string describeNode(const onnx::NodeProto& node) {
+    const std::string type = node.op_type().empty() ? "no operator" : inQuotes(node.op_type());
+    const std::string name = !node.name().empty()      ? "node " + inQuotes(node.name())
+                             : node.output_size() != 0 ? "node that makes " + inQuotes(node.output(0))
+                                                       : std::string("node without results");
+    return name + " (" + (type.front() == '\'' ? type.substr(1, type.size() - 2) : type) + ")";
+}
+
+}  // namespace convert

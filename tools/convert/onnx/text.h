@@ -1,0 +1,11 @@
+// Names from a file in messages for people: they may be long, or hold control characters.
+#pragma once
+
+#include <string>
+
+namespace convert {
+
+// 'name', with at most 120 characters, of which none is a control character.
+std::string inQuotes(const std::string& name);
+
+}  // namespace convert
