@@ -62,7 +62,7 @@ def main():
     parser.add_argument("nolk", type=pathlib.Path)
     parser.add_argument("names", nargs="*")
     parser.add_argument("--check", action="store_true")
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     print("| network | operations | difference | conversion | remark |\n|---|---|---|---|---|")
     all_good = True
     for folder in sorted(path for path in arguments.folder.iterdir() if (path / "model.onnx").exists()):
