@@ -7,6 +7,7 @@
 #include <deque>
 #include <set>
 
+#include "support/effort.h"
 #include "support/everyOperation.h"
 #include "support/expectReference.h"
 
@@ -158,9 +159,7 @@ private:
 };
 
 TEST(RandomGraph, EqualsPlainEvaluationAlsoFromAFile) {
-    // Less on machines that are only emulated.
-    const char* const percent = std::getenv("NOLK_TEST_EFFORT");
-    const int seeds = 6 * (percent ? std::clamp(std::atoi(percent), 1, 500) : 100);
+    const int seeds = 6 * effort();
     for (int seed = 1; seed <= seeds; ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
         RandomGraph graph(static_cast<std::uint32_t>(seed));

@@ -1,9 +1,9 @@
 #include "convert/npy.h"
 
+#include <algorithm>
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <vector>
 
 #include "convert/onnx/OnnxError.h"
@@ -69,11 +69,28 @@ constexpr Kind kKinds[] = {
     {"u4", 4, integers<std::uint32_t>},
 };
 
+// What stands behind a key of the header, blanks left out, up to one of the characters of `end`.
+std::string valueOf(const std::string& header, const std::string& key, const std::string& end) {
+    const std::size_t at = header.find("'" + key + "'");
+    const std::size_t begin = at == std::string::npos ? at : header.find(':', at);
+    if (begin == std::string::npos) return "";
+    std::string value;
+    for (std::size_t i = begin + 1; i < header.size() && end.find(header[i]) == std::string::npos; ++i)
+        if (header[i] != ' ') value += header[i];
+    return value;
+}
+
+// The numbers in "(1,3,4"
 Dims dimsOf(const std::string& text) {
     Dims dims;
-    static const std::regex kNumber("[0-9]{1,12}");
-    for (std::sregex_iterator it(text.begin(), text.end(), kNumber), end; it != end; ++it)
-        dims.push_back(std::stoll(it->str()));
+    bool isInside = false;
+    for (const char c : text) {
+        const bool isDigit = c >= '0' && c <= '9';
+        constexpr std::int64_t kLargest = std::int64_t{1} << 40;
+        if (isDigit && !isInside) dims.push_back(0);
+        if (isDigit) dims.back() = std::min(dims.back() * 10 + (c - '0'), kLargest);
+        isInside = isDigit;
+    }
     return dims;
 }
 
@@ -85,22 +102,22 @@ Array readNpy(const std::string& path) {
     constexpr std::size_t kLongestHeader = 4096;
     if (end - begin > kLongestHeader) refuse(path, "the header is too long");
     const std::string header(bytes.data() + begin, end - begin);
-    static const std::regex kType("'descr' *: *'[<|=]([a-z][0-9])'"), kOrder("'fortran_order' *: *False"),
-        kShape("'shape' *: *\\(([0-9, ]*)\\)");
-    std::smatch type, shape;
-    if (!std::regex_search(header, type, kType) || !std::regex_search(header, shape, kShape))
-        refuse(path, "a header that is not understood");
-    if (!std::regex_search(header, kOrder)) refuse(path, "in Fortran's order: save it with numpy.ascontiguousarray");
-    const Dims dims = dimsOf(shape[1]);
+    std::string type = valueOf(header, "descr", ",");  // '<f4'
+    type = type.size() == 5 && std::string("<|=").find(type[1]) != std::string::npos ? type.substr(2, 2) : "";
+    const std::string shape = valueOf(header, "shape", ")");
+    if (type.empty() || shape.empty()) refuse(path, "a header that is not understood");
+    if (valueOf(header, "fortran_order", ",}") != "False")
+        refuse(path, "in Fortran's order: save it with numpy.ascontiguousarray");
+    const Dims dims = dimsOf(shape);
     const auto count = static_cast<std::size_t>(elementCount(dims));
     for (const Kind& kind : kKinds) {
-        if (type[1] != kind.name) continue;
+        if (type != kind.name) continue;
         if (bytes.size() - end != count * kind.bytes)
             refuse(path, "has " + std::to_string(bytes.size() - end) + " bytes of values, " + describeDims(dims) +
                              " needs " + std::to_string(count * kind.bytes));
         return kind.make(dims, bytes.data() + end, count);
     }
-    refuse(path, "values of the type " + type[1].str() + " are not read: save it as float32");
+    refuse(path, "values of the type " + type + " are not read: save it as float32");
 }
 
 }  // namespace convert

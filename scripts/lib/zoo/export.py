@@ -17,7 +17,7 @@ from onnx import numpy_helper
 
 
 def settle(network, shape):
-    """Batch normalisations get the statistics of their own inputs, and every scale a value of its own."""
+    """Batch normalisations get the statistics of their own inputs, and every scale and head values of its own."""
     torch.manual_seed(1)
     norms = [m for m in network.modules() if isinstance(m, (torch.nn.BatchNorm2d, torch.nn.LayerNorm))]
     for norm in norms:
@@ -25,6 +25,9 @@ def settle(network, shape):
         norm.bias.data.uniform_(-0.3, 0.3)
         if isinstance(norm, torch.nn.BatchNorm2d):
             norm.momentum = 0.5
+    for module in network.modules():
+        if isinstance(module, torch.nn.Linear) and not module.weight.any():  # a head that begins with zeros
+            torch.nn.init.normal_(module.weight, std=0.05)
     network.train()
     with torch.no_grad():
         for _ in range(3):
@@ -85,7 +88,7 @@ def main():
     parser.add_argument("names", nargs="*")
     parser.add_argument("--opset", type=int, default=17)
     parser.add_argument("--dynamic", action="store_true")
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     warnings.simplefilter("ignore")
     for name in arguments.names or NETWORKS:
         folder = arguments.folder / name

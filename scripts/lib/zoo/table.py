@@ -3,15 +3,15 @@
     python3 table.py FOLDER NOLK_CONVERT NOLK [--check] [NAME]...
 
 Operations are those of the converted file. The difference is the largest between nolk's outputs and PyTorch's, of an
-output's largest value. With --check nolk-convert compares with its own evaluator too. The exit status is 1 when a network
-was refused or differs by more than 1e-4.
+output's largest value. The time is the conversion's on the processor, without its check. With --check nolk-convert
+compares with its own evaluator too. The exit status is 1 when a network was refused or differs by more than 1e-4.
 """
 import argparse
 import pathlib
+import resource
 import subprocess
 import sys
 import tempfile
-import time
 
 import numpy
 
@@ -39,9 +39,10 @@ def difference(model, folder, nolk, scratch):
 
 def line(folder, arguments, scratch):
     model = scratch / "net.cm"
-    begin = time.monotonic()
+    begin = resource.getrusage(resource.RUSAGE_CHILDREN)
     status, text = run(arguments.convert, folder / "model.onnx", model, "--no-check")
-    seconds = time.monotonic() - begin
+    end = resource.getrusage(resource.RUSAGE_CHILDREN)
+    seconds = end.ru_utime + end.ru_stime - begin.ru_utime - begin.ru_stime
     if status != 0:
         return f"| {folder.name} | | | | {text.splitlines()[-1] if text else 'no text'} |", False
     operations = next((word for row in text.splitlines() for word, unit in zip(row.split(), row.split()[1:])
@@ -62,7 +63,7 @@ def main():
     parser.add_argument("nolk", type=pathlib.Path)
     parser.add_argument("names", nargs="*")
     parser.add_argument("--check", action="store_true")
-    arguments = parser.parse_args()
+    arguments = parser.parse_intermixed_args()
     print("| network | operations | difference | conversion | remark |\n|---|---|---|---|---|")
     all_good = True
     for folder in sorted(path for path in arguments.folder.iterdir() if (path / "model.onnx").exists()):

@@ -78,7 +78,7 @@ private:
             const Dims& dims = options_.inputDims.at(place.name);
             const auto given = options_.inputs.find(place.name);
             reference.inputs[place.name] = given != options_.inputs.end()
-                                               ? usersArray(place, dims, given->second, batch)
+                                               ? usersArray(place, dims, given->second, batch, typeOf(place.name))
                                                : randomArray(place, dims, batch, typeOf(place.name), random);
         }
         GraphOptions graph;

@@ -53,6 +53,12 @@ Dims batchDims(const TensorPlace& place, Dims dims, int batch) {
     return dims;
 }
 
+// The values as floats or as integers, whichever the type has.
+Array arrayOfType(int type, const Dims& dims, Samples values) {
+    if (!isIntType(type)) return {type, dims, std::move(values)};
+    return {type, dims, std::vector<std::int64_t>(values.begin(), values.end())};
+}
+
 }  // namespace
 
 void appendSample(const TensorPlace& place, const Array& array, int batch, int sample, Samples& samples) {
@@ -62,14 +68,15 @@ void appendSample(const TensorPlace& place, const Array& array, int batch, int s
 }
 
 Array randomArray(const TensorPlace& place, const Dims& dims, int batch, int type, std::mt19937& random) {
-    std::normal_distribution<float> normal;
     const Dims wanted = batchDims(place, dims, batch);
     std::vector<float> values(static_cast<std::size_t>(elementCount(wanted)));
-    for (float& value : values) value = normal(random);
-    return {type, wanted, std::move(values)};
+    std::normal_distribution<float> normal;
+    std::uniform_int_distribution<int> whole(0, type == onnx::TensorProto::BOOL ? 1 : 127);
+    for (float& value : values) value = isIntType(type) ? static_cast<float>(whole(random)) : normal(random);
+    return arrayOfType(type, wanted, std::move(values));
 }
 
-Array usersArray(const TensorPlace& place, const Dims& dims, const Array& given, int batch) {
+Array usersArray(const TensorPlace& place, const Dims& dims, const Array& given, int batch, int type) {
     const std::int64_t perSample = elementCount(dims);
     const std::int64_t samples = perSample == 0 ? 0 : given.count() / perSample;
     if (samples < 1 || given.count() % perSample != 0 ||
@@ -84,7 +91,7 @@ Array usersArray(const TensorPlace& place, const Dims& dims, const Array& given,
         std::size_t next = 0;
         forEachOfSample(place, wanted, batch, sample, [&](std::size_t offset) { values[offset] = taken[next++]; });
     }
-    return {given.type(), wanted, std::move(values)};
+    return arrayOfType(type, wanted, std::move(values));
 }
 
 Array sampleAlone(const TensorPlace& place, const Dims& dims, const Array& array, int batch, int sample) {
@@ -93,7 +100,7 @@ Array sampleAlone(const TensorPlace& place, const Dims& dims, const Array& array
     appendSample(place, array, batch, sample, taken);
     std::size_t next = 0;
     forEachOfSample(place, dims, 1, 0, [&](std::size_t offset) { values[offset] = taken[next++]; });
-    return {array.type(), dims, std::move(values)};
+    return arrayOfType(array.type(), dims, std::move(values));
 }
 
 }  // namespace convert

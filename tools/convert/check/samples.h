@@ -19,11 +19,11 @@ void appendSample(const TensorPlace& place, const Array& array, int batch, int s
 // One sample of a batch as an ONNX tensor of dims, which have batch 1.
 Array sampleAlone(const TensorPlace& place, const Dims& dims, const Array& array, int batch, int sample);
 
-// Random values of a normal distribution, for a batch of samples of dims.
+// Random values, floats of a normal distribution or integers from 0 to 127, for a batch of samples of dims.
 Array randomArray(const TensorPlace& place, const Dims& dims, int batch, int type, std::mt19937& random);
 
-// The first samples of what a user brings; with fewer than the batch they begin anew. Throws OnnxError for a shape that
-// is not that of the input.
-Array usersArray(const TensorPlace& place, const Dims& dims, const Array& given, int batch);
+// The first samples of what a user brings, as values of the type; with fewer than the batch they begin anew. Throws
+// OnnxError for a shape that is not that of the input.
+Array usersArray(const TensorPlace& place, const Dims& dims, const Array& given, int batch, int type);
 
 }  // namespace convert

@@ -9,14 +9,18 @@ namespace convert {
 
 namespace {
 
-// Constants up to this size are computed in advance, and together up to as many elements.
-constexpr std::int64_t kLargestFolded = std::int64_t{1} << 26, kMostFolded = std::int64_t{1} << 28;
+// Constants that are computed in advance may have as many elements together, and so many for each of the file's own: a
+// small file must not take much memory.
+constexpr std::int64_t kFreeElements = std::int64_t{1} << 24, kElementsForEach = 4;
 
 class GraphMaker {
 public:
     GraphMaker(const Model& model, const std::map<std::string, Dims>& inputDims) : model_(model) {
         graph_.opset = model.opset;
-        for (const auto& [name, array] : model.initializers) addKnown(name, array);
+        for (const auto& [name, array] : model.initializers) {
+            addKnown(name, array);
+            left_ += kElementsForEach * array.count();
+        }
         for (const ModelInput& input : inputsOf(model)) addInput(input, inputDims);
     }
 
@@ -69,7 +73,7 @@ private:
                 tensor.known = results[at].known;
             }
             isKnown = isKnown && tensor.known;
-            if (tensor.known) folded_ += tensor.known->count();
+            if (tensor.known) left_ -= tensor.known->count();
             node.outputs.push_back(addTensor(std::move(tensor)));
         }
         node.proto.clear_input();
@@ -101,7 +105,7 @@ private:
         }
         try {
             return evaluateShapes(node.proto, model_.opset, pointers,
-                                  allKnown && folded_ < kMostFolded ? kLargestFolded : kLargestKnown);
+                                  allKnown ? std::max(left_, kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
             node.error = error.what();
             return {};
@@ -111,7 +115,7 @@ private:
     const Model& model_;
     Graph graph_;
     std::map<std::string, int> places_;
-    std::int64_t folded_ = 0;  // elements of computed constants
+    std::int64_t left_ = kFreeElements;  // elements that computed constants may have
 };
 
 }  // namespace
