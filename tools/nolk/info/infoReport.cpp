@@ -58,11 +58,14 @@ std::string headText(const std::string& path, const ModelInfo& info) {
     return text;
 }
 
-std::string endsText(const ModelInfo& info, const char* name, const std::vector<int>& places) {
+// names are empty for files that give none.
+std::string endsText(const ModelInfo& info, const char* kind, const std::vector<int>& places,
+                     const std::vector<std::string>& names) {
     std::string text;
     for (std::size_t i = 0; i < places.size(); ++i)
-        text += std::string(name) + " " + std::to_string(i) + ": " + shapeText(operationAt(info, places[i]).output) +
-                ", " + reference(info, places[i]) + "\n";
+        text += std::string(kind) + " " + std::to_string(i) +
+                (names.empty() ? "" : " \"" + printable(names[i]) + "\"") + ": " +
+                shapeText(operationAt(info, places[i]).output) + ", " + reference(info, places[i]) + "\n";
     return text;
 }
 
@@ -112,12 +115,14 @@ std::string totalsText(const ModelInfo& info) {
 
 Json orNull(bool isKnown, std::int64_t value) { return isKnown ? Json(value) : Json(nullptr); }
 
-Json tensorsJson(const ModelInfo& info, const std::vector<int>& places) {
+Json tensorsJson(const ModelInfo& info, const std::vector<int>& places, const std::vector<std::string>& names) {
     Json tensors = Json::array();
-    for (const int place : places) {
-        const ModelOperation& operation = operationAt(info, place);
-        tensors.push_back(
-            {{"record", operation.record}, {"shape", shapeJson(operation.output)}, {"dims", operation.output.dims}});
+    for (std::size_t i = 0; i < places.size(); ++i) {
+        const ModelOperation& operation = operationAt(info, places[i]);
+        tensors.push_back({{"name", names.empty() ? Json(nullptr) : Json(names[i])},
+                           {"record", operation.record},
+                           {"shape", shapeJson(operation.output)},
+                           {"dims", operation.output.dims}});
     }
     return tensors;
 }
@@ -187,8 +192,9 @@ Json costJson(const nolk::ModelCost& cost) {
 }  // namespace
 
 std::string infoText(const std::string& path, const ModelInfo& info) {
-    return headText(path, info) + endsText(info, "input", info.inputs) + endsText(info, "output", info.outputs) + "\n" +
-           operationsText(info) + "\n" + totalsText(info);
+    return headText(path, info) + endsText(info, "input", info.inputs, info.inputNames) +
+           endsText(info, "output", info.outputs, info.outputNames) + "\n" + operationsText(info) + "\n" +
+           totalsText(info);
 }
 
 std::string infoJson(const std::string& path, const ModelInfo& info) {
@@ -198,8 +204,8 @@ std::string infoJson(const std::string& path, const ModelInfo& info) {
                      {"version", info.version},
                      {"bytes", info.fileBytes},
                      {"headInfo", headInfoJson(info)},
-                     {"inputs", tensorsJson(info, info.inputs)},
-                     {"outputs", tensorsJson(info, info.outputs)},
+                     {"inputs", tensorsJson(info, info.inputs, info.inputNames)},
+                     {"outputs", tensorsJson(info, info.outputs, info.outputNames)},
                      {"operations", operations},
                      {"layers", layersJson(info)},
                      {"totals", totalsJson(info)},
