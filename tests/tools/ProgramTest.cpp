@@ -6,7 +6,7 @@
 namespace {
 
 TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
-    const std::string commands = "info, run, bench, check or diff";
+    const std::string commands = "info, run, bench, check, diff or convert";
     expectRefused({}, {{{}, "no command; " + commands + "; see nolk --help", 2},
                        {{"inf", "x.cm"}, "inf: no such command; " + commands, 2},
                        {{"--frobnicate"}, "--frobnicate: no such option; see nolk --help", 2},
