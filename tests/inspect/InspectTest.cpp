@@ -84,6 +84,18 @@ TEST(InspectModel, StopsWhereItWasToldTo) {
     EXPECT_FALSE(nolk::inspectModel(file.data(), file.size(), options).isBuilt);
 }
 
+// A join of nothing would end the process as soon as it is recorded, also where no output needs it.
+TEST(InspectModel, BuildsNothingThatEndsTheProcess) {
+    const Bytes file = container(1, {}, hex("0300 0000 0100 0100 0100 0000 0c00 00 0500 01 1600 0000"));
+    const nolk::ModelInfo info = nolk::inspectModel(file.data(), file.size());
+    EXPECT_FALSE(info.isBuilt);
+    EXPECT_EQ(info.remark, "not built: record 2 (concat): joins nothing, which ends the process");
+    nolk::InspectionOptions options;
+    options.batch = 0;
+    EXPECT_THROW(nolk::inspectModel(file.data(), file.size(), options), nolk::ModelError);
+    EXPECT_THROW(nolk::loadModel(nullptr, 5, 1), nolk::ModelError);
+}
+
 TEST(LoadModel, RunsTheNetwork) {
     const Bytes file = fileOf([](Writer& w) { return std::vector<X*>{w.abs(w.input({1, 2, 1, 1, 1}))}; });
     const nolk::Owned<nolk::Runner> runner = nolk::loadModel(file.data(), file.size(), 2, "NolkRaw:num_threads=2");
@@ -120,6 +132,11 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
         {"0300" + input + "0b00 0500 0700 00 1600 0700",
          "record 2 (softmax): axis must be 1 to 3, is 0: the output is left unwritten"},
         {"0200" + input + "1600 0700", "output 0 depends on an undefined id"},
+        {"0300 0100 0500 01000000 02000000 01000000 f(1) f(2) 1000 0500 0700 02000000 01000000 01000000 00 1600 0700",
+         "record 2 (reshape): layout nchw copies nothing, so its input must not be a constant"},
+        {"0400" + input + "1000 0500 0700 06000000 01000000 01000000 00 1600 0700 1600 0500",
+         "record 2 (reshape): layout nchw copies nothing, so its input must have no other use, but id 5 is used 2 "
+         "times"},
         {"0200" + input + "7f00",
          "record 2 (?) at byte 24: error: unknown op code 127, so where the next record "
          "begins cannot be told"},
