@@ -55,10 +55,11 @@ Network loadNetwork(const std::string& path, int batch, const ImplementationOpti
     const std::vector<unsigned char> bytes = readModel(path);
     Network network;
     try {
+        // First, because both need memory of the file's size for a moment, and loading keeps the weights.
+        network.info = nolk::inspectModel(bytes.data(), bytes.size(), {batch, nolk::InspectionDepth::records, {}});
         const auto start = std::chrono::steady_clock::now();
         network.runner = newRunner(bytes, batch, implementation);
         network.loadSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        network.info = nolk::inspectModel(bytes.data(), bytes.size(), {batch, nolk::InspectionDepth::records, {}});
     } catch (const nolk::ModelError& e) {
         throw std::runtime_error(path + ": " + e.what() + queuedMessages());
     }
