@@ -255,7 +255,7 @@ long peakMegabytes() {
 // layers have copies. The builder is given zeros for them, in memory that nobody touches.
 TEST(ModelReader, FloatsThatAreOnlyAnnouncedTakeNoMemory) {
     const std::string huge = "0100 0700 00000001 04000000 01000000";  // 2^26 floats, 256 MB
-    const long before = peakMegabytes();
+    [[maybe_unused]] const long before = peakMegabytes();
     for (const char* const data : {"00", "00 f(1)", "08 f(1)"}) {
         const Load load(container(4, hex("0000"), hex("0300" + std::string(kInputs) + huge + data)), 3);
         EXPECT_EQ(load.runner, nullptr);
