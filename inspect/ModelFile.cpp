@@ -86,7 +86,9 @@ void ModelFile::unscramble() {
 void ModelFile::releaseBefore(std::int64_t offset) {
     if (unscrambled_.empty()) return;
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-    const auto begin = (reinterpret_cast<std::uintptr_t>(unscrambled_.data()) + page - 1) / page * page;
-    const auto end = reinterpret_cast<std::uintptr_t>(unscrambled_.data() + std::min(offset, size())) / page * page;
-    if (begin < end) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+    const auto address = reinterpret_cast<std::uintptr_t>(unscrambled_.data());
+    const auto begin = (page - address % page) % page;
+    const auto bytes = static_cast<std::uintptr_t>(std::clamp<std::int64_t>(offset, 0, size()));
+    const auto end = bytes - std::min((address + bytes) % page, bytes);
+    if (begin < end) madvise(unscrambled_.data() + begin, end - begin, MADV_DONTNEED);
 }

@@ -44,8 +44,8 @@ constexpr int kListOfInputs = -1;
 constexpr std::size_t kMaxFields = 5;
 
 struct Operation {
-    int code;          // in model files
     const char* name;  // of the builder's method
+    int code;          // in model files
     int inputCount;    // kListOfInputs: the record gives their number
     std::size_t fieldCount;
     std::array<Field, kMaxFields> fields;
@@ -127,8 +127,8 @@ template <auto function, typename... Names>
 constexpr Operation row(int code, const char* name, Names... fieldNames) {
     using S = decltype(signatureOf<function>(function));
     static_assert(sizeof...(Names) == S::kFields, "every parameter that is no tensor needs a name");
-    return {code,
-            name,
+    return {name,
+            code,
             S::kHasList ? kListOfInputs : static_cast<int>(S::kInputs),
             S::kFields,
             S::fields({fieldNames...}, std::make_index_sequence<S::kFields>()),

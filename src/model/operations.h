@@ -63,7 +63,7 @@ inline constexpr Operation kTable[] = {
     row<&RunnerBuilder::divide>(19, "divide"),
     row<&RunnerBuilder::reduce>(20, "reduce", "shape", "operator"),
     row<&RunnerBuilder::l2normalize>(21, "l2normalize"),
-    {22, "output", 1, 0, {}, nullptr, 0},
+    {"output", 22, 1, 0, {}, nullptr, 0},
     row<&RunnerBuilder::clip>(23, "clip", "min", "max"),
     row<&RunnerBuilder::lstm>(24, "lstm", "weights"),
     row<&RunnerBuilder::hardSigmoid>(25, "hardSigmoid", "alpha", "beta"),

@@ -133,6 +133,7 @@ int convertFile(const Arguments& a) {
     for (const std::string& remark : conversion.remarks) std::printf("%s\n", remark.c_str());
     bool isGood = conversion.findings.empty();
     if (!isGood) printFindings(a, conversion);
+    // NOLINTNEXTLINE(bugprone-use-after-move): without a check the model is not read again.
     isGood = isGood && isChecked(model, options, a, conversion, report);
     if (!a.report.empty()) writeFile(a.report, report.text());
     if (!isGood) return kFailure;

@@ -62,9 +62,10 @@ std::string checkImplementation(const std::string& implementation) {
         const int least = key == kThreads ? 1 : 0;
         const int most = key == kThreads ? kMostThreads : std::numeric_limits<int>::max();
         const std::optional<int> number = wholeNumberIn(value);
-        if (!number || *number < least || *number > most)
-            return key + ": a whole number from " + std::to_string(least) + " to " + std::to_string(most) + ", is " +
-                   value;
+        if (number && *number >= least && *number <= most) continue;
+        std::string text = key;
+        text += ": a whole number from " + std::to_string(least) + " to " + std::to_string(most);
+        return text += ", is " + value;
     }
     return "";
 }

@@ -183,7 +183,7 @@ private:
 
     // The first tensor in the order of the graph that departs.
     std::string firstDeparture(int batch, const std::string& output) {
-        const std::string failure = "output " + output;
+        std::string failure = "output " + output;
         if (!options_.withAllTensors) return failure;
         const ConvertedFile all = options_.withAllTensors();
         std::set<std::string> names;

@@ -68,8 +68,6 @@ int wrapAxis(std::int64_t axis, int rank) {
     return static_cast<int>(axis < 0 ? axis + rank : axis);
 }
 
-void need(bool condition, const std::string& text) {
-    if (!condition) throw OnnxError(text);
-}
+void refuse(const std::string& text) { throw OnnxError(text); }
 
 }  // namespace convert

@@ -51,7 +51,12 @@ struct Call {
 // An axis from 0 to rank - 1 for one from -rank to rank - 1.
 int wrapAxis(std::int64_t axis, int rank);
 
+// Throws OnnxError.
+[[noreturn]] void refuse(const std::string& text);
+
 // Throws OnnxError with the text unless the condition holds.
-void need(bool condition, const std::string& text);
+inline void need(bool condition, const std::string& text) {
+    if (!condition) refuse(text);
+}
 
 }  // namespace convert

@@ -18,7 +18,7 @@ struct Convolution {
 Dims kernelOf(const Call& call) {
     need(call.rank(1) == call.rank(0),
          "weights of shape " + describeDims(call.dims(1)) + " for an input of " + describeDims(call.dims(0)));
-    const Dims own(call.dims(1).begin() + 2, call.dims(1).end());
+    Dims own(call.dims(1).begin() + 2, call.dims(1).end());
     const auto said = call.intsAttribute("kernel_shape");
     need(!said || said->empty() || *said == own, "kernel_shape is not that of the weights");
     return own;

@@ -9,7 +9,6 @@ namespace convert {
 
 namespace {
 
-using onnx::AttributeProto;
 using onnx::TensorProto;
 
 Arrays sameElements(const Call& call, const Values& results) { return {call.array(0).withDims(results[0].dims)}; }

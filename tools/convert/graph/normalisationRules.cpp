@@ -83,7 +83,7 @@ Shifted withoutAddend(const GraphEditor& editor, int tensor) {
 std::optional<Reduction> centred(const GraphEditor& editor, int tensor) {
     const Node* difference = editor.maker(tensor, "Sub");
     if (difference == nullptr) return std::nullopt;
-    const auto mean = reductionOf(editor, difference->inputs[1], "ReduceMean");
+    auto mean = reductionOf(editor, difference->inputs[1], "ReduceMean");
     if (!mean || mean->x != difference->inputs[0]) return std::nullopt;
     return mean;
 }
