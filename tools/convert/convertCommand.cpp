@@ -1,4 +1,5 @@
 #include "convert/convertCommand.h"
+#include "ProgressBar.h"
 
 #include <nolk.h>
 
@@ -7,12 +8,11 @@
 #include <cstdio>
 #include <map>
 
-#include "convert/ProgressBar.h"
 #include "convert/conversion.h"
 #include "convert/npy.h"
 #include "convert/onnx/text.h"
-#include "convert/outputFile.h"
 #include "convert/report.h"
+#include "writeText.h"
 
 namespace convert {
 
@@ -135,10 +135,10 @@ int convertFile(const Arguments& a) {
     if (!isGood) printFindings(a, conversion);
     // NOLINTNEXTLINE(bugprone-use-after-move): without a check the model is not read again.
     isGood = isGood && isChecked(model, options, a, conversion, report);
-    if (!a.report.empty()) writeFile(a.report, report.text());
+    if (!a.report.empty()) writeText(a.report, report.text());
     if (!isGood) return kFailure;
     const std::vector<unsigned char>& bytes = conversion.file.bytes;
-    writeFile(a.out, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+    writeText(a.out, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     std::printf("%s: %zu operations, %zu bytes\n", a.out.c_str(), conversion.operations.size(), bytes.size());
     return 0;
 }

@@ -1,10 +1,12 @@
-// Output of commands: tables of text, and writing to files or standard output.
+// Output of commands: tables of text; writeText writes them.
 //   Table table({{"operation"}, {"parameters", true}});  table.add({"relu", "0"});  writeText("-", table.text());
 #pragma once
 
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "writeText.h"
 
 struct Column {
     std::string title;
@@ -25,7 +27,3 @@ private:
     std::vector<Column> columns_;
     std::vector<std::vector<std::string>> rows_;
 };
-
-// Writes text to a file, or to standard output for "-". A regular file is replaced atomically: if writing fails, the
-// old contents stay and no partial file is left. Throws std::runtime_error, "path: why", when it cannot be written.
-void writeText(const std::string& path, const std::string& text);

@@ -1,10 +1,8 @@
-// A bar on standard error that says how much is done. It appears only on a terminal, and only when the work takes
-// longer than a second; it goes with the object.
+// A progress bar on standard error, for the programs. It appears only on a terminal, and only when the work takes
+// longer than a second. The destructor removes it.
 #pragma once
 
 #include <chrono>
-
-namespace convert {
 
 class ProgressBar {
 public:
@@ -13,7 +11,7 @@ public:
     ProgressBar(const ProgressBar&) = delete;
     ProgressBar& operator=(const ProgressBar&) = delete;
 
-    // done: 0 to 1. May be called as often as one likes; draws ten times a second.
+    // done: 0 to 1. May be called often; it draws at most ten times a second.
     void show(double done);
 
 private:
@@ -24,5 +22,3 @@ private:
     bool drawn_ = false;
     Clock::time_point next_;  // when to draw
 };
-
-}  // namespace convert

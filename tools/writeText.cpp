@@ -1,4 +1,4 @@
-#include "convert/outputFile.h"
+#include "writeText.h"
 
 #include <unistd.h>
 
@@ -8,8 +8,6 @@
 #include <filesystem>
 #include <stdexcept>
 #include <system_error>
-
-namespace convert {
 
 namespace {
 
@@ -37,20 +35,19 @@ int replace(const std::string& path, std::string_view text) {
 }
 
 int writeWhole(const std::string& path, std::string_view text) {
-    std::error_code unknown;  // writing tells why
+    std::error_code unknown;  // ignored: writing fails with the reason
     const fs::file_status status = fs::status(path, unknown);
-    if (fs::exists(status) && !fs::is_regular_file(status)) return writeTo(path, text);            // a pipe, a device
-    const std::string target = fs::exists(status) ? fs::canonical(path, unknown).string() : path;  // links stay
+    if (fs::exists(status) && !fs::is_regular_file(status)) return writeTo(path, text);  // a pipe, a device
+    const std::string target =
+        fs::exists(status) ? fs::canonical(path, unknown).string() : path;  // keeps symbolic links
     return replace(target.empty() ? path : target, text);
 }
 
 }  // namespace
 
-void writeFile(const std::string& path, std::string_view text) {
+void writeText(const std::string& path, std::string_view text) {
     const int error = path == "-" ? writeAll(stdout, text) : writeWhole(path, text);
     if (error != 0)
         throw std::runtime_error((path == "-" ? "standard output" : path) +
                                  ": cannot be written: " + std::strerror(error));
 }
-
-}  // namespace convert

@@ -1,12 +1,10 @@
-#include "convert/ProgressBar.h"
+#include "ProgressBar.h"
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <string>
-
-namespace convert {
 
 namespace {
 
@@ -31,5 +29,3 @@ void ProgressBar::show(double done) {
     std::fprintf(stderr, "\r%s [%s] %3.0f %%", what_, bar.c_str(), 100 * part);
     drawn_ = true;
 }
-
-}  // namespace convert
