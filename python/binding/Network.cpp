@@ -1,0 +1,267 @@
+#include "Network.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <stdexcept>
+
+#include "implementations.h"
+
+namespace {
+
+// A shared runner takes more than a batch at a time, so that its batches are full, but not all samples at once, since
+// it keeps a record of each.
+constexpr py::ssize_t kBatchesOfSharedCall = 8;
+
+constexpr int kWholeBatch = -1;
+
+std::string takeMessages() {
+    std::string all;
+    for (char text[256];;) {
+        nolk_pop_error_message(text, sizeof text);
+        if (!*text) return all;
+        all += (all.empty() ? "" : "; ") + std::string(text);
+    }
+}
+
+nolk::Owned<nolk::Runner> load(const void* data, std::size_t size, const std::string& implementation,
+                               const LoadOptions& options) {
+    requireImplementation(implementation);
+    takeMessages();  // so that those which follow belong to this call
+    try {
+        return nolk::loadModel(data, size, options.batch, implementation.c_str(), options.limits);
+    } catch (const nolk::LimitExceeded&) {
+        throw;
+    } catch (const nolk::ModelError& e) {
+        const std::string messages = takeMessages();
+        throw nolk::ModelError(e.what() + (messages.empty() ? "" : ": " + messages));
+    } catch (const std::logic_error& e) {
+        throw nolk::ModelError(implementation + ": a setting is not a number (" + e.what() + ")");
+    }
+}
+
+nolk::Owned<nolk::Runner> wrapForThreads(nolk::Owned<nolk::Runner> runner, int batch) {
+    nolk::Runner* const wrapped = nolk_wrap_batch_runner(runner.get(), batch);
+    if (!wrapped) throw nolk::ModelError(takeMessages());
+    static_cast<void>(runner.release());  // owned by the wrapper now
+    return nolk::Owned<nolk::Runner>(wrapped);
+}
+
+std::vector<ArrayForm> formsOf(const nolk::ModelInfo& info, const std::vector<int>& places,
+                               const std::vector<std::string>& names, const std::string& kind) {
+    std::vector<ArrayForm> forms;
+    for (std::size_t i = 0; i < places.size(); ++i)
+        forms.push_back({names.empty() ? kind + " " + std::to_string(i) : names[i],
+                         info.operations[static_cast<std::size_t>(places[i])].output});
+    return forms;
+}
+
+bool overlap(const py::array& a, const py::array& b) {
+    const auto* const aData = static_cast<const char*>(a.data());
+    const auto* const bData = static_cast<const char*>(b.data());
+    return aData < bData + b.nbytes() && bData < aData + a.nbytes();
+}
+
+void requireDistinct(const std::vector<py::array>& inputs, const std::vector<py::array>& outputs) {
+    for (std::size_t i = 0; i < outputs.size(); ++i) {
+        const auto meets = [&](const py::array& other) { return overlap(outputs[i], other); };
+        if (std::any_of(inputs.begin(), inputs.end(), meets) ||
+            std::any_of(outputs.begin(), outputs.begin() + static_cast<std::ptrdiff_t>(i), meets))
+            throw py::value_error("an output array shares memory with another array");
+    }
+}
+
+void requireCount(const py::sequence& arrays, const std::vector<ArrayForm>& forms, const char* kind) {
+    if (arrays.size() != forms.size())
+        throw py::type_error("expected " + std::to_string(forms.size()) + " " + kind + " arrays, got " +
+                             std::to_string(arrays.size()));
+}
+
+// Views of `count` samples from `first` on, or of as many as the network has.
+void pointTo(std::vector<nolk::Tensor>& tensors, const std::vector<ArrayForm>& forms, const std::vector<float*>& data,
+             py::ssize_t first, int count) {
+    tensors.resize(forms.size());
+    for (std::size_t i = 0; i < forms.size(); ++i) {
+        tensors[i] = {forms[i].shape, data[i] + static_cast<std::size_t>(first) * forms[i].sampleSize()};
+        if (count != kWholeBatch) tensors[i].shape.n = count;
+    }
+}
+
+std::vector<float*> dataOf(const std::vector<py::array>& arrays) {
+    std::vector<float*> data;
+    for (const py::array& array : arrays)
+        data.push_back(const_cast<float*>(static_cast<const float*>(array.data())));  // inputs are only read
+    return data;
+}
+
+// Floats of a whole batch, for the last samples that do not fill one.
+using Buffers = std::vector<std::vector<float>>;
+
+std::vector<float*> buffersFor(Buffers& buffers, const std::vector<ArrayForm>& forms, int batch) {
+    std::vector<float*> data;
+    buffers.resize(forms.size());
+    for (std::size_t i = 0; i < forms.size(); ++i) {
+        buffers[i].resize(forms[i].sampleSize() * static_cast<std::size_t>(batch) + 1);  // never null
+        data.push_back(buffers[i].data());
+    }
+    return data;
+}
+
+}  // namespace
+
+struct Network::Loaded {
+    Loaded(nolk::Owned<nolk::Runner> loadedRunner, bool hasWorker)
+        : runner(std::move(loadedRunner)), workerProcess(hasWorker ? getpid() : 0) {}
+
+    // The worker thread of a shared runner does not exist in a forked process, and waiting for it would never end.
+    ~Loaded() {
+        if (!isUsable()) static_cast<void>(runner.release());
+    }
+    bool isUsable() const { return workerProcess == 0 || workerProcess == getpid(); }
+
+    void run(std::vector<nolk::Tensor>& from, std::vector<nolk::Tensor>& to) {
+        if (!runner->run(from.data(), static_cast<int>(from.size()), to.data(), static_cast<int>(to.size())))
+            throw nolk::ModelError("the run failed");
+    }
+
+    nolk::Owned<nolk::Runner> runner;
+    const pid_t workerProcess;  // 0: none
+    std::atomic<bool> isRunning{false};
+
+    // Used by the call that has set isRunning. They stay, so that later runs allocate nothing.
+    std::vector<nolk::Tensor> in, out;
+    Buffers inBuffers, outBuffers;
+};
+
+Network::Network(const void* data, std::size_t size, const LoadOptions& options)
+    : batch_(options.batch),
+      shared_(options.shared),
+      implementation_(options.implementation ? *options.implementation : defaultImplementation()) {
+    const py::gil_scoped_release unlocked;
+    addForms(nolk::inspectModel(data, size, {batch_, nolk::InspectionDepth::records, options.limits}));
+    nolk::Owned<nolk::Runner> runner = load(data, size, implementation_, options);
+    if (shared_ && !isDivisible_)
+        throw nolk::ModelError("the network mixes samples, so its batch cannot be shared by several callers");
+    if (shared_) runner = wrapForThreads(std::move(runner), batch_);
+    loaded_ = std::make_shared<Loaded>(std::move(runner), shared_ && batch_ > 1);
+}
+
+void Network::addForms(const nolk::ModelInfo& info) {
+    inputs_ = formsOf(info, info.inputs, info.inputNames, "input");
+    outputs_ = formsOf(info, info.outputs, info.outputNames, "output");
+    for (const auto* forms : {&inputs_, &outputs_})
+        for (const ArrayForm& form : *forms) isDivisible_ = isDivisible_ && form.shape.n == batch_;
+    isDivisible_ = isDivisible_ && !inputs_.empty();
+}
+
+std::vector<py::array> Network::requireInputs(const py::sequence& arrays) const {
+    requireCount(arrays, inputs_, "input");
+    std::vector<py::array> inputs;
+    for (std::size_t i = 0; i < inputs_.size(); ++i) {
+        // The first input tells the number of samples.
+        const py::ssize_t n = !isDivisible_ ? inputs_[i].shape.n : inputs.empty() ? -1 : inputs[0].shape(0);
+        inputs.push_back(requireTensor(arrays[i], inputs_[i], n, false));
+    }
+    return inputs;
+}
+
+py::ssize_t Network::sampleCount(const std::vector<py::array>& inputs) const {
+    return isDivisible_ ? inputs[0].shape(0) : batch_;
+}
+
+void Network::run(const py::sequence& inputArrays, const py::sequence& outputArrays) {
+    const std::vector<py::array> inputs = requireInputs(inputArrays);
+    requireCount(outputArrays, outputs_, "output");
+    std::vector<py::array> outputs;
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+        const py::ssize_t n = isDivisible_ ? sampleCount(inputs) : outputs_[i].shape.n;
+        outputs.push_back(requireTensor(outputArrays[i], outputs_[i], n, true));
+    }
+    requireDistinct(inputs, outputs);
+    runArrays(inputs, outputs);
+}
+
+py::object Network::call(const py::args& inputArrays) {
+    const std::vector<py::array> inputs = requireInputs(inputArrays);
+    std::vector<py::array> outputs;
+    for (const ArrayForm& form : outputs_) {
+        const py::ssize_t n = isDivisible_ ? sampleCount(inputs) : form.shape.n;
+        outputs.push_back(py::array_t<float>(form.extents(n)));
+    }
+    runArrays(inputs, outputs);
+    if (outputs.size() == 1) return outputs[0];
+    py::tuple all(outputs.size());
+    for (std::size_t i = 0; i < outputs.size(); ++i) all[i] = outputs[i];
+    return std::move(all);
+}
+
+void Network::runArrays(const std::vector<py::array>& inputs, const std::vector<py::array>& outputs) {
+    std::shared_ptr<Loaded> loaded = loaded_;
+    if (!loaded) throw nolk::ModelError("the network is closed");
+    if (!loaded->isUsable()) throw nolk::ModelError("a shared network works only in the process that loaded it");
+    const std::vector<float*> in = dataOf(inputs), out = dataOf(outputs);
+    const py::ssize_t n = sampleCount(inputs);
+
+    const py::gil_scoped_release unlocked;
+    if (shared_)
+        runShared(*loaded, in, out, n);
+    else
+        runAlone(*loaded, in, out, n);
+    loaded.reset();  // while unlocked: this may be the last user
+}
+
+void Network::runShared(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const {
+    std::vector<nolk::Tensor> inTensors, outTensors;
+    for (py::ssize_t first = 0; first < n; first += kBatchesOfSharedCall * batch_) {
+        const auto count = static_cast<int>(std::min<py::ssize_t>(n - first, kBatchesOfSharedCall * batch_));
+        pointTo(inTensors, inputs_, in, first, count);
+        pointTo(outTensors, outputs_, out, first, count);
+        loaded.run(inTensors, outTensors);
+    }
+}
+
+void Network::runAlone(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const {
+    if (loaded.isRunning.exchange(true))
+        throw nolk::ModelError("the network is running in another thread; load it with shared=True for several");
+    const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> running(
+        &loaded.isRunning, [](std::atomic<bool>* flag) { flag->store(false); });
+    if (!isDivisible_) {
+        pointTo(loaded.in, inputs_, in, 0, kWholeBatch);
+        pointTo(loaded.out, outputs_, out, 0, kWholeBatch);
+        return loaded.run(loaded.in, loaded.out);
+    }
+    py::ssize_t first = 0;
+    for (; n - first >= batch_; first += batch_) {
+        pointTo(loaded.in, inputs_, in, first, batch_);
+        pointTo(loaded.out, outputs_, out, first, batch_);
+        loaded.run(loaded.in, loaded.out);
+    }
+    if (first < n) runLast(loaded, in, out, first, n - first);
+}
+
+// Fewer samples than a batch: they are copied to a batch whose other samples are zeros.
+void Network::runLast(Loaded& loaded, const Data& in, const Data& out, py::ssize_t first, py::ssize_t count) const {
+    const Data inBatch = buffersFor(loaded.inBuffers, inputs_, batch_);
+    const Data outBatch = buffersFor(loaded.outBuffers, outputs_, batch_);
+    for (std::size_t i = 0; i < inputs_.size(); ++i) {
+        const std::size_t size = inputs_[i].sampleSize(), used = size * static_cast<std::size_t>(count);
+        std::copy_n(in[i] + static_cast<std::size_t>(first) * size, used, inBatch[i]);
+        std::fill(inBatch[i] + used, inBatch[i] + size * static_cast<std::size_t>(batch_), 0.0f);
+    }
+    pointTo(loaded.in, inputs_, inBatch, 0, batch_);
+    pointTo(loaded.out, outputs_, outBatch, 0, batch_);
+    loaded.run(loaded.in, loaded.out);
+    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+        const std::size_t size = outputs_[i].sampleSize();
+        std::copy_n(outBatch[i], size * static_cast<std::size_t>(count),
+                    out[i] + static_cast<std::size_t>(first) * size);
+    }
+}
+
+void Network::close() {
+    std::shared_ptr<Loaded> loaded = std::move(loaded_);
+    if (!loaded) return;
+    const py::gil_scoped_release unlocked;
+    loaded.reset();
+}

@@ -1,0 +1,67 @@
+// A loaded network with numpy arrays as its tensors.
+//   Network net(bytes, size, options);  net.run(inputs, outputs);  net.close();
+// All calls need Python's global lock. Loading, running and freeing release it while the library works.
+// A plain network runs one call at a time and refuses a second; a shared one takes any number. A call that is under way
+// keeps the runner, so close returns at once and the last user frees it.
+#pragma once
+
+#include <nolk_model.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "arrays.h"
+
+struct LoadOptions {
+    int batch = 1;
+    std::optional<std::string> implementation;  // with settings; without, the fast one where it is installed
+    bool shared = false;
+    nolk::ModelLimits limits;
+};
+
+class Network {
+public:
+    // Throws nolk::ModelError and what nolk::loadModel throws.
+    Network(const void* data, std::size_t size, const LoadOptions& options);
+    ~Network() { close(); }
+    Network(const Network&) = delete;
+    Network& operator=(const Network&) = delete;
+
+    // Runs the network on the arrays, in chunks of the batch. All arrays have the same number of samples, any.
+    void run(const py::sequence& inputs, const py::sequence& outputs);
+
+    // The same into new arrays: one array for one output, else a tuple.
+    py::object call(const py::args& inputs);
+
+    void close();
+    bool isClosed() const { return !loaded_; }
+
+    const std::vector<ArrayForm>& inputs() const { return inputs_; }
+    const std::vector<ArrayForm>& outputs() const { return outputs_; }
+    const std::string& implementation() const { return implementation_; }
+    int batch() const { return batch_; }
+    bool isShared() const { return shared_; }
+
+private:
+    struct Loaded;
+    using Data = std::vector<float*>;  // of each input or output
+
+    void addForms(const nolk::ModelInfo& info);
+    std::vector<py::array> requireInputs(const py::sequence& arrays) const;
+    py::ssize_t sampleCount(const std::vector<py::array>& inputs) const;
+    void runArrays(const std::vector<py::array>& inputs, const std::vector<py::array>& outputs);
+    void runShared(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const;
+    void runAlone(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const;
+    void runLast(Loaded& loaded, const Data& in, const Data& out, py::ssize_t first, py::ssize_t count) const;
+
+    // Fixed after construction.
+    int batch_;
+    bool shared_;
+    std::string implementation_;
+    std::vector<ArrayForm> inputs_, outputs_;
+    bool isDivisible_ = true;  // every input and output has one sample for each of the batch
+
+    std::shared_ptr<Loaded> loaded_;  // null once closed
+};

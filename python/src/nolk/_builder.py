@@ -1,0 +1,123 @@
+"""What recording networks needs besides the operations, which are in _operations.py."""
+
+import os
+from collections.abc import Mapping, Sequence
+from pathlib import Path
+from typing import Any
+
+import numpy
+from numpy.typing import NDArray
+
+from . import _nolk
+from ._network import Network, load
+from ._nolk import Tensor
+
+Array = NDArray[numpy.float32]
+
+# The keys of names in a file's head info, see docs/model-format.md.
+INPUT_NAME, OUTPUT_NAME = 1, 2
+
+
+class Recorder:
+    """Records a network, operation by operation, builds it, and saves it as a model file.
+
+    Every operation returns the tensor that it makes. Its class `Tensor` has the shape of one sample; the batch comes with
+    `build`. Weights are numpy arrays, float32 and C-contiguous, and are copied by the call::
+
+        b = nolk.Builder()
+        x = b.input(1, 28, 28)
+        y = b.softmax(b.full_connect(b.reshape(x, (784,)), weight, bias), axis="c")
+        with b.build([y], batch=16) as net:
+            scores = net(pictures)
+        b.save("own.cm")
+
+    Below, x is [n, c, h, w]; results are float32 too.
+    """
+
+    def __init__(self) -> None:
+        self._recording = _nolk.Recording()
+        self._input_names: list[str] = []
+        self._output_names: list[str] = []
+
+    def _call(self, code: int, inputs: Sequence[Tensor], arguments: Sequence[Any]) -> Tensor:
+        return self._recording.call(code, inputs, arguments)
+
+    def input(self, *shape: int, name: str = "") -> Tensor:
+        """The next input of the network; a network takes its inputs in the order of these calls.
+
+        Parameters
+        ----------
+        *shape : int
+            Channels, rows and columns of one sample, or the columns of a matrix alone.
+        name : str
+            Its name. It is kept if all inputs have one.
+
+        Returns
+        -------
+        Tensor
+        """
+        tensor = self._recording.call(0, [], [shape])
+        self._input_names.append(name)
+        return tensor
+
+    def build(
+        self,
+        outputs: Sequence[Tensor] | Mapping[str, Tensor],
+        *,
+        batch: int = 1,
+        implementation: str | None = None,
+        shared: bool = False,
+    ) -> Network:
+        """Build the network. A builder builds once.
+
+        Parameters
+        ----------
+        outputs : sequence or mapping of Tensor
+            The tensors that a run returns, in this order; as a mapping with their names.
+        batch, implementation, shared
+            As for `load`.
+
+        Returns
+        -------
+        Network
+
+        Raises
+        ------
+        Error
+            If an operation does not fit its input, with the operation and the reason.
+        """
+        self._recording.finish(list(outputs.values() if isinstance(outputs, Mapping) else outputs))
+        self._output_names = list(outputs) if isinstance(outputs, Mapping) else []
+        return load(self.to_bytes(), batch=batch, implementation=implementation, shared=shared)
+
+    def to_bytes(self, *, version: int = 4, lossy: bool = False) -> bytes:
+        """The network as a model file, once it is built.
+
+        Parameters
+        ----------
+        version : int
+            Of the file format, 1 to 4. Names need 2 or more.
+        lossy : bool
+            Whether weights may be replaced by the nearest of 256 values where that makes the file smaller; version 4.
+
+        Returns
+        -------
+        bytes
+        """
+        head_info: list[tuple[int, bytes]] = []
+        for key, names in ((INPUT_NAME, self._input_names), (OUTPUT_NAME, self._output_names)):
+            if version > 1 and all(names):
+                head_info += [(key, name.encode()) for name in names]
+        return self._recording.file(version, lossy, head_info)
+
+    def save(self, path: str | os.PathLike[str], *, version: int = 4, lossy: bool = False) -> None:
+        """Write the network to a file, once it is built.
+
+        Parameters
+        ----------
+        path : str or os.PathLike
+            The model file.
+        version, lossy
+            As for `to_bytes`.
+        """
+        Path(path).write_bytes(self.to_bytes(version=version, lossy=lossy))

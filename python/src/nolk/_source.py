@@ -1,0 +1,35 @@
+"""Model files in memory or on disk."""
+
+import os
+from collections.abc import Iterator
+from contextlib import contextmanager
+from pathlib import Path
+
+from ._nolk import Error
+
+Buffer = bytes | bytearray | memoryview
+Model = str | os.PathLike[str] | Buffer
+
+
+def read(model: Model) -> Buffer:
+    """The bytes of a model file, given as a path or as the bytes themselves."""
+    if isinstance(model, (str, os.PathLike)):
+        return Path(model).read_bytes()
+    if isinstance(model, (bytes, bytearray, memoryview)):
+        return model
+    raise TypeError(f"model: expected a path, bytes or memoryview, got {type(model).__name__}")
+
+
+def path_of(model: Model) -> str:
+    """The path in errors and reports; empty for bytes."""
+    return os.fspath(model) if isinstance(model, (str, os.PathLike)) else ""
+
+
+@contextmanager
+def errors_name(model: Model) -> Iterator[None]:
+    """Puts the path before the text of an Error."""
+    try:
+        yield
+    except Error as error:
+        path = path_of(model)
+        raise type(error)(f"{path}: {error}" if path else str(error)) from None
