@@ -70,7 +70,19 @@ struct Converter {
 
     static int extent(const py::array& array, int axis) { return static_cast<int>(array.shape(axis)); }
 
-    void read(float& result) const { result = value.cast<float>(); }
+    // The items of a tuple, of which the generated methods give the right number.
+    template <std::size_t count>
+    std::array<py::object, count> parts() const {
+        std::array<py::object, count> items;
+        const auto tuple = value.cast<py::tuple>();
+        for (std::size_t i = 0; i < count; ++i) items.at(i) = tuple[i];
+        return items;
+    }
+
+    void read(float& result) const {
+        result = static_cast<float>(PyFloat_AsDouble(value.ptr()));
+        if (PyErr_Occurred()) throw py::error_already_set();
+    }
 
     void read(nolk::Axis& axis) const {
         static constexpr const char* kAxes[] = {"n", "c", "h", "w"};
@@ -127,7 +139,7 @@ struct Converter {
     void read(nolk::TensorShape& shape) const { shape = shapeOf(name, value); }
 
     void read(nolk::SlicePos& position) const {
-        const auto [axis, start, end, step] = value.cast<std::array<py::object, 4>>();
+        const auto [axis, start, end, step] = parts<4>();
         nolk::Axis along{};
         Converter{operation, name + " axis", axis}.read(along);
         position = {static_cast<int>(along), intOf(name + " start", start), intOf(name + " end", end),
@@ -146,7 +158,7 @@ struct Converter {
 
     // (weight [out, in], bias [out] or None)
     void read(SharedWeights& shared) const {
-        const auto [weight, bias] = value.cast<std::array<py::object, 2>>();
+        const auto [weight, bias] = parts<2>();
         const py::array w = arrayOf(weight, " weight", 2, "[out, in]");
         shared.weights = {1, extent(w, 0), extent(w, 1), 1, 1, true, dataOf(w), nullptr};
         if (!bias.is_none()) shared.weights.bias = dataOf(array(bias, " bias", {w.shape(0)}));
@@ -155,7 +167,7 @@ struct Converter {
     // (weight [groups * out, in, kh, kw], bias [groups * out] or None, groups); deConvolve's weight is [in, out, kh,
     // kw].
     void read(nolk::Weights& weights) const {
-        const auto [weight, bias, groupCount] = value.cast<std::array<py::object, 3>>();
+        const auto [weight, bias, groupCount] = parts<3>();
         const bool isTransposed = operation.code == kCodeOf<&nolk::RunnerBuilder::deConvolve>;
         const py::array w = arrayOf(weight, " weight", 4, isTransposed ? "[in, out, kh, kw]" : "[out, in, kh, kw]");
         const int groups = intOf(name + " groups", groupCount);
@@ -170,7 +182,7 @@ struct Converter {
     // (input_weights [d, 4, H, I], recurrent_weights [d, 4, H, H], bias [d, 2, 4, H] or None, direction)
     void read(nolk::LstmWeights& lstm) const {
         static constexpr const char* kDirections[] = {"forward", "backward", "both"};
-        const auto [input, recurrent, bias, direction] = value.cast<std::array<py::object, 4>>();
+        const auto [input, recurrent, bias, direction] = parts<4>();
         const int place = wordOf(name + " direction", kDirections, direction), directions = place == 2 ? 2 : 1;
         const py::array w = arrayOf(input, " input_weights", 4, "[directions, 4, hidden, inputs]");
         const py::ssize_t hidden = w.shape(2);
