@@ -53,8 +53,8 @@ struct Converter {
         py::array result = array(object, part);
         const std::vector<py::ssize_t> shape(result.shape(), result.shape() + result.ndim());
         if (shape != extents)
-            throw py::value_error(name + part + ": expected shape " + std::string(py::str(py::cast(extents))) +
-                                  ", got " + shapeText(result));
+            throw py::value_error(name + part + ": expected " + std::string(py::str(py::cast(extents))) +
+                                  ", got shape " + shapeText(result));
         return result;
     }
 

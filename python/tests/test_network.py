@@ -1,0 +1,275 @@
+"""Networks: results, chunks, errors, threads, memory."""
+
+import gc
+import os
+import subprocess
+import sys
+import threading
+from concurrent.futures import ThreadPoolExecutor
+
+import numpy
+import pytest
+
+import nolk
+
+FAST = pytest.param(
+    "NolkFast:num_threads=2",
+    marks=pytest.mark.skipif(not nolk.has_implementation("NolkFast"), reason="NolkFast is not installed"),
+)
+
+
+@pytest.mark.parametrize("implementation", [None, "NolkRaw", FAST])
+@pytest.mark.parametrize("batch", [1, 16])
+def test_digits_are_read_as_by_the_training_framework(model, pictures, labels, expected, implementation, batch):
+    with nolk.load(model, batch=batch, implementation=implementation) as net:
+        scores = net(pictures)
+    assert scores.dtype == numpy.float32 and scores.shape == (500, 10)
+    assert numpy.abs(scores[:20] - expected).max() < 1e-4  # the file has six decimals, the order of sums is another
+    assert (scores.argmax(axis=1) == labels).sum() == 493
+
+
+def test_the_fast_implementation_serves_where_it_is_installed(model):
+    with nolk.load(model) as net:
+        assert net.implementation == ("NolkFast" if nolk.has_implementation("NolkFast") else "NolkRaw")
+
+
+def test_models_come_as_paths_and_as_bytes(model, pictures):
+    data = model.read_bytes()
+    with nolk.load(model, implementation="NolkRaw") as net:
+        expected = net(pictures[:1])
+    for source in (str(model), data, bytearray(data), memoryview(b"head" + data)[4:]):
+        with nolk.load(source, implementation="NolkRaw") as net:
+            assert (net(pictures[:1]) == expected).all()
+
+
+def test_any_number_of_samples_gives_the_same_results(model, pictures):
+    with nolk.load(model, batch=16) as net:
+        whole = net(pictures)
+        for n in (0, 1, 15, 16, 17, 48, 50):
+            assert net(pictures[:n]).shape == (n, 10)
+            assert (net(pictures[:n]) == whole[:n]).all()
+            out = numpy.full((n + 1, 10), 7, numpy.float32)
+            net.run([pictures[:n]], out=[out[:n]])
+            assert (out[:n] == whole[:n]).all() and (out[n:] == 7).all()
+
+
+def two_inputs() -> nolk.Network:
+    b = nolk.Builder()
+    left, right = b.input(2, 3, 4, name="left"), b.input(5, name="right")
+    return b.build({"sum": b.add(left, left), "size": b.abs(right)}, batch=4)
+
+
+def test_several_inputs_and_outputs_have_names_and_come_as_a_tuple():
+    with two_inputs() as net:
+        assert net.inputs == (("left", (4, 2, 3, 4)), ("right", (4, 5)))
+        assert net.outputs == (("sum", (4, 2, 3, 4)), ("size", (4, 5)))
+        left = numpy.arange(7 * 24, dtype=numpy.float32).reshape(7, 2, 3, 4)
+        right = -numpy.arange(35, dtype=numpy.float32).reshape(7, 5)
+        twice, size = net(left, right)
+        assert (twice == 2 * left).all() and (size == -right).all()
+
+
+def zeros(*shape, dtype=numpy.float32):
+    return numpy.zeros(shape, dtype)
+
+
+def read_only(array):
+    array.flags.writeable = False
+    return array
+
+
+LEFT, RIGHT, SUM, SIZE = zeros(3, 2, 3, 4), zeros(3, 5), zeros(3, 2, 3, 4), zeros(3, 5)
+UNALIGNED = numpy.frombuffer(bytes(61), numpy.uint8)[1:].view(numpy.float32).reshape(3, 5)
+
+
+@pytest.mark.parametrize(
+    "inputs, outputs, error, text",
+    [
+        ([LEFT], [SUM, SIZE], TypeError, "expected 2 input arrays, got 1"),
+        ([LEFT, RIGHT], [SUM], TypeError, "expected 2 output arrays, got 1"),
+        ([LEFT, RIGHT.tolist()], [SUM, SIZE], TypeError, "right: expected a numpy array, got list"),
+        ([LEFT, zeros(3, 5, dtype=float)], [SUM, SIZE], TypeError, "right: expected float32, got float64"),
+        ([LEFT, zeros(3, 5, dtype=">f4")], [SUM, SIZE], TypeError, "right: expected float32, got >f4"),
+        ([LEFT, UNALIGNED], [SUM, SIZE], ValueError, "right: expected an aligned array"),
+        (
+            [zeros(3, 2, 4, 3), RIGHT],
+            [SUM, SIZE],
+            ValueError,
+            r"left: expected float32 \[n, 2, 3, 4\], got shape \(3, 2",
+        ),
+        (
+            [LEFT, zeros(3, 5, 1, 1)],
+            [SUM, SIZE],
+            ValueError,
+            r"right: expected float32 \[3, 5\], got shape \(3, 5, 1, 1\)",
+        ),
+        ([LEFT, zeros(2, 5)], [SUM, SIZE], ValueError, r"right: expected float32 \[3, 5\], got shape \(2, 5\)"),
+        ([LEFT, zeros(6, 5)[::2]], [SUM, SIZE], ValueError, "right: expected a C-contiguous array"),
+        ([LEFT, RIGHT], [SUM, zeros(4, 5)], ValueError, r"size: expected float32 \[3, 5\], got shape \(4, 5\)"),
+        ([LEFT, RIGHT], [SUM, zeros(3, 10)[:, ::2]], ValueError, "size: expected a C-contiguous array"),
+        ([LEFT, RIGHT], [SUM, read_only(zeros(3, 5))], ValueError, "size: the array is read-only"),
+        ([LEFT, RIGHT], [LEFT, SIZE], ValueError, "shares memory"),
+        ([LEFT, RIGHT], [SUM, SUM.ravel()[:15].reshape(3, 5)], ValueError, "shares memory"),
+    ],
+)
+def test_wrong_arrays_are_refused(inputs, outputs, error, text):
+    with two_inputs() as net:
+        with pytest.raises(error, match=text):
+            net.run(inputs, out=outputs)
+        net.run([LEFT, RIGHT], out=[SUM, SIZE])  # the network still works
+
+
+def test_a_network_that_mixes_samples_takes_whole_batches_only():
+    def mixing(**options):
+        b = nolk.Builder()
+        return b.build([b.transpose(b.input(3, 1, 1), (1, 0, 2, 3))], batch=2, **options)
+
+    with mixing() as net:
+        x = numpy.arange(6, dtype=numpy.float32).reshape(2, 3, 1, 1)
+        assert (net(x) == x.transpose(1, 0, 2, 3)).all()
+        with pytest.raises(ValueError, match=r"expected float32 \[2, 3, 1, 1\]"):
+            net(x[:1])
+    with pytest.raises(nolk.Error, match="mixes samples"):
+        mixing(shared=True)
+
+
+@pytest.mark.parametrize(
+    "change, error, text",
+    [
+        (lambda data: b"", nolk.Error, "head"),
+        (lambda data: data[:1000], nolk.Error, "checksum|ends"),
+        (lambda data: data[:999] + b"?" + data[1000:], nolk.Error, "checksum"),
+        (lambda data: "no/such/file", FileNotFoundError, "no/such/file"),
+        (lambda data: list(data), TypeError, "expected a path, bytes or memoryview, got list"),
+        (lambda data: memoryview(data)[::2], BufferError, ""),
+    ],
+)
+def test_models_that_cannot_be_loaded_are_refused(model, change, error, text):
+    with pytest.raises(error, match=text):
+        nolk.load(change(model.read_bytes()))
+
+
+@pytest.mark.parametrize(
+    "options, error, text",
+    [
+        ({"batch": 0}, ValueError, "batch: expected 1 or more, got 0"),
+        ({"implementation": "Missing:x=1"}, nolk.Error, "digits.cm: dlopen 'libMissing.so' failed: .*cannot open"),
+        ({"implementation": "NolkRaw:num_threads=x"}, nolk.Error, "num_threads=x: a setting is not a number"),
+        ({"memory_bytes": 1000}, nolk.LimitExceeded, "the limit is 1,000 bytes"),
+        ({"multiply_adds": 1000}, nolk.LimitExceeded, "limit"),
+    ],
+)
+def test_options_that_cannot_be_are_refused(model, options, error, text):
+    with pytest.raises(error, match=text):
+        nolk.load(model, **options)
+
+
+ERRORS = """
+import sys, threading, numpy, nolk
+for source, options in [(b"", {}), (sys.argv[1], {"implementation": "Missing"}), (sys.argv[1], {"memory_bytes": 1})]:
+    try:
+        nolk.load(source, **options)
+    except nolk.Error as error:
+        assert str(error)
+    else:
+        raise SystemExit("no error")
+assert not nolk.has_implementation("Missing")
+for batch in (1, 4):
+    with nolk.load(sys.argv[1], batch=batch, shared=batch > 1) as net:
+        net(numpy.zeros((5, 1, 28, 28), numpy.float32))
+        try:
+            net(numpy.zeros((5, 1, 28, 29), numpy.float32))
+        except ValueError:
+            pass
+"""
+
+
+def test_standard_error_stays_empty(model):
+    result = subprocess.run([sys.executable, "-c", ERRORS, str(model)], capture_output=True, text=True)
+    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+
+
+def test_a_closed_network_is_refused(model, pictures):
+    with nolk.load(model) as net:
+        assert not net.closed
+    assert net.closed
+    net.close()
+    with pytest.raises(nolk.Error, match="closed"):
+        net(pictures)
+
+
+def slow_network(**options) -> nolk.Network:
+    """Takes about a tenth of a second for each sample."""
+    b = nolk.Builder()
+    x = b.input(32, 128, 128)
+    weight = numpy.full((32, 32, 5, 5), 1e-3, numpy.float32)
+    for _ in range(2):
+        x = b.convolve(x, weight, padding=2)
+    return b.build([x], **options)
+
+
+def test_a_second_call_at_a_time_is_refused_and_the_lock_is_released():
+    net = slow_network()
+    x = numpy.ones((8, 32, 128, 128), numpy.float32)
+    refused = []
+    with ThreadPoolExecutor(1) as pool:
+        call = pool.submit(net, x)
+        # Python runs here while the network computes; with the lock held no turn would come before the end.
+        while not call.done():
+            try:
+                net(x[:0])
+            except nolk.Error as error:
+                refused.append(str(error))
+                net.close()  # the call goes on
+                break
+        result = call.result()
+    assert refused and "shared=True" in refused[0]
+    assert net.closed and result.shape == x.shape and (result == result[0]).all()
+
+
+@pytest.mark.parametrize("batch", [1, 4])
+def test_threads_share_a_network_and_get_their_own_results(model, pictures, batch):
+    with nolk.load(model, batch=1) as net:
+        alone = net(pictures)
+    with nolk.load(model, batch=batch, shared=True) as net:
+        with ThreadPoolExecutor(8) as pool:
+            parts = list(pool.map(net, numpy.split(pictures, [7, 50, 51, 200, 333])))
+    assert numpy.abs(numpy.concatenate(parts) - alone).max() < 1e-5  # products of another size sum in another order
+
+
+def test_a_forked_process_refuses_a_network_whose_thread_stayed_behind(model, pictures):
+    net = nolk.load(model, batch=4, shared=True)
+    child = os.fork()
+    if child == 0:
+        try:
+            net(pictures[:1])
+        except nolk.Error:
+            net.close()
+            os._exit(0)
+        os._exit(1)
+    assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 0
+    assert net(pictures[:1]).shape == (1, 10)
+
+
+def resident_bytes() -> int:
+    with open("/proc/self/statm") as file:
+        return int(file.read().split()[1]) * os.sysconf("SC_PAGESIZE")
+
+
+def test_memory_does_not_grow_with_loads(model, pictures):
+    data, bad = model.read_bytes(), model.read_bytes()[:-1] + b"?"
+
+    def load_and_close(count):
+        for i in range(count):
+            with nolk.load(data, batch=2, shared=i % 50 == 0) as net:
+                if i % 10 == 0:
+                    net(pictures[:3])
+            if i % 10 == 0:
+                with pytest.raises(nolk.Error):
+                    nolk.load(bad)
+        gc.collect()
+        return resident_bytes()
+
+    before = load_and_close(1000)
+    assert load_and_close(9000) - before < 4 << 20  # one network is 0.6 MB
+    assert threading.active_count() == 1
