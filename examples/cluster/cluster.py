@@ -1,0 +1,145 @@
+#!/usr/bin/python3
+"""Reads many handwritten digits on a cluster, and compares the result with that of one process.
+
+Starts a scheduler and workers as processes on this machine. On many machines the same programs are started there, and
+the rest stays as it is: docs/cluster.md.
+"""
+
+import argparse
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+from collections.abc import Iterator
+from contextlib import ExitStack, contextmanager
+from pathlib import Path
+
+import dask.array
+import numpy
+from dask.distributed import Client, futures_of, progress
+
+import nolk
+import nolk.dask
+
+DIGITS = Path(__file__).resolve().parent.parent / "digits"
+SHIFTS = sorted(((y, x) for y in range(-2, 3) for x in range(-2, 3)), key=lambda shift: abs(shift[0]) + abs(shift[1]))
+
+
+def known_pictures(path: str) -> numpy.ndarray:
+    """uint8 [500, 1, 28, 28]"""
+    return numpy.frombuffer(Path(path).read_bytes(), numpy.uint8, offset=16).reshape(-1, 1, 28, 28)
+
+
+def pictures(path: str, first: int, last: int) -> numpy.ndarray:
+    """float32 [last - first, 1, 28, 28]: the known pictures, over and over, each time shifted in another way."""
+    known = known_pictures(path)
+    result = numpy.empty((last - first, 1, 28, 28), numpy.float32)
+    for i in range(first, last):
+        shift = SHIFTS[i // len(known) % len(SHIFTS)]
+        result[i - first] = numpy.roll(known[i % len(known)], shift, axis=(1, 2))
+    return result / numpy.float32(255)
+
+
+def lazy_pictures(path: str, count: int, block: int) -> dask.array.Array:
+    """The same as a Dask array, whose blocks the workers make themselves."""
+
+    def make(block_info: dict) -> numpy.ndarray:
+        return pictures(path, *block_info[None]["array-location"][0])
+
+    chunks = dask.array.core.normalize_chunks((block, 1, 28, 28), (count, 1, 28, 28))
+    return dask.array.map_blocks(make, chunks=chunks, dtype=numpy.float32, meta=numpy.empty((0,) * 4, numpy.float32))
+
+
+def read_alone(model: Path, path: str, count: int, block: int, batch: int) -> numpy.ndarray:
+    scores = numpy.empty((count, 10), numpy.float32)
+    with nolk.load(model, batch=batch) as net:
+        for first in range(0, count, block):
+            last = min(first + block, count)
+            net.run([pictures(path, first, last)], out=[scores[first:last]])
+    return scores
+
+
+@contextmanager
+def program(module: str, *arguments: str) -> Iterator[subprocess.Popen]:
+    """A scheduler or worker as a process."""
+    command = [sys.executable, "-m", f"distributed.cli.{module}", *arguments]
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        yield process
+    finally:
+        process.terminate()
+        process.wait()
+
+
+def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threading.Thread:
+    """Kills the worker as soon as half of the blocks are done."""
+    blocks = futures_of(scores)
+
+    def wait_and_kill() -> None:
+        while sum(block.done() for block in blocks) < len(blocks) / 2:
+            time.sleep(0.01)
+        worker.send_signal(signal.SIGKILL)
+        print(f"\nkilled worker {worker.pid}")
+
+    thread = threading.Thread(target=wait_and_kill)
+    thread.start()
+    return thread
+
+
+def arguments() -> argparse.Namespace:
+    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser.add_argument("--pictures", type=int, default=100_000, metavar="N", help="default: 100000")
+    parser.add_argument("--workers", type=int, default=2, metavar="N", help="default: 2")
+    parser.add_argument("--batch", type=int, default=16, metavar="N", help="default: 16")
+    parser.add_argument("--block", type=int, default=1000, metavar="N", help="pictures of one task, default: 1000")
+    parser.add_argument("--kill", action="store_true", help="kill a worker half way")
+    parser.add_argument("--dashboard", action="store_true", help="show what happens at http://127.0.0.1:8787")
+    return parser.parse_args()
+
+
+def main() -> int:
+    options = arguments()
+    count, model, path = options.pictures, DIGITS / "digits.cm", str(DIGITS / "test-images.idx")
+    block = max(1, options.block // options.batch) * options.batch
+    digits = numpy.frombuffer((DIGITS / "test-labels.idx").read_bytes(), numpy.uint8, offset=8)
+    truth = numpy.resize(digits, count)
+
+    start = time.perf_counter()
+    alone = read_alone(model, path, count, block, options.batch)
+    alone_rate = count / (time.perf_counter() - start)
+    print(f"one process: {alone_rate:.0f} pictures per second")
+
+    with ExitStack() as stack:
+        folder = stack.enter_context(tempfile.TemporaryDirectory())
+        meeting_point = os.path.join(folder, "scheduler.json")
+        dashboard = ["--dashboard-address", "127.0.0.1:8787"] if options.dashboard else ["--no-dashboard"]
+        address = ["--host", "127.0.0.1", "--scheduler-file", meeting_point]
+        stack.enter_context(program("dask_scheduler", *address, "--port", "0", *dashboard))
+        once = [*address, "--nthreads", "1", "--no-nanny", "--no-dashboard", "--local-directory", folder]
+        workers = [stack.enter_context(program("dask_worker", *once)) for _ in range(options.workers)]
+        client = stack.enter_context(Client(scheduler_file=meeting_point))
+        client.wait_for_workers(options.workers)
+
+        lazy = nolk.dask.predict(model, lazy_pictures(path, count, block), batch=options.batch, client=client)
+        start = time.perf_counter()
+        scores = client.persist(lazy)
+        killing = kill_half_way(scores, workers[0]) if options.kill else None
+        progress(scores, notebook=False)
+        result = scores.compute()
+        rate = count / (time.perf_counter() - start)
+        if killing:
+            killing.join()
+    print(f"\n{options.workers} workers: {rate:.0f} pictures per second, {rate / alone_rate:.2f} of one process")
+
+    right = (result.argmax(axis=1) == truth).sum()
+    is_same = result.shape == alone.shape and (result.view(numpy.uint32) == alone.view(numpy.uint32)).all()
+    print(f"{right} of {count} right, {right / count:.1%}")
+    print("every picture has the result of the single process" if is_same else "the results differ")
+    return 0 if is_same else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
