@@ -1,5 +1,5 @@
-# Debian packages, by `cpack`: libnolk1 (what programs need to run), libnolk-dev (what they need to be built) and nolk
-# (the program).
+# Debian packages, by `cpack`: libnolk1 (what programs need to run), libnolk-dev (what they need to be built), nolk
+# (the program), and others that need more libraries.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "nolk developers <developers@nolk.invalid>")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
@@ -90,6 +90,18 @@ if(TARGET nolk_convert)
     "The converter: it makes model files of ONNX files, and says what stands\nin the way where it cannot.${needs_level}")
   set(CPACK_DEBIAN_CONVERT_PACKAGE_DEPENDS
     "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
+endif()
+
+if(TARGET nolk_python)
+  nolk_package(python python3-nolk python
+    "The Python package: it runs networks on numpy arrays, also over Dask\narrays on many machines.${needs_level}")
+  math(EXPR next_python_minor "${Python_VERSION_MINOR} + 1")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}~), python3 (<< ${Python_VERSION_MAJOR}.${next_python_minor}), python3-numpy, libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "nolk-convert, python3-dask, python3-distributed")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    ${CMAKE_CURRENT_LIST_DIR}/debian/postinst ${CMAKE_CURRENT_LIST_DIR}/debian/prerm)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 endif()
 
 include(CPack)

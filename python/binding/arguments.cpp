@@ -1,5 +1,7 @@
 #include "arguments.h"
 
+#include <pybind11/stl.h>
+
 #include <array>
 #include <climits>
 #include <vector>

@@ -43,7 +43,7 @@ def test_check_finds_what_is_wrong(model):
     (finding,) = nolk.check(b.to_bytes())
     assert (finding.severity, finding.record, finding.operation) == ("warning", 2, "relu")
     assert str(finding).startswith("record 2 (relu) at byte ") and finding.text in str(finding)
-    assert nolk.check(model.read_bytes()[:-1])[0].severity == "error"
+    assert "error" in {finding.severity for finding in nolk.check(model.read_bytes()[:-1])}
 
 
 @pytest.mark.skipif(not shutil.which("nolk-convert"), reason="nolk-convert is not installed")

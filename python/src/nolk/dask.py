@@ -91,7 +91,8 @@ def _require_form(info: TensorInfo, array: dask.array.Array) -> None:
     if array.dtype != numpy.float32:
         raise TypeError(f"{info.name}: expected float32, got {array.dtype}")
     if array.shape[1:] != info.shape[1:]:
-        raise ValueError(f"{info.name}: expected shape (n, {str(info.shape[1:])[1:]}, got {array.shape}")
+        extents = ", ".join(["n", *map(str, info.shape[1:])])
+        raise ValueError(f"{info.name}: expected float32 [{extents}], got shape {array.shape}")
 
 
 def _in_blocks(array: dask.array.Array, block: int) -> dask.array.Array:
