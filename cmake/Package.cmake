@@ -95,9 +95,9 @@ endif()
 if(TARGET nolk_python)
   nolk_package(python python3-nolk python
     "The Python package: it runs networks on numpy arrays, also over Dask\narrays on many machines.${needs_level}")
-  math(EXPR next_python_minor "${Python_VERSION_MINOR} + 1")
+  math(EXPR next_python_minor "${NOLK_PYTHON_MINOR} + 1")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
-    "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}~), python3 (<< ${Python_VERSION_MAJOR}.${next_python_minor}), python3-numpy, libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
+    "python3 (>= 3.${NOLK_PYTHON_MINOR}~), python3 (<< 3.${next_python_minor}), python3-numpy, libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "nolk-convert, python3-dask, python3-distributed")
   set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
     ${CMAKE_CURRENT_LIST_DIR}/debian/postinst ${CMAKE_CURRENT_LIST_DIR}/debian/prerm)

@@ -19,7 +19,8 @@ from pathlib import Path
 
 import dask.array
 import numpy
-from dask.distributed import Client, futures_of, progress
+import psutil
+from dask.distributed import Client, futures_of, progress, wait
 
 import nolk
 import nolk.dask
@@ -46,8 +47,9 @@ def pictures(path: str, first: int, last: int) -> numpy.ndarray:
 def lazy_pictures(path: str, count: int, block: int) -> dask.array.Array:
     """The same as a Dask array, whose blocks the workers make themselves."""
 
-    def make(block_info: dict) -> numpy.ndarray:
-        return pictures(path, *block_info[None]["array-location"][0])
+    def make(block_id: tuple[int, ...]) -> numpy.ndarray:
+        first = block_id[0] * block
+        return pictures(path, first, min(first + block, count))
 
     chunks = dask.array.core.normalize_chunks((block, 1, 28, 28), (count, 1, 28, 28))
     return dask.array.map_blocks(make, chunks=chunks, dtype=numpy.float32, meta=numpy.empty((0,) * 4, numpy.float32))
@@ -74,6 +76,21 @@ def program(module: str, *arguments: str) -> Iterator[subprocess.Popen]:
         process.wait()
 
 
+class Cluster:
+    """A scheduler, workers of one thread each, and a client of them."""
+
+    def __init__(self, stack: ExitStack, workers: int, has_dashboard: bool) -> None:
+        folder = stack.enter_context(tempfile.TemporaryDirectory())
+        meeting_point = os.path.join(folder, "scheduler.json")
+        address = ["--host", "127.0.0.1", "--scheduler-file", meeting_point]
+        dashboard = ["--dashboard-address", "127.0.0.1:8787"] if has_dashboard else ["--no-dashboard"]
+        single = ["--nthreads", "1", "--no-nanny", "--no-dashboard", "--local-directory", folder]
+        self.scheduler = stack.enter_context(program("dask_scheduler", *address, "--port", "0", *dashboard))
+        self.workers = [stack.enter_context(program("dask_worker", *address, *single)) for _ in range(workers)]
+        self.client = stack.enter_context(Client(scheduler_file=meeting_point))
+        self.client.wait_for_workers(workers)
+
+
 def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threading.Thread:
     """Kills the worker as soon as half of the blocks are done."""
     blocks = futures_of(scores)
@@ -89,6 +106,54 @@ def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threadi
     return thread
 
 
+def read_digits(cluster: Cluster, options: argparse.Namespace) -> bool:
+    """The job: whether the cluster gives what one process gives."""
+    count, model, path = options.pictures, DIGITS / "digits.cm", str(DIGITS / "test-images.idx")
+    block = max(1, options.block // options.batch) * options.batch
+    digits = numpy.frombuffer((DIGITS / "test-labels.idx").read_bytes(), numpy.uint8, offset=8)
+
+    start = time.perf_counter()
+    alone = read_alone(model, path, count, block, options.batch)
+    alone_rate = count / (time.perf_counter() - start)
+    print(f"one process: {alone_rate:.0f} pictures per second")
+
+    lazy = lazy_pictures(path, count, block)
+    scores = nolk.dask.predict(model, lazy, batch=options.batch, client=cluster.client)
+    start = time.perf_counter()
+    scores = cluster.client.persist(scores)
+    killing = kill_half_way(scores, cluster.workers[0]) if options.kill else None
+    progress(scores, notebook=False)
+    result = scores.compute()
+    rate = count / (time.perf_counter() - start)
+    if killing:
+        killing.join()
+    print(f"\n{options.workers} workers: {rate:.0f} pictures per second, {rate / alone_rate:.2f} times one process")
+
+    right = (result.argmax(axis=1) == numpy.resize(digits, count)).sum()
+    is_same = result.shape == alone.shape and (result.view(numpy.uint32) == alone.view(numpy.uint32)).all()
+    print(f"{right} of {count} right, {right / count:.1%}")
+    print("every picture has the result of the single process" if is_same else "the results differ")
+    return bool(is_same)
+
+
+def loopback_bytes() -> int:
+    with open("/proc/net/dev") as interfaces:
+        return next(int(line.split()[1]) for line in interfaces if line.strip().startswith("lo:"))
+
+
+def measure_tasks(cluster: Cluster, count: int) -> None:
+    """What a task costs besides its own work: blocks of a single picture, whose work is next to nothing."""
+    lazy = lazy_pictures(str(DIGITS / "test-images.idx"), count, 1)
+    scores = nolk.dask.predict(DIGITS / "digits.cm", lazy, batch=1, client=cluster.client)
+    scheduler = psutil.Process(cluster.scheduler.pid)
+    processor, data, start = scheduler.cpu_times().user, loopback_bytes(), time.perf_counter()
+    wait(cluster.client.persist(scores))
+    seconds = time.perf_counter() - start
+    processor, data = scheduler.cpu_times().user - processor, loopback_bytes() - data
+    print(f"{count} tasks: {count / seconds:.0f} tasks per second, {data / count:.0f} bytes per task,")
+    print(f"{processor / count * 1e6:.0f} us of the scheduler's processor time per task")
+
+
 def arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--pictures", type=int, default=100_000, metavar="N", help="default: 100000")
@@ -96,49 +161,19 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--batch", type=int, default=16, metavar="N", help="default: 16")
     parser.add_argument("--block", type=int, default=1000, metavar="N", help="pictures of one task, default: 1000")
     parser.add_argument("--kill", action="store_true", help="kill a worker half way")
+    parser.add_argument("--tasks", type=int, metavar="N", help="measure instead what N tasks cost the scheduler")
     parser.add_argument("--dashboard", action="store_true", help="show what happens at http://127.0.0.1:8787")
     return parser.parse_args()
 
 
 def main() -> int:
     options = arguments()
-    count, model, path = options.pictures, DIGITS / "digits.cm", str(DIGITS / "test-images.idx")
-    block = max(1, options.block // options.batch) * options.batch
-    digits = numpy.frombuffer((DIGITS / "test-labels.idx").read_bytes(), numpy.uint8, offset=8)
-    truth = numpy.resize(digits, count)
-
-    start = time.perf_counter()
-    alone = read_alone(model, path, count, block, options.batch)
-    alone_rate = count / (time.perf_counter() - start)
-    print(f"one process: {alone_rate:.0f} pictures per second")
-
     with ExitStack() as stack:
-        folder = stack.enter_context(tempfile.TemporaryDirectory())
-        meeting_point = os.path.join(folder, "scheduler.json")
-        dashboard = ["--dashboard-address", "127.0.0.1:8787"] if options.dashboard else ["--no-dashboard"]
-        address = ["--host", "127.0.0.1", "--scheduler-file", meeting_point]
-        stack.enter_context(program("dask_scheduler", *address, "--port", "0", *dashboard))
-        once = [*address, "--nthreads", "1", "--no-nanny", "--no-dashboard", "--local-directory", folder]
-        workers = [stack.enter_context(program("dask_worker", *once)) for _ in range(options.workers)]
-        client = stack.enter_context(Client(scheduler_file=meeting_point))
-        client.wait_for_workers(options.workers)
-
-        lazy = nolk.dask.predict(model, lazy_pictures(path, count, block), batch=options.batch, client=client)
-        start = time.perf_counter()
-        scores = client.persist(lazy)
-        killing = kill_half_way(scores, workers[0]) if options.kill else None
-        progress(scores, notebook=False)
-        result = scores.compute()
-        rate = count / (time.perf_counter() - start)
-        if killing:
-            killing.join()
-    print(f"\n{options.workers} workers: {rate:.0f} pictures per second, {rate / alone_rate:.2f} of one process")
-
-    right = (result.argmax(axis=1) == truth).sum()
-    is_same = result.shape == alone.shape and (result.view(numpy.uint32) == alone.view(numpy.uint32)).all()
-    print(f"{right} of {count} right, {right / count:.1%}")
-    print("every picture has the result of the single process" if is_same else "the results differ")
-    return 0 if is_same else 1
+        cluster = Cluster(stack, options.workers, options.dashboard)
+        if options.tasks:
+            measure_tasks(cluster, options.tasks)
+            return 0
+        return 0 if read_digits(cluster, options) else 1
 
 
 if __name__ == "__main__":

@@ -17,7 +17,6 @@ from typing import Any
 import dask.array
 import numpy
 from dask.base import tokenize
-from dask.highlevelgraph import HighLevelGraph
 from distributed import WorkerPlugin, get_client
 
 from ._network import Array, Network, TensorInfo, load
@@ -73,11 +72,16 @@ class ModelPlugin(WorkerPlugin):  # type: ignore[misc]  # distributed has no typ
                 _loaded[self.name] = _LoadedModel(network)
 
 
-def _run_block(name: str, *blocks: Array) -> Array | tuple[Array, ...]:
-    """The task for one block of each input."""
+def _run_block(name: str, *blocks: Any) -> Array | tuple[Array, ...]:
+    """The task for one block of each input, which comes in a list for each axis but the first."""
     if name not in _loaded:
         raise RuntimeError(f"{name} is not loaded in this process: give nolk.dask.predict the client of its workers")
-    return _loaded[name].run(list(blocks))
+    arrays = []
+    for block in blocks:
+        while isinstance(block, list):
+            (block,) = block
+        arrays.append(block)
+    return _loaded[name].run(arrays)
 
 
 def _client_of_process() -> Any:
@@ -165,20 +169,23 @@ def predict(
 def _results(
     plugin: str, arrays: tuple[dask.array.Array, ...], outputs: tuple[TensorInfo, ...]
 ) -> dask.array.Array | tuple[dask.array.Array, ...]:
-    """A task for each block, and with several outputs one more for each of them, which takes it from the tuple."""
-    name = "predict-" + tokenize(plugin, *arrays)
-    samples = arrays[0].chunks[0]
-    tasks: dict[Any, Any] = {}
-    for i in range(len(samples)):
-        tasks[name, i] = (_run_block, plugin, *((array.name, i, *[0] * (array.ndim - 1)) for array in arrays))
-    results = []
-    for place, info in enumerate(outputs):
-        own, rest = f"{name}-{place}", [0] * (len(info.shape) - 1)
-        if len(outputs) == 1:
-            layer = {(own, i, *rest): task for (_, i), task in tasks.items()}
-        else:
-            layer = tasks | {(own, i, *rest): (getitem, key, place) for i, key in enumerate(tasks)}
-        graph = HighLevelGraph.from_collections(own, layer, dependencies=arrays)
-        chunks = (samples, *((extent,) for extent in info.shape[1:]))
-        results.append(dask.array.Array(graph, own, chunks, dtype=numpy.float32))
-    return results[0] if len(results) == 1 else tuple(results)
+    """One task for each block; with several outputs one more for each of them, which takes it from the tuple."""
+    sources: list[Any] = [plugin, None]
+    for place, array in enumerate(arrays):
+        sources += [array, _axes(f"input {place}", array.ndim)]
+    if len(outputs) == 1:
+        return _array(_run_block, outputs[0], sources)
+    every = dask.array.blockwise(_run_block, "n", *sources, dtype=object, meta=numpy.empty(0, object))
+    return tuple(_array(getitem, info, [every, "n", place, None]) for place, info in enumerate(outputs))
+
+
+def _axes(name: str, count: int) -> tuple[str, ...]:
+    """Blocks differ along the first axis only, which all arrays have in common."""
+    return ("n", *(f"{name}, axis {axis}" for axis in range(1, count)))
+
+
+def _array(function: Any, info: TensorInfo, sources: list[Any]) -> dask.array.Array:
+    axes = _axes("output", len(info.shape))
+    new_axes = dict(zip(axes[1:], info.shape[1:]))
+    meta = numpy.empty([0] * len(axes), numpy.float32)
+    return dask.array.blockwise(function, axes, *sources, new_axes=new_axes, dtype=meta.dtype, meta=meta)
