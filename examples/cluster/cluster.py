@@ -68,7 +68,7 @@ def read_alone(model: Path, path: str, count: int, block: int, batch: int) -> nu
 def program(module: str, *arguments: str) -> Iterator[subprocess.Popen]:
     """A scheduler or worker as a process."""
     command = [sys.executable, "-m", f"distributed.cli.{module}", *arguments]
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
     try:
         yield process
     finally:
@@ -89,6 +89,12 @@ class Cluster:
         self.workers = [stack.enter_context(program("dask_worker", *address, *single)) for _ in range(workers)]
         self.client = stack.enter_context(Client(scheduler_file=meeting_point))
         self.client.wait_for_workers(workers)
+
+    def processor_seconds(self) -> tuple[float, float]:
+        """Of all workers, and of the scheduler."""
+        workers = (psutil.Process(worker.pid).cpu_times() for worker in self.workers)
+        scheduler = psutil.Process(self.scheduler.pid).cpu_times()
+        return sum(times.user + times.system for times in workers), scheduler.user + scheduler.system
 
 
 def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threading.Thread:
@@ -112,22 +118,26 @@ def read_digits(cluster: Cluster, options: argparse.Namespace) -> bool:
     block = max(1, options.block // options.batch) * options.batch
     digits = numpy.frombuffer((DIGITS / "test-labels.idx").read_bytes(), numpy.uint8, offset=8)
 
-    start = time.perf_counter()
+    start, processor = time.perf_counter(), time.process_time()
     alone = read_alone(model, path, count, block, options.batch)
-    alone_rate = count / (time.perf_counter() - start)
-    print(f"one process: {alone_rate:.0f} pictures per second")
+    alone_seconds, processor = time.perf_counter() - start, time.process_time() - processor
+    print(f"one process: {count / alone_seconds:.0f} pictures per second, {processor:.2f} s of processor time")
 
     lazy = lazy_pictures(path, count, block)
     scores = nolk.dask.predict(model, lazy, batch=options.batch, client=cluster.client)
-    start = time.perf_counter()
+    start, before = time.perf_counter(), cluster.processor_seconds()
     scores = cluster.client.persist(scores)
     killing = kill_half_way(scores, cluster.workers[0]) if options.kill else None
     progress(scores, notebook=False)
     result = scores.compute()
-    rate = count / (time.perf_counter() - start)
+    seconds = time.perf_counter() - start
+    print(f"\n{options.workers} workers: {count / seconds:.0f} pictures per second, ", end="")
+    print(f"{alone_seconds / seconds:.2f} times one process")
     if killing:
         killing.join()
-    print(f"\n{options.workers} workers: {rate:.0f} pictures per second, {rate / alone_rate:.2f} times one process")
+    else:
+        workers, scheduler = numpy.subtract(cluster.processor_seconds(), before)
+        print(f"processor time: workers {workers:.2f} s, scheduler {scheduler:.2f} s")
 
     right = (result.argmax(axis=1) == numpy.resize(digits, count)).sum()
     is_same = result.shape == alone.shape and (result.view(numpy.uint32) == alone.view(numpy.uint32)).all()
@@ -145,11 +155,10 @@ def measure_tasks(cluster: Cluster, count: int) -> None:
     """What a task costs besides its own work: blocks of a single picture, whose work is next to nothing."""
     lazy = lazy_pictures(str(DIGITS / "test-images.idx"), count, 1)
     scores = nolk.dask.predict(DIGITS / "digits.cm", lazy, batch=1, client=cluster.client)
-    scheduler = psutil.Process(cluster.scheduler.pid)
-    processor, data, start = scheduler.cpu_times().user, loopback_bytes(), time.perf_counter()
+    (_, processor), data, start = cluster.processor_seconds(), loopback_bytes(), time.perf_counter()
     wait(cluster.client.persist(scores))
     seconds = time.perf_counter() - start
-    processor, data = scheduler.cpu_times().user - processor, loopback_bytes() - data
+    processor, data = cluster.processor_seconds()[1] - processor, loopback_bytes() - data
     print(f"{count} tasks: {count / seconds:.0f} tasks per second, {data / count:.0f} bytes per task,")
     print(f"{processor / count * 1e6:.0f} us of the scheduler's processor time per task")
 
