@@ -32,7 +32,8 @@ class CMakeBuild(build_ext):
         shutil.rmtree(prefix, ignore_errors=True)
         options = {"TESTS": "OFF", "TOOLS": "OFF", "CONVERT": "OFF", "EXAMPLES": "OFF", "MODEL": "ON", "PYTHON": "ON"}
         cmake(
-            *("-S", ROOT, "-B", tree, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release"),
+            *("-S", ROOT, "-B", tree, "-DCMAKE_BUILD_TYPE=Release"),
+            *(("-G", "Ninja") if shutil.which("ninja") else ()),
             *(f"-DNOLK_BUILD_{name}={value}" for name, value in options.items()),
             *(
                 f"-DPython_EXECUTABLE={sys.executable}",
