@@ -50,6 +50,8 @@ class CMakeBuild(build_ext):
         for library in (prefix / "lib").glob("lib*.so*"):
             if not re.search(r"\.so\.\d+\.", library.name):  # by the name that programs load, not by the full version
                 shutil.copy2(library, package)
+        for license in (ROOT / "LICENSE", ROOT / "cmake/debian/copyright"):
+            shutil.copy2(license, package)
 
 
 setup(version=version(), ext_modules=[Extension("nolk._nolk", [])], cmdclass={"build_ext": CMakeBuild})

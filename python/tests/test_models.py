@@ -82,7 +82,7 @@ def test_the_wheel_carries_the_libraries_and_the_hints():
     assert len(modules) == 1
     files = "__init__ _builder _models _network _operations _source dask".split()
     expected = {f"nolk/{name}.py" for name in files} | {"nolk/py.typed", "nolk/_nolk.pyi"}
-    expected |= {"nolk/libnolk.so.1", "nolk/libnolk_model.so.1"} | modules
+    expected |= {"nolk/LICENSE", "nolk/copyright", "nolk/libnolk.so.1", "nolk/libnolk_model.so.1"} | modules
     if nolk.has_implementation("NolkFast"):
         expected.add("nolk/libNolkFast.so")
     assert {name for name in names if ".dist-info/" not in name} == expected
