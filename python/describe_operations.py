@@ -17,7 +17,7 @@ from pathlib import Path
 HEAD = '''"""The operations of a network. Made by describe_operations.py; changes here are lost."""
 
 from collections.abc import Sequence
-from typing import Any, Literal, SupportsFloat
+from typing import Literal
 
 from ._builder import Array, Recorder
 from ._nolk import Tensor
@@ -62,7 +62,7 @@ BIAS = "Array | None"
 
 # The parameters for each kind of field; where there are several, the extension takes them as a tuple.
 KINDS = {
-    "float": simple("SupportsFloat", "A number."),
+    "float": simple("float", "A number."),
     "Axis": simple("Axis", "Its letter in [n, c, h, w], or its number, 0 to 3 or -4 to -1."),
     "BasicOp": simple('Literal["maximum", "mean", "sum", "minimum"]', "What becomes of the values."),
     "DimsHW": simple("Pair", "Rows and columns, or one number for both."),

@@ -36,8 +36,11 @@ nolk::Owned<nolk::Runner> load(const void* data, std::size_t size, const std::st
     } catch (const nolk::ModelError& e) {
         const std::string messages = takeMessages();
         throw nolk::ModelError(e.what() + (messages.empty() ? "" : ": " + messages));
-    } catch (const std::logic_error& e) {
-        throw nolk::ModelError(implementation + ": a setting is not a number (" + e.what() + ")");
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception& e) {
+        const std::string text = e.what();  // of a setting that is not a number it is the name of a function
+        throw nolk::ModelError(implementation + ": " + (text == "stol" ? "a setting is not a number" : text));
     }
 }
 
@@ -46,6 +49,12 @@ nolk::Owned<nolk::Runner> wrapForThreads(nolk::Owned<nolk::Runner> runner, int b
     if (!wrapped) throw nolk::ModelError(takeMessages());
     static_cast<void>(runner.release());  // owned by the wrapper now
     return nolk::Owned<nolk::Runner>(wrapped);
+}
+
+// Another implementation may have threads that stay, if its settings ask for them. The built-in one's last for a
+// product.
+bool mayHaveThreads(const std::string& implementation) {
+    return implementationName(implementation) != "NolkRaw" && implementation.find(':') != std::string::npos;
 }
 
 std::vector<ArrayForm> formsOf(const nolk::ModelInfo& info, const std::vector<int>& places,
@@ -111,14 +120,14 @@ std::vector<float*> buffersFor(Buffers& buffers, const std::vector<ArrayForm>& f
 }  // namespace
 
 struct Network::Loaded {
-    Loaded(nolk::Owned<nolk::Runner> loadedRunner, bool hasWorker)
-        : runner(std::move(loadedRunner)), workerProcess(hasWorker ? getpid() : 0) {}
+    Loaded(nolk::Owned<nolk::Runner> loadedRunner, bool hasThreads)
+        : runner(std::move(loadedRunner)), process(hasThreads ? getpid() : 0) {}
 
-    // The worker thread of a shared runner does not exist in a forked process, and waiting for it would never end.
+    // A runner's threads do not exist in a forked process, and waiting for them would never end.
     ~Loaded() {
         if (!isUsable()) static_cast<void>(runner.release());
     }
-    bool isUsable() const { return workerProcess == 0 || workerProcess == getpid(); }
+    bool isUsable() const { return process == 0 || process == getpid(); }
 
     void run(std::vector<nolk::Tensor>& from, std::vector<nolk::Tensor>& to) {
         if (!runner->run(from.data(), static_cast<int>(from.size()), to.data(), static_cast<int>(to.size())))
@@ -126,7 +135,7 @@ struct Network::Loaded {
     }
 
     nolk::Owned<nolk::Runner> runner;
-    const pid_t workerProcess;  // 0: none
+    const pid_t process;  // of the runner's threads; 0: it has none
     std::atomic<bool> isRunning{false};
 
     // Used by the call that has set isRunning. They stay, so that later runs allocate nothing.
@@ -144,7 +153,7 @@ Network::Network(const void* data, std::size_t size, const LoadOptions& options)
     if (shared_ && !isDivisible_)
         throw nolk::ModelError("the network mixes samples, so its batch cannot be shared by several callers");
     if (shared_) runner = wrapForThreads(std::move(runner), batch_);
-    loaded_ = std::make_shared<Loaded>(std::move(runner), shared_ && batch_ > 1);
+    loaded_ = std::make_shared<Loaded>(std::move(runner), (shared_ && batch_ > 1) || mayHaveThreads(implementation_));
 }
 
 void Network::addForms(const nolk::ModelInfo& info) {
@@ -199,7 +208,7 @@ py::object Network::call(const py::args& inputArrays) {
 void Network::runArrays(const std::vector<py::array>& inputs, const std::vector<py::array>& outputs) {
     std::shared_ptr<Loaded> loaded = loaded_;
     if (!loaded) throw nolk::ModelError("the network is closed");
-    if (!loaded->isUsable()) throw nolk::ModelError("a shared network works only in the process that loaded it");
+    if (!loaded->isUsable()) throw nolk::ModelError("a network with threads works only in the process that loaded it");
     const std::vector<float*> in = dataOf(inputs), out = dataOf(outputs);
     const py::ssize_t n = sampleCount(inputs);
 
