@@ -57,11 +57,18 @@ bool mayHaveThreads(const std::string& implementation) {
     return implementationName(implementation) != "NolkRaw" && implementation.find(':') != std::string::npos;
 }
 
+// A file may hold any bytes as a name, but Python's text must be UTF-8.
+std::string asText(const std::string& name) {
+    const py::gil_scoped_acquire locked;
+    const auto size = static_cast<py::ssize_t>(name.size());
+    return py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(name.data(), size, "replace"));
+}
+
 std::vector<ArrayForm> formsOf(const nolk::ModelInfo& info, const std::vector<int>& places,
                                const std::vector<std::string>& names, const std::string& kind) {
     std::vector<ArrayForm> forms;
     for (std::size_t i = 0; i < places.size(); ++i)
-        forms.push_back({names.empty() ? kind + " " + std::to_string(i) : names[i],
+        forms.push_back({names.empty() ? kind + " " + std::to_string(i) : asText(names[i]),
                          info.operations[static_cast<std::size_t>(places[i])].output});
     return forms;
 }

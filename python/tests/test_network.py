@@ -68,6 +68,15 @@ def test_several_inputs_and_outputs_have_names_and_come_as_a_tuple():
         assert (twice == 2 * left).all() and (size == -right).all()
 
 
+def test_names_may_hold_any_bytes():
+    recording = nolk._nolk.Recording()
+    recording.finish([recording.call(0, [], [(3,)])])
+    with nolk.load(recording.file(4, False, [(1, b"a\xff\n"), (2, "\u00e4".encode())])) as net:
+        assert (net.inputs[0].name, net.outputs[0].name) == ("a\ufffd\n", "\u00e4")
+        with pytest.raises(TypeError, match="a\ufffd\n: expected a numpy array"):
+            net(None)
+
+
 def zeros(*shape, dtype=numpy.float32):
     return numpy.zeros(shape, dtype)
 
