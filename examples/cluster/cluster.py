@@ -87,7 +87,7 @@ class Cluster:
         single = ["--nthreads", "1", "--no-nanny", "--no-dashboard", "--local-directory", folder]
         self.scheduler = stack.enter_context(program("dask_scheduler", *address, "--port", "0", *dashboard))
         self.workers = [stack.enter_context(program("dask_worker", *address, *single)) for _ in range(workers)]
-        self.client = stack.enter_context(Client(scheduler_file=meeting_point))
+        self.client = stack.enter_context(Client(scheduler_file=meeting_point, timeout=60))
         self.client.wait_for_workers(workers)
 
     def processor_seconds(self) -> tuple[float, float]:
