@@ -59,21 +59,24 @@ nolk::TensorShape BaseRunnerBuilder::shapeOf(nolk::TensorX* x) {
 }
 
 nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
-    // A second runner would have to own the same constants.
-    if (built_) throw std::logic_error("build: a builder builds once");
-    const std::vector<nolk::TensorX*> graphOutputs = checkedOutputs(outputs, count);
-    check();
-    built_ = true;
-
-    std::vector<std::unique_ptr<LayerFactory>> sentinels;
-    for (nolk::TensorX* t : graphOutputs) sentinels.push_back(std::make_unique<OutputLayerFactory>(t));
-    fuse();
+    const std::vector<nolk::TensorX*> graphOutputs = prepare(outputs, count);
     connect();
     TensorSpace space(kArenaAlignment);
     std::unique_ptr<MemoryPool> pool = space.mallocAll(borrowedFactories(), borrowed(inputs_), graphOutputs);
     std::vector<std::unique_ptr<Layer>> layers = createLayers();
-    sentinels.clear();
+    sentinels_.clear();
     return new BaseRunner(std::move(layers), borrowed(inputs_), graphOutputs, std::move(pool), std::move(constData_));
+}
+
+std::vector<nolk::TensorX*> BaseRunnerBuilder::prepare(nolk::TensorX** outputs, int count) {
+    // A second runner would have to own the same constants.
+    if (built_) throw std::logic_error("build: a builder builds once");
+    std::vector<nolk::TensorX*> graphOutputs = checkedOutputs(outputs, count);
+    check();
+    built_ = true;
+    for (nolk::TensorX* t : graphOutputs) sentinels_.push_back(std::make_unique<OutputLayerFactory>(t));
+    fuse();
+    return graphOutputs;
 }
 
 void BaseRunnerBuilder::destroy() { delete this; }

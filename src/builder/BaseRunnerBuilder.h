@@ -46,6 +46,13 @@ protected:
     nolk::TensorX* addInputReturn(std::unique_ptr<nolk::TensorX> tensor);
     nolk::TensorX* addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data);
 
+    // The first half of build, for a builder that makes another runner of the same operations: checks everything and
+    // fuses. Afterwards factories() are what has to be computed. Returns the outputs; throws what build throws.
+    std::vector<nolk::TensorX*> prepare(nolk::TensorX** outputs, int count);
+
+    // Arrays that were handed over and that no layer has taken yet.
+    FloatArrays& givenArrays() { return givenArrays_; }
+
 private:
     std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count);
     void check() const;
@@ -60,6 +67,7 @@ private:
     std::vector<std::unique_ptr<nolk::TensorX>> inputs_;  // in the order that run expects
     std::vector<std::unique_ptr<LayerFactory>> factories_;
     std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
+    std::vector<std::unique_ptr<LayerFactory>> sentinels_;  // one for each output of the network
     FloatArrays givenArrays_;
     std::vector<FloatBuffer> constData_;            // of constTensors_; build moves them to the runner
     std::unordered_set<const nolk::TensorX*> own_;  // every tensor that this builder has returned

@@ -11,6 +11,9 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    const std::vector<float>& scale() const { return scale_; }
+    const std::vector<float>& bias() const { return bias_; }
+    float epsilon() const { return epsilon_; }
 
 private:
     std::vector<float> scale_;

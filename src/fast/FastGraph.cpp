@@ -1,0 +1,18 @@
+#include "fast/FastGraph.h"
+
+int FastGraph::add(const FastValue& value) {
+    values.push_back(value);
+    return static_cast<int>(values.size()) - 1;
+}
+
+int FastGraph::rootOf(int value) const {
+    while (at(value).root >= 0) value = at(value).root;
+    return value;
+}
+
+std::vector<int> FastGraph::countUses() const {
+    std::vector<int> uses(values.size(), 0);
+    for (const FastNode& node : nodes) forEachSource(node, [&](int source) { ++uses[static_cast<std::size_t>(source)]; });
+    for (const int output : outputs) ++uses[static_cast<std::size_t>(output)];
+    return uses;
+}

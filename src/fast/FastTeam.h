@@ -1,0 +1,79 @@
+// The threads of one runner: the callers of run, and num_threads - 1 workers that help them.
+//   FastTeam team(4, 20);
+//   FastTeam::Session session(team);           // for one run; gets the workers if no other run has them
+//   session.forEach(tasks, [&](int task) {...});  // on several threads, returns when all tasks are done
+// Tasks must write to different places. Nothing is allocated after construction. Workers wait spin_us microseconds for
+// the next tasks before they sleep.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+class FastTeam {
+public:
+    // Throws std::system_error if a thread cannot be started.
+    FastTeam(int numThreads, int spinMicroseconds);
+    ~FastTeam();
+    FastTeam(const FastTeam&) = delete;
+    FastTeam& operator=(const FastTeam&) = delete;
+
+    class Session {
+    public:
+        explicit Session(FastTeam& team)
+            : team_(team), hasWorkers_(!team.workers_.empty() && !team.busy_.exchange(true)) {}
+        ~Session() {
+            if (hasWorkers_) team_.busy_.store(false);
+        }
+        Session(const Session&) = delete;
+        Session& operator=(const Session&) = delete;
+
+        // Threads that forEach uses.
+        int size() const { return hasWorkers_ ? static_cast<int>(team_.workers_.size()) + 1 : 1; }
+
+        template <typename F>
+        void forEach(int tasks, const F& f) {
+            if (!hasWorkers_ || tasks < 2) {
+                for (int task = 0; task < tasks; ++task) f(task);
+                return;
+            }
+            team_.runAll(tasks, [](const void* context, int task) { (*static_cast<const F*>(context))(task); }, &f);
+        }
+
+    private:
+        FastTeam& team_;
+        bool hasWorkers_;
+    };
+
+private:
+    using Task = void (*)(const void* context, int task);
+
+    void runAll(int tasks, Task task, const void* context);
+    void work();
+    void takeTasks();
+    bool waitFor(unsigned seen);
+    void stop();
+
+    // fixed after construction
+    std::vector<std::thread> workers_;
+    int spinMicroseconds_;
+
+    std::atomic<bool> busy_{false};  // a session has the workers
+
+    // written by the session, read by workers after they have seen a new round
+    Task task_ = nullptr;
+    const void* context_ = nullptr;
+    int tasks_ = 0;
+
+    std::atomic<int> next_{0};        // task
+    std::atomic<int> working_{0};     // workers that have not finished the round
+    std::atomic<unsigned> round_{0};  // changes when there are tasks, or when the team stops
+    std::atomic<bool> stopping_{false};
+
+    // guarded by mutex_
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    int sleeping_ = 0;
+};
