@@ -4,6 +4,13 @@
 
 namespace {
 
+// Parts of the state.
+constexpr std::uint64_t kJoined = 0xffff;
+constexpr std::uint64_t kOpen = 0x10000;
+constexpr std::uint64_t kRound = 0x20000;  // the lowest bit of the round's number
+
+std::uint64_t roundOf(std::uint64_t state) { return state / kRound; }
+
 void relax() {
 #ifdef __x86_64__
     __builtin_ia32_pause();
@@ -26,13 +33,18 @@ FastTeam::FastTeam(int numThreads, int spinMicroseconds) : spinMicroseconds_(spi
 FastTeam::~FastTeam() { stop(); }
 
 void FastTeam::stop() {
-    {
-        const std::lock_guard lock(mutex_);
-        stopping_ = true;
-        ++round_;
-    }
-    wake_.notify_all();
+    stopping_ = true;
+    publish((roundOf(state_) + 1) * kRound);
     for (std::thread& worker : workers_) worker.join();
+}
+
+// Sets the state and wakes those who sleep. A worker counts itself as sleeping before it looks at the state for the last
+// time, so one of the two sees the other.
+void FastTeam::publish(std::uint64_t state) {
+    state_ = state;
+    if (sleeping_ == 0) return;
+    { const std::lock_guard lock(mutex_); }
+    wake_.notify_all();
 }
 
 void FastTeam::runAll(int tasks, Task task, const void* context) {
@@ -40,19 +52,12 @@ void FastTeam::runAll(int tasks, Task task, const void* context) {
     context_ = context;
     tasks_ = tasks;
     next_.store(0, std::memory_order_relaxed);
-    working_.store(static_cast<int>(workers_.size()), std::memory_order_relaxed);
-    bool anySleeps = false;
-    {
-        // Under the mutex, so that no worker goes to sleep between its last look at the round and this change.
-        const std::lock_guard lock(mutex_);
-        ++round_;
-        anySleeps = sleeping_ > 0;
-    }
-    if (anySleeps) wake_.notify_all();
+    publish((roundOf(state_) + 1) * kRound | kOpen);
     takeTasks();
-    // The workers are on their last tasks now.
-    for (int spins = 0; working_.load(std::memory_order_acquire) > 0; ++spins) {
-        if (spins < 2000)
+    state_.fetch_and(~kOpen);
+    // The workers that joined are on their last tasks now.
+    for (int spins = 0; (state_.load(std::memory_order_acquire) & kJoined) > 0; ++spins) {
+        if (spins < 10000)
             relax();
         else
             std::this_thread::yield();
@@ -66,22 +71,33 @@ void FastTeam::takeTasks() {
 }
 
 void FastTeam::work() {
-    for (unsigned seen = 0; waitFor(seen); ++seen) {
+    for (std::uint64_t round = 0; join(round, round);) {
         takeTasks();
-        working_.fetch_sub(1, std::memory_order_release);
+        state_.fetch_sub(1, std::memory_order_release);
     }
 }
 
-// Waits until the round is no longer `seen`. False when the team stops. A round cannot end before every worker has seen
-// it, so rounds are seen one by one.
-bool FastTeam::waitFor(unsigned seen) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(spinMicroseconds_);
-    while (round_.load(std::memory_order_acquire) == seen && std::chrono::steady_clock::now() < deadline) relax();
-    if (round_.load(std::memory_order_acquire) == seen) {
-        std::unique_lock lock(mutex_);
-        ++sleeping_;
-        wake_.wait(lock, [&] { return round_.load() != seen; });
-        --sleeping_;
+// Waits for a round after lastRound and joins it. False when the team stops.
+bool FastTeam::join(std::uint64_t lastRound, std::uint64_t& round) {
+    const auto isNew = [&](std::uint64_t state) { return (state & kOpen) != 0 && roundOf(state) != lastRound; };
+    while (true) {
+        std::uint64_t state = state_;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(spinMicroseconds_);
+        while (!isNew(state) && !stopping_ && std::chrono::steady_clock::now() < deadline) {
+            relax();
+            state = state_;
+        }
+        if (!isNew(state) && !stopping_) {
+            std::unique_lock lock(mutex_);
+            ++sleeping_;
+            wake_.wait(lock, [&] { return stopping_ || isNew(state_); });
+            --sleeping_;
+            state = state_;
+        }
+        if (stopping_) return false;
+        if (isNew(state) && state_.compare_exchange_strong(state, state + 1)) {
+            round = roundOf(state);
+            return true;
+        }
     }
-    return !stopping_.load(std::memory_order_acquire);
 }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -52,8 +53,9 @@ private:
 
     void runAll(int tasks, Task task, const void* context);
     void work();
+    bool join(std::uint64_t lastRound, std::uint64_t& round);
     void takeTasks();
-    bool waitFor(unsigned seen);
+    void publish(std::uint64_t state);
     void stop();
 
     // fixed after construction
@@ -62,18 +64,19 @@ private:
 
     std::atomic<bool> busy_{false};  // a session has the workers
 
-    // written by the session, read by workers after they have seen a new round
+    // Written before a round is opened, fixed until all workers have left it.
     Task task_ = nullptr;
     const void* context_ = nullptr;
     int tasks_ = 0;
 
-    std::atomic<int> next_{0};        // task
-    std::atomic<int> working_{0};     // workers that have not finished the round
-    std::atomic<unsigned> round_{0};  // changes when there are tasks, or when the team stops
+    // The number of the round, whether it is open, and how many workers have joined it. A worker that comes after the
+    // round was closed does not join, so nobody waits for workers that sleep.
+    std::atomic<std::uint64_t> state_{0};
+    std::atomic<int> next_{0};  // task
     std::atomic<bool> stopping_{false};
 
-    // guarded by mutex_
+    // Sleeping workers wait for a new state.
+    std::atomic<int> sleeping_{0};
     std::mutex mutex_;
     std::condition_variable wake_;
-    int sleeping_ = 0;
 };

@@ -38,6 +38,8 @@ private:
         if (std::holds_alternative<FastReshape>(node.operation)) return reshape(node);
         const FastLayout layout = layoutOf(node);
         for (int& input : node.inputs) input = as(layout, input);
+        if (const auto* op = std::get_if<FastBuiltIn>(&node.operation))
+            graph_.at(node.output).minimumFloats = op->outputFloats;
         if (auto* op = std::get_if<FastConvolution>(&node.operation)) prepare(*op, node);
         if (auto* op = std::get_if<FastDeconvolution>(&node.operation))
             enlargeBorder(node.inputs.front(),
