@@ -1,0 +1,255 @@
+#include <utility>
+
+#include "fast/kernels/levelKernels.h"
+#include "fast/kernels/vectors.h"
+
+// Loops over a tile's registers are unrolled completely: else the sums would lie in memory.
+#ifdef __clang__
+#define NOLK_UNROLL _Pragma("unroll")
+#else
+#define NOLK_UNROLL _Pragma("GCC unroll 32")
+#endif
+
+namespace NOLK_FAST_LEVEL {
+namespace {
+
+constexpr int kVectors = kFastBlock / kLanes;  // of a block
+
+// The most pixels of a tile that has 1, 2, 4 or 8 blocks: their sums, the weights of one tap and one factor fit into
+// the registers. Few pixels need many blocks, because sums that do not wait for each other must fill the time that a
+// fused multiply-add takes. More blocks than that would read weights from more places than necessary.
+#if defined(__AVX512F__)
+constexpr int kMostPixels[] = {14, 14, 5, 2};
+#elif defined(__AVX2__) && defined(__FMA__)
+constexpr int kMostPixels[] = {6, 3, 1, 0};
+#else
+constexpr int kMostPixels[] = {6, 2, 1, 0};
+#endif
+
+// Where a tile begins.
+struct Corner {
+    const float* x;
+    const float* weights;
+    const float* bias;
+    float* y;
+    const float* added;
+};
+
+using Tile = void (*)(const FastProduct&, const Corner&);
+
+template <int kRows, int kPixels, int kBlocks, int kStep>
+void productTile(const FastProduct& call, const Corner& at) {
+    constexpr int kSums = kBlocks * kVectors;
+    const std::ptrdiff_t xStep = kStep ? kStep : call.xStep, xRow = call.xRow;
+    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
+    Vector sums[kRows][kPixels][kSums];
+    NOLK_UNROLL for (int r = 0; r < kRows; ++r) NOLK_UNROLL for (int p = 0; p < kPixels; ++p)
+        NOLK_UNROLL for (int v = 0; v < kSums; ++v) {
+        const int block = v / kVectors, lane = v % kVectors * kLanes;
+        sums[r][p][v] = load(call.carryOn ? at.y + r * call.yRow + p * call.yStep + block * call.yBlock + lane
+                                          : at.bias + block * kFastBlock + lane);
+    }
+
+    const float* w = at.weights;
+    const std::int32_t* const end = call.taps + call.tapCount;
+    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock) {
+        const float* const x = at.x + *tap;
+        Vector weights[kSums];
+        NOLK_UNROLL for (int v = 0; v < kSums; ++v) weights[v] =
+            load(w + v / kVectors * weightsBlock + v % kVectors * kLanes);
+        NOLK_UNROLL for (int r = 0; r < kRows; ++r) NOLK_UNROLL for (int p = 0; p < kPixels; ++p) {
+            const Vector factor = broadcast(x[r * xRow + p * xStep]);
+            NOLK_UNROLL for (int v = 0; v < kSums; ++v) sums[r][p][v] = fma(factor, weights[v], sums[r][p][v]);
+        }
+    }
+
+    const Vector low = broadcast(call.low), high = broadcast(call.high);
+    NOLK_UNROLL for (int r = 0; r < kRows; ++r) NOLK_UNROLL for (int p = 0; p < kPixels; ++p)
+        NOLK_UNROLL for (int v = 0; v < kSums; ++v) {
+        const int block = v / kVectors, lane = v % kVectors * kLanes;
+        Vector sum = sums[r][p][v];
+        if (at.added) sum += load(at.added + r * call.addedRow + p * call.addedStep + block * call.addedBlock + lane);
+        store(at.y + r * call.yRow + p * call.yStep + block * call.yBlock + lane, smallerOr(high, largerOr(low, sum)));
+    }
+}
+
+template <int kRows, int kBlocks, int kStep, int... kPixels>
+Tile tileOf(int pixels, std::integer_sequence<int, kPixels...>) {
+    static constexpr Tile tiles[] = {nullptr, productTile<kRows, kPixels + 1, kBlocks, kStep>...};
+    return tiles[pixels];
+}
+
+template <int kRows, int kStep>
+Tile tileOf(int pixels, int blocks) {
+    switch (blocks) {
+        case 8:
+            return tileOf<kRows, 8, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[3] / kRows>());
+        case 4:
+            return tileOf<kRows, 4, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[2] / kRows>());
+        case 2:
+            return tileOf<kRows, 2, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[1] / kRows>());
+        default:
+            return tileOf<kRows, 1, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[0] / kRows>());
+    }
+}
+
+Tile tileOf(int rows, int pixels, int blocks, std::ptrdiff_t step) {
+    if (step == kFastBlock)
+        return rows == 2 ? tileOf<2, kFastBlock>(pixels, blocks) : tileOf<1, kFastBlock>(pixels, blocks);
+    return rows == 2 ? tileOf<2, 0>(pixels, blocks) : tileOf<1, 0>(pixels, blocks);
+}
+
+// The part of a product that a loop over tiles is at.
+struct Part {
+    int rows, pixels, blocks;
+    int lanes;  // of the last block
+};
+
+void copyLanes(const float* from, std::ptrdiff_t fromBlock, std::ptrdiff_t fromRow, std::ptrdiff_t fromStep, float* to,
+               std::ptrdiff_t toBlock, std::ptrdiff_t toRow, std::ptrdiff_t toStep, const Part& part) {
+    for (int b = 0; b < part.blocks; ++b)
+        for (int r = 0; r < part.rows; ++r)
+            for (int p = 0; p < part.pixels; ++p)
+                for (int lane = 0; lane < kFastBlock; lane += kLanes) {
+                    const int rest = (b + 1 < part.blocks ? kFastBlock : part.lanes) - lane;
+                    const int n = rest > kLanes ? kLanes : rest;
+                    if (n <= 0) break;
+                    storePart(to + b * toBlock + r * toRow + p * toStep + lane,
+                              loadPart(from + b * fromBlock + r * fromRow + p * fromStep + lane, n), n);
+                }
+}
+
+// A tile whose last block has less than 16 lanes goes through a copy with whole blocks.
+void partialTile(const FastProduct& call, const Corner& at, const Part& part, Tile tile) {
+    constexpr int kRow = 14 * kFastBlock, kBlock = 2 * kRow;
+    float y[8 * kBlock], added[8 * kBlock];
+    FastProduct copy = call;
+    copy.yBlock = copy.addedBlock = kBlock;
+    copy.yRow = copy.addedRow = kRow;
+    copy.yStep = copy.addedStep = kFastBlock;
+    if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
+    if (call.added)
+        copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
+    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr});
+    copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
+}
+
+int quotientUp(int a, int b) { return (a + b - 1) / b; }
+
+// All rows and pixels of a few blocks.
+void productOfBlocks(const FastProduct& call, int firstBlock, int blocks, int mostPixels) {
+    static const float zeros[8 * kFastBlock] = {};
+    const int lanes = firstBlock + blocks == call.blocks ? call.lanes : kFastBlock;
+    const Corner start{call.x, call.weights + static_cast<std::ptrdiff_t>(firstBlock) * call.tapCount * kFastBlock,
+                       call.bias ? call.bias + firstBlock * kFastBlock : zeros, call.y + firstBlock * call.yBlock,
+                       call.added ? call.added + firstBlock * call.addedBlock : nullptr};
+    const int tiles = quotientUp(call.pixels, mostPixels);
+    for (int row = 0; row < call.rows; row += 2)
+        for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
+            pixels = quotientUp(call.pixels - pixel, tiles - t);
+            const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > mostPixels / 2 ? 1 : rowsLeft;
+            const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
+            for (int r = row; r < row + rowsLeft; r += rows) {
+                const Corner at{start.x + r * call.xRow + pixel * call.xStep, start.weights, start.bias,
+                                start.y + r * call.yRow + pixel * call.yStep,
+                                start.added ? start.added + r * call.addedRow + pixel * call.addedStep : nullptr};
+                if (lanes == kFastBlock)
+                    tile(call, at);
+                else
+                    partialTile(call, at, {rows, pixels, blocks, lanes}, tile);
+            }
+        }
+}
+
+// sums[pixel] += x[pixel * step] * weight
+template <int kPixels>
+void addTap(const float* x, std::ptrdiff_t step, Vector weight, Vector (&sums)[kPixels]) {
+    NOLK_UNROLL for (int p = 0; p < kPixels; ++p) sums[p] = fma(load(x + p * step), weight, sums[p]);
+}
+
+// Sums of one block for neighbouring pixels, for as many tiles of kPixels as asked for. kKernel and kStride are 0 for
+// those that are known only at run time.
+template <int kPixels, int kKernel, int kStride>
+void depthwiseTiles(const FastDepthwise& call, const float* x, const float* bias, float* y, const float* added,
+                    int tiles) {
+    const std::ptrdiff_t xRow = call.xRow, step = (kStride ? kStride : call.strideW) * kFastBlock;
+    const Vector low = broadcast(call.low), high = broadcast(call.high);
+    for (int lane = 0; lane < kFastBlock; lane += kLanes)
+        for (int t = 0; t < tiles; ++t) {
+            const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(t) * kPixels;
+            const float* const from = x + first * step + lane;
+            const float* const weights = call.weights + lane;
+            Vector sums[kPixels];
+            NOLK_UNROLL for (int p = 0; p < kPixels; ++p) sums[p] = load(bias + lane);
+            if constexpr (kKernel > 0) {
+                NOLK_UNROLL for (int kh = 0; kh < kKernel; ++kh) NOLK_UNROLL for (int kw = 0; kw < kKernel; ++kw)
+                    addTap(from + kh * xRow + kw * kFastBlock, step, load(weights + (kh * kKernel + kw) * kFastBlock),
+                           sums);
+            } else {
+                for (int kh = 0; kh < call.kernelH; ++kh)
+                    for (int kw = 0; kw < call.kernelW; ++kw)
+                        addTap(from + kh * call.dilationH * xRow + kw * call.dilationW * kFastBlock, step,
+                               load(weights + (kh * call.kernelW + kw) * kFastBlock), sums);
+            }
+            NOLK_UNROLL for (int p = 0; p < kPixels; ++p) {
+                const std::ptrdiff_t at = (first + p) * kFastBlock + lane;
+                if (added) sums[p] += load(added + at);
+                store(y + at, smallerOr(high, largerOr(low, sums[p])));
+            }
+        }
+}
+
+using DepthwiseTiles = void (*)(const FastDepthwise&, const float*, const float*, float*, const float*, int);
+
+constexpr int kMostDepthwisePixels = kLanes == 8 ? 6 : 8;
+
+template <int kKernel, int kStride, int... kPixels>
+DepthwiseTiles depthwiseTilesOf(int pixels, std::integer_sequence<int, kPixels...>) {
+    static constexpr DepthwiseTiles tiles[] = {nullptr, depthwiseTiles<kPixels + 1, kKernel, kStride>...};
+    return tiles[pixels];
+}
+
+DepthwiseTiles depthwiseTilesOf(const FastDepthwise& call, int pixels) {
+    constexpr auto kAll = std::make_integer_sequence<int, kMostDepthwisePixels>();
+    const bool dense = call.kernelH == call.kernelW && call.dilationH == 1 && call.dilationW == 1;
+    if (dense && call.kernelH == 3 && call.strideW == 1) return depthwiseTilesOf<3, 1>(pixels, kAll);
+    if (dense && call.kernelH == 3 && call.strideW == 2) return depthwiseTilesOf<3, 2>(pixels, kAll);
+    if (dense && call.kernelH == 5 && call.strideW == 1) return depthwiseTilesOf<5, 1>(pixels, kAll);
+    if (dense && call.kernelH == 5 && call.strideW == 2) return depthwiseTilesOf<5, 2>(pixels, kAll);
+    return depthwiseTilesOf<0, 0>(pixels, kAll);
+}
+
+}  // namespace
+
+void product(const FastProduct& call) {
+    const int columns = quotientUp(call.pixels, quotientUp(call.pixels, kMostPixels[0]));
+    const int pixels = call.rows > 1 && 2 * columns <= kMostPixels[0] ? 2 * columns : columns;
+    int group = 3;
+    while (kMostPixels[group] < pixels) --group;
+    for (int block = 0; block < call.blocks;) {
+        while (1 << group > call.blocks - block) --group;
+        productOfBlocks(call, block, 1 << group, kMostPixels[group]);
+        block += 1 << group;
+    }
+}
+
+void depthwise(const FastDepthwise& call) {
+    static const float zeros[kFastBlock] = {};
+    const float* const bias = call.bias ? call.bias : zeros;
+    // Tiles of one size, and then tiles that are one pixel smaller.
+    const int tiles = quotientUp(call.pixels, kMostDepthwisePixels), larger = quotientUp(call.pixels, tiles);
+    const int smallTiles = tiles * larger - call.pixels, largeTiles = tiles - smallTiles;
+    const DepthwiseTiles large = depthwiseTilesOf(call, larger), small = depthwiseTilesOf(call, larger - 1);
+    for (int row = 0; row < call.rows; ++row) {
+        const float* const x = call.x + static_cast<std::ptrdiff_t>(row) * call.strideH * call.xRow;
+        float* const y = call.y + row * call.yRow;
+        const float* const added = call.added ? call.added + row * call.addedRow : nullptr;
+        large(call, x, bias, y, added, largeTiles);
+        if (smallTiles == 0) continue;
+        const std::ptrdiff_t done = static_cast<std::ptrdiff_t>(largeTiles) * larger;
+        small(call, x + done * call.strideW * kFastBlock, bias, y + done * kFastBlock,
+              added ? added + done * kFastBlock : nullptr, smallTiles);
+    }
+}
+
+}  // namespace NOLK_FAST_LEVEL
