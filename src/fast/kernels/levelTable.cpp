@@ -3,22 +3,9 @@
 namespace NOLK_FAST_LEVEL {
 
 const FastKernels kernels{
-    NOLK_FAST_LEVEL_NAME,
-    product,
-    depthwise,
-    nullptr,  // step
-    nullptr,  // pool
-    nullptr,  // reducePlane
-    nullptr,  // normalizePlane
-    nullptr,  // resizeRow
-    nullptr,  // toBlocks
-    nullptr,  // toPlain
-    nullptr,  // softmax
-    nullptr,  // reduce
-    nullptr,  // normalizeL2
-    nullptr,  // normalizeRows
-    nullptr,  // lstmCell
-    nullptr,  // transpose
+    NOLK_FAST_LEVEL_NAME, product,       depthwise, step,      pool,    reducePlane,
+    normalizePlane,       resizeRow,     toBlocks,  toPlain,   softmax, reduce,
+    normalizeL2,          normalizeRows, lstmCell,  transpose,
 };
 
 }  // namespace NOLK_FAST_LEVEL

@@ -22,7 +22,8 @@ struct FastPool {
 };
 
 // One result for each channel of a block, over all pixels of the plane.
-// Sums have 16 partial sums by the pixel's number (row * pixels + pixel) modulo 16, added in a fixed tree.
+// Sums have 16 partial sums by the pixel's number (row * pixels + pixel) modulo 16, added in a fixed tree. NaN marks a
+// result without a value: the next value replaces it.
 struct FastPlaneReduction {
     nolk::BasicOp op = nolk::BasicOp::sum;
     const float* x = nullptr;
@@ -43,14 +44,14 @@ struct FastPlaneNormalization {
     float epsilon = 0.0f;
 };
 
-// One row of a resized plane: y[p][lane] interpolates x0 and x1, two rows of the source (the same one twice for
-// nearest), at the columns left[p] and right[p]. The built-in layer's formula decides the order of the operations.
+// One row of a resized plane: y[p][lane] interpolates x0 and x1, two rows of the source, at the columns left[p] and
+// right[p]. The built-in layer's formula decides the order of the operations.
 struct FastResizeRow {
-    const float* x0 = nullptr;
-    const float* x1 = nullptr;
+    const float* x0 = nullptr;            // null for zeros: there is none if the source has one row only
+    const float* x1 = nullptr;            // not read for nearest
     float rowWeight = 0.0f;               // of x1
-    const int* left = nullptr;            // [pixels], in pixels
-    const int* right = nullptr;           // [pixels]
+    const int* left = nullptr;            // [pixels], in pixels; null for zeros: the source has one column only
+    const int* right = nullptr;           // [pixels]; not read for nearest
     const float* columnWeight = nullptr;  // [pixels], of right; null for nearest: x0 at left[p] is copied
     float* y = nullptr;
     int pixels = 0;

@@ -1,6 +1,6 @@
 // Arguments of kernels over plain, dense tensors seen as [outer, extent, inner], which work along `extent`. Sums along
 // a contiguous extent (inner = 1) have 16 partial sums by the index modulo 16, added in a fixed tree; with inner > 1
-// each sum is one chain.
+// each sum is one chain. The extent is at least 1.
 #pragma once
 
 #include <nolk.h>
@@ -13,9 +13,12 @@ struct FastSoftmax {
     int outer = 0, extent = 0, inner = 0;
 };
 
-// y [outer, inner].
+// y [outer, inner]. NaN marks a result without a value: the next value replaces it. Without any value it is NaN.
+// overChannels stands for the other formula of the built-in layer, for channels alone: a sum keeps NaN, a maximum and a
+// minimum ignore NaN unless it is the first value, and a mean multiplies by 1 / extent instead of dividing by extent.
 struct FastReduction {
     nolk::BasicOp op = nolk::BasicOp::sum;
+    bool overChannels = false;
     const float* x = nullptr;
     float* y = nullptr;
     int outer = 0, extent = 0, inner = 0;

@@ -1,12 +1,10 @@
 #include "fast/kernels/elementary.h"
 #include "fast/kernels/levelKernels.h"
+#include "fast/kernels/sums.h"
 
 namespace NOLK_FAST_LEVEL {
 
 namespace {
-
-// Vectors that make up a block.
-constexpr int kParts = kFastBlock / kLanes;
 
 // An operand as a block that is the same for all blocks of x, or at a pointer that moves with x.
 struct Operand {

@@ -91,6 +91,33 @@ inline Vector fma(Vector a, Vector b, Vector c) {
 #endif
 }
 
+// Rounded exactly, like the operators.
+inline Vector squareRoot(Vector v) {
+#if defined(__AVX512F__)
+    return _mm512_sqrt_ps(v);
+#elif defined(__AVX2__) && defined(__FMA__)
+    return _mm256_sqrt_ps(v);
+#elif defined(__aarch64__)
+    return vsqrtq_f32(v);
+#else
+    Vector root;
+    for (int i = 0; i < kLanes; ++i) root[i] = std::sqrt(v[i]);
+    return root;
+#endif
+}
+
+// All bits set in the first n lanes; n may be less than 0 or more than kLanes.
+inline Mask firstLanes(int n) {
+#if defined(__AVX512F__)
+    const Mask numbers{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+#elif defined(__AVX2__) && defined(__FMA__)
+    const Mask numbers{0, 1, 2, 3, 4, 5, 6, 7};
+#else
+    const Mask numbers{0, 1, 2, 3};
+#endif
+    return numbers < n;
+}
+
 // mask ? a : b, lane by lane; mask is the result of a comparison.
 inline Vector select(Mask mask, Vector a, Vector b) { return mask ? a : b; }
 
