@@ -58,6 +58,6 @@ public:
     virtual void run(const FastRun& run) const = 0;
 
     std::string kind;  // for example "conv"
-    nolk::TensorShape output;
-    int call = -1;  // see nolk::LayerDescription
+    nolk::TensorShape outputShape;
+    int recordedCall = -1;  // see nolk::LayerDescription
 };

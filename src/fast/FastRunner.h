@@ -1,6 +1,6 @@
-// The runner of one network on the fast back end. Any number of threads may run it at once: each run has an arena of its
-// own. The first arena is made with the runner, so that a run allocates nothing; a further one is made when more runs
-// than ever before are in progress, and kept.
+// The runner of one network on the fast back end. Any number of threads may run it at once: each run has an arena of
+// its own. The first arena is made with the runner, so that a run allocates nothing; a further one is made when more
+// runs than ever before are in progress, and kept.
 #pragma once
 
 #include <nolk.h>
@@ -13,14 +13,15 @@
 #include "fast/FastGraph.h"
 #include "fast/FastLayer.h"
 #include "fast/planMemory.h"
+#include "memory/FloatArrays.h"
 
 struct FastSettings;
 
 class FastRunner final : public nolk::Runner, public nolk::LayeredRunner {
 public:
-    // graph: after all passes. Packs the weights, which are not needed afterwards. Throws std::bad_alloc and
-    // std::system_error.
-    FastRunner(FastGraph graph, const FastSettings& settings);
+    // graph: after all passes. Packs the weights, and frees those of `given`. Throws std::bad_alloc, and
+    // std::system_error when a thread cannot be started.
+    FastRunner(FastGraph graph, const FastSettings& settings, FloatArrays& given);
     virtual ~FastRunner() = default;
 
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;
@@ -33,25 +34,19 @@ public:
                   std::int64_t* times) override;
 
     // For programs that examine a network: floats of an arena, and the largest sum of floats that are needed at a time.
-    std::int64_t arenaFloats() const { return plan_.floats; }
-    std::int64_t arenaLowerBound() const { return plan_.lowerBound; }
+    std::int64_t arenaFloats() const { return arenaFloats_; }
+    std::int64_t arenaLowerBound() const { return arenaLowerBound_; }
 
 private:
-    struct Constant {
-        FloatBuffer floats;
-        int value;
-    };
-
     bool compute(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount, std::int64_t* times);
-    void keepConstants(FastGraph& graph);
     std::unique_ptr<FastArena> newArena() const;
     std::unique_ptr<FastArena> takeArena();
     void giveBack(std::unique_ptr<FastArena> arena);
 
     // fixed after construction
     const FastKernels& kernels_;
-    FastPlan plan_;
-    std::vector<int> inputs_, outputs_;  // values
+    std::int64_t arenaFloats_, arenaLowerBound_;
+    std::vector<FastView> inputs_, outputs_;
     std::vector<nolk::TensorShape> inputShapes_, outputShapes_;
     std::vector<FloatBuffer> constants_;
     std::vector<std::unique_ptr<FastLayer>> layers_;

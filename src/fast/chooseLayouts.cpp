@@ -202,6 +202,57 @@ private:
     std::map<int, int> copies_;  // of values in the other layout
 };
 
+bool isRoot(const FastGraph& graph, int value) {
+    for (const FastValue& other : graph.values)
+        if (other.root == value) return true;
+    return false;
+}
+
+// Inputs of the network that are only copied to blocks are copied there from the host's memory.
+void takeInputsInBlocks(FastGraph& graph) {
+    const std::vector<int> uses = graph.countUses();
+    std::vector<FastNode> kept;
+    for (FastNode& node : graph.nodes) {
+        const int source = node.inputs.front();
+        const FastValue& value = graph.at(source);
+        const bool replaces = std::holds_alternative<FastCopy>(node.operation) && value.host >= 0 &&
+                              uses[static_cast<std::size_t>(source)] == 1 && !isRoot(graph, source);
+        if (!replaces) {
+            kept.push_back(std::move(node));
+            continue;
+        }
+        graph.at(node.output).host = value.host;
+        graph.inputs[static_cast<std::size_t>(value.host)] = node.output;
+    }
+    graph.nodes = std::move(kept);
+}
+
+// An element-wise node writes over its input if nothing else needs that.
+void shareMemory(FastGraph& graph) {
+    const std::vector<int> uses = graph.countUses();
+    std::vector<bool> hasParts(graph.values.size(), false);
+    for (const FastValue& value : graph.values)
+        if (value.root >= 0) hasParts[static_cast<std::size_t>(value.root)] = true;
+    for (const FastNode& node : graph.nodes) {
+        if (!std::holds_alternative<FastElementwise>(node.operation)) continue;
+        const int source = node.inputs.front();
+        FastValue& in = graph.at(source);
+        FastValue& out = graph.at(node.output);
+        const bool free = uses[static_cast<std::size_t>(source)] == 1 && !in.constant && in.root < 0 && out.root < 0 &&
+                          !hasParts[static_cast<std::size_t>(source)] &&
+                          !hasParts[static_cast<std::size_t>(node.output)];
+        if (!free) continue;
+        in.border.enlarge(out.border);
+        out.root = source;
+        out.reshaped = true;
+        hasParts[static_cast<std::size_t>(source)] = true;
+    }
+}
+
 }  // namespace
 
-void chooseLayouts(FastGraph& graph) { Layouts(graph).run(); }
+void chooseLayouts(FastGraph& graph) {
+    Layouts(graph).run();
+    takeInputsInBlocks(graph);
+    shareMemory(graph);
+}

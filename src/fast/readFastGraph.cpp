@@ -299,7 +299,7 @@ FastNode reshape(const RawReshapeLayerFactory& f) {
 
 FastNode slice(const RawSliceLayerFactory& f) {
     FastBuiltIn layer = builtIn<RawSliceLayer>(f, f.pos());
-    layer.outputFloats = std::max(layer.outputFloats, static_cast<int>(f.writtenFloats()));
+    layer.outputFloats = std::max(layer.outputFloats, f.writtenFloats());
     return {std::move(layer), {}, -1, {}, -1};
 }
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "layers/RawReductionLayer.h"
+
 namespace {
 
 constexpr int kFloatsOfTask = 4096;
@@ -47,9 +49,15 @@ FastReductionLayer::FastReductionLayer(nolk::BasicOp op, const FastView& input, 
 void FastReductionLayer::run(const FastRun& run) const {
     const std::ptrdiff_t floats = std::ptrdiff_t{extents_.extent} * extents_.inner;
     forOuter(run, extents_, [&](int first, int count) {
-        run.kernels.reduce({op_, input_.base(run) + first * floats,
-                            output_.base(run) + std::ptrdiff_t{first} * extents_.inner, count, extents_.extent,
-                            extents_.inner});
+        FastReduction call;
+        call.op = op_;
+        call.overChannels = RawReductionLayer::reducesChannelsOnly(input_.shape, output_.shape);
+        call.x = input_.base(run) + first * floats;
+        call.y = output_.base(run) + std::ptrdiff_t{first} * extents_.inner;
+        call.outer = count;
+        call.extent = extents_.extent;
+        call.inner = extents_.inner;
+        run.kernels.reduce(call);
     });
 }
 
