@@ -1,0 +1,104 @@
+"""Times one model with several runtimes, turn by turn.
+
+    results = measure(runtimes, model, key, 15, False)     # runtimes: key -> function(model) that starts a host
+    results[key].median, .load, .memory, .difference
+
+Every host stays alive while all are measured. In a turn a host runs once untimed, because the others have emptied the
+caches, then for about TURN_SECONDS. The order changes from round to round, so that a slow moment of the machine does
+not hit one runtime alone.
+"""
+import dataclasses
+import math
+import random
+import statistics
+import sys
+import time
+
+import numpy
+
+TURN_SECONDS = 0.1
+LOADS = 5
+
+
+@dataclasses.dataclass
+class Result:
+    microseconds: list
+    loads: list            # seconds
+    memory: int = 0        # bytes that the network added to those of the program, at most
+    difference: float = 0  # the largest from the reference's outputs, of their largest value
+
+    @property
+    def median(self):
+        return statistics.median(self.microseconds)
+
+    @property
+    def load(self):
+        return statistics.median(self.loads)
+
+
+def measure(runtimes, model, reference, rounds, pin):
+    hosts = {}
+    try:
+        for key, start in runtimes.items():
+            hosts[key] = start(model)
+        results = {key: first_runs(host) for key, host in hosts.items()}
+        compare(model, hosts, results, reference)
+        for key, host in hosts.items():
+            if pin:
+                host.pin(results[key].runs_of_a_turn)
+        time_turns(hosts, results, rounds)
+        for _ in range(LOADS - 1):
+            for key, host in hosts.items():
+                results[key].loads.append(host.load())
+    finally:
+        for host in hosts.values():
+            host.close()
+    return results
+
+
+def first_runs(host):
+    result = Result([], [host.load()])
+    for _ in range(3):
+        last = host.run(1)[0]
+    result.memory = host.memory()[1] - host.memory_before
+    result.runs_of_a_turn = max(2, min(1000, math.ceil(TURN_SECONDS * 1e6 / last)))
+    return result
+
+
+def compare(model, hosts, results, reference):
+    """Stores the largest differences of outputs. Every output counts by its own largest value."""
+    def outputs(key):
+        path = model.input_file.with_suffix(".out")
+        hosts[key].write(path)
+        return numpy.fromfile(path, numpy.float32)
+
+    if reference is None:
+        return
+    wanted = model.batch_first(outputs(reference), hosts[reference].shapes())
+    for key in hosts:
+        if key == reference:
+            continue
+        floats, begin = outputs(key), 0
+        for part in wanted:
+            far = numpy.abs(floats[begin:begin + part.size] - part).max() / max(numpy.abs(part).max(), 1e-6)
+            begin += part.size
+            # Not max(): a NaN must not pass.
+            results[key].difference = float(far) if not far <= results[key].difference else results[key].difference
+        if begin != floats.size:
+            results[key].difference = math.inf
+
+
+def time_turns(hosts, results, rounds):
+    keys = list(hosts)
+    shuffle = random.Random(1).shuffle
+    for _ in range(rounds):
+        shuffle(keys)
+        for key in keys:
+            others = [host for other, host in hosts.items() if other != key]
+            before = sum(host.processor_seconds() for host in others)
+            begin = time.monotonic()
+            hosts[key].run(1)
+            results[key].microseconds += hosts[key].run(results[key].runs_of_a_turn)
+            taken = sum(host.processor_seconds() for host in others) - before
+            if taken > 0.05 + 0.1 * (time.monotonic() - begin):
+                print(f"others used the processor for {taken:.2f} s while {key} ran", file=sys.stderr)
