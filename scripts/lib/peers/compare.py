@@ -68,9 +68,13 @@ def arguments_of_program():
     return parser.parse_intermixed_args()
 
 
-def call_cost_of(tools, chains, start, arguments):
-    """Microseconds of a run of a network that does nothing."""
-    return measured(tools, chains, "nothing", {"ORT": start}, arguments, None)[0]["ORT"].median
+def subtract_nothing(nothing, all_results):
+    """Subtracts what a network that does nothing takes: memory of all, and time of ORT, whose calls go through Node.js."""
+    for results in all_results.values():
+        for (name, threads), result in results.items():
+            result.memory -= nothing[name, threads].memory
+            if name == "ORT":
+                result.microseconds = [time - nothing[name, threads].median for time in result.microseconds]
 
 
 def peak_rate(tools, chains, arguments):
@@ -78,13 +82,6 @@ def peak_rate(tools, chains, arguments):
     rate = max(host.peak() for _ in range(5))
     host.close()
     return rate
-
-
-def subtract_call(all_results, cost):
-    for results in all_results.values():
-        for (name, _), result in results.items():
-            if name == "ORT":
-                result.microseconds = [time - cost for time in result.microseconds]
 
 
 def save(path, all_results, gflops):
@@ -107,7 +104,7 @@ def main():
     runtimes = {(name, threads): start_of(tools, name, threads) for name in names for threads in arguments.threads}
 
     chains = arguments.cases.parent / "chains"
-    call_cost = call_cost_of(tools, chains, runtimes[reference], arguments) if reference else 0
+    nothing, _ = measured(tools, chains, "nothing", runtimes, arguments, reference)
     all_results, gflops, failed = {}, {}, False
     cases = sorted(folder.name for folder in arguments.cases.iterdir() if folder.name != "nothing")
     for name in arguments.names or cases:
@@ -117,10 +114,10 @@ def main():
         except RuntimeError as error:
             print(f"{name}: {error}", file=sys.stderr)
             failed = True
-    subtract_call(all_results, call_cost)
+    subtract_nothing(nothing, all_results)
     if arguments.json:
         save(arguments.json, all_results, gflops)
-    print(heading(tools.versions(), call_cost, arguments))
+    print(heading(tools.versions(), nothing, arguments))
     if arguments.layers:
         print(report.layers(all_results, gflops, peak_rate(tools, chains, arguments)))
     else:

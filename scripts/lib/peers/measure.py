@@ -67,25 +67,24 @@ def first_runs(host):
 
 def compare(model, hosts, results, reference):
     """Stores the largest differences of outputs. Every output counts by its own largest value."""
-    def outputs(key):
-        path = model.input_file.with_suffix(".out")
-        hosts[key].write(path)
-        return numpy.fromfile(path, numpy.float32)
+    shapes = hosts[reference].shapes() if reference else []
+    outputs = {key: outputs_of(host, model) for key, host in hosts.items() if reference}
+    for key, floats in outputs.items():
+        if floats.size != outputs[reference].size:
+            raise RuntimeError(f"{key[0]} has {floats.size} outputs, {reference[0]} {outputs[reference].size}")
+        begin = 0
+        for size in map(math.prod, shapes):
+            wanted, found = outputs[reference][begin:begin + size], floats[begin:begin + size]
+            far = float(numpy.abs(found - wanted).max() / max(numpy.abs(wanted).max(), 1e-6))
+            results[key].difference = max(results[key].difference, math.inf if math.isnan(far) else far)
+            begin += size
 
-    if reference is None:
-        return
-    wanted = model.batch_first(outputs(reference), hosts[reference].shapes())
-    for key in hosts:
-        if key == reference:
-            continue
-        floats, begin = outputs(key), 0
-        for part in wanted:
-            far = numpy.abs(floats[begin:begin + part.size] - part).max() / max(numpy.abs(part).max(), 1e-6)
-            begin += part.size
-            # Not max(): a NaN must not pass.
-            results[key].difference = float(far) if not far <= results[key].difference else results[key].difference
-        if begin != floats.size:
-            results[key].difference = math.inf
+
+def outputs_of(host, model):
+    path = model.input_file.with_suffix(".out")
+    host.write(path)
+    floats = numpy.fromfile(path, numpy.float32)
+    return model.batch_first(floats, host.shapes()) if hasattr(host, "shapes") else floats
 
 
 def time_turns(hosts, results, rounds):

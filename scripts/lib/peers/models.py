@@ -6,6 +6,7 @@ The exported file leaves the batch free, so that one converted file serves all b
 best for shapes that are known, so it gets a copy with the batch.
 """
 import json
+import math
 import subprocess
 
 import numpy
@@ -19,15 +20,19 @@ def run(*command):
     return done.stdout
 
 
+def is_newer(made, *sources):
+    return made.exists() and all(made.stat().st_mtime >= source.stat().st_mtime for source in sources)
+
+
 class Model:
     def __init__(self, tools, folder, batch):
         self.name, self.batch = folder.name, batch
         self.converted = folder.parent.parent / f"{folder.name}.cm"
         self.onnx = folder / f"batch-{batch}.onnx"
         self.input_file = folder / f"input-{batch}.f32"
-        if not self.converted.exists():
+        if not is_newer(self.converted, folder / "model.onnx", tools.convert):
             run(tools.convert, folder / "model.onnx", self.converted, "--no-check")
-        if not self.onnx.exists():
+        if not is_newer(self.onnx, folder / "model.onnx"):
             self._fill_in_batch(folder / "model.onnx")
         self.info = json.loads(run(tools.nolk, "info", "--json", "--batch", batch, self.converted))
         self.gflop = 2e-9 * self.info["totals"]["multiplyAdds"]["afterFusion"]
@@ -48,13 +53,13 @@ class Model:
         return ",".join("x".join(str(n) for n in t["shape"] + [t["dims"]]) for t in self.info[kind])
 
     def batch_first(self, floats, shapes):
-        """ONNX Runtime's outputs with the batch as first dimension, as nolk has them."""
+        """Outputs in ONNX's shapes, with the batch as first dimension, where nolk has it."""
         parts, begin = [], 0
         for shape in shapes:
-            size = int(numpy.prod(shape))
+            size = math.prod(shape)
             part = floats[begin:begin + size].reshape(shape)
             if shape[0] != self.batch and len(shape) > 1 and shape[1] == self.batch:
                 part = part.swapaxes(0, 1)
             parts.append(part.ravel())
             begin += size
-        return parts
+        return numpy.concatenate(parts)

@@ -1,6 +1,5 @@
 """Markdown tables of what measure.py found. Results are a dictionary: (name of a runtime, threads) -> Result."""
 import datetime
-import math
 import pathlib
 import re
 import statistics
@@ -15,12 +14,13 @@ def processor():
     return f"{names[0] if names else 'unknown processor'}, {len(names)} cores, {level}"
 
 
-def heading(versions, call_cost, arguments):
-    lines = [f"{processor()}; {datetime.date.today()}; {versions}.",
-             f"Batch {arguments.batch}, medians, {arguments.rounds} rounds."]
-    if call_cost:
-        lines.append(f"A call of ORT through Node.js takes {call_cost:.0f} us without a network, which is subtracted.")
-    return "\n".join(lines) + "\n"
+def heading(versions, nothing, arguments):
+    """nothing: the results of a network that does nothing."""
+    costs = [f"{name} {result.median:.1f} us" for (name, threads), result in nothing.items()
+             if threads == arguments.threads[0]]
+    return (f"{processor()}; {datetime.date.today()}; {versions}. Batch {arguments.batch}, medians, {arguments.rounds} "
+            f"rounds. A run of a network that does nothing takes {', '.join(costs)}; ORT's, which Node.js has a part in, "
+            "is subtracted from its times. Memory is the peak of the process less that with the same network.\n")
 
 
 def table(columns, rows):
@@ -86,5 +86,4 @@ def version_of(program, *arguments):
 
 
 def is_close(all_results, limit):
-    return all(math.isfinite(r.difference) and r.difference <= limit
-               for results in all_results.values() for r in results.values())
+    return all(r.difference <= limit for results in all_results.values() for r in results.values())
