@@ -3,13 +3,12 @@
     host = NolkHost(tools, "NolkRaw", 2, model)
     seconds = host.load(); microseconds = host.run(20); host.close()
 
-A host does nothing between two requests. processor_seconds() tells whether that is so.
+A host works on one request at a time, and after settle() not at all.
 """
 import os
 import pathlib
 import subprocess
-
-TICKS = os.sysconf("SC_CLK_TCK")
+import time
 
 
 class Host:
@@ -43,19 +42,25 @@ class Host:
         """Bytes in use now, and the most so far."""
         return [int(word) for word in self.ask("memory")]
 
-    def processor_seconds(self):
-        fields = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().rpartition(")")[2].split()
-        return (int(fields[11]) + int(fields[12])) / TICKS
+    def nanoseconds(self):
+        """Time on a processor so far, of each thread."""
+        tasks = pathlib.Path(f"/proc/{self.process.pid}/task").iterdir()
+        return {int(task.name): int((task / "schedstat").read_text().split()[0]) for task in tasks}
+
+    def settle(self):
+        """Waits until no thread works any more: those of ONNX Runtime spin for a while after a run."""
+        for _ in range(500):
+            before = sum(self.nanoseconds().values())
+            time.sleep(0.002)
+            if sum(self.nanoseconds().values()) == before:
+                return
+        raise RuntimeError("the host does not come to rest")
 
     def pin(self, times):
         """Runs, then gives each of the threads that worked a processor of its own. Threads of one run stay free."""
-        def nanoseconds():
-            tasks = pathlib.Path(f"/proc/{self.process.pid}/task").iterdir()
-            return {int(task.name): int((task / "schedstat").read_text().split()[0]) for task in tasks}
-
-        before = nanoseconds()
+        before = self.nanoseconds()
         self.run(times)
-        used = {thread: after - before.get(thread, after) for thread, after in nanoseconds().items()}
+        used = {thread: after - before.get(thread, after) for thread, after in self.nanoseconds().items()}
         busy = [thread for thread in sorted(used) if used[thread] > 0.2 * max(used.values())]
         if len(busy) == self.threads:
             for thread, processor in zip(busy, sorted(os.sched_getaffinity(0))):

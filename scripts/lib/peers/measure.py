@@ -11,8 +11,6 @@ import dataclasses
 import math
 import random
 import statistics
-import sys
-import time
 
 import numpy
 
@@ -93,11 +91,6 @@ def time_turns(hosts, results, rounds):
     for _ in range(rounds):
         shuffle(keys)
         for key in keys:
-            others = [host for other, host in hosts.items() if other != key]
-            before = sum(host.processor_seconds() for host in others)
-            begin = time.monotonic()
             hosts[key].run(1)
             results[key].microseconds += hosts[key].run(results[key].runs_of_a_turn)
-            taken = sum(host.processor_seconds() for host in others) - before
-            if taken > 0.05 + 0.1 * (time.monotonic() - begin):
-                print(f"others used the processor for {taken:.2f} s while {key} ran", file=sys.stderr)
+            hosts[key].settle()

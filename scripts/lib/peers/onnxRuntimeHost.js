@@ -1,7 +1,7 @@
 // Runs one ONNX model on request, for compare.py; the counterpart of bench/peers/nolkHost.cpp, whose commands it takes.
 //   node onnxRuntimeHost.js NODE_MODULES THREADS MODEL SHAPES INPUT_FILE...
-// One thread runs the operations in turn; THREADS share each. They may spin while a run lasts, as is the default, but
-// not afterwards, when other runtimes are timed. Outputs are written into tensors that are made once, as nolk does.
+// The operations run one after the other, each on THREADS threads; these spin between operations and for a while after a
+// run, as is ONNX Runtime's default. Outputs are written into tensors that are made once, as nolk's are.
 // `shapes` answers with the shapes of all outputs.
 'use strict';
 const fs = require('fs');
@@ -12,7 +12,6 @@ const [modules, threads, model, shapes, ...files] = process.argv.slice(2);
 const ort = require(path.join(modules, 'onnxruntime-node'));
 const options = {
   executionMode: 'sequential',
-  extra: {session: {force_spinning_stop: '1'}},
   graphOptimizationLevel: 'all',
   interOpNumThreads: 1,
   intraOpNumThreads: Number(threads),
