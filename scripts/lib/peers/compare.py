@@ -4,7 +4,8 @@
         [--runtimes built-in,NolkFast,ORT] [--libraries FOLDER] [--pin] [--json FILE] [NAME]...
 
 CASES holds what export.py exported. Prints tables, and exits with 1 when outputs differ by more than 1e-4 of the
-largest value. NolkFast is left out where libNolkFast.so is not there.
+largest value. NolkFast is left out where libNolkFast.so is not there. Ratios and differences are from ORT, or from the
+first runtime if ORT is left out.
 """
 import argparse
 import functools
@@ -69,7 +70,7 @@ def arguments_of_program():
 
 
 def subtract_nothing(nothing, all_results):
-    """Subtracts what a network that does nothing takes: memory of all, and time of ORT, whose calls go through Node.js."""
+    """Subtracts what a network that does nothing takes: all memory, and ORT's time, as its calls go through Node.js."""
     for results in all_results.values():
         for (name, threads), result in results.items():
             result.memory -= nothing[name, threads].memory
@@ -77,8 +78,8 @@ def subtract_nothing(nothing, all_results):
                 result.microseconds = [time - nothing[name, threads].median for time in result.microseconds]
 
 
-def peak_rate(tools, chains, arguments):
-    host = start_of(tools, "built-in", 1)(Model(tools, chains / "nothing", arguments.batch))
+def peak_rate(tools, arguments):
+    host = start_of(tools, "built-in", 1)(Model(tools, arguments.chains / "nothing", arguments.batch))
     rate = max(host.peak() for _ in range(5))
     host.close()
     return rate
@@ -92,38 +93,43 @@ def save(path, all_results, gflops):
     path.write_text(json.dumps(rows))
 
 
-def main():
-    arguments = arguments_of_program()
-    tools = Tools(arguments)
-    fast = fast_library(tools.libraries)
-    names = [name for name in arguments.runtimes if name != "NolkFast" or fast]
-    folders = [tools.libraries] + ([fast.parent] if fast else [])
-    os.environ["LD_LIBRARY_PATH"] = ":".join(str(folder.resolve()) for folder in folders)
-    report = Report(names, arguments.threads, "ORT" if "ORT" in names else None)
-    reference = ("ORT", arguments.threads[0]) if "ORT" in names else None
-    runtimes = {(name, threads): start_of(tools, name, threads) for name in names for threads in arguments.threads}
-
-    chains = arguments.cases.parent / "chains"
-    nothing, _ = measured(tools, chains, "nothing", runtimes, arguments, reference)
-    all_results, gflops, failed = {}, {}, False
+def measure_all(tools, report, arguments):
+    """Results and GFLOP of every network, and whether none failed."""
+    runtimes = {(name, threads): start_of(tools, name, threads) for name in report.names for threads in report.threads}
+    reference = report.reference, report.threads[0]
+    nothing, _ = measured(tools, arguments.chains, "nothing", runtimes, arguments, reference)
+    all_results, gflops, good = {}, {}, True
     cases = sorted(folder.name for folder in arguments.cases.iterdir() if folder.name != "nothing")
     for name in arguments.names or cases:
+        print(f"{name} ...", file=sys.stderr)
         try:
-            print(f"{name} ...", file=sys.stderr)
             all_results[name], gflops[name] = measured(tools, arguments.cases, name, runtimes, arguments, reference)
-        except RuntimeError as error:
+        except RuntimeError as error:  # the other networks are measured all the same
             print(f"{name}: {error}", file=sys.stderr)
-            failed = True
+            good = False
     subtract_nothing(nothing, all_results)
+    print(heading(tools.versions(), nothing, arguments))
+    return all_results, gflops, good
+
+
+def main():
+    arguments = arguments_of_program()
+    arguments.chains = arguments.cases.parent / "chains"
+    tools = Tools(arguments)
+    fast = fast_library(tools.libraries)
+    folders = [tools.libraries] + ([fast.parent] if fast else [])
+    os.environ["LD_LIBRARY_PATH"] = ":".join(str(folder.resolve()) for folder in folders)
+    report = Report([name for name in arguments.runtimes if name != "NolkFast" or fast], arguments.threads)
+
+    all_results, gflops, good = measure_all(tools, report, arguments)
     if arguments.json:
         save(arguments.json, all_results, gflops)
-    print(heading(tools.versions(), nothing, arguments))
     if arguments.layers:
-        print(report.layers(all_results, gflops, peak_rate(tools, chains, arguments)))
+        print(report.layers(all_results, gflops, peak_rate(tools, arguments)))
     else:
         print(report.times(all_results))
     print(report.costs(all_results))
-    sys.exit(0 if not failed and is_close(all_results, LIMIT) else 1)
+    sys.exit(0 if good and is_close(all_results, LIMIT) else 1)
 
 
 main()

@@ -75,6 +75,11 @@ class NolkHost(Host):
     def __init__(self, tools, implementation, threads, model):
         super().__init__(threads, tools.nolk_host, f"{implementation}:num_threads={threads}", model.converted,
                          model.nolk_shapes("inputs"), model.nolk_shapes("outputs"), model.input_file)
+        self.model = model
+
+    def shapes(self):
+        """The shapes of the outputs."""
+        return [output["shape"] for output in self.model.info["outputs"]]
 
     def peak(self):
         return float(self.ask("peak")[0])

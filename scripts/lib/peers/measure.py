@@ -65,8 +65,8 @@ def first_runs(host):
 
 def compare(model, hosts, results, reference):
     """Stores the largest differences of outputs. Every output counts by its own largest value."""
-    shapes = hosts[reference].shapes() if reference else []
-    outputs = {key: outputs_of(host, model) for key, host in hosts.items() if reference}
+    shapes = hosts[reference].shapes()
+    outputs = {key: outputs_of(host, model) for key, host in hosts.items()}
     for key, floats in outputs.items():
         if floats.size != outputs[reference].size:
             raise RuntimeError(f"{key[0]} has {floats.size} outputs, {reference[0]} {outputs[reference].size}")
@@ -81,8 +81,7 @@ def compare(model, hosts, results, reference):
 def outputs_of(host, model):
     path = model.input_file.with_suffix(".out")
     host.write(path)
-    floats = numpy.fromfile(path, numpy.float32)
-    return model.batch_first(floats, host.shapes()) if hasattr(host, "shapes") else floats
+    return model.batch_first(numpy.fromfile(path, numpy.float32), host.shapes())
 
 
 def time_turns(hosts, results, rounds):

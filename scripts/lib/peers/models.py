@@ -53,7 +53,7 @@ class Model:
         return ",".join("x".join(str(n) for n in t["shape"] + [t["dims"]]) for t in self.info[kind])
 
     def batch_first(self, floats, shapes):
-        """Outputs in ONNX's shapes, with the batch as first dimension, where nolk has it."""
+        """Outputs with the batch as first dimension. nolk has it there; ONNX Runtime may have it second."""
         parts, begin = [], 0
         for shape in shapes:
             size = math.prod(shape)

@@ -1,7 +1,7 @@
 // Runs one ONNX model on request, for compare.py; the counterpart of bench/peers/nolkHost.cpp, whose commands it takes.
 //   node onnxRuntimeHost.js NODE_MODULES THREADS MODEL SHAPES INPUT_FILE...
-// The operations run one after the other, each on THREADS threads; these spin between operations and for a while after a
-// run, as is ONNX Runtime's default. Outputs are written into tensors that are made once, as nolk's are.
+// The operations run one after the other, each on THREADS threads; these spin between operations and for a while after
+// a run, as is ONNX Runtime's default. Outputs are written into tensors that are made once, as nolk's are.
 // `shapes` answers with the shapes of all outputs.
 'use strict';
 const fs = require('fs');

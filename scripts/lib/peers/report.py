@@ -19,8 +19,8 @@ def heading(versions, nothing, arguments):
     costs = [f"{name} {result.median:.1f} us" for (name, threads), result in nothing.items()
              if threads == arguments.threads[0]]
     return (f"{processor()}; {datetime.date.today()}; {versions}. Batch {arguments.batch}, medians, {arguments.rounds} "
-            f"rounds. A run of a network that does nothing takes {', '.join(costs)}; ORT's, which Node.js has a part in, "
-            "is subtracted from its times. Memory is the peak of the process less that with the same network.\n")
+            f"rounds. A run of a network that does nothing takes {', '.join(costs)}; the time of ORT's, which Node.js has "
+            "a part in, is subtracted. Memory is the peak of the process less that with the same network.\n")
 
 
 def table(columns, rows):
@@ -29,9 +29,10 @@ def table(columns, rows):
 
 
 class Report:
-    def __init__(self, names, threads, reference):
-        self.names, self.threads, self.reference = names, threads, reference
-        self.compared = [name for name in names if name != reference] if reference else []
+    def __init__(self, names, threads):
+        self.names, self.threads = names, threads
+        self.reference = "ORT" if "ORT" in names else names[0]
+        self.compared = [name for name in names if name != self.reference]
 
     def _ratios(self, results, threads):
         return [results[name, threads].median / results[self.reference, threads].median for name in self.compared]
@@ -45,7 +46,7 @@ class Report:
             for threads in self.threads:
                 row = [network, str(threads)] + [f"{results[n, threads].median / 1e3:.2f}" for n in self.names]
                 rows.append(row + [f"{ratio:.2f}" for ratio in self._ratios(results, threads)])
-        for threads in self.threads if self.compared else ():
+        for threads in self.threads:
             columns_of_ratios = zip(*(self._ratios(results, threads) for results in all_results.values()))
             means = [statistics.geometric_mean(column) for column in columns_of_ratios]
             rows.append(["geometric mean", str(threads)] + [""] * len(self.names) + [f"{mean:.2f}" for mean in means])
@@ -77,7 +78,7 @@ class Report:
                 row += [f"{ratio:.2f}" for ratio in self._ratios(results, threads)]
                 rates = [gflops[chain] / results[n, threads].median * 1e6 for n in self.names]
                 rows.append(row + [f"{100 * rate / peak / threads:.0f} %" for rate in rates])
-        return table(columns, rows) + f"\nPeak of one core: {peak:.0f} GFLOP/s, measured with multiply-adds in registers.\n"
+        return table(columns, rows) + f"\nPeak: {peak:.0f} GFLOP/s of one core, with multiply-adds in registers.\n"
 
 
 def version_of(program, *arguments):

@@ -1,5 +1,5 @@
-"""Exports networks of networks.py as cases: FOLDER/NAME/model.onnx, input_0.npy ..., output_0.npy ..., and the same tensors
-as .pb files of ONNX.
+"""Exports networks of networks.py as cases: FOLDER/NAME/model.onnx, input_0.npy ..., output_0.npy ..., and the same
+tensors as .pb files of ONNX.
 
     python3 export.py FOLDER [--opset 17] [--dynamic] [--set zoo|peers|chains] [NAME]...
 
