@@ -19,8 +19,8 @@ def heading(versions, nothing, arguments):
     costs = [f"{name} {result.median:.1f} us" for (name, threads), result in nothing.items()
              if threads == arguments.threads[0]]
     return (f"{processor()}; {datetime.date.today()}; {versions}. Batch {arguments.batch}, medians, {arguments.rounds} "
-            f"rounds. A run of a network that does nothing takes {', '.join(costs)}; the time of ORT's, which Node.js has "
-            "a part in, is subtracted. Memory is the peak of the process less that with the same network.\n")
+            f"rounds. A run of a network that does nothing takes {', '.join(costs)}; ORT's time, which includes "
+            "Node.js's, is subtracted. Memory is the peak of the process less that with the same network.\n")
 
 
 def table(columns, rows):
