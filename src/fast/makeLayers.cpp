@@ -2,6 +2,7 @@
 
 #include "fast/FastWindows.h"
 #include "fast/layers/FastBuiltInLayer.h"
+#include "fast/layers/FastChannelsLayer.h"
 #include "fast/layers/FastConnectionLayer.h"
 #include "fast/layers/FastConvolutionLayer.h"
 #include "fast/layers/FastCopyLayer.h"
@@ -13,6 +14,7 @@
 #include "fast/layers/FastMatmulLayer.h"
 #include "fast/layers/FastPlaneLayers.h"
 #include "fast/layers/FastRowLayers.h"
+#include "fast/layers/FastTransposeLayer.h"
 
 namespace {
 
@@ -100,14 +102,29 @@ LayerPtr make(const FastElementwise&, const Place& at) {
     return named<FastElementwiseLayer>("eltwise", at.node, at.input(), at.output(), at.views);
 }
 
-LayerPtr make(const FastBuiltIn& op, const Place& at) {
+std::vector<FastView> inputsOf(const Place& at) {
     std::vector<FastView> inputs;
     for (const int input : at.node.inputs) inputs.push_back(at.view(input));
-    return named<FastBuiltInLayer>("built-in", op, std::move(inputs), at.output(), at.builtInCount++);
+    return inputs;
 }
 
-// Passes have turned these into views of memory.
-LayerPtr make(const FastConcat&, const Place&) { return nullptr; }
+LayerPtr make(const FastBuiltIn& op, const Place& at) {
+    return named<FastBuiltInLayer>("built-in", op, inputsOf(at), at.output(), at.builtInCount++);
+}
+
+LayerPtr make(const FastConcat&, const Place& at) {
+    return named<FastChannelsLayer>("concat", inputsOf(at), 0, at.output());
+}
+
+LayerPtr make(const FastSlice& op, const Place& at) {
+    return named<FastChannelsLayer>("slice", inputsOf(at), op.firstChannel, at.output());
+}
+
+LayerPtr make(const FastTransposition& op, const Place& at) {
+    return named<FastTransposeLayer>("transpose", op.perm, at.input(), at.output());
+}
+
+// A pass has turned these into views of memory.
 LayerPtr make(const FastReshape&, const Place&) { return nullptr; }
 
 template <typename Operation>

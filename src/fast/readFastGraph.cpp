@@ -300,12 +300,21 @@ FastNode reshape(const RawReshapeLayerFactory& f) {
 FastNode slice(const RawSliceLayerFactory& f) {
     FastBuiltIn layer = builtIn<RawSliceLayer>(f, f.pos());
     layer.outputFloats = std::max(layer.outputFloats, f.writtenFloats());
+    const nolk::SlicePos pos = f.pos();
+    const TensorShape& out = f.output()->shape;
+    const bool channels = pos.axis == 1 && pos.step == 1 && f.input()->shape.dims == 3 && isFull(f.input()->shape) &&
+                          isFull(out) && out.c == pos.end - pos.start;
+    if (channels) return {FastSlice{pos.start, std::move(layer)}, {}, -1, {}, -1};
     return {std::move(layer), {}, -1, {}, -1};
 }
 
 FastNode padding(const RawPaddingLayerFactory& f) { return {builtIn<RawPaddingLayer>(f, f.padding), {}, -1, {}, -1}; }
 
 FastNode transpose(const RawTransposeLayerFactory& f) {
+    bool found[4] = {false, false, false, false};
+    for (const int axis : f.perm().axes) found[axis] = true;
+    if (found[0] && found[1] && found[2] && found[3] && isFull(f.input()->shape))
+        return {FastTransposition{f.perm()}, {}, -1, {}, -1};
     return {builtIn<RawTransposeLayer>(f, f.perm()), {}, -1, {}, -1};
 }
 
