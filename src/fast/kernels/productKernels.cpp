@@ -15,16 +15,18 @@ namespace {
 
 constexpr int kVectors = kFastBlock / kLanes;  // of a block
 
-// The most pixels of a tile that has 1, 2, 4 or 8 blocks: their sums, the weights of one tap and one factor fit into
-// the registers. Few pixels need many blocks, because sums that do not wait for each other must fill the time that a
-// fused multiply-add takes. More blocks than that would read weights from more places than necessary.
+// The most pixels of a tile that has so many blocks: their sums, the weights of one tap and one factor fit into the
+// registers. Tiles of few pixels need many blocks, because sums that do not wait for each other must fill the time that
+// a fused multiply-add takes. More blocks than that would read weights from more places than necessary.
+constexpr int mostPixels(int blocks) {
 #if defined(__AVX512F__)
-constexpr int kMostPixels[] = {14, 14, 5, 2};
+    return blocks == 8 ? 2 : blocks == 4 ? 5 : blocks == 3 ? 9 : 14;
 #elif defined(__AVX2__) && defined(__FMA__)
-constexpr int kMostPixels[] = {6, 3, 1, 0};
+    return blocks == 4 ? 1 : blocks == 2 ? 3 : blocks == 1 ? 6 : 0;
 #else
-constexpr int kMostPixels[] = {6, 2, 1, 0};
+    return blocks == 4 ? 1 : blocks == 2 ? 2 : blocks == 1 ? 6 : 0;
 #endif
+}
 
 // Where a tile begins.
 struct Corner {
@@ -33,6 +35,7 @@ struct Corner {
     const float* bias;
     float* y;
     const float* added;
+    const float* next;  // weights that will be needed later
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
@@ -51,8 +54,10 @@ void productTile(const FastProduct& call, const Corner& at) {
     }
 
     const float* w = at.weights;
+    const float* next = at.next;
     const std::int32_t* const end = call.taps + call.tapCount;
-    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock) {
+    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += kFastBlock) {
+        __builtin_prefetch(next, 0, 2);
         const float* const x = at.x + *tap;
         Vector weights[kSums];
         NOLK_UNROLL for (int v = 0; v < kSums; ++v) weights[v] =
@@ -79,17 +84,24 @@ Tile tileOf(int pixels, std::integer_sequence<int, kPixels...>) {
     return tiles[pixels];
 }
 
+template <int kRows, int kBlocks, int kStep>
+Tile tileOf(int pixels) {
+    return tileOf<kRows, kBlocks, kStep>(pixels, std::make_integer_sequence<int, mostPixels(kBlocks) / kRows>());
+}
+
 template <int kRows, int kStep>
 Tile tileOf(int pixels, int blocks) {
     switch (blocks) {
         case 8:
-            return tileOf<kRows, 8, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[3] / kRows>());
+            return tileOf<kRows, 8, kStep>(pixels);
         case 4:
-            return tileOf<kRows, 4, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[2] / kRows>());
+            return tileOf<kRows, 4, kStep>(pixels);
+        case 3:
+            return tileOf<kRows, 3, kStep>(pixels);
         case 2:
-            return tileOf<kRows, 2, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[1] / kRows>());
+            return tileOf<kRows, 2, kStep>(pixels);
         default:
-            return tileOf<kRows, 1, kStep>(pixels, std::make_integer_sequence<int, kMostPixels[0] / kRows>());
+            return tileOf<kRows, 1, kStep>(pixels);
     }
 }
 
@@ -130,35 +142,57 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
     if (call.added)
         copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
-    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr});
+    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr, at.next});
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
 int quotientUp(int a, int b) { return (a + b - 1) / b; }
 
 // All rows and pixels of a few blocks.
-void productOfBlocks(const FastProduct& call, int firstBlock, int blocks, int mostPixels) {
+void productOfBlocks(const FastProduct& call, int firstBlock, int blocks) {
     static const float zeros[8 * kFastBlock] = {};
-    const int lanes = firstBlock + blocks == call.blocks ? call.lanes : kFastBlock;
-    const Corner start{call.x, call.weights + static_cast<std::ptrdiff_t>(firstBlock) * call.tapCount * kFastBlock,
-                       call.bias ? call.bias + firstBlock * kFastBlock : zeros, call.y + firstBlock * call.yBlock,
-                       call.added ? call.added + firstBlock * call.addedBlock : nullptr};
-    const int tiles = quotientUp(call.pixels, mostPixels);
+    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
+    const float* const weights = call.weights + firstBlock * weightsBlock;
+    const float* const bias = call.bias ? call.bias + firstBlock * kFastBlock : zeros;
+    float* const y = call.y + firstBlock * call.yBlock;
+    const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
+    const bool isLast = firstBlock + blocks == call.blocks;
+    const int lanes = isLast ? call.lanes : kFastBlock;
+    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
+    int prefetched = 0;  // of the next blocks
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
-            const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > mostPixels / 2 ? 1 : rowsLeft;
+            const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
             for (int r = row; r < row + rowsLeft; r += rows) {
-                const Corner at{start.x + r * call.xRow + pixel * call.xStep, start.weights, start.bias,
-                                start.y + r * call.yRow + pixel * call.yStep,
-                                start.added ? start.added + r * call.addedRow + pixel * call.addedStep : nullptr};
+                const Corner at{call.x + r * call.xRow + pixel * call.xStep,
+                                weights,
+                                bias,
+                                y + r * call.yRow + pixel * call.yStep,
+                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr,
+                                weights + (isLast ? 0 : blocks + prefetched) * weightsBlock};
+                prefetched = prefetched + 1 < blocks ? prefetched + 1 : 0;
                 if (lanes == kFastBlock)
                     tile(call, at);
                 else
                     partialTile(call, at, {rows, pixels, blocks, lanes}, tile);
             }
         }
+}
+
+// Blocks are the outer loop, so that the weights of a few stay in the cache.
+void productOfStrip(const FastProduct& call) {
+    const int columns = quotientUp(call.pixels, quotientUp(call.pixels, mostPixels(1)));
+    const int pixels = call.rows > 1 && 2 * columns <= mostPixels(1) ? 2 * columns : columns;
+    int group = 8;
+    while (group > 1 && mostPixels(group) < pixels) group /= 2;
+    for (int block = 0; block < call.blocks; block += group) {
+        const int left = call.blocks - block;
+        while (group > left) group /= 2;
+        if (group == 2 && left == 3 && mostPixels(3) > 0) group = 3;
+        productOfBlocks(call, block, group);
+    }
 }
 
 // sums[pixel] += x[pixel * step] * weight
@@ -221,15 +255,24 @@ DepthwiseTiles depthwiseTilesOf(const FastDepthwise& call, int pixels) {
 
 }  // namespace
 
+// If all weights fit into the cache, it works in strips of a few rows or pixels whose inputs fit there too.
 void product(const FastProduct& call) {
-    const int columns = quotientUp(call.pixels, quotientUp(call.pixels, kMostPixels[0]));
-    const int pixels = call.rows > 1 && 2 * columns <= kMostPixels[0] ? 2 * columns : columns;
-    int group = 3;
-    while (kMostPixels[group] < pixels) --group;
-    for (int block = 0; block < call.blocks;) {
-        while (1 << group > call.blocks - block) --group;
-        productOfBlocks(call, block, 1 << group, kMostPixels[group]);
-        block += 1 << group;
+    constexpr int kMostWeights = 1 << 17, kMostInputs = 1 << 15;
+    const std::int64_t weights = static_cast<std::int64_t>(call.tapCount) * call.blocks * kFastBlock;
+    const std::int64_t inputs = static_cast<std::int64_t>(call.tapCount) * call.rows * call.pixels;
+    if (weights > kMostWeights || inputs <= kMostInputs) return productOfStrip(call);
+    const bool cutRows = call.rows > 1;
+    const int unit = cutRows ? 2 : mostPixels(1), all = cutRows ? call.rows : call.pixels;
+    const std::int64_t unitInputs = static_cast<std::int64_t>(call.tapCount) * unit * (cutRows ? call.pixels : 1);
+    const int most = unit * static_cast<int>(unitInputs < kMostInputs ? kMostInputs / unitInputs : 1);
+    FastProduct strip = call;
+    for (int done = 0; done < all; done += most) {
+        const int size = all - done < most ? all - done : most;
+        (cutRows ? strip.rows : strip.pixels) = size;
+        strip.x = call.x + done * (cutRows ? call.xRow : call.xStep);
+        strip.y = call.y + done * (cutRows ? call.yRow : call.yStep);
+        if (call.added) strip.added = call.added + done * (cutRows ? call.addedRow : call.addedStep);
+        productOfStrip(strip);
     }
 }
 
