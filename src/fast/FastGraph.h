@@ -24,7 +24,9 @@ struct FastConvolution {
     nolk::Padding padding;
     nolk::DimsHW stride, dilation;
     nolk::Weights weights;
-    std::vector<float> scaledWeight, scaledBias;  // weights points here after folding
+    // Factors of the input channels, [n, c, 1, 1], which the layer multiplies into the weights: the node's second
+    // input.
+    bool hasFactors = false;
 };
 
 struct FastDeconvolution {

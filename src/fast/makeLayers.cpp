@@ -45,7 +45,7 @@ LayerPtr make(const FastConvolution& op, const Place& at) {
         case FastConvolutionKind::depthwise:
             return named<FastDepthwiseLayer>("depthwise conv", at.node, op, at.input(), at.output(), at.views);
         case FastConvolutionKind::direct:
-            return named<FastConvolutionLayer>("conv", at.node, op, at.input(), at.output(), at.views);
+            return named<FastConvolutionLayer>("conv", at.node, op, at.input(), at.output(), at.views, at.scratch);
         case FastConvolutionKind::gathered:
             break;
     }
@@ -146,7 +146,9 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
         const nolk::TensorShape& out = graph.at(node.output).shape;
         std::int64_t count = 0;
         const auto* convolution = std::get_if<FastConvolution>(&node.operation);
-        if (convolution && kindOf(*convolution, in, out) == FastConvolutionKind::gathered)
+        if (convolution && convolution->hasFactors)
+            count = FastConvolutionLayer::scratchFloats(*convolution);
+        else if (convolution && kindOf(*convolution, in, out) == FastConvolutionKind::gathered)
             count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
         if (std::holds_alternative<FastMatmul>(node.operation))
             count = FastMatmulLayer::scratchFloats(graph.at(node.inputs[1]).shape, numThreads);

@@ -82,7 +82,7 @@ constexpr int kFewChannels = 4;
 // Each function makes the node of one factory; inputs, output and call are filled in later.
 
 FastNode convolution(const RawConvolutionLayerFactory& f) {
-    return {FastConvolution{f.padding, f.stride(), f.dilation(), f.weights, {}, {}}, {}, -1, {}, -1};
+    return {FastConvolution{f.padding, f.stride(), f.dilation(), f.weights}, {}, -1, {}, -1};
 }
 
 FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
