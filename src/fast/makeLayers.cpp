@@ -54,7 +54,7 @@ LayerPtr make(const FastConvolution& op, const Place& at) {
 }
 
 LayerPtr make(const FastDeconvolution& op, const Place& at) {
-    return named<FastDeconvolutionLayer>("deconv", at.node, op, at.input(), at.output(), at.views);
+    return named<FastDeconvolutionLayer>("deconv", at.node, op, at.input(), at.output(), at.views, at.scratch);
 }
 
 LayerPtr make(const FastConnection& op, const Place& at) {
@@ -150,6 +150,8 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
             count = FastConvolutionLayer::scratchFloats(*convolution);
         else if (convolution && kindOf(*convolution, in, out) == FastConvolutionKind::gathered)
             count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
+        if (const auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
+            count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
         if (std::holds_alternative<FastMatmul>(node.operation))
             count = FastMatmulLayer::scratchFloats(graph.at(node.inputs[1]).shape, numThreads);
         if (const auto* lstm = std::get_if<FastLstm>(&node.operation))

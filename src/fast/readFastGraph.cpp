@@ -96,8 +96,10 @@ FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
         std::int64_t{out.h} + p.top + p.bottom - w.kernelH >= (std::int64_t{in.h} - 1) * f.stride().h &&
         std::int64_t{out.w} + p.left + p.right - w.kernelW >= (std::int64_t{in.w} - 1) * f.stride().w;
     FastDeconvolution op{f.padding(), f.stride(), w, {}, {}};
-    const bool regular = isFull(in) && reads && w.groups == 1 && f.stride().h > 0 && f.stride().w > 0 && allProducts &&
-                         isReasonable(borderOf(op, in, out), in);
+    // With a large stride there would be very many phases, each with weights of its own.
+    const bool fewPhases = f.stride().h > 0 && f.stride().w > 0 && std::int64_t{f.stride().h} * f.stride().w <= 64;
+    const bool regular =
+        isFull(in) && reads && w.groups == 1 && fewPhases && allProducts && isReasonable(borderOf(op, in, out), in);
     if (regular) return {std::move(op), {}, -1, {}, -1};
     // The layer may be created long after the caller has freed the arrays, so it gets copies of them.
     auto weight = std::make_shared<std::vector<float>>();

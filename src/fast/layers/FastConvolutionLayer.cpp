@@ -10,6 +10,9 @@ constexpr std::ptrdiff_t kCachedFloats = 64 * 1024;
 // Pixels that a task computes at least; a multiple of the pixels that kernels keep in registers.
 constexpr int kTilePixels = 84;
 
+// Too few to be worth waking another thread.
+constexpr std::int64_t kFewProducts = 200000;
+
 int divideUp(int a, int b) { return (a + b - 1) / b; }
 
 }  // namespace
@@ -69,7 +72,9 @@ void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int s
     const nolk::TensorShape& out = output_.shape;
     const int length = joinsRows_ ? out.h * out.w : out.h;
     const int planes = output_.strides.planes;
-    const int threads = run.team.size();
+    const std::int64_t products =
+        std::int64_t{samples} * out.c * out.h * out.w * static_cast<std::int64_t>(parts_.taps.front().size());
+    const int threads = products < kFewProducts ? 1 : run.team.size();
     int pieceLength = pieceLength_;
     // Blocks of outputs are divided too, in pairs, if there are not enough pieces for all threads.
     int ranges = 1;
