@@ -36,7 +36,7 @@ FastChannelsLayer::FastChannelsLayer(std::vector<FastView> inputs, int skipped, 
 
 void FastChannelsLayer::run(const FastRun& run) const {
     const int planes = output_.strides.planes;
-    run.team.forEach(output_.shape.n * planes, [&](int task) {
+    run.team.forEach(output_.shape.n * planes, 2 * output_.strides.plane, [&](int task) {
         const int sample = task / planes, block = task % planes;
         for (const Piece& piece : pieces_[static_cast<std::size_t>(block)]) copy(run, sample, block, piece);
         output_.clearBorder(output_.plane(run, sample, block), 0, output_.shape.h);

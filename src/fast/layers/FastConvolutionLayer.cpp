@@ -10,9 +10,6 @@ constexpr std::ptrdiff_t kCachedFloats = 64 * 1024;
 // Pixels that a task computes at least; a multiple of the pixels that kernels keep in registers.
 constexpr int kTilePixels = 84;
 
-// Too few to be worth waking another thread.
-constexpr std::int64_t kFewProducts = 200000;
-
 int divideUp(int a, int b) { return (a + b - 1) / b; }
 
 }  // namespace
@@ -58,7 +55,7 @@ void FastConvolutionLayer::run(const FastRun& run) const {
 void FastConvolutionLayer::scaleWeights(const FastRun& run, int sample) const {
     const FastProductPart& part = parts_.parts.front();
     const std::ptrdiff_t channels = input_.shape.c;
-    run.team.forEach(part.blocks, [&](int block) {
+    run.team.forEach(part.blocks, channels * kFastBlock, [&](int block) {
         const float* weights = parts_.weights->data() + part.weights + block * channels * kFastBlock;
         float* scaled = run.arena.floats.data() + scratch_ + block * channels * kFastBlock;
         for (std::ptrdiff_t c = 0; c < channels; ++c, weights += kFastBlock, scaled += kFastBlock) {
@@ -72,9 +69,8 @@ void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int s
     const nolk::TensorShape& out = output_.shape;
     const int length = joinsRows_ ? out.h * out.w : out.h;
     const int planes = output_.strides.planes;
-    const std::int64_t products =
-        std::int64_t{samples} * out.c * out.h * out.w * static_cast<std::int64_t>(parts_.taps.front().size());
-    const int threads = products < kFewProducts ? 1 : run.team.size();
+    const auto taps = static_cast<std::int64_t>(parts_.taps.front().size());
+    const int threads = run.team.size();
     int pieceLength = pieceLength_;
     // Blocks of outputs are divided too, in pairs, if there are not enough pieces for all threads.
     int ranges = 1;
@@ -89,7 +85,8 @@ void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int s
         pieceLength = joinsRows_ ? divideUp(shorter, kTilePixels / 6) * (kTilePixels / 6) : shorter;
     }
     const int pieces = divideUp(length, pieceLength);
-    run.team.forEach(samples * pieces * ranges, [&](int task) {
+    const std::int64_t places = std::int64_t{pieceLength} * (joinsRows_ ? 1 : out.w);
+    run.team.forEach(samples * pieces * ranges, taps * places * blocksInRange * kFastBlock / 4, [&](int task) {
         const int range = task % ranges, piece = task / ranges % pieces;
         compute(run, {firstSample + task / ranges / pieces, range * blocksInRange,
                       std::min((range + 1) * blocksInRange, planes), piece * pieceLength,

@@ -134,7 +134,7 @@ void FastDeconvolutionLayer::run(const FastRun& run) const {
     if (joinsPhases_) {
         const int rows = input_.shape.h;
         for (int n = 0; n < out.n; ++n)
-            run.team.forEach(rows, [&](int row) {
+            run.team.forEach(rows, std::int64_t{input_.shape.w} * input_.shape.c * 4, [&](int row) {
                 computeJoined(run, n, row);
                 finish(run, n, 0, row * stride_.h, (row + 1) * stride_.h);
             });
@@ -147,15 +147,16 @@ void FastDeconvolutionLayer::run(const FastRun& run) const {
     const int sourceRows = rows_.front().positions;
     const int pieceRows = std::clamp(sourceRows / (threads > 1 ? 4 * threads : 1), 1, 16);
     const int pieces = (sourceRows + pieceRows - 1) / pieceRows;
-    run.team.forEach(out.n * ranges * pieces, [&](int task) {
-        const int piece = task % pieces, range = task / pieces % ranges, sample = task / pieces / ranges;
-        const int firstBlock = range * blocks, count = std::min(blocks, planes - firstBlock);
-        for (std::size_t phase = 0; phase < parts_.size(); ++phase)
-            compute(run, sample, phase, firstBlock, count, piece * pieceRows, (piece + 1) * pieceRows);
-        const int begin = piece * pieceRows * stride_.h;
-        const int end = std::min((piece + 1) * pieceRows * stride_.h, out.h);
-        for (int block = firstBlock; block < firstBlock + count; ++block) finish(run, sample, block, begin, end);
-    });
+    run.team.forEach(
+        out.n * ranges * pieces, std::int64_t{pieceRows} * out.w * input_.shape.c * blocks * 4, [&](int task) {
+            const int piece = task % pieces, range = task / pieces % ranges, sample = task / pieces / ranges;
+            const int firstBlock = range * blocks, count = std::min(blocks, planes - firstBlock);
+            for (std::size_t phase = 0; phase < parts_.size(); ++phase)
+                compute(run, sample, phase, firstBlock, count, piece * pieceRows, (piece + 1) * pieceRows);
+            const int begin = piece * pieceRows * stride_.h;
+            const int end = std::min((piece + 1) * pieceRows * stride_.h, out.h);
+            for (int block = firstBlock; block < firstBlock + count; ++block) finish(run, sample, block, begin, end);
+        });
 }
 
 void FastDeconvolutionLayer::finish(const FastRun& run, int sample, int block, int begin, int end) const {

@@ -7,7 +7,8 @@
 void FastPoolingLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int planes = output_.strides.planes;
-    run.team.forEach(out.n * planes, [&](int task) {
+    const std::int64_t floats = output_.strides.plane * std::min(op_.kernel.h, 16) * std::min(op_.kernel.w, 16);
+    run.team.forEach(out.n * planes, floats, [&](int task) {
         const int n = task / planes, plane = task % planes;
         FastPool call;
         call.type = op_.type;
@@ -31,7 +32,7 @@ void FastPoolingLayer::run(const FastRun& run) const {
 
 void FastPlaneReductionLayer::run(const FastRun& run) const {
     const int planes = output_.strides.planes;
-    run.team.forEach(output_.shape.n * planes, [&](int task) {
+    run.team.forEach(output_.shape.n * planes, input_.strides.plane, [&](int task) {
         FastPlaneReduction call;
         call.op = op_;
         call.x = input_.plane(run, task / planes, task % planes);
@@ -61,7 +62,7 @@ FastInstanceNormalizationLayer::FastInstanceNormalizationLayer(const FastNode& n
 void FastInstanceNormalizationLayer::run(const FastRun& run) const {
     const nolk::TensorShape& s = output_.shape;
     const int planes = output_.strides.planes;
-    run.team.forEach(s.n * planes, [&](int task) {
+    run.team.forEach(s.n * planes, 3 * output_.strides.plane, [&](int task) {
         const int n = task / planes, plane = task % planes;
         if (output_.layout == FastLayout::plain) {
             FastRowNormalization call;
@@ -105,7 +106,8 @@ FastResizeLayer::Axis FastResizeLayer::axisOf(const FastResize& op, int in, int 
     axis.first.resize(count);
     if (op.mode == nolk::ResizeMode::nearest) {
         const double scale = static_cast<double>(in) / out;
-        for (int i = 0; i < out; ++i) axis.first[static_cast<std::size_t>(i)] = std::min(static_cast<int>(i * scale), in - 1);
+        for (int i = 0; i < out; ++i)
+            axis.first[static_cast<std::size_t>(i)] = std::min(static_cast<int>(i * scale), in - 1);
         axis.second = axis.first;
         return axis;
     }
@@ -122,7 +124,7 @@ FastResizeLayer::Axis FastResizeLayer::axisOf(const FastResize& op, int in, int 
 void FastResizeLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int planes = output_.strides.planes;
-    run.team.forEach(out.n * planes, [&](int task) {
+    run.team.forEach(out.n * planes, 2 * output_.strides.plane, [&](int task) {
         const int n = task / planes, plane = task % planes;
         const float* const x = input_.plane(run, n, plane);
         float* const y = output_.plane(run, n, plane);

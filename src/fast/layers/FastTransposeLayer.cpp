@@ -23,7 +23,7 @@ FastTransposeLayer::FastTransposeLayer(nolk::Perm perm, const FastView& input, c
 // The two last extents are a row copy or a transposition of a matrix.
 void FastTransposeLayer::run(const FastRun& run) const {
     const std::ptrdiff_t rows = extents_[2], columns = extents_[3];
-    run.team.forEach(extents_[0] * extents_[1], [&](int task) {
+    run.team.forEach(extents_[0] * extents_[1], 2 * rows * columns, [&](int task) {
         const float* const x = input_.base(run) + task / extents_[1] * strides_[0] + task % extents_[1] * strides_[1];
         float* const y = output_.base(run) + task * rows * columns;
         if (strides_[3] == 1 || columns == 1) {
