@@ -34,20 +34,37 @@ int replace(const std::string& path, std::string_view text) {
     return error;
 }
 
+// A symbolic link is kept; what it points to is written.
+std::string targetOf(const std::string& path) {
+    std::error_code unknown;
+    const std::string target = fs::exists(path, unknown) ? fs::canonical(path, unknown).string() : path;
+    return target.empty() ? path : target;
+}
+
 int writeWhole(const std::string& path, std::string_view text) {
     std::error_code unknown;  // ignored: writing fails with the reason
     const fs::file_status status = fs::status(path, unknown);
     if (fs::exists(status) && !fs::is_regular_file(status)) return writeTo(path, text);  // a pipe, a device
-    const std::string target =
-        fs::exists(status) ? fs::canonical(path, unknown).string() : path;  // keeps symbolic links
-    return replace(target.empty() ? path : target, text);
+    return replace(targetOf(path), text);
+}
+
+[[noreturn]] void refuse(const std::string& path, int error) {
+    throw std::runtime_error((path == "-" ? "standard output" : path) + ": cannot be written: " + std::strerror(error));
 }
 
 }  // namespace
 
 void writeText(const std::string& path, std::string_view text) {
     const int error = path == "-" ? writeAll(stdout, text) : writeWhole(path, text);
-    if (error != 0)
-        throw std::runtime_error((path == "-" ? "standard output" : path) +
-                                 ": cannot be written: " + std::strerror(error));
+    if (error != 0) refuse(path, error);
+}
+
+void checkWritable(const std::string& path) {
+    if (path == "-") return;
+    std::error_code unknown;  // ignored: writing fails with the reason
+    const fs::file_status status = fs::status(path, unknown);
+    if (fs::is_directory(status)) refuse(path, EISDIR);
+    if (fs::exists(status) && !fs::is_regular_file(status)) return;
+    const fs::path folder = fs::path(targetOf(path)).parent_path();
+    if (access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) refuse(path, errno);
 }

@@ -86,29 +86,41 @@ const std::map<std::string, LowerFunction>& table() {
     return kTable;
 }
 
-const char kCut[] = "end the network before it and leave the rest to the host";
+constexpr const char* kCut = "end the network before it and leave the rest to the host";
+constexpr const char* kTrace = "export by tracing, which follows one path (torch.jit.trace, not torch.jit.script)";
+constexpr const char* kFloats = "export the network before quantisation";
+constexpr const char* kFlat =
+    "use the 1-D or 2-D form, and give inputs the shapes that the network was made for (--shape)";
+constexpr const char* kOther = "replace it by operators that converting.md lists, or end the network before it";
 
 const std::map<std::string, const char*>& advice() {
     static const std::map<std::string, const char*> kAdvice{
         {"ArgMax", kCut},
         {"ArgMin", kCut},
+        {"AveragePool", kFlat},
+        {"Conv", kFlat},
+        {"ConvInteger", kFloats},
+        {"ConvTranspose", kFlat},
+        {"DequantizeLinear", kFloats},
+        {"DynamicQuantizeLinear", kFloats},
         {"Einsum", "write the product with matmul and permute"},
-        {"GRU", "replace by an LSTM"},
-        {"GridSample", "replace by a Resize where the grid is fixed"},
-        {"If", "export with the branch that is taken (torch.jit.trace instead of torch.jit.script)"},
+        {"GRU", "replace it by an LSTM"},
+        {"GridSample", "replace it by a Resize where the grid is fixed"},
+        {"If", kTrace},
         {"Log", kCut},
-        {"Loop", "export an unrolled loop (torch.jit.trace instead of torch.jit.script)"},
-        {"MaxPool", "leave out the output Indices: replace MaxUnpool by a Resize or a ConvTranspose"},
-        {"MaxUnpool", "replace by a Resize or a ConvTranspose"},
+        {"Loop", kTrace},
+        {"MatMulInteger", kFloats},
+        {"MaxPool", kFlat},
+        {"MaxUnpool", "replace it by a Resize or a ConvTranspose"},
         {"NonMaxSuppression", kCut},
         {"NonZero", kCut},
         {"OneHot", kCut},
-        {"QLinearConv", "export the network before quantisation"},
-        {"QuantizeLinear", "export the network before quantisation"},
-        {"DequantizeLinear", "export the network before quantisation"},
-        {"RNN", "replace by an LSTM"},
+        {"QLinearConv", kFloats},
+        {"QLinearMatMul", kFloats},
+        {"QuantizeLinear", kFloats},
+        {"RNN", "replace it by an LSTM"},
         {"RoiAlign", kCut},
-        {"Scan", "export an unrolled loop (torch.jit.trace instead of torch.jit.script)"},
+        {"Scan", kTrace},
         {"TopK", kCut},
     };
     return kAdvice;
@@ -123,8 +135,18 @@ LowerFunction loweringOf(const std::string& type) {
 
 std::string adviceFor(const std::string& type) {
     const auto found = advice().find(type);
-    return found != advice().end() ? found->second
-                                   : "replace by operators of docs/converting.md, or end the network before it";
+    return found != advice().end() ? found->second : kOther;
+}
+
+std::string adviceForDomain() {
+    return "export with ONNX's own operators only, and without the optimisations of another program";
+}
+
+std::string adviceForShapes(const std::string& type) {
+    const auto found = advice().find(type);
+    return found != advice().end()
+               ? found->second
+               : "check that the inputs have the shapes that the network was made for; --shape sets them";
 }
 
 }  // namespace convert

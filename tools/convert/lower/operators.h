@@ -12,8 +12,12 @@ using LowerFunction = void (*)(NodeLowering&);
 // Null for an operator that has no row.
 LowerFunction loweringOf(const std::string& type);
 
-// What a user can do about an operator without a row; never empty.
+// What a user can do; never empty. About an operator that cannot be converted,
 std::string adviceFor(const std::string& type);
+// about any operator that is not of ONNX's own domain,
+std::string adviceForDomain();
+// and about a node whose inputs do not fit.
+std::string adviceForShapes(const std::string& type);
 
 // convolution.cpp
 void lowerConv(NodeLowering& n);
