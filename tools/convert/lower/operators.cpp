@@ -133,6 +133,12 @@ LowerFunction loweringOf(const std::string& type) {
     return found == table().end() ? nullptr : found->second;
 }
 
+std::vector<std::string> loweredOperators() {
+    std::vector<std::string> types;
+    for (const auto& row : table()) types.push_back(row.first);
+    return types;
+}
+
 std::string adviceFor(const std::string& type) {
     const auto found = advice().find(type);
     return found != advice().end() ? found->second : kOther;

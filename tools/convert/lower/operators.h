@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "convert/lower/NodeLowering.h"
 
@@ -11,6 +12,9 @@ using LowerFunction = void (*)(NodeLowering&);
 
 // Null for an operator that has no row.
 LowerFunction loweringOf(const std::string& type);
+
+// The operators that have one.
+std::vector<std::string> loweredOperators();
 
 // What a user can do; never empty. About an operator that cannot be converted,
 std::string adviceFor(const std::string& type);
