@@ -120,6 +120,4 @@ std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const 
     });
 }
 
-bool isKnownOperator(const std::string& opType) { return table().count(opType) != 0; }
-
 }  // namespace convert

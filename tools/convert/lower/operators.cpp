@@ -6,9 +6,16 @@ namespace convert {
 
 namespace {
 
+// For an operator of single elements that is one operation of the file.
+template <int (Program::*operation)(int)>
+void lowerElements(NodeLowering& n) {
+    const Placed x = n.x(0);
+    n.result(with(x, (n.program.*operation)(x.step)));
+}
+
 const std::map<std::string, LowerFunction>& table() {
     static const std::map<std::string, LowerFunction> kTable{
-        {"Abs", lowerAbs},
+        {"Abs", lowerElements<&Program::abs>},
         {"Add", lowerAdd},
         {"AveragePool", lowerAveragePool},
         {"BatchNormalization", lowerBatchNormalization},
@@ -24,7 +31,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"Dropout", lowerDropout},
         {"Elu", lowerElu},
         {"Erf", lowerErf},
-        {"Exp", lowerExp},
+        {"Exp", lowerElements<&Program::exp>},
         {"Expand", lowerExpand},
         {"Flatten", lowerReshape},
         {"Gather", lowerGather},
@@ -61,11 +68,11 @@ const std::map<std::string, LowerFunction>& table() {
         {"ReduceMin", lowerReduce},
         {"ReduceSum", lowerReduce},
         {"ReduceSumSquare", lowerReduce},
-        {"Relu", lowerRelu},
+        {"Relu", lowerElements<&Program::relu>},
         {"Reshape", lowerReshape},
         {"Resize", lowerResize},
         {"Selu", lowerSelu},
-        {"Sigmoid", lowerSigmoid},
+        {"Sigmoid", lowerElements<&Program::sigmoid>},
         {"Slice", lowerSlice},
         {"Softmax", lowerSoftmax},
         {"Softplus", lowerSoftplus},
@@ -76,7 +83,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"Squeeze", lowerReshape},
         {"Sub", lowerSub},
         {"Sum", lowerSum},
-        {"Tanh", lowerTanh},
+        {"Tanh", lowerElements<&Program::tanh>},
         {"Tile", lowerTile},
         {"Transpose", lowerTranspose},
         {"Unsqueeze", lowerReshape},

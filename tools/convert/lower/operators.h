@@ -49,11 +49,6 @@ void lowerCast(NodeLowering& n);
 void lowerIdentity(NodeLowering& n);
 void lowerDropout(NodeLowering& n);
 // activation.cpp
-void lowerRelu(NodeLowering& n);
-void lowerSigmoid(NodeLowering& n);
-void lowerTanh(NodeLowering& n);
-void lowerExp(NodeLowering& n);
-void lowerAbs(NodeLowering& n);
 void lowerLeakyRelu(NodeLowering& n);
 void lowerPRelu(NodeLowering& n);
 void lowerHardSigmoid(NodeLowering& n);
