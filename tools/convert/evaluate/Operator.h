@@ -31,6 +31,7 @@ const std::vector<Operator>& recurrentOperators();
 const std::vector<Operator>& reductionOperators();
 const std::vector<Operator>& resizeOperators();
 const std::vector<Operator>& shapeOperators();
+const std::vector<Operator>& sliceOperators();
 const std::vector<Operator>& unaryOperators();
 
 // A value whose elements are not known.

@@ -16,9 +16,10 @@ using Table = std::unordered_map<std::string, const Operator*>;
 
 Table makeTable() {
     Table table;
-    for (const auto* rows : {&convolutionOperators(), &elementOperators(), &indexOperators(), &matrixOperators(),
-                             &normalizationOperators(), &poolingOperators(), &recurrentOperators(),
-                             &reductionOperators(), &resizeOperators(), &shapeOperators(), &unaryOperators()})
+    for (const auto* rows :
+         {&convolutionOperators(), &elementOperators(), &indexOperators(), &matrixOperators(),
+          &normalizationOperators(), &poolingOperators(), &recurrentOperators(), &reductionOperators(),
+          &resizeOperators(), &shapeOperators(), &sliceOperators(), &unaryOperators()})
         for (const Operator& row : *rows) table.emplace(row.name, &row);
     return table;
 }
