@@ -73,6 +73,18 @@ TEST(Refusal, LooksBehindNodesThatCannotBeEvaluated) {
     EXPECT_EQ(made.unseenNodes, 2);
 }
 
+// Of some operators that are refused the shapes are known, whatever the file declares.
+TEST(Refusal, JudgesNodesBehindKnownShapes) {
+    const char kGraph[] =
+        "(float[N,5,8,8] x, float[N,4,4,2] g) => (float[N,1,1,1] y, float[N,5,4,2] z)"
+        "<int64[1] k = {2}, float e = {0.3}>"
+        "{ a = GridSample(x, g) b, i = TopK(a, k) y = ReduceMax<axes=[1,2,3]>(b) z = Pow(b, e) }";
+    EXPECT_EQ(findingsOf(kGraph), (std::vector<std::string>{"GridSample: no operation of nolk's does this to "
+                                                            "[1, 5, 8, 8], [1, 4, 4, 2]",
+                                                            "TopK: no operation of nolk's does this to [1, 5, 4, 4]",
+                                                            "Pow: the exponent 0.300000"}));
+}
+
 TEST(Refusal, AsksForShapesThatAreFree) {
     const char kGraph[] =
         "(float[N,3,H,W] x, float[N,M] z) => (float[N,3,H,W] y, float[N,M] v) { y = Relu(x) v = Relu(z) }";

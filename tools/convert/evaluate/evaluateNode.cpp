@@ -19,7 +19,7 @@ Table makeTable() {
     for (const auto* rows :
          {&convolutionOperators(), &elementOperators(), &indexOperators(), &matrixOperators(),
           &normalizationOperators(), &poolingOperators(), &recurrentOperators(), &reductionOperators(),
-          &resizeOperators(), &shapeOperators(), &sliceOperators(), &unaryOperators()})
+          &resizeOperators(), &shapeOperators(), &sliceOperators(), &unaryOperators(), &unconvertedOperators()})
         for (const Operator& row : *rows) table.emplace(row.name, &row);
     return table;
 }
