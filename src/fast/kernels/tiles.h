@@ -9,16 +9,16 @@ namespace NOLK_FAST_LEVEL {
 
 constexpr int kTile = kLanes < 8 ? 4 : 8;
 using Quad = float __attribute__((vector_size(16)));
-using QuadInMemory = float __attribute__((vector_size(16), aligned(4), may_alias));
 using TileRow = float __attribute__((vector_size(kTile * sizeof(float))));
-using TileRowInMemory = float __attribute__((vector_size(kTile * sizeof(float)), aligned(4), may_alias));
 
 // Four floats of row i and, in a tile of 8, four of row i + 4 behind them; zeros for rows that do not exist.
 // Transposing four such vectors within their quarters and halves gives rows of the result without any exchange between
 // halves, which is slow.
 inline TileRow loadQuads(const float* in, std::ptrdiff_t stride, int i, int rows) {
     const auto quad = [=](int k) {
-        return k < rows ? *reinterpret_cast<const QuadInMemory*>(in + k * stride) : Quad{};
+        Quad v{};
+        if (k < rows) __builtin_memcpy(&v, in + k * stride, sizeof v);
+        return v;
     };
 #if defined(__AVX2__) && defined(__FMA__)
     return __builtin_shufflevector(quad(i), quad(i + 4), 0, 1, 2, 3, 4, 5, 6, 7);
@@ -50,7 +50,7 @@ inline void transposeTile(const float* in, std::ptrdiff_t inStride, int rows, fl
         const TileRow low01 = lowPairs(r[0], r[1]), high01 = highPairs(r[0], r[1]);
         const TileRow low23 = lowPairs(r[2], r[3]), high23 = highPairs(r[2], r[3]);
         const auto write = [=](int k, TileRow v) {
-            if (k < columns) *reinterpret_cast<TileRowInMemory*>(out + k * outStride) = v;
+            if (k < columns) __builtin_memcpy(out + k * outStride, &v, sizeof v);
         };
         write(j, lowHalves(low01, low23));
         write(j + 1, highHalves(low01, low23));
