@@ -1,10 +1,11 @@
 # Holds that the objects which are compiled for a level of x86-64 of their own use its registers, and share no code by name
 # with other objects, of which the linker would keep one copy for all. BASELINE are the objects that run on every
-# processor, PRODUCTS the matrix products from the oldest level to the newest, REST all others. With ONLY_BASELINE_STARTS
+# processor, PRODUCTS the matrix products from the oldest level to the newest, REST all others; FAST_v3 and
+# FAST_v4 are the fast back end's kernels, whose symbols all carry the level's name. With ONLY_BASELINE_STARTS
 # no object but BASELINE may have code that runs when the library is loaded; sanitizers add such code to every object, and
 # Eigen has some that only an optimised build leaves out.
 #   cmake -DNM=nm -DOBJDUMP=objdump "-DBASELINE=x.o,y.o" "-DPRODUCTS=v2.o,v3.o,v4.o" "-DREST=a.o,b.o"
-#         [-DONLY_BASELINE_STARTS=1] -P shared_code.cmake
+#         "-DFAST_v3=a.o,b.o" "-DFAST_v4=a.o,b.o" [-DONLY_BASELINE_STARTS=1] -P shared_code.cmake
 cmake_minimum_required(VERSION 3.22)
 
 function(symbols_of object result)
@@ -63,4 +64,23 @@ foreach(object used IN ZIP_LISTS products widest)
       message(FATAL_ERROR "${registers} in ${object}")
     endif()
   endforeach()
+endforeach()
+
+foreach(level v3 v4)
+  string(REPLACE "," ";" objects "${FAST_${level}}")
+  set(all_code "")
+  foreach(object ${objects})
+    symbols_of(${object} symbols)
+    foreach(symbol ${symbols})
+      if(NOT symbol MATCHES fast_x86_64_${level})
+        message(FATAL_ERROR "${symbol} in ${object} may be shared with another level")
+      endif()
+    endforeach()
+    execute_process(COMMAND ${OBJDUMP} -d ${object} OUTPUT_VARIABLE code COMMAND_ERROR_IS_FATAL ANY)
+    string(APPEND all_code "${code}")
+  endforeach()
+  string(FIND "${all_code}" %zmm at)
+  if((level STREQUAL v3 AND NOT at EQUAL -1) OR (level STREQUAL v4 AND at EQUAL -1))
+    message(FATAL_ERROR "the kernels of ${level} use registers of another level")
+  endif()
 endforeach()
