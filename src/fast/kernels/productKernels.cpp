@@ -58,7 +58,8 @@ void productTile(const FastProduct& call, const Corner& at) {
     const float* next = at.next;
     const std::int32_t* const end = call.taps + call.tapCount;
     for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += kFastBlock) {
-        __builtin_prefetch(next, 0, 2);
+        // With narrower registers a tap has less work to hide the prefetch behind.
+        if constexpr (kLanes == kFastBlock) __builtin_prefetch(next, 0, 2);
         const float* const x = at.x + *tap;
         Vector weights[kWidth];
         NOLK_UNROLL

@@ -96,15 +96,20 @@ FastResizeLayer::FastResizeLayer(const FastNode& node, const FastResize& op, con
                                  const FastView& output, const std::vector<FastView>& views)
     : input_(input),
       output_(output),
-      rows_(axisOf(op, input.shape.h, output.shape.h)),
-      columns_(axisOf(op, input.shape.w, output.shape.w)),
+      rows_(axisOf(modeOf(op, input.shape), op.transMode, input.shape.h, output.shape.h)),
+      columns_(axisOf(modeOf(op, input.shape), op.transMode, input.shape.w, output.shape.w)),
       steps_(node.steps, views, output) {}
 
-FastResizeLayer::Axis FastResizeLayer::axisOf(const FastResize& op, int in, int out) {
+// A single pixel is copied.
+nolk::ResizeMode FastResizeLayer::modeOf(const FastResize& op, const nolk::TensorShape& in) {
+    return in.h == 1 && in.w == 1 ? nolk::ResizeMode::nearest : op.mode;
+}
+
+FastResizeLayer::Axis FastResizeLayer::axisOf(nolk::ResizeMode mode, nolk::ResizeTransMode transMode, int in, int out) {
     Axis axis;
     const auto count = static_cast<std::size_t>(out);
     axis.first.resize(count);
-    if (op.mode == nolk::ResizeMode::nearest) {
+    if (mode == nolk::ResizeMode::nearest) {
         const double scale = static_cast<double>(in) / out;
         for (int i = 0; i < out; ++i)
             axis.first[static_cast<std::size_t>(i)] = std::min(static_cast<int>(i * scale), in - 1);
@@ -112,11 +117,10 @@ FastResizeLayer::Axis FastResizeLayer::axisOf(const FastResize& op, int in, int 
         return axis;
     }
     std::vector<float> pairs(2 * count);
-    RawResizeLayer::linear_coeffs(in, out, axis.first.data(), pairs.data(), static_cast<int>(op.transMode));
+    RawResizeLayer::linear_coeffs(in, out, axis.first.data(), pairs.data(), static_cast<int>(transMode));
     for (std::size_t i = 0; i < count; ++i) {
         axis.weight.push_back(pairs[2 * i + 1]);
         axis.second.push_back(std::min(axis.first[i] + 1, in - 1));
-        axis.first[i] = std::max(axis.first[i], 0);  // before the only pixel there is one of weight 0
     }
     return axis;
 }
@@ -131,10 +135,10 @@ void FastResizeLayer::run(const FastRun& run) const {
         for (int row = 0; row < out.h; ++row) {
             const auto r = static_cast<std::size_t>(row);
             FastResizeRow call;
-            call.x0 = x + rows_.first[r] * input_.strides.row;
+            call.x0 = rows_.first[r] < 0 ? nullptr : x + rows_.first[r] * input_.strides.row;
             call.x1 = x + rows_.second[r] * input_.strides.row;
             call.rowWeight = rows_.weight.empty() ? 0.0f : rows_.weight[r];
-            call.left = columns_.first.data();
+            call.left = columns_.first.front() < 0 ? nullptr : columns_.first.data();
             call.right = columns_.second.data();
             call.columnWeight = columns_.weight.empty() ? nullptr : columns_.weight.data();
             call.y = y + row * output_.strides.row;
