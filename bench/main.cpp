@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
     compareConvolutions();
     compareLayers();
     compareDigits();
+    compareFastKernels();
     compareLoads();
     comparePlanning();
     compareBatching();

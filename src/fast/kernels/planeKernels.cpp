@@ -214,7 +214,7 @@ void resizeRow(const FastResizeRow& call) { return call.columnWeight ? linearRow
 // Goes along 16 pixels before the next channels, so that cache lines of the planes are read whole.
 void toBlocks(const FastRelayout& call) {
     forBlockRows(call, [&call](const BlockOfChannels& b, int pixels) {
-        const Transposition t{b.plain, call.plainPlane, b.channels, pixels, kFastBlock, b.block, kFastBlock};
+        const Transposition t{b.plain, call.plainPlane, b.channels, pixels, pixels, b.block, kFastBlock, kFastBlock};
         for (int p = 0; p < pixels; p += kFastBlock)
             for (int c = 0; c < kFastBlock; c += kTile)
                 for (int q = p; q < p + kFastBlock && q < pixels; q += kTile) t.tile(c, q);
@@ -223,7 +223,7 @@ void toBlocks(const FastRelayout& call) {
 
 void toPlain(const FastRelayout& call) {
     forBlockRows(call, [&call](const BlockOfChannels& b, int pixels) {
-        const Transposition t{b.block, kFastBlock, pixels, b.channels, pixels, b.plain, call.plainPlane};
+        const Transposition t{b.block, kFastBlock, pixels, b.channels, kFastBlock, b.plain, call.plainPlane, pixels};
         for (int p = 0; p < pixels; p += kFastBlock)
             for (int c = 0; c < b.channels; c += kTile)
                 for (int q = p; q < p + kFastBlock && q < pixels; q += kTile) t.tile(q, c);

@@ -6,8 +6,10 @@
 // Loops over a tile's registers are unrolled completely: else the sums would lie in memory.
 #ifdef __clang__
 #define NOLK_UNROLL _Pragma("unroll")
+#define NOLK_UNROLL_TWICE _Pragma("unroll 2")
 #else
 #define NOLK_UNROLL _Pragma("GCC unroll 32")
+#define NOLK_UNROLL_TWICE _Pragma("GCC unroll 2")
 #endif
 
 namespace NOLK_FAST_LEVEL {
@@ -35,46 +37,51 @@ struct Corner {
     const float* bias;
     float* y;
     const float* added;
-    const float* next;  // weights that will be needed later
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
 
 template <int kRows, int kPixels, int kBlocks, int kStep>
 void productTile(const FastProduct& call, const Corner& at) {
-    constexpr int kSums = kBlocks * kVectors;
-    const std::ptrdiff_t xStep = kStep ? kStep : call.xStep, xRow = call.xRow;
+    constexpr int kPlaces = kRows * kPixels, kWidth = kBlocks * kVectors;  // a place is a pixel of a row
+    const std::ptrdiff_t xStep = kStep ? kStep : call.xStep;
     const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
-    Vector sums[kRows][kPixels][kSums];
-    NOLK_UNROLL for (int r = 0; r < kRows; ++r) NOLK_UNROLL for (int p = 0; p < kPixels; ++p)
-        NOLK_UNROLL for (int v = 0; v < kSums; ++v) {
-        const int block = v / kVectors, lane = v % kVectors * kLanes;
-        sums[r][p][v] = load(call.carryOn ? at.y + r * call.yRow + p * call.yStep + block * call.yBlock + lane
-                                          : at.bias + block * kFastBlock + lane);
+    Vector sums[kPlaces * kWidth];
+    NOLK_UNROLL
+    for (int i = 0; i < kPlaces * kWidth; ++i) {
+        const int row = i / kWidth / kPixels, pixel = i / kWidth % kPixels;
+        const int block = i % kWidth / kVectors, lane = i % kVectors * kLanes;
+        sums[i] = load(call.carryOn ? at.y + row * call.yRow + pixel * call.yStep + block * call.yBlock + lane
+                                    : at.bias + block * kFastBlock + lane);
     }
 
     const float* w = at.weights;
-    const float* next = at.next;
     const std::int32_t* const end = call.taps + call.tapCount;
-    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += kFastBlock) {
-        __builtin_prefetch(next, 0, 2);
+    // Two taps in a turn, because the loop's own additions compete with multiply-adds for the processor's ports.
+    NOLK_UNROLL_TWICE
+    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock) {
         const float* const x = at.x + *tap;
-        Vector weights[kSums];
-        NOLK_UNROLL for (int v = 0; v < kSums; ++v) weights[v] =
-            load(w + v / kVectors * weightsBlock + v % kVectors * kLanes);
-        NOLK_UNROLL for (int r = 0; r < kRows; ++r) NOLK_UNROLL for (int p = 0; p < kPixels; ++p) {
-            const Vector factor = broadcast(x[r * xRow + p * xStep]);
-            NOLK_UNROLL for (int v = 0; v < kSums; ++v) sums[r][p][v] = fma(factor, weights[v], sums[r][p][v]);
+        Vector weights[kWidth];
+        NOLK_UNROLL
+        for (int v = 0; v < kWidth; ++v) weights[v] = load(w + v / kVectors * weightsBlock + v % kVectors * kLanes);
+        NOLK_UNROLL
+        for (int place = 0; place < kPlaces; ++place) {
+            const Vector factor = broadcast(x[place / kPixels * call.xRow + place % kPixels * xStep]);
+            Vector* const sum = sums + place * kWidth;
+            NOLK_UNROLL
+            for (int v = 0; v < kWidth; ++v) sum[v] = fma(factor, weights[v], sum[v]);
         }
     }
 
     const Vector low = broadcast(call.low), high = broadcast(call.high);
-    NOLK_UNROLL for (int r = 0; r < kRows; ++r) NOLK_UNROLL for (int p = 0; p < kPixels; ++p)
-        NOLK_UNROLL for (int v = 0; v < kSums; ++v) {
-        const int block = v / kVectors, lane = v % kVectors * kLanes;
-        Vector sum = sums[r][p][v];
-        if (at.added) sum += load(at.added + r * call.addedRow + p * call.addedStep + block * call.addedBlock + lane);
-        store(at.y + r * call.yRow + p * call.yStep + block * call.yBlock + lane, smallerOr(high, largerOr(low, sum)));
+    NOLK_UNROLL
+    for (int i = 0; i < kPlaces * kWidth; ++i) {
+        const int row = i / kWidth / kPixels, pixel = i / kWidth % kPixels;
+        const int block = i % kWidth / kVectors, lane = i % kVectors * kLanes;
+        if (at.added)
+            sums[i] += load(at.added + row * call.addedRow + pixel * call.addedStep + block * call.addedBlock + lane);
+        store(at.y + row * call.yRow + pixel * call.yStep + block * call.yBlock + lane,
+              smallerOr(high, largerOr(low, sums[i])));
     }
 }
 
@@ -142,7 +149,7 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
     if (call.added)
         copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
-    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr, at.next});
+    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr});
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
@@ -156,23 +163,17 @@ void productOfBlocks(const FastProduct& call, int firstBlock, int blocks) {
     const float* const bias = call.bias ? call.bias + firstBlock * kFastBlock : zeros;
     float* const y = call.y + firstBlock * call.yBlock;
     const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
-    const bool isLast = firstBlock + blocks == call.blocks;
-    const int lanes = isLast ? call.lanes : kFastBlock;
+    const int lanes = firstBlock + blocks == call.blocks ? call.lanes : kFastBlock;
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
-    int prefetched = 0;  // of the next blocks
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
             const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
             for (int r = row; r < row + rowsLeft; r += rows) {
-                const Corner at{call.x + r * call.xRow + pixel * call.xStep,
-                                weights,
-                                bias,
+                const Corner at{call.x + r * call.xRow + pixel * call.xStep, weights, bias,
                                 y + r * call.yRow + pixel * call.yStep,
-                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr,
-                                weights + (isLast ? 0 : blocks + prefetched) * weightsBlock};
-                prefetched = prefetched + 1 < blocks ? prefetched + 1 : 0;
+                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr};
                 if (lanes == kFastBlock)
                     tile(call, at);
                 else
@@ -198,7 +199,8 @@ void productOfStrip(const FastProduct& call) {
 // sums[pixel] += x[pixel * step] * weight
 template <int kPixels>
 void addTap(const float* x, std::ptrdiff_t step, Vector weight, Vector (&sums)[kPixels]) {
-    NOLK_UNROLL for (int p = 0; p < kPixels; ++p) sums[p] = fma(load(x + p * step), weight, sums[p]);
+    NOLK_UNROLL
+    for (int p = 0; p < kPixels; ++p) sums[p] = fma(load(x + p * step), weight, sums[p]);
 }
 
 // Sums of one block for neighbouring pixels, for as many tiles of kPixels as asked for. kKernel and kStride are 0 for
@@ -214,9 +216,12 @@ void depthwiseTiles(const FastDepthwise& call, const float* x, const float* bias
             const float* const from = x + first * step + lane;
             const float* const weights = call.weights + lane;
             Vector sums[kPixels];
-            NOLK_UNROLL for (int p = 0; p < kPixels; ++p) sums[p] = load(bias + lane);
+            NOLK_UNROLL
+            for (int p = 0; p < kPixels; ++p) sums[p] = load(bias + lane);
             if constexpr (kKernel > 0) {
-                NOLK_UNROLL for (int kh = 0; kh < kKernel; ++kh) NOLK_UNROLL for (int kw = 0; kw < kKernel; ++kw)
+                NOLK_UNROLL
+                for (int kh = 0; kh < kKernel; ++kh) NOLK_UNROLL
+                for (int kw = 0; kw < kKernel; ++kw)
                     addTap(from + kh * xRow + kw * kFastBlock, step, load(weights + (kh * kKernel + kw) * kFastBlock),
                            sums);
             } else {
@@ -225,7 +230,8 @@ void depthwiseTiles(const FastDepthwise& call, const float* x, const float* bias
                         addTap(from + kh * call.dilationH * xRow + kw * call.dilationW * kFastBlock, step,
                                load(weights + (kh * call.kernelW + kw) * kFastBlock), sums);
             }
-            NOLK_UNROLL for (int p = 0; p < kPixels; ++p) {
+            NOLK_UNROLL
+            for (int p = 0; p < kPixels; ++p) {
                 const std::ptrdiff_t at = (first + p) * kFastBlock + lane;
                 if (added) sums[p] += load(added + at);
                 store(y + at, smallerOr(high, largerOr(low, sums[p])));

@@ -251,7 +251,7 @@ void lstmCell(const FastLstmCell& call) {
 
 // Goes along 16 columns before the next rows, so that cache lines of x are read whole.
 void transpose(const FastTranspose& call) {
-    const Transposition t{call.x, call.xRow, call.rows, call.columns, call.rows, call.y, call.yRow};
+    const Transposition t{call.x, call.xRow, call.rows, call.columns, call.columns, call.y, call.yRow, call.rows};
     for (int j = 0; j < call.columns; j += kFastBlock)
         for (int i = 0; i < call.rows; i += kTile)
             for (int k = j; k < j + kFastBlock && k < call.columns; k += kTile) t.tile(i, k);
