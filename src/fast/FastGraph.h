@@ -24,7 +24,9 @@ struct FastConvolution {
     nolk::Padding padding;
     nolk::DimsHW stride, dilation;
     nolk::Weights weights;
-    std::vector<float> scaledWeight, scaledBias;  // weights points here after folding
+    // Factors of the input channels, [n, c, 1, 1], which the layer multiplies into the weights: the node's second
+    // input.
+    bool hasFactors = false;
 };
 
 struct FastDeconvolution {
@@ -71,7 +73,23 @@ struct FastLstm {
     nolk::LstmWeights weights;
 };
 
+// Whatever has no layer of ours: `make` creates the built-in layer for these tensors.
+struct FastBuiltIn {
+    std::function<std::unique_ptr<Layer>(const std::vector<nolk::Tensor>& inputs, nolk::Tensor output)> make;
+    std::int64_t outputFloats;  // that the layer may write
+};
+
 struct FastConcat {};  // along the channels
+
+// Neighbouring channels. `plain` is the layer for a plain tensor.
+struct FastSlice {
+    int firstChannel;
+    FastBuiltIn plain;
+};
+
+struct FastTransposition {
+    nolk::Perm perm;
+};
 
 // The same elements, in order, in another shape.
 struct FastReshape {};
@@ -82,15 +100,10 @@ struct FastCopy {};
 // Only the node's steps.
 struct FastElementwise {};
 
-// Whatever has no layer of ours: `make` creates the built-in layer for these tensors.
-struct FastBuiltIn {
-    std::function<std::unique_ptr<Layer>(const std::vector<nolk::Tensor>& inputs, nolk::Tensor output)> make;
-    std::int64_t outputFloats;  // that the layer may write
-};
-
-using FastOperation = std::variant<FastConvolution, FastDeconvolution, FastConnection, FastPooling, FastReduce,
-                                   FastInstanceNorm, FastL2Norm, FastSoftmaxAlong, FastResize, FastMatmul, FastLstm,
-                                   FastConcat, FastReshape, FastCopy, FastElementwise, FastBuiltIn>;
+using FastOperation =
+    std::variant<FastConvolution, FastDeconvolution, FastConnection, FastPooling, FastReduce, FastInstanceNorm,
+                 FastL2Norm, FastSoftmaxAlong, FastResize, FastMatmul, FastLstm, FastConcat, FastSlice,
+                 FastTransposition, FastReshape, FastCopy, FastElementwise, FastBuiltIn>;
 
 // What a step's operand is.
 enum class FastOperandKind {
@@ -121,18 +134,18 @@ struct FastValue {
     const float* constant = nullptr;  // plain and dense; null for values that are computed
     FastLayout layout = FastLayout::plain;
     FastBorder border;
-    int host = -1;         // number of the network's input, or -1
+    int host = -1;                   // number of the network's input, or -1
     std::int64_t minimumFloats = 0;  // that its layer may write, if more than the elements
     // A value without memory of its own lies in that of another one, `root`:
-    int root = -1;         // -1 for none
-    int firstChannel = 0;  // a range of root's channels from here on,
-    bool reshaped = false; // or all of root's elements in another shape
+    int root = -1;          // -1 for none
+    int firstChannel = 0;   // a range of root's channels from here on,
+    bool reshaped = false;  // or all of root's elements in another shape
 };
 
 struct FastGraph {
     std::vector<FastValue> values;
     std::vector<FastNode> nodes;
-    std::vector<int> inputs, outputs;  // values, in the host's order
+    std::vector<int> inputs, outputs;    // values, in the host's order
     std::vector<FloatBuffer> constants;  // of values that passes have made
 
     int add(const FastValue& value);

@@ -34,6 +34,9 @@ std::vector<FloatBuffer> takeConstants(FastGraph& graph) {
     return kept;
 }
 
+// By a task that copies a plane or a block of planes.
+std::int64_t copiedFloats(const FastView& host) { return host.strides.plane * 4; }
+
 FastView hostView(const nolk::TensorShape& shape) {
     FastView view;
     view.shape = shape;
@@ -92,7 +95,7 @@ bool FastRunner::compute(nolk::Tensor* inputs, int inputCount, nolk::Tensor* out
         if (elementCount(inputShapes_[i]) == 0) continue;
         const FastView host = hostView(inputShapes_[i]);
         const int planes = planesToCopy(host, inputs_[i]);
-        team.forEach(host.shape.n * planes, [&](int task) {
+        team.forEach(host.shape.n * planes, copiedFloats(host), [&](int task) {
             copyPlanes(kernels_, host, inputs[i].data, inputs_[i], inputs_[i].base(run), task / planes, task % planes,
                        task % planes + 1);
         });
@@ -106,7 +109,7 @@ bool FastRunner::compute(nolk::Tensor* inputs, int inputCount, nolk::Tensor* out
         if (elementCount(outputShapes_[i]) == 0) continue;
         const FastView host = hostView(outputShapes_[i]);
         const int planes = planesToCopy(outputs_[i], host);
-        team.forEach(host.shape.n * planes, [&](int task) {
+        team.forEach(host.shape.n * planes, copiedFloats(host), [&](int task) {
             copyPlanes(kernels_, outputs_[i], outputs_[i].base(run), host, outputs[i].data, task / planes,
                        task % planes, task % planes + 1);
         });

@@ -1,5 +1,6 @@
 #include "fast/FastTeam.h"
 
+#include <algorithm>
 #include <chrono>
 
 namespace {
@@ -38,8 +39,8 @@ void FastTeam::stop() {
     for (std::thread& worker : workers_) worker.join();
 }
 
-// Sets the state and wakes those who sleep. A worker counts itself as sleeping before it looks at the state for the last
-// time, so one of the two sees the other.
+// Sets the state and wakes those who sleep. A worker counts itself as sleeping before it looks at the state for the
+// last time, so one of the two sees the other.
 void FastTeam::publish(std::uint64_t state) {
     state_ = state;
     if (sleeping_ == 0) return;
@@ -47,10 +48,11 @@ void FastTeam::publish(std::uint64_t state) {
     wake_.notify_all();
 }
 
-void FastTeam::runAll(int tasks, Task task, const void* context) {
+void FastTeam::runAll(int tasks, int chunk, Task task, const void* context) {
     task_ = task;
     context_ = context;
     tasks_ = tasks;
+    chunk_ = chunk;
     next_.store(0, std::memory_order_relaxed);
     publish((roundOf(state_) + 1) * kRound | kOpen);
     takeTasks();
@@ -65,9 +67,11 @@ void FastTeam::runAll(int tasks, Task task, const void* context) {
 }
 
 void FastTeam::takeTasks() {
-    for (int task = next_.fetch_add(1, std::memory_order_relaxed); task < tasks_;
-         task = next_.fetch_add(1, std::memory_order_relaxed))
-        task_(context_, task);
+    while (true) {
+        const int begin = next_.fetch_add(chunk_, std::memory_order_relaxed);
+        if (begin >= tasks_) return;
+        for (int task = begin; task < std::min(begin + chunk_, tasks_); ++task) task_(context_, task);
+    }
 }
 
 void FastTeam::work() {

@@ -1,11 +1,12 @@
 // The threads of one runner: the callers of run, and num_threads - 1 workers that help them.
 //   FastTeam team(4, 20);
 //   FastTeam::Session session(team);           // for one run; gets the workers if no other run has them
-//   session.forEach(tasks, [&](int task) {...});  // on several threads, returns when all tasks are done
+//   session.forEach(tasks, floats, [&](int task) {...});  // on several threads, returns when all tasks are done
 // Tasks must write to different places. Nothing is allocated after construction. Workers wait spin_us microseconds for
 // the next tasks before they sleep.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
@@ -34,16 +35,23 @@ public:
         // Threads that forEach uses.
         int size() const { return hasWorkers_ ? static_cast<int>(team_.workers_.size()) + 1 : 1; }
 
+        // floats: that one task goes through, roughly. Little work is done without the workers, because to hand it over
+        // takes a microsecond; short tasks are handed over several at a time.
         template <typename F>
-        void forEach(int tasks, const F& f) {
-            if (!hasWorkers_ || tasks < 2) {
+        void forEach(int tasks, std::int64_t floats, const F& f) {
+            if (!hasWorkers_ || tasks < 2 || tasks * floats < 2 * kFloatsWorthSharing) {
                 for (int task = 0; task < tasks; ++task) f(task);
                 return;
             }
-            team_.runAll(tasks, [](const void* context, int task) { (*static_cast<const F*>(context))(task); }, &f);
+            const std::int64_t many = kFloatsWorthSharing / (4 * std::max<std::int64_t>(floats, 1));
+            const int chunk = static_cast<int>(std::clamp<std::int64_t>(many, 1, 1 + tasks / (4 * size())));
+            team_.runAll(
+                tasks, chunk, [](const void* context, int task) { (*static_cast<const F*>(context))(task); }, &f);
         }
 
     private:
+        static constexpr std::int64_t kFloatsWorthSharing = 16384;
+
         FastTeam& team_;
         bool hasWorkers_;
     };
@@ -51,7 +59,7 @@ public:
 private:
     using Task = void (*)(const void* context, int task);
 
-    void runAll(int tasks, Task task, const void* context);
+    void runAll(int tasks, int chunk, Task task, const void* context);
     void work();
     bool join(std::uint64_t lastRound, std::uint64_t& round);
     void takeTasks();
@@ -68,6 +76,7 @@ private:
     Task task_ = nullptr;
     const void* context_ = nullptr;
     int tasks_ = 0;
+    int chunk_ = 1;  // tasks that a thread takes at a time
 
     // The number of the round, whether it is open, and how many workers have joined it. A worker that comes after the
     // round was closed does not join, so nobody waits for workers that sleep.

@@ -49,6 +49,9 @@ private:
         for (FastNodeStep& step : node.steps)
             if (step.operand >= 0) step.operand = as(graph_.at(node.output).layout, step.operand);
         if (std::holds_alternative<FastConcat>(node.operation)) return join(node);
+        if (const auto* op = std::get_if<FastSlice>(&node.operation)) {
+            if (slice(*op, node)) return;
+        }
         graph_.nodes.push_back(std::move(node));
     }
 
@@ -74,6 +77,7 @@ private:
         }
         if (std::holds_alternative<FastElementwise>(node.operation)) return commonLayout(node);
         if (std::holds_alternative<FastConcat>(node.operation)) return layoutOfConcat(node);
+        if (std::holds_alternative<FastSlice>(node.operation)) return in.layout;
         return FastLayout::plain;
     }
 
@@ -94,14 +98,19 @@ private:
     }
 
     FastLayout layoutOfConcat(const FastNode& node) const {
+        bool anyBlocks = false;
+        for (const int input : node.inputs) anyBlocks = anyBlocks || graph_.at(input).layout == FastLayout::blocks;
+        return anyBlocks && graph_.at(node.output).shape.c >= kFewChannels ? FastLayout::blocks : FastLayout::plain;
+    }
+
+    // Whether each part begins with a block.
+    bool isAligned(const FastNode& node) const {
         int channels = 0;
-        bool anyBlocks = false, aligned = true;
         for (const int input : node.inputs) {
-            aligned = aligned && channels % kFastBlock == 0;
+            if (channels % kFastBlock != 0) return false;
             channels += graph_.at(input).shape.c;
-            anyBlocks = anyBlocks || graph_.at(input).layout == FastLayout::blocks;
         }
-        return anyBlocks && aligned ? FastLayout::blocks : FastLayout::plain;
+        return true;
     }
 
     void prepare(FastConvolution& op, FastNode& node) {
@@ -182,6 +191,10 @@ private:
             graph_.nodes.push_back(std::move(node));
             return;
         }
+        if (!isAligned(node)) {
+            graph_.nodes.push_back(std::move(node));
+            return;
+        }
         int channels = 0;
         for (int part : node.inputs) {
             const FastValue& value = graph_.at(part);
@@ -193,6 +206,21 @@ private:
             enlargeBorder(node.output, std::exchange(moved.border, {}));
             channels += moved.shape.c;
         }
+    }
+
+    // True if the result is a view of the input; else the node copies.
+    bool slice(const FastSlice& op, FastNode& node) {
+        const int input = node.inputs.front();
+        FastValue& value = graph_.at(node.output);
+        if (value.layout == FastLayout::plain) {
+            node.operation = FastBuiltIn(op.plain);
+            value.minimumFloats = std::get<FastBuiltIn>(node.operation).outputFloats;
+            return false;
+        }
+        if (op.firstChannel % kFastBlock != 0 || graph_.at(input).constant) return false;
+        value.root = input;
+        value.firstChannel = op.firstChannel;
+        return true;
     }
 
     static std::size_t index(int value) { return static_cast<std::size_t>(value); }

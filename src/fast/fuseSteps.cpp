@@ -1,9 +1,10 @@
 #include "fast/fuseSteps.h"
 
 #include <cmath>
+#include <cstdint>
 #include <utility>
 
-#include "layers/weights.h"
+#include "fast/FastWindows.h"
 
 namespace {
 
@@ -75,8 +76,7 @@ bool takesSteps(const FastNode& node) {
     return std::holds_alternative<FastConvolution>(node.operation) ||
            std::holds_alternative<FastDeconvolution>(node.operation) ||
            std::holds_alternative<FastConnection>(node.operation) ||
-           std::holds_alternative<FastPooling>(node.operation) ||
-           std::holds_alternative<FastResize>(node.operation) ||
+           std::holds_alternative<FastPooling>(node.operation) || std::holds_alternative<FastResize>(node.operation) ||
            std::holds_alternative<FastInstanceNorm>(node.operation) ||
            std::holds_alternative<FastMatmul>(node.operation) || isElementwise(node);
 }
@@ -107,7 +107,8 @@ void absorbSteps(FastGraph& graph) {
     std::vector<bool> removed(graph.nodes.size(), false);
     const auto host = [&](int value) {
         const int index = links.producerOf(value);
-        const bool fits = index >= 0 && links.usesOf(value) == 1 && takesSteps(graph.nodes[static_cast<std::size_t>(index)]);
+        const bool fits =
+            index >= 0 && links.usesOf(value) == 1 && takesSteps(graph.nodes[static_cast<std::size_t>(index)]);
         return fits ? index : -1;
     };
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
@@ -129,6 +130,33 @@ void absorbSteps(FastGraph& graph) {
         node = std::move(merged);
         links.producer[Links::at(node.output)] = static_cast<int>(i);
         removed[static_cast<std::size_t>(chosen)] = true;
+    }
+    removeNodes(graph, removed);
+}
+
+// If the node does nothing but multiply channels by factors.
+bool onlyScalesChannels(const FastNode& node) {
+    return isElementwise(node) && node.steps.size() == 1 && node.steps.front().step.kind == FastStepKind::mul &&
+           node.steps.front().kind == FastOperandKind::channels;
+}
+
+void moveFactors(FastGraph& graph) {
+    const Links links(graph);
+    std::vector<bool> removed(graph.nodes.size(), false);
+    for (FastNode& node : graph.nodes) {
+        auto* const op = std::get_if<FastConvolution>(&node.operation);
+        const int source = node.inputs.front(), index = op ? links.producerOf(source) : -1;
+        if (index < 0 || links.usesOf(source) != 1) continue;
+        const FastNode& scaling = graph.nodes[static_cast<std::size_t>(index)];
+        const nolk::TensorShape& in = graph.at(source).shape;
+        const nolk::Weights& w = op->weights;
+        const bool pointwise = w.kernelH == 1 && w.kernelW == 1 && w.groups == 1 && w.inChannels == in.c &&
+                               kindOf(*op, in, graph.at(node.output).shape) == FastConvolutionKind::direct;
+        // The elements would be read and written, the weights too.
+        if (!pointwise || !onlyScalesChannels(scaling) || w.outChannels >= std::int64_t{in.h} * in.w) continue;
+        op->hasFactors = true;
+        node.inputs = {scaling.inputs.front(), scaling.steps.front().operand};
+        removed[static_cast<std::size_t>(index)] = true;
     }
     removeNodes(graph, removed);
 }
@@ -197,5 +225,6 @@ void foldScalings(FastGraph& graph) {
 void fuseSteps(FastGraph& graph) {
     recognizeSwish(graph);
     absorbSteps(graph);
+    moveFactors(graph);
     foldScalings(graph);
 }

@@ -2,6 +2,7 @@
 
 #include "fast/FastWindows.h"
 #include "fast/layers/FastBuiltInLayer.h"
+#include "fast/layers/FastChannelsLayer.h"
 #include "fast/layers/FastConnectionLayer.h"
 #include "fast/layers/FastConvolutionLayer.h"
 #include "fast/layers/FastCopyLayer.h"
@@ -13,6 +14,7 @@
 #include "fast/layers/FastMatmulLayer.h"
 #include "fast/layers/FastPlaneLayers.h"
 #include "fast/layers/FastRowLayers.h"
+#include "fast/layers/FastTransposeLayer.h"
 
 namespace {
 
@@ -43,7 +45,7 @@ LayerPtr make(const FastConvolution& op, const Place& at) {
         case FastConvolutionKind::depthwise:
             return named<FastDepthwiseLayer>("depthwise conv", at.node, op, at.input(), at.output(), at.views);
         case FastConvolutionKind::direct:
-            return named<FastConvolutionLayer>("conv", at.node, op, at.input(), at.output(), at.views);
+            return named<FastConvolutionLayer>("conv", at.node, op, at.input(), at.output(), at.views, at.scratch);
         case FastConvolutionKind::gathered:
             break;
     }
@@ -52,7 +54,7 @@ LayerPtr make(const FastConvolution& op, const Place& at) {
 }
 
 LayerPtr make(const FastDeconvolution& op, const Place& at) {
-    return named<FastDeconvolutionLayer>("deconv", at.node, op, at.input(), at.output(), at.views);
+    return named<FastDeconvolutionLayer>("deconv", at.node, op, at.input(), at.output(), at.views, at.scratch);
 }
 
 LayerPtr make(const FastConnection& op, const Place& at) {
@@ -100,14 +102,29 @@ LayerPtr make(const FastElementwise&, const Place& at) {
     return named<FastElementwiseLayer>("eltwise", at.node, at.input(), at.output(), at.views);
 }
 
-LayerPtr make(const FastBuiltIn& op, const Place& at) {
+std::vector<FastView> inputsOf(const Place& at) {
     std::vector<FastView> inputs;
     for (const int input : at.node.inputs) inputs.push_back(at.view(input));
-    return named<FastBuiltInLayer>("built-in", op, std::move(inputs), at.output(), at.builtInCount++);
+    return inputs;
 }
 
-// Passes have turned these into views of memory.
-LayerPtr make(const FastConcat&, const Place&) { return nullptr; }
+LayerPtr make(const FastBuiltIn& op, const Place& at) {
+    return named<FastBuiltInLayer>("built-in", op, inputsOf(at), at.output(), at.builtInCount++);
+}
+
+LayerPtr make(const FastConcat&, const Place& at) {
+    return named<FastChannelsLayer>("concat", inputsOf(at), 0, at.output());
+}
+
+LayerPtr make(const FastSlice& op, const Place& at) {
+    return named<FastChannelsLayer>("slice", inputsOf(at), op.firstChannel, at.output());
+}
+
+LayerPtr make(const FastTransposition& op, const Place& at) {
+    return named<FastTransposeLayer>("transpose", op.perm, at.input(), at.output());
+}
+
+// A pass has turned these into views of memory.
 LayerPtr make(const FastReshape&, const Place&) { return nullptr; }
 
 template <typename Operation>
@@ -129,8 +146,12 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
         const nolk::TensorShape& out = graph.at(node.output).shape;
         std::int64_t count = 0;
         const auto* convolution = std::get_if<FastConvolution>(&node.operation);
-        if (convolution && kindOf(*convolution, in, out) == FastConvolutionKind::gathered)
+        if (convolution && convolution->hasFactors)
+            count = FastConvolutionLayer::scratchFloats(*convolution);
+        else if (convolution && kindOf(*convolution, in, out) == FastConvolutionKind::gathered)
             count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
+        if (const auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
+            count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
         if (std::holds_alternative<FastMatmul>(node.operation))
             count = FastMatmulLayer::scratchFloats(graph.at(node.inputs[1]).shape, numThreads);
         if (const auto* lstm = std::get_if<FastLstm>(&node.operation))

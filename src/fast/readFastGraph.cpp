@@ -82,7 +82,7 @@ constexpr int kFewChannels = 4;
 // Each function makes the node of one factory; inputs, output and call are filled in later.
 
 FastNode convolution(const RawConvolutionLayerFactory& f) {
-    return {FastConvolution{f.padding, f.stride(), f.dilation(), f.weights, {}, {}}, {}, -1, {}, -1};
+    return {FastConvolution{f.padding, f.stride(), f.dilation(), f.weights}, {}, -1, {}, -1};
 }
 
 FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
@@ -96,8 +96,10 @@ FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
         std::int64_t{out.h} + p.top + p.bottom - w.kernelH >= (std::int64_t{in.h} - 1) * f.stride().h &&
         std::int64_t{out.w} + p.left + p.right - w.kernelW >= (std::int64_t{in.w} - 1) * f.stride().w;
     FastDeconvolution op{f.padding(), f.stride(), w, {}, {}};
-    const bool regular = isFull(in) && reads && w.groups == 1 && f.stride().h > 0 && f.stride().w > 0 && allProducts &&
-                         isReasonable(borderOf(op, in, out), in);
+    // With a large stride there would be very many phases, each with weights of its own.
+    const bool fewPhases = f.stride().h > 0 && f.stride().w > 0 && std::int64_t{f.stride().h} * f.stride().w <= 64;
+    const bool regular =
+        isFull(in) && reads && w.groups == 1 && fewPhases && allProducts && isReasonable(borderOf(op, in, out), in);
     if (regular) return {std::move(op), {}, -1, {}, -1};
     // The layer may be created long after the caller has freed the arrays, so it gets copies of them.
     auto weight = std::make_shared<std::vector<float>>();
@@ -300,12 +302,21 @@ FastNode reshape(const RawReshapeLayerFactory& f) {
 FastNode slice(const RawSliceLayerFactory& f) {
     FastBuiltIn layer = builtIn<RawSliceLayer>(f, f.pos());
     layer.outputFloats = std::max(layer.outputFloats, f.writtenFloats());
+    const nolk::SlicePos pos = f.pos();
+    const TensorShape& out = f.output()->shape;
+    const bool channels = pos.axis == 1 && pos.step == 1 && f.input()->shape.dims == 3 && isFull(f.input()->shape) &&
+                          isFull(out) && out.c == pos.end - pos.start;
+    if (channels) return {FastSlice{pos.start, std::move(layer)}, {}, -1, {}, -1};
     return {std::move(layer), {}, -1, {}, -1};
 }
 
 FastNode padding(const RawPaddingLayerFactory& f) { return {builtIn<RawPaddingLayer>(f, f.padding), {}, -1, {}, -1}; }
 
 FastNode transpose(const RawTransposeLayerFactory& f) {
+    bool found[4] = {false, false, false, false};
+    for (const int axis : f.perm().axes) found[axis] = true;
+    if (found[0] && found[1] && found[2] && found[3] && isFull(f.input()->shape))
+        return {FastTransposition{f.perm()}, {}, -1, {}, -1};
     return {builtIn<RawTransposeLayer>(f, f.perm()), {}, -1, {}, -1};
 }
 

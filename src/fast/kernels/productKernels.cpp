@@ -6,10 +6,8 @@
 // Loops over a tile's registers are unrolled completely: else the sums would lie in memory.
 #ifdef __clang__
 #define NOLK_UNROLL _Pragma("unroll")
-#define NOLK_UNROLL_TWICE _Pragma("unroll 2")
 #else
 #define NOLK_UNROLL _Pragma("GCC unroll 32")
-#define NOLK_UNROLL_TWICE _Pragma("GCC unroll 2")
 #endif
 
 namespace NOLK_FAST_LEVEL {
@@ -37,6 +35,7 @@ struct Corner {
     const float* bias;
     float* y;
     const float* added;
+    const float* next;  // as many weights as a block has, which will be needed later
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
@@ -56,10 +55,11 @@ void productTile(const FastProduct& call, const Corner& at) {
     }
 
     const float* w = at.weights;
+    const float* next = at.next;
     const std::int32_t* const end = call.taps + call.tapCount;
-    // Two taps in a turn, because the loop's own additions compete with multiply-adds for the processor's ports.
-    NOLK_UNROLL_TWICE
-    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock) {
+    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += kFastBlock) {
+        // With narrower registers a tap has less work to hide the prefetch behind.
+        if constexpr (kLanes == kFastBlock) __builtin_prefetch(next, 0, 2);
         const float* const x = at.x + *tap;
         Vector weights[kWidth];
         NOLK_UNROLL
@@ -149,7 +149,7 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
     if (call.added)
         copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
-    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr});
+    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr, at.next});
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
@@ -163,17 +163,25 @@ void productOfBlocks(const FastProduct& call, int firstBlock, int blocks) {
     const float* const bias = call.bias ? call.bias + firstBlock * kFastBlock : zeros;
     float* const y = call.y + firstBlock * call.yBlock;
     const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
-    const int lanes = firstBlock + blocks == call.blocks ? call.lanes : kFastBlock;
+    const bool isLast = firstBlock + blocks == call.blocks;
+    const int lanes = isLast ? call.lanes : kFastBlock;
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
+    // Weights of the next blocks. They come from far, so each tile asks for those of one block; after the last blocks,
+    // for weights that are near.
+    int prefetched = 0;
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
             const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
             for (int r = row; r < row + rowsLeft; r += rows) {
-                const Corner at{call.x + r * call.xRow + pixel * call.xStep, weights, bias,
+                const Corner at{call.x + r * call.xRow + pixel * call.xStep,
+                                weights,
+                                bias,
                                 y + r * call.yRow + pixel * call.yStep,
-                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr};
+                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr,
+                                weights + (isLast ? 0 : blocks + prefetched) * weightsBlock};
+                prefetched = prefetched + 1 < blocks ? prefetched + 1 : 0;
                 if (lanes == kFastBlock)
                     tile(call, at);
                 else

@@ -53,7 +53,7 @@ void copyPlanes(const FastKernels& kernels, const FastView& from, float* fromBas
 
 void FastCopyLayer::run(const FastRun& run) const {
     const int planes = planesToCopy(input_, output_);
-    run.team.forEach(output_.shape.n * planes, [&](int task) {
+    run.team.forEach(output_.shape.n * planes, 2 * output_.strides.plane, [&](int task) {
         copyPlanes(run.kernels, input_, input_.base(run), output_, output_.base(run), task / planes, task % planes,
                    task % planes + 1);
     });

@@ -2,8 +2,9 @@
 // convolution with a part of the kernel.
 //   in [n, i, h, w] in blocks with a border, weights [i, o, kh, kw], out [n, o, oh, ow] in blocks, or plain with a
 //   single channel
-// Every output is one chain of fused multiply-adds: bias, then input channels, kernel rows, kernel columns. Then the
-// steps of the node.
+// If windows do not overlap and there are few output channels, the phases of an input pixel share a block: they read
+// the same inputs. Every output is one chain of fused multiply-adds: bias, then input channels, kernel rows, kernel
+// columns. Then the steps of the node.
 #pragma once
 
 #include "fast/layers/FastProductParts.h"
@@ -11,8 +12,12 @@
 
 class FastDeconvolutionLayer final : public FastLayer {
 public:
+    // scratch: offset in the arena of scratchFloats(op, input, output).
     FastDeconvolutionLayer(const FastNode& node, const FastDeconvolution& op, const FastView& input,
-                           const FastView& output, const std::vector<FastView>& views);
+                           const FastView& output, const std::vector<FastView>& views, std::ptrdiff_t scratch);
+
+    static std::int64_t scratchFloats(const FastDeconvolution& op, const nolk::TensorShape& input,
+                                      const nolk::TensorShape& output);
 
     void run(const FastRun& run) const override;
 
@@ -25,6 +30,12 @@ private:
     };
     static std::vector<Phase> phasesOf(int out, int kernel, int stride, int before);
 
+    static bool joinsPhases(const FastDeconvolution& op, const nolk::TensorShape& input,
+                            const nolk::TensorShape& output);
+    void packPhases(const FastDeconvolution& op);
+    FastProductParts packJoined(const FastDeconvolution& op) const;
+    void computeJoined(const FastRun& run, int sample, int sourceRow) const;
+    void finish(const FastRun& run, int sample, int block, int begin, int end) const;
     FastProductParts pack(const FastDeconvolution& op, const Phase& rows, const Phase& columns) const;
     void compute(const FastRun& run, int sample, std::size_t phase, int firstBlock, int blocks, int begin,
                  int end) const;
@@ -34,4 +45,6 @@ private:
     std::vector<Phase> rows_, columns_;
     std::vector<FastProductParts> parts_;  // of row phase i and column phase j at i * columns + j
     FastEpilogue epilogue_;
+    bool joinsPhases_;
+    std::ptrdiff_t scratch_;
 };

@@ -7,7 +7,7 @@ void FastElementwiseLayer::run(const FastRun& run) const {
         return;
     }
     const int planes = output_.strides.planes;
-    run.team.forEach(s.n * planes, [&](int task) {
+    run.team.forEach(s.n * planes, 2 * output_.strides.plane, [&](int task) {
         const int n = task / planes, plane = task % planes;
         steps_.applyRows(run, n, plane, 0, s.h, &input_);
         output_.clearBorder(output_.plane(run, n, plane), 0, s.h);

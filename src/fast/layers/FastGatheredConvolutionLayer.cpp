@@ -50,7 +50,7 @@ void FastGatheredConvolutionLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     // Each thread has windows of its own, and every threads_-th row.
     const std::ptrdiff_t windows = std::ptrdiff_t{tile_} * inChannels_ * kernel_.h * kernel_.w;
-    run.team.forEach(threads_, [&](int thread) {
+    run.team.forEach(threads_, std::int64_t{out.n} * out.h * out.w * windows / tile_, [&](int thread) {
         float* const own = run.arena.floats.data() + scratch_ + thread * windows;
         for (int n = 0; n < out.n; ++n)
             for (int row = thread; row < out.h; row += threads_) {
@@ -87,8 +87,8 @@ void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int g
             call.y = output_.plane(run, sample, part.firstBlock) + row * output_.strides.row + first * call.yStep +
                      part.firstLane;
             if (epilogue_.hasAdded)
-                call.added = epilogue_.added.plane(run, sample, part.firstBlock) +
-                             row * epilogue_.added.strides.row + first * call.addedStep + part.firstLane;
+                call.added = epilogue_.added.plane(run, sample, part.firstBlock) + row * epilogue_.added.strides.row +
+                             first * call.addedStep + part.firstLane;
             run.kernels.product(call);
         }
     }
@@ -102,7 +102,8 @@ void FastGatheredConvolutionLayer::gather(const float* sample, int group, int ro
         for (int kh = 0; kh < kernel_.h; ++kh) {
             const std::int64_t h = std::int64_t{row} * stride_.h - padding_.top + std::int64_t{kh} * dilation_.h;
             for (int kw = 0; kw < kernel_.w; ++kw) {
-                const std::int64_t w = std::int64_t{column} * stride_.w - padding_.left + std::int64_t{kw} * dilation_.w;
+                const std::int64_t w =
+                    std::int64_t{column} * stride_.w - padding_.left + std::int64_t{kw} * dilation_.w;
                 const bool inside = h >= 0 && h < in.h && w >= 0 && w < in.w;
                 *window++ = inside ? plane[h * input_.strides.row + w] : 0.0f;
             }

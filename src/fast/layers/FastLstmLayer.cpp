@@ -63,12 +63,13 @@ void FastLstmLayer::run(const FastRun& run) const {
     const std::ptrdiff_t floats = passFloats(hidden_, steps_);
     float* const scratch = run.arena.floats.data() + scratch_;
     const int blocks = gateFloats_ / kFastBlock, ranges = (blocks + kBlocksOfTask - 1) / kBlocksOfTask;
-    run.team.forEach(n * passes * ranges, [&](int task) {
+    const std::int64_t units = std::int64_t{steps_} * gateFloats_;
+    run.team.forEach(n * passes * ranges, units * inputs_ / (4 * ranges), [&](int task) {
         const int chain = task / ranges, begin = task % ranges * kBlocksOfTask;
-        multiplyInputs(run, chain / passes, passes_[static_cast<std::size_t>(chain % passes)],
-                       scratch + chain * floats, begin, std::min(begin + kBlocksOfTask, blocks));
+        multiplyInputs(run, chain / passes, passes_[static_cast<std::size_t>(chain % passes)], scratch + chain * floats,
+                       begin, std::min(begin + kBlocksOfTask, blocks));
     });
-    run.team.forEach(n * passes, [&](int chain) {
+    run.team.forEach(n * passes, units * hidden_ / 4, [&](int chain) {
         const Pass& pass = passes_[static_cast<std::size_t>(chain % passes)];
         float* const gates = scratch + chain * floats;
         float* const cell = gates + std::ptrdiff_t{steps_} * gateFloats_;

@@ -41,7 +41,7 @@ void FastMatmulLayer::run(const FastRun& run) const {
     const int k = a_.shape.w, ranges = (blocksOf(out.w) + kBlocksOfTask - 1) / kBlocksOfTask;
     const int tasks = out.n * out.c * ranges;
     // Each thread has packed columns of its own, and every threads_-th task.
-    run.team.forEach(threads_, [&](int thread) {
+    run.team.forEach(threads_, std::int64_t{out.n} * out.c * out.h * out.w * k / (4 * threads_), [&](int thread) {
         float* const packed =
             run.arena.floats.data() + scratch_ + std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock * k;
         for (int task = thread; task < tasks; task += threads_) {
@@ -69,6 +69,6 @@ void FastMatmulLayer::run(const FastRun& run) const {
         }
     });
     if (!steps_.empty())
-        run.team.forEach(out.n * out.c,
+        run.team.forEach(out.n * out.c, output_.strides.plane,
                          [&](int task) { steps_.applyRows(run, task / out.c, task % out.c, 0, out.h); });
 }

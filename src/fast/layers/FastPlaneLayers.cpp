@@ -7,7 +7,8 @@
 void FastPoolingLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int planes = output_.strides.planes;
-    run.team.forEach(out.n * planes, [&](int task) {
+    const std::int64_t floats = output_.strides.plane * std::min(op_.kernel.h, 16) * std::min(op_.kernel.w, 16);
+    run.team.forEach(out.n * planes, floats, [&](int task) {
         const int n = task / planes, plane = task % planes;
         FastPool call;
         call.type = op_.type;
@@ -31,7 +32,7 @@ void FastPoolingLayer::run(const FastRun& run) const {
 
 void FastPlaneReductionLayer::run(const FastRun& run) const {
     const int planes = output_.strides.planes;
-    run.team.forEach(output_.shape.n * planes, [&](int task) {
+    run.team.forEach(output_.shape.n * planes, input_.strides.plane, [&](int task) {
         FastPlaneReduction call;
         call.op = op_;
         call.x = input_.plane(run, task / planes, task % planes);
@@ -61,7 +62,7 @@ FastInstanceNormalizationLayer::FastInstanceNormalizationLayer(const FastNode& n
 void FastInstanceNormalizationLayer::run(const FastRun& run) const {
     const nolk::TensorShape& s = output_.shape;
     const int planes = output_.strides.planes;
-    run.team.forEach(s.n * planes, [&](int task) {
+    run.team.forEach(s.n * planes, 3 * output_.strides.plane, [&](int task) {
         const int n = task / planes, plane = task % planes;
         if (output_.layout == FastLayout::plain) {
             FastRowNormalization call;
@@ -95,26 +96,31 @@ FastResizeLayer::FastResizeLayer(const FastNode& node, const FastResize& op, con
                                  const FastView& output, const std::vector<FastView>& views)
     : input_(input),
       output_(output),
-      rows_(axisOf(op, input.shape.h, output.shape.h)),
-      columns_(axisOf(op, input.shape.w, output.shape.w)),
+      rows_(axisOf(modeOf(op, input.shape), op.transMode, input.shape.h, output.shape.h)),
+      columns_(axisOf(modeOf(op, input.shape), op.transMode, input.shape.w, output.shape.w)),
       steps_(node.steps, views, output) {}
 
-FastResizeLayer::Axis FastResizeLayer::axisOf(const FastResize& op, int in, int out) {
+// A single pixel is copied.
+nolk::ResizeMode FastResizeLayer::modeOf(const FastResize& op, const nolk::TensorShape& in) {
+    return in.h == 1 && in.w == 1 ? nolk::ResizeMode::nearest : op.mode;
+}
+
+FastResizeLayer::Axis FastResizeLayer::axisOf(nolk::ResizeMode mode, nolk::ResizeTransMode transMode, int in, int out) {
     Axis axis;
     const auto count = static_cast<std::size_t>(out);
     axis.first.resize(count);
-    if (op.mode == nolk::ResizeMode::nearest) {
+    if (mode == nolk::ResizeMode::nearest) {
         const double scale = static_cast<double>(in) / out;
-        for (int i = 0; i < out; ++i) axis.first[static_cast<std::size_t>(i)] = std::min(static_cast<int>(i * scale), in - 1);
+        for (int i = 0; i < out; ++i)
+            axis.first[static_cast<std::size_t>(i)] = std::min(static_cast<int>(i * scale), in - 1);
         axis.second = axis.first;
         return axis;
     }
     std::vector<float> pairs(2 * count);
-    RawResizeLayer::linear_coeffs(in, out, axis.first.data(), pairs.data(), static_cast<int>(op.transMode));
+    RawResizeLayer::linear_coeffs(in, out, axis.first.data(), pairs.data(), static_cast<int>(transMode));
     for (std::size_t i = 0; i < count; ++i) {
         axis.weight.push_back(pairs[2 * i + 1]);
         axis.second.push_back(std::min(axis.first[i] + 1, in - 1));
-        axis.first[i] = std::max(axis.first[i], 0);  // before the only pixel there is one of weight 0
     }
     return axis;
 }
@@ -122,17 +128,17 @@ FastResizeLayer::Axis FastResizeLayer::axisOf(const FastResize& op, int in, int 
 void FastResizeLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int planes = output_.strides.planes;
-    run.team.forEach(out.n * planes, [&](int task) {
+    run.team.forEach(out.n * planes, 2 * output_.strides.plane, [&](int task) {
         const int n = task / planes, plane = task % planes;
         const float* const x = input_.plane(run, n, plane);
         float* const y = output_.plane(run, n, plane);
         for (int row = 0; row < out.h; ++row) {
             const auto r = static_cast<std::size_t>(row);
             FastResizeRow call;
-            call.x0 = x + rows_.first[r] * input_.strides.row;
+            call.x0 = rows_.first[r] < 0 ? nullptr : x + rows_.first[r] * input_.strides.row;
             call.x1 = x + rows_.second[r] * input_.strides.row;
             call.rowWeight = rows_.weight.empty() ? 0.0f : rows_.weight[r];
-            call.left = columns_.first.data();
+            call.left = columns_.first.front() < 0 ? nullptr : columns_.first.data();
             call.right = columns_.second.data();
             call.columnWeight = columns_.weight.empty() ? nullptr : columns_.weight.data();
             call.y = y + row * output_.strides.row;

@@ -61,12 +61,14 @@ public:
     void run(const FastRun& run) const override;
 
 private:
-    // For each output index: the two source indices, and the weight of the second.
+    // For each output index: the two source indices, and the weight of the second. If there is a single source, the
+    // first index is -1 and has weight 0.
     struct Axis {
         std::vector<int> first, second;
         std::vector<float> weight;  // empty for nearest
     };
-    static Axis axisOf(const FastResize& op, int in, int out);
+    static nolk::ResizeMode modeOf(const FastResize& op, const nolk::TensorShape& in);
+    static Axis axisOf(nolk::ResizeMode mode, nolk::ResizeTransMode transMode, int in, int out);
 
     FastView input_, output_;
     Axis rows_, columns_;
