@@ -12,6 +12,7 @@ int main(int argc, char** argv) {
     compareLayers();
     compareDigits();
     compareFastKernels();
+    compareFastNetworks();
     compareLoads();
     comparePlanning();
     compareBatching();

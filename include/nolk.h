@@ -156,7 +156,8 @@ public:
     // with a batch above 1, which lets its callers finish.
     virtual void destroy() = 0;
 
-    // Whether run may be called from several threads at once. A wrapped runner may be, although it answers false.
+    // Whether run may be called from several threads at once. NolkFast's runners may, NolkRaw's may not. A wrapped
+    // runner may be, although it answers false.
     virtual bool isThreadSafe() { return false; }
 
 protected:
@@ -334,6 +335,11 @@ protected:
 // path or this library's folder. That library must export nolk_new_runner_builder_impl(const char* cfg) and
 // nolk_new_runner; both get the settings only. Settings of NolkRaw: num_threads (default 1), the threads of one matrix
 // product; gemm_thresh (default 2000000), the number of multiply-adds from which a product is split between threads.
+//
+// "NolkFast:num_threads=2" is the fast back end, which is installed with the library: shorter runs, the same bits on
+// every machine, runners that any number of threads may call. Its settings: num_threads (default 1), the threads of one
+// run; spin_us (default 20), the microseconds that they wait for work before they sleep; arenas (default 1), the runs
+// at the same time for which memory is allocated beforehand. docs/fast.md describes it.
 extern "C" {
 
 // The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_* are the version of the library.
@@ -343,7 +349,8 @@ NOLK_API const char* nolk_version();
 NOLK_API nolk::ModelReader* nolk_new_model_reader();
 
 // A new builder, or null when the implementation cannot be loaded. Throws std::invalid_argument or std::out_of_range,
-// with the text "stol", for a setting that is not a number.
+// with the text "stol", for a setting that is not a number. NolkFast throws std::invalid_argument, with a text that
+// names the setting, for every setting that it does not know or cannot use.
 NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 
 // Returns a runner that many threads may call. It splits their tensors into single items and runs these by `runner`,

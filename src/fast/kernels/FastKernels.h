@@ -29,10 +29,10 @@ struct FastKernels {
     void (*transpose)(const FastTranspose&);
 };
 
-// The best that this processor supports, or the one that forceFastKernels has set.
+// The best that this processor supports, or the one that forceFastKernels has set. There must be one.
 const FastKernels& fastKernels();
 
-// All that this processor supports, the best one last.
+// All that this processor supports, the best one last; none on x86-64 without AVX2 and FMA.
 const std::vector<const FastKernels*>& supportedFastKernels();
 
 // For tests and benchmarks; null for the best one again. Runners that exist already keep theirs.

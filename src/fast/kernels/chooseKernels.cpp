@@ -17,11 +17,14 @@ extern const FastKernels kernels;
 
 namespace {
 
-// Finds the instruction sets that this processor supports. The library itself needs x86-64-v3, so that is not tested.
-// Of v4, every feature is tested.
+// Finds the instruction sets that this processor supports. A library that was built for older processors finds none on
+// them. Of v4, every feature is tested.
 std::vector<const FastKernels*> findSupported() {
 #ifdef __x86_64__
-    std::vector<const FastKernels*> found{&fast_x86_64_v3::kernels};
+    std::vector<const FastKernels*> found;
+    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma") || !__builtin_cpu_supports("bmi2"))
+        return found;
+    found.push_back(&fast_x86_64_v3::kernels);
     if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512cd") &&
         __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl"))
         found.push_back(&fast_x86_64_v4::kernels);
