@@ -164,8 +164,10 @@ private:
         const TensorShape in = graph_.at(node.inputs.front()).shape;
         const TensorShape out = graph_.at(node.output).shape;
         const bool same = in.n == out.n && in.c == out.c && in.h == out.h && in.w == out.w;
-        const int source = same ? node.inputs.front() : as(FastLayout::plain, node.inputs.front());
+        int source = same ? node.inputs.front() : as(FastLayout::plain, node.inputs.front());
         FastValue& value = graph_.at(node.output);
+        // A view of a view would make long chains.
+        if (graph_.at(source).root >= 0 && graph_.at(source).reshaped) source = graph_.at(source).root;
         value.layout = graph_.at(source).layout;
         value.constant = graph_.at(source).constant;
         value.root = source;
@@ -202,21 +204,23 @@ private:
     std::map<int, int> copies_;  // of values in the other layout
 };
 
-bool isRoot(const FastGraph& graph, int value) {
-    for (const FastValue& other : graph.values)
-        if (other.root == value) return true;
-    return false;
+std::vector<bool> findRoots(const FastGraph& graph) {
+    std::vector<bool> isRoot(graph.values.size(), false);
+    for (const FastValue& value : graph.values)
+        if (value.root >= 0) isRoot[static_cast<std::size_t>(value.root)] = true;
+    return isRoot;
 }
 
 // Inputs of the network that are only copied to blocks are copied there from the host's memory.
 void takeInputsInBlocks(FastGraph& graph) {
     const std::vector<int> uses = graph.countUses();
+    const std::vector<bool> isRoot = findRoots(graph);
     std::vector<FastNode> kept;
     for (FastNode& node : graph.nodes) {
         const int source = node.inputs.front();
         const FastValue& value = graph.at(source);
         const bool replaces = std::holds_alternative<FastCopy>(node.operation) && value.host >= 0 &&
-                              uses[static_cast<std::size_t>(source)] == 1 && !isRoot(graph, source);
+                              uses[static_cast<std::size_t>(source)] == 1 && !isRoot[static_cast<std::size_t>(source)];
         if (!replaces) {
             kept.push_back(std::move(node));
             continue;
@@ -230,9 +234,7 @@ void takeInputsInBlocks(FastGraph& graph) {
 // An element-wise node writes over its input if nothing else needs that.
 void shareMemory(FastGraph& graph) {
     const std::vector<int> uses = graph.countUses();
-    std::vector<bool> hasParts(graph.values.size(), false);
-    for (const FastValue& value : graph.values)
-        if (value.root >= 0) hasParts[static_cast<std::size_t>(value.root)] = true;
+    std::vector<bool> hasParts = findRoots(graph);
     for (const FastNode& node : graph.nodes) {
         if (!std::holds_alternative<FastElementwise>(node.operation)) continue;
         const int source = node.inputs.front();

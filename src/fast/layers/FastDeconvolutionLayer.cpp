@@ -9,15 +9,29 @@ FastDeconvolutionLayer::FastDeconvolutionLayer(const FastNode& node, const FastD
       stride_(op.stride),
       rows_(phasesOf(output.shape.h, op.weights.kernelH, op.stride.h, op.padding.top)),
       columns_(phasesOf(output.shape.w, op.weights.kernelW, op.stride.w, op.padding.left)),
+      columnPhases_(usingKernel(columns_)),
+      bias_(pack(op, {}, {})),
       epilogue_(node, views, output) {
     for (const Phase& rows : rows_)
-        for (const Phase& columns : columns_) parts_.push_back(pack(op, rows, columns));
+        for (const Phase& columns : columns_)
+            if (!rows.kernel.empty() && !columns.kernel.empty()) parts_.push_back(pack(op, rows, columns));
+}
+
+std::size_t FastDeconvolutionLayer::usingKernel(const std::vector<Phase>& phases) {
+    return static_cast<std::size_t>(
+        std::count_if(phases.begin(), phases.end(), [](const Phase& phase) { return !phase.kernel.empty(); }));
+}
+
+const FastProductParts& FastDeconvolutionLayer::partsOf(const Phase& rows, const Phase& columns) const {
+    if (rows.kernel.empty() || columns.kernel.empty()) return bias_;
+    return parts_[rows.number * columnPhases_ + columns.number];
 }
 
 // Position p is the sum over kernel indices k, with p + before - k = source * stride.
 std::vector<FastDeconvolutionLayer::Phase> FastDeconvolutionLayer::phasesOf(int out, int kernel, int stride,
                                                                             int before) {
     std::vector<Phase> phases;
+    std::size_t number = 0;
     for (int first = 0; first < std::min(stride, out); ++first) {
         Phase phase;
         phase.first = first;
@@ -25,6 +39,7 @@ std::vector<FastDeconvolutionLayer::Phase> FastDeconvolutionLayer::phasesOf(int 
         const int smallest = ((first + before) % stride + stride) % stride;
         for (int k = smallest; k < kernel; k += stride) phase.kernel.push_back(k);
         phase.source = (first + before - smallest) / stride;
+        if (!phase.kernel.empty()) phase.number = number++;
         phases.push_back(std::move(phase));
     }
     return phases;
@@ -39,10 +54,9 @@ FastProductParts FastDeconvolutionLayer::pack(const FastDeconvolution& op, const
     for (int i = 0; i < inChannels; ++i)
         for (std::size_t kh = 0; kh < rows.kernel.size(); ++kh)
             for (std::size_t kw = 0; kw < columns.kernel.size(); ++kw)
-                taps.push_back(static_cast<std::int32_t>(
-                    i / kFastBlock * input_.strides.plane + i % kFastBlock -
-                    static_cast<std::ptrdiff_t>(kh) * input_.strides.row -
-                    static_cast<std::ptrdiff_t>(kw) * input_.strides.pixel));
+                taps.push_back(static_cast<std::int32_t>(i / kFastBlock * input_.strides.plane + i % kFastBlock -
+                                                         static_cast<std::ptrdiff_t>(kh) * input_.strides.row -
+                                                         static_cast<std::ptrdiff_t>(kw) * input_.strides.pixel));
     for (int o = 0; o < w.outChannels; ++o)
         for (int i = 0; i < inChannels; ++i)
             for (const int kh : rows.kernel)
@@ -70,7 +84,7 @@ void FastDeconvolutionLayer::run(const FastRun& run) const {
     run.team.forEach(out.n * ranges * pieces, [&](int task) {
         const int piece = task % pieces, range = task / pieces % ranges, sample = task / pieces / ranges;
         const int firstBlock = range * blocks, count = std::min(blocks, planes - firstBlock);
-        for (std::size_t phase = 0; phase < parts_.size(); ++phase)
+        for (std::size_t phase = 0; phase < rows_.size() * columns_.size(); ++phase)
             compute(run, sample, phase, firstBlock, count, piece * pieceRows, (piece + 1) * pieceRows);
         const int begin = piece * pieceRows * stride_.h;
         const int end = std::min((piece + 1) * pieceRows * stride_.h, out.h);
@@ -86,7 +100,7 @@ void FastDeconvolutionLayer::compute(const FastRun& run, int sample, std::size_t
                                      int begin, int end) const {
     const Phase& rows = rows_[phase / columns_.size()];
     const Phase& columns = columns_[phase % columns_.size()];
-    const FastProductParts& parts = parts_[phase];
+    const FastProductParts& parts = partsOf(rows, columns);
     const FastProductPart& part = parts.parts.front();
     FastProduct call;
     call.rows = std::min(end, rows.positions) - begin;
@@ -100,8 +114,8 @@ void FastDeconvolutionLayer::compute(const FastRun& run, int sample, std::size_t
     const auto place = [&](const FastView& view, std::ptrdiff_t& row, std::ptrdiff_t& step) {
         row = stride_.h * view.strides.row;
         step = stride_.w * view.strides.pixel;
-        return view.plane(run, sample, firstBlock) + (rows.first + std::ptrdiff_t{begin} * stride_.h) * view.strides.row +
-               columns.first * view.strides.pixel;
+        return view.plane(run, sample, firstBlock) +
+               (rows.first + std::ptrdiff_t{begin} * stride_.h) * view.strides.row + columns.first * view.strides.pixel;
     };
     call.y = place(output_, call.yRow, call.yStep);
     call.yBlock = output_.strides.plane;

@@ -22,16 +22,21 @@ private:
     struct Phase {
         int first = 0, positions = 0, source = 0;
         std::vector<int> kernel;
+        std::size_t number = 0;  // among the phases that use any
     };
     static std::vector<Phase> phasesOf(int out, int kernel, int stride, int before);
+    static std::size_t usingKernel(const std::vector<Phase>& phases);
 
     FastProductParts pack(const FastDeconvolution& op, const Phase& rows, const Phase& columns) const;
+    const FastProductParts& partsOf(const Phase& rows, const Phase& columns) const;
     void compute(const FastRun& run, int sample, std::size_t phase, int firstBlock, int blocks, int begin,
                  int end) const;
 
     FastView input_, output_;
     nolk::DimsHW stride_;
     std::vector<Phase> rows_, columns_;
-    std::vector<FastProductParts> parts_;  // of row phase i and column phase j at i * columns + j
+    std::vector<FastProductParts> parts_;  // of all pairs of phases that use the kernel
+    std::size_t columnPhases_;             // that use the kernel
+    FastProductParts bias_;                // of all other pairs; a large stride leaves many
     FastEpilogue epilogue_;
 };
