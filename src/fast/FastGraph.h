@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -128,6 +129,8 @@ struct FastNode {
     std::vector<FastNodeStep> steps;
     int call = -1;  // see nolk::LayerDescription
 };
+// Nodes move when a list of them grows. A copy would leave weights pointing into the original's arrays.
+static_assert(std::is_nothrow_move_constructible_v<FastNode>);
 
 struct FastValue {
     nolk::TensorShape shape;

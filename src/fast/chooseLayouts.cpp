@@ -174,8 +174,10 @@ private:
         const TensorShape in = graph_.at(node.inputs.front()).shape;
         const TensorShape out = graph_.at(node.output).shape;
         const bool same = in.n == out.n && in.c == out.c && in.h == out.h && in.w == out.w;
-        const int source = same ? node.inputs.front() : as(FastLayout::plain, node.inputs.front());
+        int source = same ? node.inputs.front() : as(FastLayout::plain, node.inputs.front());
         FastValue& value = graph_.at(node.output);
+        // A view of a view would make long chains.
+        if (graph_.at(source).root >= 0 && graph_.at(source).reshaped) source = graph_.at(source).root;
         value.layout = graph_.at(source).layout;
         value.constant = graph_.at(source).constant;
         value.root = source;
@@ -231,21 +233,23 @@ private:
     std::map<int, int> copies_;  // of values in the other layout
 };
 
-bool isRoot(const FastGraph& graph, int value) {
-    for (const FastValue& other : graph.values)
-        if (other.root == value) return true;
-    return false;
+std::vector<bool> findRoots(const FastGraph& graph) {
+    std::vector<bool> isRoot(graph.values.size(), false);
+    for (const FastValue& value : graph.values)
+        if (value.root >= 0) isRoot[static_cast<std::size_t>(value.root)] = true;
+    return isRoot;
 }
 
 // Inputs of the network that are only copied to blocks are copied there from the host's memory.
 void takeInputsInBlocks(FastGraph& graph) {
     const std::vector<int> uses = graph.countUses();
+    const std::vector<bool> isRoot = findRoots(graph);
     std::vector<FastNode> kept;
     for (FastNode& node : graph.nodes) {
         const int source = node.inputs.front();
         const FastValue& value = graph.at(source);
         const bool replaces = std::holds_alternative<FastCopy>(node.operation) && value.host >= 0 &&
-                              uses[static_cast<std::size_t>(source)] == 1 && !isRoot(graph, source);
+                              uses[static_cast<std::size_t>(source)] == 1 && !isRoot[static_cast<std::size_t>(source)];
         if (!replaces) {
             kept.push_back(std::move(node));
             continue;
@@ -262,10 +266,10 @@ void takeInputsInBlocks(FastGraph& graph) {
 class SharedMemory {
 public:
     explicit SharedMemory(FastGraph& graph)
-        : graph_(graph), lastNode_(graph.values.size(), -1), isShared_(graph.values.size(), false) {
-        isView_.resize(graph.values.size(), false);
-        for (const FastValue& value : graph.values)
-            if (value.root >= 0) isView_[at(value.root)] = true;
+        : graph_(graph),
+          lastNode_(graph.values.size(), -1),
+          hasViews_(findRoots(graph)),
+          isShared_(graph.values.size(), false) {
         for (std::size_t i = 0; i < graph.nodes.size(); ++i)
             forEachSource(graph.nodes[i],
                           [&](int source) { lastNode_[at(graph.rootOf(source))] = static_cast<int>(i); });
@@ -298,8 +302,8 @@ private:
         forEachSource(node, [&](int other) { readings += graph_.rootOf(other) == root ? 1 : 0; });
         const FastValue& value = graph_.at(source);
         return readings == 1 && lastNode_[at(root)] == index && !value.constant &&
-               (value.root < 0 || isShared_[at(source)]) && !isView_[at(root)] && graph_.at(node.output).root < 0 &&
-               !isView_[at(node.output)] && graph_.at(node.output).layout == value.layout;
+               (value.root < 0 || isShared_[at(source)]) && !hasViews_[at(root)] && graph_.at(node.output).root < 0 &&
+               !hasViews_[at(node.output)] && graph_.at(node.output).layout == value.layout;
     }
 
     void share(int output, int root) {
@@ -313,7 +317,7 @@ private:
 
     FastGraph& graph_;
     std::vector<int> lastNode_;   // that reads a root
-    std::vector<bool> isView_;    // whether a view that a pass before this one has made lies in the value
+    std::vector<bool> hasViews_;  // that passes before this one have made
     std::vector<bool> isShared_;  // by this pass
 };
 

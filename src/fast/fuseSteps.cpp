@@ -1,5 +1,6 @@
 #include "fast/fuseSteps.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <utility>
@@ -163,8 +164,7 @@ void moveFactors(FastGraph& graph) {
 
 // Multiplies rows of weights and the bias: w *= factor, b = b * factor + addend. `rowOf` gives the channel of a row.
 struct Scaling {
-    const std::vector<float>& factor;
-    const std::vector<float>& addend;
+    std::vector<float> factor, addend;
 
     std::vector<float> bias(const nolk::Weights& w) const {
         std::vector<float> scaled(factor.size());
@@ -176,8 +176,22 @@ struct Scaling {
     }
 };
 
-bool beginsWithScaling(const FastNode& node) {
-    return !node.steps.empty() && node.steps.front().step.kind == FastStepKind::scaleAdd;
+bool isScaling(const FastNodeStep& step) { return step.step.kind == FastStepKind::scaleAdd; }
+
+// Several scalings as one, so that the weights are multiplied once. In double, so that each value is rounded once.
+Scaling combined(std::vector<FastNodeStep>::const_iterator step, std::vector<FastNodeStep>::const_iterator end) {
+    std::vector<double> factor(step->first.begin(), step->first.end());
+    std::vector<double> addend(step->second.begin(), step->second.end());
+    while (++step != end)
+        for (std::size_t c = 0; c < factor.size(); ++c) {
+            const double next = static_cast<double>(step->first[c]);
+            factor[c] *= next;
+            addend[c] = addend[c] * next + static_cast<double>(step->second[c]);
+        }
+    Scaling scaling;
+    for (const double value : factor) scaling.factor.push_back(static_cast<float>(value));
+    for (const double value : addend) scaling.addend.push_back(static_cast<float>(value));
+    return scaling;
 }
 
 // Weights [in, out, kernelH, kernelW].
@@ -205,8 +219,9 @@ void fold(FastConnection& op, const Scaling& scaling, int inChannels) {
 
 void foldScalings(FastGraph& graph) {
     for (FastNode& node : graph.nodes) {
-        while (beginsWithScaling(node)) {
-            const Scaling scaling{node.steps.front().first, node.steps.front().second};
+        const auto end = std::find_if_not(node.steps.begin(), node.steps.end(), isScaling);
+        if (end != node.steps.begin()) {
+            const Scaling scaling = combined(node.steps.begin(), end);
             const int inChannels = graph.values[Links::at(node.inputs.front())].shape.c;
             if (auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
                 fold(*deconvolution, scaling, inChannels);
@@ -214,8 +229,8 @@ void foldScalings(FastGraph& graph) {
                      connection && connection->weights.groups == 1 && connection->weights.weight)
                 fold(*connection, scaling, inChannels);
             else
-                break;
-            node.steps.erase(node.steps.begin());
+                continue;
+            node.steps.erase(node.steps.begin(), end);
         }
     }
 }

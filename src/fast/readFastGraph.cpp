@@ -234,9 +234,27 @@ FastNode l2Normalization(const RawL2NormalizationLayerFactory& f) {
     return {builtIn<RawL2NormalizationLayer>(f), {}, -1, {}, -1};
 }
 
+// The softmax of an unknown axis: the built-in layer only prints a message, and leaves the values as they are.
+class FastUnknownSoftmaxLayer final : public Layer {
+public:
+    FastUnknownSoftmaxLayer(nolk::Tensor input, nolk::Tensor output, int axis)
+        : input_(input), output_(output), builtIn_(output, output, axis) {}
+
+    void run(AlignedMemory<float>& scratch) override {
+        std::copy_n(input_.data, elementCount(input_.shape), output_.data);
+        builtIn_.run(scratch);
+    }
+
+private:
+    nolk::Tensor input_, output_;
+    RawSoftMaxLayer builtIn_;
+};
+
 FastNode softmax(const RawSoftMaxLayerFactory& f) {
-    if (isFull(f.input()->shape) && f.axis() >= 1 && f.axis() <= 3) return {FastSoftmaxAlong{f.axis()}, {}, -1, {}, -1};
-    return {builtIn<RawSoftMaxLayer>(f, f.axis()), {}, -1, {}, -1};
+    const bool known = f.axis() >= 1 && f.axis() <= 3;
+    if (known && isFull(f.input()->shape)) return {FastSoftmaxAlong{f.axis()}, {}, -1, {}, -1};
+    if (known) return {builtIn<RawSoftMaxLayer>(f, f.axis()), {}, -1, {}, -1};
+    return {builtIn<FastUnknownSoftmaxLayer>(f, f.axis()), {}, -1, {}, -1};
 }
 
 FastNode resize(const RawResizeLayerFactory& f) {

@@ -34,8 +34,8 @@ inline std::vector<int> writtenShape(const std::vector<Shape>& shapes, const Rec
 }
 
 // Ordinary values and special ones; with the inputs' storage free for the result, and with inputs that must keep their
-// values; twice in a row. By bits where tolerance is 0 and the back end has the same order of operations; with a tolerance,
-// with ordinary values alone.
+// values; twice in a row. By bits where tolerance is 0 and the back end has the same order of operations; with a
+// tolerance, with ordinary values alone.
 inline void expectReference(const std::vector<Shape>& shapes, const Record& record, float tolerance = 0.0f,
                             const char* cfg = nullptr) {
     const float allowed = std::max(tolerance, backEndTolerance());

@@ -10,13 +10,18 @@ namespace {
 
 constexpr int kBlocksOfTask = 8;
 
-FastProductParts packed(const FastConnection& op, int inputs) {
+// Blocks may have a border, which another consumer needs.
+FastProductParts packed(const FastConnection& op, const FastView& input) {
+    const int inputs = std::max(quotient(input.shape.c, op.weights.groups), 0);
     nolk::Weights w = op.weights;
     w.groups = 1;
     w.inChannels = inputs;
     w.kernelH = w.kernelW = 1;
     std::vector<std::int32_t> taps(static_cast<std::size_t>(inputs));
     std::iota(taps.begin(), taps.end(), 0);
+    if (input.layout == FastLayout::blocks)
+        for (std::int32_t& tap : taps)
+            tap = static_cast<std::int32_t>(tap / kFastBlock * input.strides.plane + tap % kFastBlock);
     return FastProductParts::pack(w, {taps});
 }
 
@@ -28,7 +33,7 @@ FastConnectionLayer::FastConnectionLayer(const FastNode& node, const FastConnect
       output_(output),
       rows_(op.weights.groups * input.shape.n),
       outputs_(op.weights.outChannels),
-      parts_(packed(op, std::max(quotient(input.shape.c, op.weights.groups), 0))),
+      parts_(packed(op, input)),
       steps_(node.steps, views, output) {}
 
 void FastConnectionLayer::run(const FastRun& run) const {
@@ -39,7 +44,7 @@ void FastConnectionLayer::run(const FastRun& run) const {
         const int begin = task * kBlocksOfTask, end = std::min(begin + kBlocksOfTask, part.blocks);
         FastProduct call;
         parts_.set(call, part, begin, end);
-        call.x = input_.base(run);
+        call.x = input_.plane(run, 0, 0);
         call.xStep = rows_ == input_.shape.n ? input_.strides.sample : call.tapCount;
         call.rows = 1;
         call.pixels = rows_;

@@ -44,7 +44,14 @@ FastGatheredConvolutionLayer::FastGatheredConvolutionLayer(const FastNode& node,
       epilogue_(node, views, output),
       scratch_(scratch),
       tile_(tilePixels(op, output.shape)),
-      threads_(numThreads) {}
+      threads_(numThreads) {
+    const std::int64_t outChannels = op.weights.outChannels;
+    for (const FastProductPart& part : parts_.parts) {
+        const std::int64_t group = (part.firstBlock * kFastBlock + part.firstLane) / outChannels;
+        firstParts_.resize(static_cast<std::size_t>(group) + 1, static_cast<std::size_t>(&part - parts_.parts.data()));
+    }
+    firstParts_.push_back(parts_.parts.size());
+}
 
 void FastGatheredConvolutionLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
@@ -65,7 +72,6 @@ void FastGatheredConvolutionLayer::run(const FastRun& run) const {
 
 void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int group, int row, float* windows) const {
     const std::ptrdiff_t length = std::ptrdiff_t{inChannels_} * kernel_.h * kernel_.w;
-    const int outChannels = output_.shape.c / groups_;
     for (int first = 0; first < output_.shape.w; first += tile_) {
         FastProduct call;
         call.x = windows;
@@ -80,8 +86,9 @@ void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int g
         call.addedBlock = epilogue_.added.strides.plane;
         call.low = epilogue_.low;
         call.high = epilogue_.high;
-        for (const FastProductPart& part : parts_.parts) {
-            if ((part.firstBlock * kFastBlock + part.firstLane) / outChannels != group) continue;
+        const std::size_t last = firstParts_[static_cast<std::size_t>(group) + 1];
+        for (std::size_t i = firstParts_[static_cast<std::size_t>(group)]; i < last; ++i) {
+            const FastProductPart& part = parts_.parts[i];
             parts_.set(call, part, 0, part.blocks);
             if (output_.layout == FastLayout::plain) call.lanes = 1;
             call.y = output_.plane(run, sample, part.firstBlock) + row * output_.strides.row + first * call.yStep +

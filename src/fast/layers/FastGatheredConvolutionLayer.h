@@ -28,6 +28,7 @@ private:
     nolk::DimsHW stride_, dilation_, kernel_;
     int inChannels_, groups_;
     FastProductParts parts_;
+    std::vector<std::size_t> firstParts_;  // of each group, and the end
     FastEpilogue epilogue_;
     std::ptrdiff_t scratch_;
     int tile_, threads_;

@@ -1,6 +1,8 @@
 #include "fast/layers/FastProductParts.h"
 
 #include <algorithm>
+#include <map>
+#include <utility>
 
 namespace {
 
@@ -32,11 +34,16 @@ FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std:
     packed.taps = std::move(tapLists);
     packed.parts = partsOf(w, packed.taps.size());
     const std::ptrdiff_t tapCount = std::ptrdiff_t{w.inChannels} * w.kernelH * w.kernelW;
+    // Groups that share their weights share the packed ones too, where they are divided in the same way.
+    std::map<std::pair<int, int>, std::ptrdiff_t> places;
     std::ptrdiff_t blocks = 0;
     for (FastProductPart& part : packed.parts) {
-        part.weights = blocks * tapCount * kFastBlock;
-        part.bias = blocks * kFastBlock;
-        blocks += part.blocks;
+        const int first = part.firstBlock * kFastBlock + part.firstLane;
+        std::ptrdiff_t place = blocks;
+        if (w.shared) place = places.emplace(std::pair(first % w.outChannels, part.lanes), blocks).first->second;
+        if (place == blocks) blocks += part.blocks;
+        part.weights = place * tapCount * kFastBlock;
+        part.bias = place * kFastBlock;
     }
     auto weights = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * tapCount * kFastBlock));
     auto bias = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * kFastBlock));
@@ -78,9 +85,8 @@ std::vector<std::vector<std::int32_t>> tapsOf(const FastConvolution& op, const F
                 blocks ? c / kFastBlock * input.strides.plane + c % kFastBlock : c * input.strides.plane;
             for (int kh = 0; kh < w.kernelH; ++kh)
                 for (int kw = 0; kw < w.kernelW; ++kw)
-                    lists[static_cast<std::size_t>(g)].push_back(
-                        static_cast<std::int32_t>(channel + kh * op.dilation.h * input.strides.row +
-                                                  kw * op.dilation.w * input.strides.pixel));
+                    lists[static_cast<std::size_t>(g)].push_back(static_cast<std::int32_t>(
+                        channel + kh * op.dilation.h * input.strides.row + kw * op.dilation.w * input.strides.pixel));
         }
     return lists;
 }
