@@ -1,10 +1,12 @@
 #include "builder/BaseRunnerBuilder.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
 #include "builder/OutputLayerFactory.h"
+#include "builder/fuseAll.h"
 #include "builder/refuse.h"
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
@@ -134,21 +136,9 @@ void BaseRunnerBuilder::check() const {
 }
 
 void BaseRunnerBuilder::fuse() {
-    while (LayerFactory* absorbed = absorbOnce()) retire(absorbed);
-}
-
-LayerFactory* BaseRunnerBuilder::absorbOnce() {
-    for (const auto& factory : factories_)
-        if (LayerFactory* absorbed = factory->fuse()) return absorbed;
-    return nullptr;
-}
-
-void BaseRunnerBuilder::retire(LayerFactory* absorbed) {
-    const auto found = std::find_if(factories_.begin(), factories_.end(),
-                                    [absorbed](const auto& factory) { return factory.get() == absorbed; });
-    if (found == factories_.end()) return;
-    absorbed_.push_back(std::move(*found));
-    factories_.erase(found);
+    std::vector<std::unique_ptr<LayerFactory>> absorbed = fuseAll(factories_);
+    absorbed_.insert(absorbed_.end(), std::make_move_iterator(absorbed.begin()),
+                     std::make_move_iterator(absorbed.end()));
 }
 
 void BaseRunnerBuilder::connect() {

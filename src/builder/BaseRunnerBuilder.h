@@ -50,8 +50,6 @@ private:
     std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count);
     void check() const;
     void fuse();
-    LayerFactory* absorbOnce();
-    void retire(LayerFactory* absorbed);
     void connect();
     std::vector<std::unique_ptr<Layer>> createLayers();
     std::vector<LayerFactory*> borrowedFactories() const;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "builder/shapes.h"
 #include "builder/utils.h"
 #include "layers/RawActLayerFactory.h"
 #include "layers/RawBatchNormalizationLayerFactory.h"
@@ -135,13 +134,7 @@ nolk::TensorX* RawRunnerBuilder::hardSigmoid(nolk::TensorX* x, float alpha, floa
 nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MAX); }
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
-    if (!areOwn({x})) return nullptr;
-    // An empty tensor needs no scales, and build rejects a tensor that is too large.
-    const bool hasChannels = isRepresentable(x->shape) && elementCount(x->shape) > 0;
-    const int channels = hasChannels ? x->shape.c : 0;
-    std::vector<float> ones(static_cast<std::size_t>(channels), 1.0f);
-    std::vector<float> zeros(static_cast<std::size_t>(channels), 0.0f);
-    return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);
+    return record<RawInstanceNormalizationLayerFactory>(x, epsilon);
 }
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, nolk::Vector scale, nolk::Vector bias,

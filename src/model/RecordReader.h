@@ -65,6 +65,7 @@ public:
 private:
     nolk::Weights weightDims();
     float* optionalFloats(std::initializer_list<int> factors);
+    bool isForHost() const;
     float* newArray(int count);
 
     BinReader& in_;
