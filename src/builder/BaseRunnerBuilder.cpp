@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "builder/OutputLayerFactory.h"
@@ -73,6 +74,10 @@ nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     connect();
     TensorSpace space(kArenaAlignment);
     std::unique_ptr<MemoryPool> pool = space.mallocAll(borrowedFactories(), borrowed(inputs_), graphOutputs);
+    // The arena has been allocated, but takes no memory until it is written.
+    if (pool && pool->size() > mostArenaFloats_)
+        throw std::length_error("build: the arena needs " + std::to_string(pool->size()) + " floats, at most " +
+                                std::to_string(mostArenaFloats_) + " are allowed");
     std::vector<std::unique_ptr<Layer>> layers = createLayers();
     sentinels.clear();
     return new BaseRunner(std::move(layers), borrowed(inputs_), graphOutputs, std::move(pool), std::move(constData_));

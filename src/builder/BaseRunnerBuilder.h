@@ -6,11 +6,13 @@
 
 #include <nolk.h>
 
+#include <cstdint>
 #include <memory>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "builder/ArenaLimit.h"
 #include "builder/LayerFactory.h"
 #include "layers/Layer.h"
 #include "memory/FloatArrays.h"
@@ -18,7 +20,7 @@
 #include "memory/MemoryPool.h"
 #include "runner/BaseRunner.h"
 
-class BaseRunnerBuilder : public nolk::RunnerBuilder, public FloatKeeper {
+class BaseRunnerBuilder : public nolk::RunnerBuilder, public FloatKeeper, public ArenaLimit {
 public:
     nolk::TensorX* input(nolk::TensorShape shape) override;
     nolk::TensorX* constTensor(nolk::Tensor* tensor) override;
@@ -28,6 +30,8 @@ public:
 
     // Layers and constants take over the arrays that they can use unchanged; build releases the others.
     float* keep(FloatBuffer array) override { return givenArrays_.add(std::move(array)); }
+
+    void limitArena(std::int64_t floats) override { mostArenaFloats_ = floats; }
 
     // For programs that examine a network. After build these are the factories that remain after fusion, in execution
     // order: factory i created the runner's layer i, and all tensors have addresses.
@@ -64,4 +68,5 @@ private:
     int calls_ = 0;                                 // number of calls that make a tensor, including failed ones
     bool tookForeign_ = false;                      // an operation was given another builder's tensor
     bool built_ = false;
+    std::int64_t mostArenaFloats_ = INT64_MAX;
 };

@@ -94,7 +94,8 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
     const std::int64_t most = left + (isForHost() ? std::max(kMaxMissing / batch_, 1) : 1);
     floatsRead_ = in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, most)), version_ > 3);
     floatBytes_ += left - in_.remaining();
-    return array;
+    // A builder that only looks must not spend time on zeros that the file does not contain.
+    return count > 0 && floatsRead_ == 0 && samples_ == Samples::one ? nullptr : array;
 }
 
 nolk::Tensor RecordReader::constant() {
