@@ -175,8 +175,11 @@ void ModelChecker::checkViews() {
 void ModelChecker::checkWithBuilder() {
     const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
     RecordWalk walk(file_, 1, *builder);
-    while (walk.record().number < readableRecords_ && findings_.size() < kMaxFindings && walk.next())
+    while (walk.record().number < readableRecords_ && findings_.size() < kMaxFindings && walk.next()) {
+        // The first reading succeeded, but the builder needs more memory.
+        if (!walk.record().failure.empty()) return report(Severity::error, walk.record(), walk.record().failure);
         checkOperation(walk.record(), walk.model());
+    }
     if (hasErrors()) return;
     std::vector<LoggedOperation> operations;
     for (const Result& result : results_) operations.push_back(result.logged);

@@ -23,6 +23,12 @@ std::vector<nolk::TensorX*> borrowed(const std::vector<std::unique_ptr<nolk::Ten
     return tensors;
 }
 
+// Makes the next push_back unable to throw.
+template <typename T>
+void makeRoom(std::vector<T>& elements) {
+    if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 1);
+}
+
 void checkExtents(const std::vector<std::unique_ptr<nolk::TensorX>>& tensors, const char* what) {
     for (const auto& t : tensors) {
         const nolk::TensorShape& s = t->shape;
@@ -97,25 +103,31 @@ bool BaseRunnerBuilder::areOwn(const std::vector<nolk::TensorX*>& tensors) {
     return all;
 }
 
+// Everything that may throw comes first.
 std::vector<nolk::TensorX*> BaseRunnerBuilder::addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory) {
+    std::vector<nolk::TensorX*> outputs = borrowed(factory->outputs);
+    makeRoom(factories_);
+    own_.insert(outputs.begin(), outputs.end());
     factories_.push_back(std::move(factory));
     factories_.back()->call = calls_++;
-    for (const auto& t : factories_.back()->outputs) own_.insert(t.get());
-    return borrowed(factories_.back()->outputs);
+    return outputs;
 }
 
 nolk::TensorX* BaseRunnerBuilder::addInputReturn(std::unique_ptr<nolk::TensorX> tensor) {
+    makeRoom(inputs_);
+    own_.insert(tensor.get());
     inputs_.push_back(std::move(tensor));
     ++calls_;
-    own_.insert(inputs_.back().get());
     return inputs_.back().get();
 }
 
 nolk::TensorX* BaseRunnerBuilder::addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data) {
+    makeRoom(constTensors_);
+    makeRoom(constData_);
+    own_.insert(tensor.get());
     constTensors_.push_back(std::move(tensor));
-    ++calls_;
-    own_.insert(constTensors_.back().get());
     constData_.push_back(std::move(data));
+    ++calls_;
     return constTensors_.back().get();
 }
 

@@ -46,9 +46,23 @@ protected:
     // null input and for another builder's tensor; the latter also makes build throw.
     bool areOwn(const std::vector<nolk::TensorX*>& tensors);
 
+    // These take over what they get, or throw std::bad_alloc and do not change the builder.
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
     nolk::TensorX* addInputReturn(std::unique_ptr<nolk::TensorX> tensor);
     nolk::TensorX* addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data);
+
+    // Adds the factory that make returns for these inputs. If that throws, the inputs do not name it as a consumer.
+    template <typename Make>
+    nolk::TensorX* addLayer(const std::vector<nolk::TensorX*>& inputs, Make make) {
+        std::vector<std::size_t> consumers;
+        for (const nolk::TensorX* t : inputs) consumers.push_back(t->consumers.size());
+        try {
+            return addLayerReturnOutputs(make()).front();
+        } catch (...) {
+            for (std::size_t i = 0; i < inputs.size(); ++i) inputs[i]->consumers.resize(consumers[i]);
+            throw;
+        }
+    }
 
 private:
     std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count);

@@ -35,12 +35,12 @@ RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
 template <typename Factory, typename... Args>
 nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
     if (!areOwn({x})) return nullptr;
-    return addLayerReturnOutputs(std::make_unique<Factory>(x, std::move(args)...)).front();
+    return addLayer({x}, [&] { return std::make_unique<Factory>(x, args...); });
 }
 
 nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX* a, nolk::TensorX* b, EltwiseType type) {
     if (!areOwn({a, b})) return nullptr;
-    return record<RawEltwiseLayerFactory>(a, b, type);
+    return addLayer({a, b}, [&] { return std::make_unique<RawEltwiseLayerFactory>(a, b, type); });
 }
 
 // 0.2 and 0.5 are the defaults of the hard sigmoid; the other activations ignore them.
@@ -94,7 +94,7 @@ nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX** inputs, int count, nolk:
     std::vector<nolk::TensorX*> tensors;
     if (inputs && count > 0) tensors.assign(inputs, inputs + count);
     if (!areOwn(tensors)) return nullptr;
-    return addLayerReturnOutputs(std::make_unique<RawConcatLayerFactory>(tensors, axis)).front();
+    return addLayer(tensors, [&] { return std::make_unique<RawConcatLayerFactory>(tensors, axis); });
 }
 
 nolk::TensorX* RawRunnerBuilder::add(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_ADD); }
@@ -166,5 +166,5 @@ nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int coun
 
 nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX* a, nolk::TensorX* b) {
     if (!areOwn({a, b})) return nullptr;
-    return record<RawMatmulLayerFactory>(a, b);
+    return addLayer({a, b}, [&] { return std::make_unique<RawMatmulLayerFactory>(a, b); });
 }
