@@ -76,9 +76,9 @@ const Row kRows[] = {
      }},
     {"convolve with one output channel",
      [](Writer& w) {
-         auto v = ones(1 << 20);
-         chain(w, w.input({1, 1 << 16, 1, 23, 3}), 1, [&](X x) {
-             return w.convolve(x, {}, {1, 1}, {1, 1}, {1, 1, 1 << 16, 1, 16, false, v.data(), nullptr});
+         auto v = ones(1 << 18);
+         chain(w, w.input({1, 1 << 14, 1, 23, 3}), 1, [&](X x) {
+             return w.convolve(x, {}, {1, 1}, {1, 1}, {1, 1, 1 << 14, 1, 16, false, v.data(), nullptr});
          });
      }},
     {"convolve without inputs",
@@ -106,21 +106,21 @@ const Row kRows[] = {
      }},
     {"fullConnect",
      [](Writer& w) {
-         auto v = ones(1 << 20);
-         chain(w, w.input({1, 1 << 10, 1, 1, 1}), 1, [&](X x) {
-             return w.fullConnect(x, {1, 1 << 10, 1 << 10, 1, 1, true, v.data(), nullptr});
+         auto v = ones(1 << 18);
+         chain(w, w.input({1, 1 << 9, 1, 1, 1}), 1, [&](X x) {
+             return w.fullConnect(x, {1, 1 << 9, 1 << 9, 1, 1, true, v.data(), nullptr});
          });
      }},
     {"batchNormalize",
      [](Writer& w) {
          auto v = ones(32767);
          const nolk::Vector all{32767, v.data()};
-         chain(w, w.input({1, 32767, 1, 1, 1}), 40, [&](X x) { return w.batchNormalize(x, all, all, all, all, 1.0f); });
+         chain(w, w.input({1, 32767, 1, 1, 1}), 10, [&](X x) { return w.batchNormalize(x, all, all, all, all, 1.0f); });
      }},
     {"prelu",
      [](Writer& w) {
          auto v = ones(32767);
-         chain(w, w.input({1, 32767, 1, 1, 1}), 100, [&](X x) { return w.prelu(x, v.data(), 32767); });
+         chain(w, w.input({1, 32767, 1, 1, 1}), 20, [&](X x) { return w.prelu(x, v.data(), 32767); });
      }},
     {"instanceNormalization",
      [](Writer& w) {
@@ -130,7 +130,7 @@ const Row kRows[] = {
      [](Writer& w) {
          auto v = ones(32767);
          const nolk::Vector all{32767, v.data()};
-         chain(w, w.input({1, 32767, 1, 1, 1}), 40, [&](X x) { return w.instanceNormalization(x, all, all, 0.1f); });
+         chain(w, w.input({1, 32767, 1, 1, 1}), 10, [&](X x) { return w.instanceNormalization(x, all, all, 0.1f); });
      }},
     {"resize, linear",
      [](Writer& w) {
@@ -146,22 +146,22 @@ const Row kRows[] = {
      }},
     {"lstm with one unit",
      [](Writer& w) {
-         auto v = ones(800000);
-         chain(w, w.input({1, 1, 1, 200000, 3}), 1, [&](X x) {
-             return w.lstm(x, {nolk::Direction::forward, 1, 200000, 1, v.data(), v.data(), nullptr, true});
+         auto v = ones(200000);
+         chain(w, w.input({1, 1, 1, 50000, 3}), 1, [&](X x) {
+             return w.lstm(x, {nolk::Direction::forward, 1, 50000, 1, v.data(), v.data(), nullptr, true});
          });
      }},
     {"lstm",
      [](Writer& w) {
-         auto v = ones(1 << 20);
-         chain(w, w.input({1, 1, 1, 512, 3}), 1, [&](X x) {
-             return w.lstm(x, {nolk::Direction::forward, 1, 512, 512, v.data(), v.data(), nullptr, true});
+         auto v = ones(1 << 18);
+         chain(w, w.input({1, 1, 1, 256, 3}), 1, [&](X x) {
+             return w.lstm(x, {nolk::Direction::forward, 1, 256, 256, v.data(), v.data(), nullptr, true});
          });
      }},
     {"constTensor",
      [](Writer& w) {
-         auto v = ones(1 << 20);
-         nolk::Tensor tensor{{1, 1, 1 << 10, 1 << 10, 3}, v.data()};
+         auto v = ones(1 << 18);
+         nolk::Tensor tensor{{1, 1, 1 << 9, 1 << 9, 3}, v.data()};
          X y = w.constTensor(&tensor);
          w.build(&y, 1);
      },
