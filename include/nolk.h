@@ -150,8 +150,8 @@ public:
     // is wrong, it prints a line to standard error, writes no outputs and returns false. The runner itself allocates
     // only scratch memory, in the first run. A wrapped runner takes any batch (nolk_wrap_batch_runner says which
     // shapes), allocates in every call, and may have written outputs when a run fails. Throws std::bad_alloc when there
-    // is no memory for this, and std::system_error when a thread cannot be started (num_threads above 1). The runner can
-    // be used again after it; outputs may have been written in part.
+    // is no memory for this, and std::system_error when a thread cannot be started (num_threads above 1). The runner
+    // can be used again after it; outputs may have been written in part.
     virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
 
     // Releases the runner and all that it owns. No other call of it may be in progress, except for a wrapped runner
