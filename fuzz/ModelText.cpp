@@ -88,10 +88,11 @@ public:
     void floats(std::int64_t count) override {
         constexpr int kPlain = 0, kIndexed = 8, kTable = 1024;
         Atom atom{Atom::Kind::floats, 0, 0, {}};
-        std::int64_t bytes = std::max<std::int64_t>(count, 0) * kFloat;
+        count = std::clamp<std::int64_t>(count, 0, in_.remaining());
+        std::int64_t bytes = count * kFloat;
         if (version > 3) {
             atom.data.push_back(in_.readByte());
-            if (atom.data[0] == kIndexed) bytes = kTable + std::max<std::int64_t>(count, 0);
+            if (atom.data[0] == kIndexed) bytes = kTable + count;
             if (atom.data[0] != kIndexed && atom.data[0] != kPlain) bytes = 0;
         }
         bytes = std::min(bytes, in_.remaining());

@@ -127,19 +127,23 @@ T Network::make(const nolk::TensorShape& x) {
         w.splitBias = !choose_.oneIn(4);
         return w;
     } else if constexpr (std::is_same_v<T, SharedWeights>) {
-        nolk::Weights w = make<nolk::Weights>(x);
-        w.shared = true;
-        return {w};
+        return {weights(x, true)};
     } else {
         static_assert(std::is_same_v<T, nolk::Weights>);
-        nolk::Weights w;
-        w.groups = choose_.below(3) == 2 ? x.c : small(2);
-        w.outChannels = small(4);
-        w.inChannels = choose_.oneIn(16) ? small(4) : x.c / std::max(w.groups, 1);
-        w.kernelH = small(3);
-        w.kernelW = small(3);
-        w.weight = floats(product({w.groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW}));
-        if (choose_.below(2) == 0) w.bias = floats(product({w.groups, w.outChannels}));
-        return w;
+        return weights(x, false);
     }
+}
+
+nolk::Weights Network::weights(const nolk::TensorShape& x, bool shared) {
+    nolk::Weights w;
+    w.groups = choose_.below(3) == 2 ? x.c : small(2);
+    w.outChannels = small(4);
+    w.inChannels = choose_.oneIn(16) ? small(4) : x.c / std::max(w.groups, 1);
+    w.kernelH = small(3);
+    w.kernelW = small(3);
+    w.shared = shared;
+    const int copies = shared ? 1 : w.groups;
+    w.weight = floats(product({copies, w.outChannels, w.inChannels, w.kernelH, w.kernelW}));
+    if (choose_.below(2) == 0) w.bias = floats(product({copies, w.outChannels}));
+    return w;
 }

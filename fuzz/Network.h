@@ -27,6 +27,7 @@ public:
 private:
     void recordOperation(nolk::RunnerBuilder& builder);
     nolk::TensorX* pick();
+    nolk::Weights weights(const nolk::TensorShape& x, bool shared);
     int small(int most);
     float* floats(std::int64_t count);
 

@@ -53,5 +53,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         // A tensor that no memory can hold.
     }
     builder->destroy();
+    dropMessages();
     return 0;
 }
