@@ -65,8 +65,7 @@ void Network::recordOperation(nolk::RunnerBuilder& builder) {
     const nolk::TensorShape x = call.inputs.empty() ? nolk::TensorShape{} : builder.shapeOf(call.inputs.front());
     fits_ = true;
     for (std::size_t i = 0; i < operation.fieldCount; ++i)
-        call.arguments.push_back(
-            makeKind(operation.fields[i].kind, *this, x, static_cast<const Argument*>(nullptr)));
+        call.arguments.push_back(makeKind(operation.fields[i].kind, *this, x, static_cast<const Argument*>(nullptr)));
     if (!fits_) return;
     if (nolk::TensorX* const made = operation.call(builder, call)) tensors_.push_back(made);
 }

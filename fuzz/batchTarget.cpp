@@ -20,8 +20,8 @@ constexpr int kMostCalls = 4, kMostThreads = 3, kMostItems = 5;
 
 // Shared by the inner runner, which belongs to the wrapper, and the callers.
 struct Stage {
-    std::atomic<unsigned> failures{0};   // bit i: run i fails
-    std::atomic<unsigned> throws{0};     // bit i: run i throws
+    std::atomic<unsigned> failures{0};  // bit i: run i fails
+    std::atomic<unsigned> throws{0};    // bit i: run i throws
     std::atomic<int> runs{0};
     std::atomic<bool> waits{false};      // the next runs wait until the wrapper is about to be destroyed
     std::atomic<bool> isEntered{false};  // one of them has begun
@@ -45,7 +45,7 @@ public:
         if (stage_.failures >> run & 1u || inputCount != outputCount) return false;
         for (int i = 0; i < inputCount; ++i) {
             const int count = sizeOf(inputs[i].shape);
-            if (count != sizeOf(outputs[i].shape)) return false;
+            if (count != sizeOf(outputs[i].shape) || !inputs[i].data || !outputs[i].data) return false;
             for (int k = 0; k < count; ++k) outputs[i].data[k] = 2.0f * inputs[i].data[k] + 1.0f;
         }
         return true;

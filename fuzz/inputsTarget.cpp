@@ -76,14 +76,12 @@ Folder& folder() {
 
 // Words of command lines. A byte beyond the table begins a word of its own, up to a line feed.
 constexpr const char* kWords[] = {
-    "info",     "run",       "check",    "diff",         "bench",      "manual",   "completion",
-    "--help",   "--version", "-h",       "net.cm",       "x.cm",       "x.npy",    "x.png",
-    "x.jpg",    "x.pgm",     "x.bin",    "out.npy",      "--input",    "--output", "--batch",
-    "--scale",  "--mean",    "--bgr",    "--threads",    "--json",     "--dot",    "--svg",
-    "--memory", "--layers",  "--sort",   "--trace",      "--tolerance", "--rtol",  "1",
-    "2",        "3",         "0",        "-1",           "1/255",      "0.5,1,2",  "order",
-    "time",     "-",         "--",       "nan",          "1e99",       "",         "none.cm",
-    ".",        "--batch=2", "--layers=1"};
+    "info",    "run",      "check",    "diff",    "bench",   "manual",      "completion", "--help", "--version",
+    "-h",      "net.cm",   "x.cm",     "x.npy",   "x.png",   "x.jpg",       "x.pgm",      "x.bin",  "out.npy",
+    "--input", "--output", "--batch",  "--scale", "--mean",  "--bgr",       "--threads",  "--json", "--dot",
+    "--svg",   "--memory", "--layers", "--sort",  "--trace", "--tolerance", "--rtol",     "1",      "2",
+    "3",       "0",        "-1",       "1/255",   "0.5,1,2", "order",       "time",       "-",      "--",
+    "nan",     "1e99",     "",         "none.cm", ".",       "--batch=2",   "--layers=1"};
 
 // Keeps a word inside the folder, and numbers small: a network may be small for each sample only.
 std::string harmless(const std::string& word) {
@@ -91,7 +89,8 @@ std::string harmless(const std::string& word) {
     int digits = 0;
     for (const char c : word) {
         digits = std::isdigit(static_cast<unsigned char>(c)) ? digits + 1 : 0;
-        if (digits <= 2 && c != '\0') result += c == '/' && !std::isdigit(static_cast<unsigned char>(word[0])) ? '_' : c;
+        if (digits <= 2 && c != '\0')
+            result += c == '/' && !std::isdigit(static_cast<unsigned char>(word[0])) ? '_' : c;
     }
     return result;
 }

@@ -88,12 +88,18 @@ private:
         }
         if (kind == Atom::Kind::id) return choose_.oneIn(8) ? choose_.edge() : choose_.below(8);
         switch (choose_.below(6)) {
-            case 0: return value + 1;
-            case 1: return value - 1;
-            case 2: return value * 2;
-            case 3: return choose_.edge();
-            case 4: return choose_.below(10);
-            default: return choose_.edge() / (1 + choose_.below(9));
+            case 0:
+                return value + 1;
+            case 1:
+                return value - 1;
+            case 2:
+                return value * 2;
+            case 3:
+                return choose_.edge();
+            case 4:
+                return choose_.below(10);
+            default:
+                return choose_.edge() / (1 + choose_.below(9));
         }
     }
 

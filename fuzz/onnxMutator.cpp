@@ -37,12 +37,18 @@ void collect(Message& message, std::vector<Message*>& all) {
 
 std::int64_t integer(Random& random, std::int64_t old) {
     switch (below(random, 6)) {
-        case 0: return old + 1;
-        case 1: return old - 1;
-        case 2: return -old;
-        case 3: return Choices::kEdges[below(random, std::size(Choices::kEdges))];
-        case 4: return (std::int64_t{1} << below(random, 64)) - static_cast<std::int64_t>(below(random, 2));
-        default: return static_cast<std::int64_t>(below(random, 12));
+        case 0:
+            return old + 1;
+        case 1:
+            return old - 1;
+        case 2:
+            return -old;
+        case 3:
+            return Choices::kEdges[below(random, std::size(Choices::kEdges))];
+        case 4:
+            return (std::int64_t{1} << below(random, 64)) - static_cast<std::int64_t>(below(random, 2));
+        default:
+            return static_cast<std::int64_t>(below(random, 12));
     }
 }
 
@@ -69,15 +75,77 @@ std::string text(Random& random, const FieldDescriptor* field, const std::vector
     return changed;
 }
 
-constexpr const char* kOperators[] = {
-    "Abs", "Add", "AveragePool", "BatchNormalization", "Cast", "Clip", "Concat", "Constant", "ConstantOfShape", "Conv",
-    "ConvTranspose", "DepthToSpace", "Div", "Dropout", "Elu", "Erf", "Exp", "Expand", "Flatten", "GRU", "Gather",
-    "Gelu", "Gemm", "GlobalAveragePool", "GlobalMaxPool", "HardSigmoid", "HardSwish", "Identity",
-    "InstanceNormalization", "LRN", "LSTM", "LayerNormalization", "LeakyRelu", "LogSoftmax", "LpNormalization",
-    "MatMul", "Max", "MaxPool", "Min", "Mul", "Neg", "PRelu", "Pad", "Pow", "Range", "Reciprocal", "ReduceL2",
-    "ReduceMax", "ReduceMean", "ReduceMin", "ReduceSum", "Relu", "Reshape", "Resize", "Shape", "Sigmoid", "Slice",
-    "Softmax", "Softplus", "SpaceToDepth", "Split", "Sqrt", "Squeeze", "Sub", "Sum", "Tanh", "Tile", "Transpose",
-    "Unsqueeze", "Upsample", "Where"};
+constexpr const char* kOperators[] = {"Abs",
+                                      "Add",
+                                      "AveragePool",
+                                      "BatchNormalization",
+                                      "Cast",
+                                      "Clip",
+                                      "Concat",
+                                      "Constant",
+                                      "ConstantOfShape",
+                                      "Conv",
+                                      "ConvTranspose",
+                                      "DepthToSpace",
+                                      "Div",
+                                      "Dropout",
+                                      "Elu",
+                                      "Erf",
+                                      "Exp",
+                                      "Expand",
+                                      "Flatten",
+                                      "GRU",
+                                      "Gather",
+                                      "Gelu",
+                                      "Gemm",
+                                      "GlobalAveragePool",
+                                      "GlobalMaxPool",
+                                      "HardSigmoid",
+                                      "HardSwish",
+                                      "Identity",
+                                      "InstanceNormalization",
+                                      "LRN",
+                                      "LSTM",
+                                      "LayerNormalization",
+                                      "LeakyRelu",
+                                      "LogSoftmax",
+                                      "LpNormalization",
+                                      "MatMul",
+                                      "Max",
+                                      "MaxPool",
+                                      "Min",
+                                      "Mul",
+                                      "Neg",
+                                      "PRelu",
+                                      "Pad",
+                                      "Pow",
+                                      "Range",
+                                      "Reciprocal",
+                                      "ReduceL2",
+                                      "ReduceMax",
+                                      "ReduceMean",
+                                      "ReduceMin",
+                                      "ReduceSum",
+                                      "Relu",
+                                      "Reshape",
+                                      "Resize",
+                                      "Shape",
+                                      "Sigmoid",
+                                      "Slice",
+                                      "Softmax",
+                                      "Softplus",
+                                      "SpaceToDepth",
+                                      "Split",
+                                      "Sqrt",
+                                      "Squeeze",
+                                      "Sub",
+                                      "Sum",
+                                      "Tanh",
+                                      "Tile",
+                                      "Transpose",
+                                      "Unsqueeze",
+                                      "Upsample",
+                                      "Where"};
 
 void changeSingle(Random& random, Message& message, const FieldDescriptor* field, const std::vector<Message*>& all) {
     const auto* const reflection = message.GetReflection();
@@ -102,11 +170,13 @@ void changeSingle(Random& random, Message& message, const FieldDescriptor* field
             if (field->name() == "op_type")
                 reflection->SetString(&message, field, kOperators[below(random, std::size(kOperators))]);
             else
-                reflection->SetString(&message, field,
-                                      text(random, field, all, reflection->GetString(message, field)));
+                reflection->SetString(&message, field, text(random, field, all, reflection->GetString(message, field)));
             break;
-        case FieldDescriptor::CPPTYPE_MESSAGE: reflection->MutableMessage(&message, field); break;
-        default: break;
+        case FieldDescriptor::CPPTYPE_MESSAGE:
+            reflection->MutableMessage(&message, field);
+            break;
+        default:
+            break;
     }
 }
 
@@ -140,7 +210,8 @@ void changeRepeated(Random& random, Message& message, const FieldDescriptor* fie
             if (count > 0) added->CopyFrom(reflection->GetRepeatedMessage(message, field, at));
             return;
         }
-        default: return;
+        default:
+            return;
     }
 }
 
