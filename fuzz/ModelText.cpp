@@ -60,8 +60,10 @@ void visitField(Fields& f) {
         f.floats(number(f, kShort));
     else if constexpr (std::is_same_v<T, nolk::LstmWeights>)
         lstm(f);
-    else
+    else {
+        static_assert(std::is_same_v<T, nolk::Weights> || std::is_same_v<T, SharedWeights>);
         weights(f, std::is_same_v<T, SharedWeights>);
+    }
 }
 
 template <typename... Types>

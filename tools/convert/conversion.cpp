@@ -30,8 +30,8 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
     for (const ModelInput& input : inputsOf(model)) {
         const auto shape = options.shapes.find(input.name);
         if (shape == options.shapes.end() && !input.hasShape)
-            throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name +
-                            "=1,3,224,224");
+            throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " +
+                            printableName(input.name) + "=1,3,224,224");
         Dims dims = shape != options.shapes.end() ? shape->second : input.dims;
         if (input.hasShape && dims.size() != input.dims.size())
             throw OnnxError("input " + inQuotes(input.name) + " has " + std::to_string(input.dims.size()) +
@@ -39,7 +39,7 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
         for (std::size_t axis = 0; axis < dims.size(); ++axis)
             if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
         if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
-            std::string example = input.name + "=";
+            std::string example = printableName(input.name) + "=";
             for (std::size_t i = 0; i < dims.size(); ++i)
                 example += (i == 0 ? "" : ",") + (dims[i] < 0 ? "N" : std::to_string(dims[i]));
             throw OnnxError("input " + inQuotes(input.name) + " has free extents: fix them by --shape " + example +
