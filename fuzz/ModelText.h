@@ -22,7 +22,7 @@ struct Atom {
 // Receives the fields of a record in the order of the file, and supplies the numbers on which later ones depend.
 class Fields {
 public:
-    explicit Fields(int version) : version(version) {}
+    explicit Fields(int fileVersion) : version(fileVersion) {}
     virtual ~Fields() = default;
 
     virtual std::int64_t number(Atom::Kind kind, int bytes) = 0;
