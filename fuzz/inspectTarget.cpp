@@ -85,7 +85,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         inspect(file, 1 + ways % 3);
         const bool isGood = check(file);
         const bool isLoaded = load(file, 1);
-        expect(isLoaded || !isGood, "a file without errors can be loaded");
+        // A check builds the network but does not run it, so it looks at the limit of memory only.
+        if (isGood && !isLoaded)
+            expect(!outlineOf(file.data(), file.size(), 1).isHarmless, "a file without errors can be loaded");
         nolk::ModelFileOptions options;
         options.version = 1 + ways / 4 % 4;
         options.lossy = options.version == 4 && ways % 2 == 1;
