@@ -2,7 +2,7 @@
 // Every value has one producer: a node, the host (inputs) or nobody (constants). A node's steps are element-wise
 // operations that are applied to its result before it is stored.
 //   FastGraph graph = readFastGraph(factories, inputs, outputs);
-//   foldNormalizations(graph);  fuseSteps(graph);  chooseLayouts(graph);  FastPlan plan = planMemory(graph);
+//   fuseSteps(graph);  chooseLayouts(graph);  FastPlan plan = planMemory(graph, scratchFloatsOf(graph, threads));
 // Weight arrays are borrowed from the builder until the layers have packed them.
 #pragma once
 
@@ -53,7 +53,7 @@ struct FastReduce {
 };
 
 struct FastInstanceNorm {
-    std::vector<float> scale, bias;  // a value for each channel
+    std::vector<float> scale, bias;  // a value for each channel; empty for 1 and 0
     float epsilon;
 };
 
@@ -149,7 +149,7 @@ struct FastGraph {
     std::vector<FastValue> values;
     std::vector<FastNode> nodes;
     std::vector<int> inputs, outputs;    // values, in the host's order
-    std::vector<FloatBuffer> constants;  // of values that passes have made
+    std::vector<FloatBuffer> constants;
 
     int add(const FastValue& value);
     FastValue& at(int value) { return values[static_cast<std::size_t>(value)]; }
@@ -157,6 +157,9 @@ struct FastGraph {
 
     // The value in whose memory this one lies: itself, or the last of a chain of roots.
     int rootOf(int value) const;
+
+    // Copies the builder's constants, which end with the builder.
+    void keepConstants();
 
     // How many inputs and operands of nodes, and outputs of the network, each value is.
     std::vector<int> countUses() const;

@@ -1,7 +1,6 @@
 #include "fast/FastRunner.h"
 
 #include <chrono>
-#include <cstring>
 #include <utility>
 
 #include "builder/shapes.h"
@@ -17,23 +16,6 @@ std::int64_t nanoseconds() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-// Copies the builder's constants, which end with the builder.
-std::vector<FloatBuffer> takeConstants(FastGraph& graph) {
-    std::vector<FloatBuffer> kept = std::move(graph.constants);
-    for (std::size_t v = 0; v < graph.values.size(); ++v) {
-        FastValue& value = graph.values[v];
-        const bool own = value.layout == FastLayout::blocks;  // made by a pass, and in kept already
-        if (!value.constant || own || value.root >= 0) continue;
-        const auto count = static_cast<std::size_t>(elementCount(value.shape));
-        kept.push_back(zeroedFloats(count));
-        if (count > 0) std::memcpy(kept.back().get(), value.constant, count * sizeof(float));
-        value.constant = kept.back().get();
-    }
-    for (FastValue& value : graph.values)
-        if (value.constant && value.root >= 0) value.constant = graph.at(value.root).constant;
-    return kept;
-}
-
 // By a task that copies a plane or a block of planes.
 std::int64_t copiedFloats(const FastView& host) { return host.strides.plane * 4; }
 
@@ -46,11 +28,12 @@ FastView hostView(const nolk::TensorShape& shape) {
 
 }  // namespace
 
-FastRunner::FastRunner(FastGraph graph, const FastSettings& settings, FloatArrays& given)
-    : kernels_(fastKernels()), constants_(takeConstants(graph)), team_(settings.numThreads, settings.spinUs) {
-    const FastPlan plan = planMemory(graph, scratchFloatsOf(graph, settings.numThreads));
-    arenaFloats_ = plan.floats;
-    arenaLowerBound_ = plan.lowerBound;
+FastRunner::FastRunner(FastGraph graph, const FastPlan& plan, const FastSettings& settings, FloatArrays& given)
+    : kernels_(fastKernels()),
+      arenaFloats_(plan.floats),
+      arenaLowerBound_(plan.lowerBound),
+      constants_(std::move(graph.constants)),
+      team_(settings.numThreads, settings.spinUs) {
     for (const int input : graph.inputs) {
         inputs_.push_back(plan.views[static_cast<std::size_t>(input)]);
         inputShapes_.push_back(inputs_.back().shape);

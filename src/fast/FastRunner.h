@@ -19,9 +19,9 @@ struct FastSettings;
 
 class FastRunner final : public nolk::Runner, public nolk::LayeredRunner {
 public:
-    // graph: after all passes. Packs the weights, and frees those of `given`. Throws std::bad_alloc, and
+    // graph: after all passes; plan: of its memory. Packs the weights, and frees those of `given`. Throws std::bad_alloc, and
     // std::system_error when a thread cannot be started.
-    FastRunner(FastGraph graph, const FastSettings& settings, FloatArrays& given);
+    FastRunner(FastGraph graph, const FastPlan& plan, const FastSettings& settings, FloatArrays& given);
     virtual ~FastRunner() = default;
 
     bool run(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount) override;

@@ -3,6 +3,7 @@
 #include "fast/FastRunner.h"
 #include "fast/chooseLayouts.h"
 #include "fast/fuseSteps.h"
+#include "fast/makeLayers.h"
 #include "fast/readFastGraph.h"
 
 nolk::Runner* FastRunnerBuilder::build(nolk::TensorX** outputs, int count) {
@@ -10,5 +11,8 @@ nolk::Runner* FastRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     FastGraph graph = readFastGraph(factories(), inputs(), graphOutputs);
     fuseSteps(graph);
     chooseLayouts(graph);
-    return new FastRunner(std::move(graph), settings_, givenArrays());
+    graph.keepConstants();
+    const FastPlan plan = planMemory(graph, scratchFloatsOf(graph, settings_.numThreads));
+    checkArena(plan.floats);
+    return new FastRunner(std::move(graph), plan, settings_, givenArrays());
 }

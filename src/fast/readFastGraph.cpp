@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 #include <unordered_map>
 
 #include "builder/shapes.h"
@@ -347,7 +348,7 @@ FastNode nodeOf(LayerFactory& factory, FastNode (*... make)(Factories&)) {
         if (typed) node = make(*typed);
         return typed != nullptr;
     }() || ...);
-    (void)found;
+    if (!found) throw std::logic_error("NolkFast does not know an operation");
     return node;
 }
 

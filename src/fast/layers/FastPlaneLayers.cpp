@@ -55,8 +55,8 @@ FastInstanceNormalizationLayer::FastInstanceNormalizationLayer(const FastNode& n
       epsilon_(op.epsilon),
       steps_(node.steps, views, output) {
     const auto lanes = static_cast<std::size_t>(blocksOf(output.shape.c) * kFastBlock);
-    scale_.resize(std::max(lanes, scale_.size()));
-    bias_.resize(std::max(lanes, bias_.size()));
+    scale_.resize(std::max(lanes, scale_.size()), 1.0f);
+    bias_.resize(std::max(lanes, bias_.size()), 0.0f);
 }
 
 void FastInstanceNormalizationLayer::run(const FastRun& run) const {
