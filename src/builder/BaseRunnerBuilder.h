@@ -85,7 +85,7 @@ private:
     std::vector<std::unique_ptr<nolk::TensorX>> constTensors_;
     std::vector<std::unique_ptr<nolk::TensorX>> inputs_;  // in the order that run expects
     std::vector<std::unique_ptr<LayerFactory>> factories_;
-    std::vector<std::unique_ptr<LayerFactory>> absorbed_;  // by fusion; tensors may still list them as consumers
+    std::vector<std::unique_ptr<LayerFactory>> absorbed_;   // by fusion; tensors may still list them as consumers
     std::vector<std::unique_ptr<LayerFactory>> sentinels_;  // one for each output of the network
     FloatArrays givenArrays_;
     std::vector<FloatBuffer> constData_;            // of constTensors_; build moves them to the runner

@@ -16,7 +16,8 @@ int FastGraph::rootOf(int value) const {
 
 std::vector<int> FastGraph::countUses() const {
     std::vector<int> uses(values.size(), 0);
-    for (const FastNode& node : nodes) forEachSource(node, [&](int source) { ++uses[static_cast<std::size_t>(source)]; });
+    for (const FastNode& node : nodes)
+        forEachSource(node, [&](int source) { ++uses[static_cast<std::size_t>(source)]; });
     for (const int output : outputs) ++uses[static_cast<std::size_t>(output)];
     return uses;
 }

@@ -148,7 +148,7 @@ struct FastValue {
 struct FastGraph {
     std::vector<FastValue> values;
     std::vector<FastNode> nodes;
-    std::vector<int> inputs, outputs;    // values, in the host's order
+    std::vector<int> inputs, outputs;  // values, in the host's order
     std::vector<FloatBuffer> constants;
 
     int add(const FastValue& value);

@@ -19,8 +19,8 @@ struct FastSettings;
 
 class FastRunner final : public nolk::Runner, public nolk::LayeredRunner {
 public:
-    // graph: after all passes; plan: of its memory. Packs the weights, and frees those of `given`. Throws std::bad_alloc, and
-    // std::system_error when a thread cannot be started.
+    // graph: after all passes; plan: of its memory. Packs the weights, and frees those of `given`. Throws
+    // std::bad_alloc, and std::system_error when a thread cannot be started.
     FastRunner(FastGraph graph, const FastPlan& plan, const FastSettings& settings, FloatArrays& given);
     virtual ~FastRunner() = default;
 

@@ -117,7 +117,6 @@ FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scr
     if (plan.floats > INT_MAX) throw std::bad_alloc();
     for (std::size_t v = 0; v < graph.values.size(); ++v)
         plan.views.push_back(viewOf(graph, static_cast<int>(v), ranges));
-    for (std::size_t i = 0; i < graph.nodes.size(); ++i)
-        plan.scratch.push_back(ranges[graph.values.size() + i].offset);
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) plan.scratch.push_back(ranges[graph.values.size() + i].offset);
     return plan;
 }

@@ -1,6 +1,6 @@
 // From the factories that a builder has recorded, checked and fused to the graph of the fast back end. Each operation
-// becomes a node of its own kind if its shapes are regular, else a FastBuiltIn, which has the built-in layer's answer to
-// every shape. Convolutions, full connections and LSTMs never become FastBuiltIn, because the sums of their built-in
+// becomes a node of its own kind if its shapes are regular, else a FastBuiltIn, which has the built-in layer's answer
+// to every shape. Convolutions, full connections and LSTMs never become FastBuiltIn, because the sums of their built-in
 // layers depend on the processor.
 #pragma once
 

@@ -56,8 +56,8 @@ Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
     const auto shape = options.shapes.find(input.name);
     if (shape != options.shapes.end()) return shape->second;
     if (!input.hasShape)
-        throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + printableName(input.name) +
-                        "=1,3,224,224");
+        throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " +
+                        printableName(input.name) + "=1,3,224,224");
     Dims dims = input.dims;
     for (std::size_t axis = 0; axis < dims.size(); ++axis)
         if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;

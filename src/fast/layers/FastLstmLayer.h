@@ -1,7 +1,7 @@
 // One LSTM layer, forward, backward or both.
 //   in [n, 1, T, I] plain, out [n, 1, T, directions * H] plain
-// The gates of a step are chains of fused multiply-adds: bias, then inputs, then the hidden state. The part of the inputs
-// is computed for all steps at once.
+// The gates of a step are chains of fused multiply-adds: bias, then inputs, then the hidden state. The part of the
+// inputs is computed for all steps at once.
 #pragma once
 
 #include "fast/layers/FastProductParts.h"

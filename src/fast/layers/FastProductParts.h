@@ -11,11 +11,11 @@
 
 // Outputs that lie next to each other and read the same taps.
 struct FastProductPart {
-    int taps = 0;               // index of the list of taps
-    int firstBlock = 0;         // of the output
+    int taps = 0;        // index of the list of taps
+    int firstBlock = 0;  // of the output
     int blocks = 1;
-    int firstLane = 0;          // in its only block, or 0
-    int lanes = kFastBlock;     // of the last block
+    int firstLane = 0;                     // in its only block, or 0
+    int lanes = kFastBlock;                // of the last block
     std::ptrdiff_t weights = 0, bias = 0;  // offsets in the packed arrays
 };
 
@@ -25,7 +25,8 @@ struct FastProductParts {
     FastPacked weights;                           // [block, tap, 16] of each part
     FastPacked bias;                              // [block, 16] of each part
 
-    // w: weights [group, out, in, kernelH, kernelW]. taps: of each group. plain: whether outputs are planes of their own.
+    // w: weights [group, out, in, kernelH, kernelW]. taps: of each group. plain: whether outputs are planes of their
+    // own.
     static FastProductParts pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> taps);
 
     // The blocks [begin, end) of part, in terms of the kernel: sets taps, weights, bias, blocks and lanes.

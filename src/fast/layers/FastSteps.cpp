@@ -9,14 +9,14 @@ namespace {
 constexpr int kPieceFloats = 4096;
 
 std::vector<float> wholeBlocks(std::vector<float> values) {
-    if (!values.empty()) values.resize(static_cast<std::size_t>(blocksOf(static_cast<int>(values.size())) * kFastBlock));
+    if (!values.empty())
+        values.resize(static_cast<std::size_t>(blocksOf(static_cast<int>(values.size())) * kFastBlock));
     return values;
 }
 
 }  // namespace
 
-FastSteps::FastSteps(const std::vector<FastNodeStep>& steps, const std::vector<FastView>& views,
-                     const FastView& output)
+FastSteps::FastSteps(const std::vector<FastNodeStep>& steps, const std::vector<FastView>& views, const FastView& output)
     : output_(output) {
     for (const FastNodeStep& s : steps) {
         Step step{s.step, s.kind, {}, wholeBlocks(s.first), wholeBlocks(s.second)};
@@ -26,9 +26,8 @@ FastSteps::FastSteps(const std::vector<FastNodeStep>& steps, const std::vector<F
 }
 
 bool FastSteps::operandsAreDense() const {
-    return std::all_of(steps_.begin(), steps_.end(), [](const Step& step) {
-        return step.kind != FastOperandKind::tensor || step.operand.isDense();
-    });
+    return std::all_of(steps_.begin(), steps_.end(),
+                       [](const Step& step) { return step.kind != FastOperandKind::tensor || step.operand.isDense(); });
 }
 
 void FastSteps::set(FastStepCall& call, const Step& step, const FastRun& run, int sample, int plane, int row,
