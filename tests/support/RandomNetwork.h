@@ -300,6 +300,9 @@ private:
         return b_->resize(x, out, mode, transMode);
     }
 
+    // The built-in back end reshapes only what nothing else reads.
+    X view(X x, Shape shape) { return b_->reshape(b_->leakyRelu(x, 0.5f), shape, nolk::TensorLayout::nchw); }
+
     X reshape(X x) {
         const Shape s = shapeOf(x);
         const Shape shapes[] = {s,
@@ -307,7 +310,7 @@ private:
                                 {s.n, s.h, s.c, s.w, 3},
                                 {s.n, s.c * s.h, s.w, 1, 3},
                                 {s.n, 1, s.c, s.h * s.w, 3}};
-        return b_->reshape(x, shapes[pick(0, 4)], nolk::TensorLayout::nchw);
+        return view(x, shapes[pick(0, 4)]);
     }
 
     X moved(X x) {
@@ -342,7 +345,7 @@ private:
 
     X fullConnection(X x) {
         const Shape s = shapeOf(x);
-        if (s.h * s.w > 1) x = b_->reshape(x, {s.n, elements(s), 1, 1, 3}, nolk::TensorLayout::nchw);
+        if (s.h * s.w > 1) x = view(x, {s.n, elements(s), 1, 1, 3});
         const int in = shapeOf(x).c;
         const int groups = in % 2 == 0 && pick(0, 3) == 0 ? 2 : 1;
         return b_->fullConnect(x, weights(groups, pick(1, 40), in / groups, 1, 1, true));
@@ -351,7 +354,7 @@ private:
     X sequence(X x) {
         const Shape s = shapeOf(x);
         if (pick(0, 1)) return b_->matMul(x, b_->softmax(b_->transpose(x, {{0, 1, 3, 2}}), nolk::Axis::h));
-        X const rows = b_->reshape(x, {s.n, 1, s.h, s.c * s.w, 3}, nolk::TensorLayout::nchw);
+        X const rows = view(x, {s.n, 1, s.h, s.c * s.w, 3});
         const int in = s.c * s.w, hidden = pick(1, 20), both = pick(1, 2), gates = 4 * hidden * both;
         const float factor = 1.0f / std::sqrt(static_cast<float>(in + hidden));
         float* const w = arrays_.reals(gates * in);
