@@ -1,5 +1,5 @@
 // A full connection: y = x * weight^T + bias, then the steps of the node.
-//   in [n, c, 1, 1] in any layout, or n * groups plain rows of c / groups elements, one after the other
+//   in [n, c, 1, 1] in blocks, or n * groups plain rows of c / groups elements, one after the other, whatever its extents
 //   weights [out, in], out [n, groups * out, 1, 1] plain
 #pragma once
 
