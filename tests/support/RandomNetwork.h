@@ -83,7 +83,8 @@ private:
 
     X operation(X x) {
         const Shape s = shapeOf(x);
-        if (elements(s) > 20000) return b_->maxPool(x, {2, 2}, {1, 1, 1, 1}, {2, 2});
+        if (s.h > 30 || s.w > 60) return b_->resize(x, {s.n, s.c, 9, 11, 3}, nolk::ResizeMode::nearest, {});
+        if (s.c > 150) return b_->convolve(x, {}, {1, 1}, {1, 1}, weights(1, 24, s.c, 1, 1));
         switch (pick(0, 21)) {
             case 0:
             case 1:
@@ -320,8 +321,10 @@ private:
                 return b_->transpose(x, {{0, 2, 3, 1}});
             case 1:
                 return b_->slice(x, {1, s.c / 2, s.c, 1});
-            case 2:
-                return b_->slice(x, {2, 0, s.h, 2});
+            case 2: {  // what is left of one row is empty
+                X const y = b_->slice(x, {2, 0, s.h, 2});
+                return s.h > 1 ? y : x;
+            }
             default:
                 return b_->pad(x, {pick(0, 2), 0, pick(0, 1), 1});
         }
