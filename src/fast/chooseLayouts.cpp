@@ -27,10 +27,9 @@ public:
         std::vector<FastNode> recorded = std::move(graph_.nodes);
         graph_.nodes.clear();
         for (FastNode& node : recorded) {
-            if (isFull(graph_.at(node.output).shape))
+            // A built-in layer may print something, or write more than its output has.
+            if (isFull(graph_.at(node.output).shape) || std::holds_alternative<FastBuiltIn>(node.operation))
                 place(node);
-            else if (std::holds_alternative<FastBuiltIn>(node.operation))
-                graph_.nodes.push_back(std::move(node));  // it may print something
         }
     }
 
@@ -43,8 +42,8 @@ private:
             graph_.at(node.output).minimumFloats = op->outputFloats;
         if (auto* op = std::get_if<FastConvolution>(&node.operation)) prepare(*op, node);
         if (auto* op = std::get_if<FastDeconvolution>(&node.operation))
-            enlargeBorder(node.inputs.front(),
-                          borderOf(*op, graph_.at(node.inputs.front()).shape, graph_.at(node.output).shape));
+            readWithBorder(node.inputs.front(),
+                           borderOf(*op, graph_.at(node.inputs.front()).shape, graph_.at(node.output).shape));
         FastValue& out = graph_.at(node.output);
         out.layout = outputLayoutOf(node, layout);
         for (FastNodeStep& step : node.steps)
@@ -124,6 +123,12 @@ private:
         // Other consumers of a plain value rely on planes without a border.
         const bool shared = value.constant || value.root >= 0 || value.host < 0 || uses_[index(input)] > 1;
         if (value.layout == FastLayout::plain && !border.isEmpty() && shared) input = copyOf(input, FastLayout::plain);
+        readWithBorder(input, border);
+    }
+
+    // Constants lie without a border.
+    void readWithBorder(int& input, const FastBorder& border) {
+        if (graph_.at(input).constant && !border.isEmpty()) input = copyOf(input, graph_.at(input).layout);
         enlargeBorder(input, border);
     }
 

@@ -2,6 +2,8 @@
 // other batches and other instruction sets.
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <sstream>
 #include <thread>
 
 #include "builder/RawRunnerBuilder.h"
@@ -9,6 +11,7 @@
 #include "fast/kernels/FastKernels.h"
 #include "support/RandomNetwork.h"
 #include "support/effort.h"
+#include "support/hashOf.h"
 #include "support/values.h"
 
 namespace {
@@ -110,6 +113,18 @@ TEST(FastNetwork, HasTheSameBitsOnEveryInstructionSetForAnyThreadsAndBatch) {
         }
         forceFastKernels(nullptr);
     }
+}
+
+// The other tests show that threads, batches and instruction sets of one processor make no difference.
+TEST(FastNetwork, ResultsAreTheSameOnEveryProcessor) {
+    std::ifstream file(FAST_ANSWERS_FILE);
+    std::ostringstream expected, actual;
+    expected << file.rdbuf();
+    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+        const Results results = Network(seed, 2, fastBuilder(2)).run();
+        actual << hashOf(results[0]) << " network " << seed << "\n";
+    }
+    EXPECT_TRUE(actual.str() == expected.str()) << "computed are\n" << actual.str();
 }
 
 TEST(FastNetwork, ManyThreadsRunOneRunner) {

@@ -45,7 +45,7 @@ void FastConnectionLayer::run(const FastRun& run) const {
         FastProduct call;
         parts_.set(call, part, begin, end);
         call.x = input_.plane(run, 0, 0);
-        call.xStep = rows_ == input_.shape.n ? input_.strides.sample : call.tapCount;
+        call.xStep = input_.layout == FastLayout::blocks ? input_.strides.sample : call.tapCount;
         call.rows = 1;
         call.pixels = rows_;
         call.y = output_.base(run) + begin * kFastBlock;

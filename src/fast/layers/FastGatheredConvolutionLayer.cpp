@@ -78,7 +78,7 @@ void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int g
         call.xStep = length;
         call.rows = 1;
         call.pixels = std::min(tile_, output_.shape.w - first);
-        for (int i = 0; i < call.pixels; ++i)
+        for (int i = 0; i < call.pixels && length > 0; ++i)
             gather(input_.base(run) + sample * input_.strides.sample, group, row, first + i, windows + i * length);
         call.yStep = output_.strides.pixel;
         call.yBlock = output_.strides.plane;
