@@ -10,6 +10,12 @@ void compareConvolutions();
 // The trained network of the digits example, compared with its matrix products.
 void compareDigits();
 
+// The fast back end's kernels, compared with as many fused multiply-adds in registers, for each instruction set.
+void compareFastKernels();
+
+// Whole networks on the fast back end, compared with the built-in one.
+void compareFastNetworks();
+
 // Loading a model of 100 MB, a detection network and the digits network, compared with checksum and one copy.
 void compareLoads();
 

@@ -11,6 +11,8 @@ int main(int argc, char** argv) {
     compareConvolutions();
     compareLayers();
     compareDigits();
+    compareFastKernels();
+    compareFastNetworks();
     compareLoads();
     comparePlanning();
     compareBatching();

@@ -1,6 +1,6 @@
 # What `cmake --install` installs: headers, libraries, and files by which CMake (nolk::nolk, nolk::model) and pkg-config
 # (nolk, nolk_model) find them. Programs need the components runtime and model_runtime to run, and development and
-# model_development to be built. The component tools is the program nolk.
+# model_development to be built. The component fast is the fast back end, tools the program nolk, convert nolk-convert.
 include(CMakePackageConfigHelpers)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/nolk)
 
@@ -21,6 +21,11 @@ install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/ DESTINATION ${CMAKE_INSTALL_DATADI
 file(RELATIVE_PATH up_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/nolk.pc.in ${PROJECT_BINARY_DIR}/nolk.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/nolk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+# In the folder of libnolk, which looks there for other implementations.
+if(TARGET NolkFast)
+  install(TARGETS NolkFast LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT fast)
+endif()
 
 if(TARGET nolk_model)
   install(FILES ${PROJECT_SOURCE_DIR}/include/nolk_model.h TYPE INCLUDE COMPONENT model_development)
@@ -45,4 +50,6 @@ if(TARGET nolk_convert)
   install(TARGETS nolk_convert COMPONENT convert)
   install(FILES ${PROJECT_BINARY_DIR}/tools/convert/nolk-convert.1.gz
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT convert)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/converting.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/nolk-convert COMPONENT convert)
 endif()

@@ -66,6 +66,13 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libnolk${PROJECT_VERSION_MAJOR} (=
 if(CPACK_DEBIAN_PACKAGE_DEPENDS)
   set(and_libraries ", ${CPACK_DEBIAN_PACKAGE_DEPENDS}")
 endif()
+# Not in the package of the library: the file's name has no version, and two major versions can be installed together.
+if(TARGET NolkFast)
+  nolk_package(fast libnolk-fast libs
+    "The fast back end: it runs networks faster than the built-in one of\nlibnolk${PROJECT_VERSION_MAJOR}, and is asked for by the name NolkFast.${needs_level}")
+  set(CPACK_DEBIAN_FAST_PACKAGE_DEPENDS "libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "libnolk-fast (= ${debian_version})")
+endif()
 if(TARGET nolk_model)
   nolk_package(model_runtime libnolk-model${PROJECT_VERSION_MAJOR} libs
     "The companion library: it looks into model files, checks them and\nwrites them.${needs_level}")
@@ -82,12 +89,13 @@ if(NOLK_BUILD_TOOLS)
     "The program: it looks into model files, runs them, times them, and says\nwhat is wrong with them.${needs_level}")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
     "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "graphviz, nolk-convert")
 endif()
 
 if(TARGET nolk_convert)
   nolk_package(convert nolk-convert utils
     "The converter: it makes model files of ONNX files, and says what stands\nin the way where it cannot.${needs_level}")
+  set(CPACK_DEBIAN_CONVERT_PACKAGE_SUGGESTS nolk)
   set(CPACK_DEBIAN_CONVERT_PACKAGE_DEPENDS
     "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
 endif()

@@ -11,6 +11,12 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    ActivateType type() const { return type_; }
+    float p0() const { return p0_; }
+    float p1() const { return p1_; }
+    float p2() const { return p2_; }
+    float p3() const { return p3_; }
+    const std::vector<float>& slopes() const { return slopes_; }
 
 private:
     ActivateType type_;

@@ -11,6 +11,7 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    int axis() const { return axis_; }
 
 private:
     double joinedExtent() const;

@@ -13,6 +13,8 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    nolk::DimsHW stride() const { return stride_; }
+    nolk::DimsHW dilation() const { return dilation_; }
 
 private:
     bool isPointwise() const;

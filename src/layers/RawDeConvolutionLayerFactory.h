@@ -12,6 +12,8 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    nolk::Padding padding() const { return padding_; }
+    nolk::DimsHW stride() const { return stride_; }
     const nolk::Weights& weights() const { return weights_; }
 
 private:

@@ -8,6 +8,7 @@ public:
     RawEltwiseLayerFactory(nolk::TensorX* a, nolk::TensorX* b, EltwiseType type);
 
     std::unique_ptr<Layer> create() override;
+    EltwiseType type() const { return type_; }
 
 private:
     EltwiseType type_;

@@ -10,6 +10,7 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    nolk::BasicOp op() const { return op_; }
 
 private:
     nolk::BasicOp op_;

@@ -12,6 +12,7 @@ public:
     std::unique_ptr<Layer> create() override;
     void connect() override;
     void check() const override;
+    nolk::TensorLayout layout() const { return layout_; }
 
 private:
     nolk::TensorLayout layout_;

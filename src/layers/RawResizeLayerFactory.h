@@ -11,6 +11,8 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    nolk::ResizeMode mode() const { return mode_; }
+    nolk::ResizeTransMode transMode() const { return transMode_; }
 
 private:
     nolk::ResizeMode mode_;

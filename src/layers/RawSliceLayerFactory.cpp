@@ -32,7 +32,6 @@ void RawSliceLayerFactory::check() const {
         refuse("slice: elements must end within 2^31 - 1 floats, end at %.0f", static_cast<double>(writtenFloats()));
 }
 
-// The end of what the layer writes, from the output's start.
 std::int64_t RawSliceLayerFactory::writtenFloats() const {
     const nolk::TensorShape& in = input()->shape;
     if (elementCount(in) == 0 || pos_.start >= pos_.end) return 0;

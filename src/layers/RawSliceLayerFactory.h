@@ -14,9 +14,11 @@ public:
     std::unique_ptr<Layer> create() override;
     void connect() override;
     void check() const override;
+    nolk::SlicePos pos() const { return pos_; }
 
-private:
+    // The end of what the layer writes, from the output's start.
     std::int64_t writtenFloats() const;
 
+private:
     nolk::SlicePos pos_;  // axis 0 to 3 if it exists, start >= 0, end <= the input's extent
 };

@@ -8,6 +8,7 @@ public:
     RawSoftMaxLayerFactory(nolk::TensorX* x, nolk::Axis axis);
 
     std::unique_ptr<Layer> create() override;
+    int axis() const { return axis_; }
 
 private:
     int axis_;

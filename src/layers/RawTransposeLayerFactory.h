@@ -9,6 +9,7 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
+    nolk::Perm perm() const { return perm_; }
 
 private:
     nolk::Perm perm_;

@@ -1,38 +1,11 @@
 #include "runner/BaseRunner.h"
 
 #include <chrono>
-#include <cstdio>
 #include <utility>
 
-#include "builder/shapes.h"
+#include "runner/checkTensors.h"
 
 namespace {
-
-bool tensorsMatch(const nolk::Tensor* tensors, int count, const std::vector<nolk::TensorShape>& expected) {
-    if (!tensors) {
-        std::fputs("tensors is null\n", stderr);
-        return false;
-    }
-    const int expectedCount = static_cast<int>(expected.size());
-    if (count != expectedCount) {
-        std::fprintf(stderr, "tensor count wrong. %d != %d\n", count, expectedCount);
-        return false;
-    }
-    for (int i = 0; i < count; ++i) {
-        const nolk::TensorShape& have = tensors[i].shape;
-        const nolk::TensorShape& want = expected[static_cast<std::size_t>(i)];
-        if (!sameShape(have, want)) {
-            std::fprintf(stderr, "tensor shape wrong. (%d, %d, %d, %d)[%d] != (%d, %d, %d, %d)[%d](expected)\n", have.n,
-                         have.c, have.h, have.w, have.dims, want.n, want.c, want.h, want.w, want.dims);
-            return false;
-        }
-        if (!tensors[i].data) {
-            std::fprintf(stderr, "tensors[%d] is null\n", i);
-            return false;
-        }
-    }
-    return true;
-}
 
 std::int64_t nanoseconds() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();

@@ -1,27 +1,14 @@
 // Results of fixed arithmetic have the bits that answers.txt records, whatever processor the library is built for.
 #include <gtest/gtest.h>
 
-#include <cinttypes>
 #include <fstream>
 #include <sstream>
 
 #include "support/Net.h"
 #include "support/everyOperation.h"
+#include "support/hashOf.h"
 
 namespace {
-
-// FNV-1a over the bytes, little-endian. All NaNs count as one: which of them comes out is the processor's choice.
-std::string hashOf(const std::vector<float>& values) {
-    std::uint64_t hash = 14695981039346656037u;
-    for (const float v : values) {
-        std::uint32_t bits = 0x7FC00000;
-        if (!std::isnan(v)) std::memcpy(&bits, &v, sizeof bits);
-        for (int shift = 0; shift < 32; shift += 8) hash = (hash ^ (bits >> shift & 0xFF)) * 1099511628211u;
-    }
-    char text[17];
-    std::snprintf(text, sizeof text, "%016" PRIx64, hash);
-    return text;
-}
 
 // A line for each operation: hashes for ordinary values and for such with NaN, infinities and signed zeros; the name.
 std::string answers() {

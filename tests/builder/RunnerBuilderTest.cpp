@@ -3,6 +3,7 @@
 #include <memory>
 #include <stdexcept>
 
+#include "builder/RawRunnerBuilder.h"
 #include "builder/utils.h"
 #include "support/everyOperation.h"
 #include "support/expectReference.h"

@@ -1,8 +1,8 @@
 # Installs nolk into a scratch prefix and builds the README's code against that alone, found by CMake and by pkg-config.
-# With CPACK it is the Debian packages that are made and unpacked there.
+# WITH_FAST: the fast back end belongs to it. With CPACK it is the Debian packages that are made and unpacked there.
 #   cmake -DBUILD=<build tree> -DSCRATCH=<folder> -DREADME=<file> -DMODEL=<file> -DCXX=<compiler> -DPKG_CONFIG=<program>
 #         -DGENERATOR=<of CMake> [-DSANITIZE=<sanitizers of the library>] [-DEMULATOR=<that runs its programs>]
-#         [-DCPACK=<program>] -P check.cmake
+#         [-DWITH_FAST=1] [-DCPACK=<program>] -P check.cmake
 function(run)
   execute_process(COMMAND ${ARGV} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -34,9 +34,13 @@ endif()
 file(WRITE ${SCRATCH}/main.cpp "${CMAKE_MATCH_1}")
 
 run(${CMAKE_COMMAND} -S ${CMAKE_CURRENT_LIST_DIR} -B ${SCRATCH}/build -G ${GENERATOR} -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp)
+    -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${flags_text} -DSOURCE=${SCRATCH}/main.cpp
+    -DWITH_FAST=${WITH_FAST})
 run(${CMAKE_COMMAND} --build ${SCRATCH}/build)
 run(${emulator} ${SCRATCH}/build/host ${MODEL})
+if(WITH_FAST)
+  run(${emulator} ${SCRATCH}/build/fast_host ${MODEL} ${prefix})
+endif()
 if(EXISTS ${SCRATCH}/build/model_host)
   run(${emulator} ${SCRATCH}/build/model_host)
 endif()

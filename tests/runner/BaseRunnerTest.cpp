@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "builder/RawRunnerBuilder.h"
 #include "support/Net.h"
 
 namespace {

@@ -1,6 +1,7 @@
 // A network for a test: records it, builds it, runs it, releases it.
 //   Net net;  auto* x = net.input({1, 2, 3, 3, 3}, values);  auto out = net.run({net->relu(x)});  // out[0]: floats
-// values are copied; run may be called once per Net, runAgain as often as wanted after it.
+// values are copied; run may be called once per Net, runAgain as often as wanted after it. The back end is the one that
+// the program links (backEnd.h).
 #pragma once
 
 #include <gtest/gtest.h>
@@ -8,12 +9,12 @@
 
 #include <vector>
 
-#include "builder/RawRunnerBuilder.h"
 #include "builder/shapes.h"
+#include "support/backEnd.h"
 
 class Net {
 public:
-    explicit Net(const char* cfg = nullptr) : builder_(new RawRunnerBuilder(cfg)) {}
+    explicit Net(const char* cfg = nullptr) : builder_(newBackEndBuilder(cfg)) {}
     ~Net() {
         if (runner_) runner_->destroy();
         if (builder_) builder_->destroy();
@@ -44,7 +45,11 @@ public:
     // Goes on with the network of a model file that has the same inputs and outputs.
     void load(std::vector<unsigned char> file, int batch) {
         runner_->destroy();
-        runner_ = nolk_new_runner(nullptr, file.data(), static_cast<int>(file.size()), batch);
+        nolk::RunnerBuilder* const builder = newBackEndBuilder(nullptr);
+        nolk::ModelReader* const reader = nolk_new_model_reader();
+        runner_ = reader->readFromMemory(builder, batch, file.data(), static_cast<int>(file.size()));
+        reader->destroy();
+        builder->destroy();
         ASSERT_NE(runner_, nullptr);
     }
 

@@ -1,4 +1,4 @@
-// One operation, or a few, of the built-in builder: against ReferenceBuilder, or refused by build.
+// One operation, or a few: against ReferenceBuilder, or refused by build.
 //   expectReference({{1, 3, 4, 5, 3}}, [](Recording& r) { return r->relu(r.x[0]); });
 //   expectRefused({{1, 3, 4, 5, 3}}, "pad: ", [](Recording& r) { return r->pad(r.x[0], {-1, 0, 0, 0}); });
 // The shapes are those of the inputs. The recording's arrays are gone when the network runs.
@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -33,9 +34,11 @@ inline std::vector<int> writtenShape(const std::vector<Shape>& shapes, const Rec
 }
 
 // Ordinary values and special ones; with the inputs' storage free for the result, and with inputs that must keep their
-// values; twice in a row. By bits where tolerance is 0, otherwise with ordinary values alone.
+// values; twice in a row. By bits where tolerance is 0 and the back end has the same order of operations; with a
+// tolerance, with ordinary values alone.
 inline void expectReference(const std::vector<Shape>& shapes, const Record& record, float tolerance = 0.0f,
                             const char* cfg = nullptr) {
+    const float allowed = std::max(tolerance, backEndTolerance());
     for (int round = 0; round < (tolerance > 0.0f ? 2 : 4); ++round) {
         const bool inputsStay = round % 2 == 1, special = round > 1;
         SCOPED_TRACE(testing::Message() << "inputs stay: " << inputsStay << ", special values: " << special);
@@ -66,7 +69,7 @@ inline void expectReference(const std::vector<Shape>& shapes, const Record& reco
                 std::vector<float> wanted = reference.values(expected[i]);
                 for (std::size_t k = 0; k < wanted.size(); ++k)
                     if (wanted[k] == ReferenceBuilder::kUnwritten) wanted[k] = results[i].at(k);
-                tolerance > 0.0f ? expectClose(results[i], wanted, tolerance) : expectSameBits(results[i], wanted);
+                allowed > 0.0f ? expectClose(results[i], wanted, allowed) : expectSameBits(results[i], wanted);
             }
         }
     }

@@ -60,10 +60,13 @@ inline void expectSameBits(const std::vector<float>& actual, const std::vector<f
     }
 }
 
-// Within tolerance, absolute and relative together: |actual - expected| <= tolerance * (1 + |expected|).
+// Within tolerance, absolute and relative together: |actual - expected| <= tolerance * (1 + |expected|). NaN and
+// infinities must be equal.
 inline void expectClose(const std::vector<float>& actual, const std::vector<float>& expected, float tolerance) {
     ASSERT_EQ(actual.size(), expected.size());
-    for (std::size_t i = 0; i < actual.size(); ++i)
+    for (std::size_t i = 0; i < actual.size(); ++i) {
+        if (actual[i] == expected[i] || (std::isnan(actual[i]) && std::isnan(expected[i]))) continue;
         ASSERT_LE(std::fabs(actual[i] - expected[i]), tolerance * (1.0f + std::fabs(expected[i])))
             << "element " << i << ": " << actual[i] << ", expected " << expected[i];
+    }
 }

@@ -50,6 +50,32 @@ TEST(Implementation, ALibraryThatIsNotThereIsNamed) {
     }
 }
 
+#ifdef HAS_FAST_BACK_END
+TEST(Implementation, TheFastBackEndRunsEveryCommandAndNamesWrongSettings) {
+    const std::string model = absModel(), expected = arrayFile("positive.npy", {1, 2});
+    std::vector<Words> commands = commandsOf(model);
+    commands[1][2] = expected;
+    commands[1].insert(commands[1].end(), {"--tolerance", "0"});
+    for (const Words& command : commands) {
+        Words arguments = command;
+        arguments.insert(arguments.end(), {"--implementation", "NolkFast:spin_us=0", "--threads", "2"});
+        const ProgramResult r = runProgram(arguments);
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.err, "");
+        const std::string refuses = "the implementation NolkFast refuses its settings: ";
+        const std::string known = " (NolkFast has num_threads, spin_us and arenas)";
+        expectRefused(command,
+                      {{{"--implementation", "NolkFast:thread=2"}, refuses + "unknown setting 'thread'" + known},
+                       {{"--implementation", "NolkFast:spin_us=-1"},
+                        refuses + "setting spin_us must be a number from 0 to 1000, is '-1'"}});
+    }
+    const Words layers = {"bench", model, "--runs", "1", "--json", "--layers", "--implementation", "NolkFast"};
+    const Json report = Json::parse(runProgram(layers).out, nullptr, false);
+    EXPECT_EQ(report["implementation"], "NolkFast");
+    EXPECT_EQ(report["layers"][0]["operation"], "abs");
+}
+#endif
+
 #ifdef HAS_PLUGIN
 TEST(Implementation, APluginRunsTheModelInEveryCommand) {
     const std::string model = absModel(), expected = arrayFile("expected.npy", {-1, 2});

@@ -90,7 +90,7 @@ void ImplementationOptions::addTo(CLI::App& command) {
                     "what runs the model: NolkRaw, or X for libX.so; with its settings, as NAME:key=value,...")
         ->type_name("NAME[:CFG]")
         ->check(CLI::Validator(std::function<std::string(std::string&)>(checkImplementation), ""));
-    command.add_option("--threads", threads_, "threads of one matrix product: num_threads of the settings")
+    command.add_option("--threads", threads_, "threads that one run may use: num_threads of the settings")
         ->type_name("N")
         ->check(wholeNumber(1, kMostThreads));
 }

@@ -30,7 +30,7 @@ public:
 
     std::string name() const;
 
-    // The threads of one matrix product; 0 if unknown, because another implementation got no number of threads.
+    // The threads that one run may use; 0 if unknown, because another implementation got no number of threads.
     int threads() const;
 
 private:

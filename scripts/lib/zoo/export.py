@@ -1,9 +1,10 @@
-"""Exports networks of networks.py as cases: FOLDER/NAME/model.onnx, input_0.npy ..., output_0.npy ..., and the same tensors
-as .pb files of ONNX.
+"""Exports networks of networks.py as cases: FOLDER/NAME/model.onnx, input_0.npy ..., output_0.npy ..., and the same
+tensors as .pb files of ONNX.
 
-    python3 export.py FOLDER [--opset 17] [--dynamic] [NAME]...
+    python3 export.py FOLDER [--opset 17] [--dynamic] [--set zoo|peers|chains] [NAME]...
 
-With --dynamic the batch is free in the file, else it is 1. Cases that are there already stay.
+With --dynamic the batch is free in the file, else it is 1. Cases that are there already stay. The sets are those of
+networks.py.
 """
 import argparse
 import pathlib
@@ -12,7 +13,7 @@ import warnings
 import numpy
 import onnx
 import torch
-from networks import NETWORKS
+from networks import SETS
 from onnx import numpy_helper
 
 
@@ -60,9 +61,9 @@ def save(folder, kind, names, tensors):
         (folder / f"{kind}_{i}.pb").write_bytes(numpy_helper.from_array(array, name).SerializeToString())
 
 
-def export(name, folder, opset, dynamic):
+def export(network_and_shape, folder, opset, dynamic):
     torch.manual_seed(0)
-    make, shape = NETWORKS[name]
+    make, shape = network_and_shape
     network = make()
     settle(network, shape)
     network = Tensors(network).eval()
@@ -88,14 +89,16 @@ def main():
     parser.add_argument("names", nargs="*")
     parser.add_argument("--opset", type=int, default=17)
     parser.add_argument("--dynamic", action="store_true")
+    parser.add_argument("--set", choices=SETS, default="zoo")
     arguments = parser.parse_intermixed_args()
     warnings.simplefilter("ignore")
-    for name in arguments.names or NETWORKS:
+    networks = SETS[arguments.set]
+    for name in arguments.names or networks:
         folder = arguments.folder / name
         if (folder / "model.onnx").exists():
             continue
         try:
-            export(name, folder, arguments.opset, arguments.dynamic)
+            export(networks[name], folder, arguments.opset, arguments.dynamic)
         except Exception as error:  # one that cannot be exported does not stop the others
             lines = str(error).strip().splitlines() or [type(error).__name__]
             print(f"{name}: not exported: {lines[0]}", flush=True)

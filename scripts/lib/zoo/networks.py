@@ -1,4 +1,4 @@
-"""Networks for scripts/zoo: name -> (function that makes one, shape of one input).
+"""Networks for scripts/zoo and scripts/bench-peers: name -> (function that makes one, shape of one input).
 
 Weights are random. torchvision brings most of them; the others show what its models lack: recurrent layers, decoding
 heads, attention that is written out, normalisations other than that of batches.
@@ -9,7 +9,7 @@ from torch import nn
 from torch.nn import functional as F
 
 
-# A U-Net with PReLU and instance normalisation.
+# A U-Net with PReLU and instance normalisation, or with the ReLU and batch normalisation of most.
 
 class Double(nn.Sequential):
     def __init__(self, channels, out):
@@ -18,12 +18,19 @@ class Double(nn.Sequential):
             nn.Conv2d(out, out, 3, padding=1, bias=False), nn.InstanceNorm2d(out), nn.PReLU())
 
 
+class PlainDouble(nn.Sequential):
+    def __init__(self, channels, out):
+        super().__init__(
+            nn.Conv2d(channels, out, 3, padding=1, bias=False), nn.BatchNorm2d(out), nn.ReLU(),
+            nn.Conv2d(out, out, 3, padding=1, bias=False), nn.BatchNorm2d(out), nn.ReLU())
+
+
 class UNet(nn.Module):
-    def __init__(self, widths=(16, 32, 64, 128), classes=4):
+    def __init__(self, widths=(16, 32, 64, 128), classes=4, double=Double):
         super().__init__()
-        self.down = nn.ModuleList(Double(a, b) for a, b in zip((3,) + widths, widths))
+        self.down = nn.ModuleList(double(a, b) for a, b in zip((3,) + widths, widths))
         self.lift = nn.ModuleList(nn.ConvTranspose2d(b, a, 2, stride=2) for a, b in zip(widths, widths[1:]))
-        self.up = nn.ModuleList(Double(2 * a, a) for a in widths[:-1])
+        self.up = nn.ModuleList(double(2 * a, a) for a in widths[:-1])
         self.head = nn.Conv2d(widths[0], classes, 1)
 
     def forward(self, x):
@@ -158,16 +165,16 @@ class AnchorFreeDetector(nn.Module):
 # Reading text: convolutions, then two bidirectional LSTM layers along the columns.
 
 class Crnn(nn.Module):
-    def __init__(self, classes=37, hidden=64, time_first=True):
+    def __init__(self, classes=37, hidden=64, time_first=True, widths=(32, 64, 128, 128)):
         super().__init__()
-        widths = (1, 32, 64, 128, 128)
+        last = widths[-1]
         layers = []
-        for i, (a, b) in enumerate(zip(widths, widths[1:])):
+        for i, (a, b) in enumerate(zip((1,) + widths, widths)):
             layers += [nn.Conv2d(a, b, 3, padding=1), nn.BatchNorm2d(b), nn.ReLU(),
                        nn.MaxPool2d(2) if i < 2 else nn.MaxPool2d((2, 2), (2, 1), (0, 1))]
-        self.features = nn.Sequential(*layers, nn.Conv2d(128, 128, 2), nn.ReLU())
+        self.features = nn.Sequential(*layers, nn.Conv2d(last, last, 2), nn.ReLU())
         self.time_first = time_first
-        self.lstm = nn.LSTM(128, hidden, 2, bidirectional=True, batch_first=not time_first)
+        self.lstm = nn.LSTM(last, hidden, 2, bidirectional=True, batch_first=not time_first)
         self.head = nn.Linear(2 * hidden, classes)
 
     def forward(self, x):
@@ -276,17 +283,17 @@ class TextDetector(nn.Module):
             y = self.two(F.relu(self.one(F.adaptive_avg_pool2d(x, 1))))
             return x + x * torch.clamp(0.2 * y + 0.5, 0.0, 1.0)
 
-    def __init__(self):
+    def __init__(self, width=48):
         super().__init__()
         body = torchvision.models.mobilenet_v3_small(weights=None).features
         self.stages = nn.ModuleList([body[:2], body[2:4], body[4:9], body[9:]])
-        widths = (16, 24, 48, 576)
+        widths, thin = (16, 24, 48, 576), width // 4
         self.narrow = nn.ModuleList(
-            nn.Sequential(nn.Conv2d(w, 48, 1, bias=False), self.Weighted(48)) for w in widths)
-        self.smooth = nn.ModuleList(nn.Conv2d(48, 12, 3, padding=1, bias=False) for _ in widths)
+            nn.Sequential(nn.Conv2d(w, width, 1, bias=False), self.Weighted(width)) for w in widths)
+        self.smooth = nn.ModuleList(nn.Conv2d(width, thin, 3, padding=1, bias=False) for _ in widths)
         self.head = nn.Sequential(
-            nn.Conv2d(48, 12, 3, padding=1, bias=False), nn.BatchNorm2d(12), nn.ReLU(),
-            nn.ConvTranspose2d(12, 12, 2, 2), nn.BatchNorm2d(12), nn.ReLU(), nn.ConvTranspose2d(12, 1, 2, 2))
+            nn.Conv2d(width, thin, 3, padding=1, bias=False), nn.BatchNorm2d(thin), nn.ReLU(),
+            nn.ConvTranspose2d(thin, thin, 2, 2), nn.BatchNorm2d(thin), nn.ReLU(), nn.ConvTranspose2d(thin, 1, 2, 2))
 
     def forward(self, x):
         levels = []
@@ -328,6 +335,16 @@ class Assorted(nn.Module):
         x = F.normalize(torch.cat([x, x.flip(1)], 1), dim=1)
         y = self.line(x.mean(2)) + x.amax(2) - x.amin(2) * x.sum(2)
         return y.transpose(1, 2), x.flatten(1).norm(dim=1, keepdim=True), x.pow(2).mean((2, 3))
+
+
+# One layer, eight times in a row. The first and the last pay for another layout, if a library has one of its own.
+
+def chain(make, count=8):
+    return lambda: nn.Sequential(*(make() for _ in range(count)))
+
+
+def convolutions(channels, kernel, groups=1):
+    return chain(lambda: nn.Conv2d(channels, channels, kernel, padding=kernel // 2, groups=groups))
 
 
 def vision(name, **options):
@@ -374,3 +391,26 @@ NETWORKS = {
     "text_detector": (TextDetector, (3, 160, 160)),
     "assorted": (Assorted, (3, 33, 40)),
 }
+
+# What scripts/bench-peers times: networks at the sizes that they are used at.
+PEERS = {name: NETWORKS[name] for name in (
+    "resnet18", "resnet50", "mobilenet_v2", "mobilenet_v3_small", "efficientnet_b0", "squeezenet1_1")}
+PEERS.update({
+    "unet": (lambda: UNet((32, 64, 128, 256), double=PlainDouble), (3, 256, 256)),
+    "unet_prelu": (UNet, (3, 256, 256)),
+    "crnn": (lambda: Crnn(hidden=256, widths=(64, 128, 256, 512)), (1, 32, 160)),
+    "text_detector": (lambda: TextDetector(96), (3, 640, 640)),
+})
+
+# What scripts/bench-peers --layers times. A dense 3x3 over 64 channels of 56 x 56 pixels is called dense3x3_64x56.
+CHAINS = {f"dense3x3_{c}x{size}": (convolutions(c, 3), (c, size, size))
+          for c, size in ((64, 56), (128, 28), (256, 14), (512, 7), (24, 112))}
+CHAINS.update({f"dense1x1_{c}x{size}": (convolutions(c, 1), (c, size, size))
+               for c, size in ((64, 56), (256, 56), (256, 14), (1024, 7), (40, 28))})
+CHAINS.update({f"depthwise{k}x{k}_{c}x{size}": (convolutions(c, k, c), (c, size, size))
+               for k, c, size in ((3, 32, 112), (3, 128, 56), (3, 512, 14), (5, 240, 14), (3, 72, 28))})
+CHAINS["linear_1024"] = (chain(lambda: nn.Linear(1024, 1024)), (1024,))
+# The least that a run can do, which tells what a call costs.
+CHAINS["nothing"] = (nn.ReLU, (1, 1, 1))
+
+SETS = {"zoo": NETWORKS, "peers": PEERS, "chains": CHAINS}

@@ -44,6 +44,4 @@ constexpr std::int64_t kLargestKnown = 4096;
 std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const std::vector<const Value*>& inputs,
                                   std::int64_t largestKnown = kLargestKnown);
 
-bool isKnownOperator(const std::string& opType);
-
 }  // namespace convert

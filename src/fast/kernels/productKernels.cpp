@@ -1,0 +1,312 @@
+#include <utility>
+
+#include "fast/kernels/levelKernels.h"
+#include "fast/kernels/vectors.h"
+
+// Loops over a tile's registers are unrolled completely: else the sums would lie in memory.
+#ifdef __clang__
+#define NOLK_UNROLL _Pragma("unroll")
+#else
+#define NOLK_UNROLL _Pragma("GCC unroll 32")
+#endif
+
+namespace NOLK_FAST_LEVEL {
+namespace {
+
+constexpr int kVectors = kFastBlock / kLanes;  // of a block
+
+// The most pixels of a tile that has so many blocks: their sums, the weights of one tap and one factor fit into the
+// registers. Tiles of few pixels need many blocks, because sums that do not wait for each other must fill the time that
+// a fused multiply-add takes. More blocks than that would read weights from more places than necessary.
+constexpr int mostPixels(int blocks) {
+#if defined(__AVX512F__)
+    return blocks == 8 ? 2 : blocks == 4 ? 5 : blocks == 3 ? 9 : 14;
+#elif defined(__AVX2__) && defined(__FMA__)
+    return blocks == 4 ? 1 : blocks == 2 ? 3 : blocks == 1 ? 6 : 0;
+#else
+    return blocks == 4 ? 1 : blocks == 2 ? 2 : blocks == 1 ? 6 : 0;
+#endif
+}
+
+// Where a tile begins.
+struct Corner {
+    const float* x;
+    const float* weights;
+    const float* bias;
+    float* y;
+    const float* added;
+    const float* next;  // as many weights as a block has, which will be needed later
+};
+
+using Tile = void (*)(const FastProduct&, const Corner&);
+
+template <int kRows, int kPixels, int kBlocks, int kStep>
+void productTile(const FastProduct& call, const Corner& at) {
+    constexpr int kPlaces = kRows * kPixels, kWidth = kBlocks * kVectors;  // a place is a pixel of a row
+    const std::ptrdiff_t xStep = kStep ? kStep : call.xStep;
+    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
+    Vector sums[kPlaces * kWidth];
+    NOLK_UNROLL
+    for (int i = 0; i < kPlaces * kWidth; ++i) {
+        const int row = i / kWidth / kPixels, pixel = i / kWidth % kPixels;
+        const int block = i % kWidth / kVectors, lane = i % kVectors * kLanes;
+        sums[i] = load(call.carryOn ? at.y + row * call.yRow + pixel * call.yStep + block * call.yBlock + lane
+                                    : at.bias + block * kFastBlock + lane);
+    }
+
+    const float* w = at.weights;
+    const float* next = at.next;
+    const std::int32_t* const end = call.taps + call.tapCount;
+    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += kFastBlock) {
+        // With narrower registers a tap has less work to hide the prefetch behind.
+        if constexpr (kLanes == kFastBlock) __builtin_prefetch(next, 0, 2);
+        const float* const x = at.x + *tap;
+        Vector weights[kWidth];
+        NOLK_UNROLL
+        for (int v = 0; v < kWidth; ++v) weights[v] = load(w + v / kVectors * weightsBlock + v % kVectors * kLanes);
+        NOLK_UNROLL
+        for (int place = 0; place < kPlaces; ++place) {
+            const Vector factor = broadcast(x[place / kPixels * call.xRow + place % kPixels * xStep]);
+            Vector* const sum = sums + place * kWidth;
+            NOLK_UNROLL
+            for (int v = 0; v < kWidth; ++v) sum[v] = fma(factor, weights[v], sum[v]);
+        }
+    }
+
+    const Vector low = broadcast(call.low), high = broadcast(call.high);
+    NOLK_UNROLL
+    for (int i = 0; i < kPlaces * kWidth; ++i) {
+        const int row = i / kWidth / kPixels, pixel = i / kWidth % kPixels;
+        const int block = i % kWidth / kVectors, lane = i % kVectors * kLanes;
+        if (at.added)
+            sums[i] += load(at.added + row * call.addedRow + pixel * call.addedStep + block * call.addedBlock + lane);
+        store(at.y + row * call.yRow + pixel * call.yStep + block * call.yBlock + lane,
+              smallerOr(high, largerOr(low, sums[i])));
+    }
+}
+
+template <int kRows, int kBlocks, int kStep, int... kPixels>
+Tile tileOf(int pixels, std::integer_sequence<int, kPixels...>) {
+    static constexpr Tile tiles[] = {nullptr, productTile<kRows, kPixels + 1, kBlocks, kStep>...};
+    return tiles[pixels];
+}
+
+template <int kRows, int kBlocks, int kStep>
+Tile tileOf(int pixels) {
+    return tileOf<kRows, kBlocks, kStep>(pixels, std::make_integer_sequence<int, mostPixels(kBlocks) / kRows>());
+}
+
+template <int kRows, int kStep>
+Tile tileOf(int pixels, int blocks) {
+    switch (blocks) {
+        case 8:
+            return tileOf<kRows, 8, kStep>(pixels);
+        case 4:
+            return tileOf<kRows, 4, kStep>(pixels);
+        case 3:
+            return tileOf<kRows, 3, kStep>(pixels);
+        case 2:
+            return tileOf<kRows, 2, kStep>(pixels);
+        default:
+            return tileOf<kRows, 1, kStep>(pixels);
+    }
+}
+
+Tile tileOf(int rows, int pixels, int blocks, std::ptrdiff_t step) {
+    if (step == kFastBlock)
+        return rows == 2 ? tileOf<2, kFastBlock>(pixels, blocks) : tileOf<1, kFastBlock>(pixels, blocks);
+    return rows == 2 ? tileOf<2, 0>(pixels, blocks) : tileOf<1, 0>(pixels, blocks);
+}
+
+// The part of a product that a loop over tiles is at.
+struct Part {
+    int rows, pixels, blocks;
+    int lanes;  // of the last block
+};
+
+void copyLanes(const float* from, std::ptrdiff_t fromBlock, std::ptrdiff_t fromRow, std::ptrdiff_t fromStep, float* to,
+               std::ptrdiff_t toBlock, std::ptrdiff_t toRow, std::ptrdiff_t toStep, const Part& part) {
+    for (int b = 0; b < part.blocks; ++b)
+        for (int r = 0; r < part.rows; ++r)
+            for (int p = 0; p < part.pixels; ++p)
+                for (int lane = 0; lane < kFastBlock; lane += kLanes) {
+                    const int rest = (b + 1 < part.blocks ? kFastBlock : part.lanes) - lane;
+                    const int n = rest > kLanes ? kLanes : rest;
+                    if (n <= 0) break;
+                    storePart(to + b * toBlock + r * toRow + p * toStep + lane,
+                              loadPart(from + b * fromBlock + r * fromRow + p * fromStep + lane, n), n);
+                }
+}
+
+// A tile whose last block has less than 16 lanes goes through a copy with whole blocks.
+void partialTile(const FastProduct& call, const Corner& at, const Part& part, Tile tile) {
+    constexpr int kRow = 14 * kFastBlock, kBlock = 2 * kRow;
+    float y[8 * kBlock], added[8 * kBlock];
+    FastProduct copy = call;
+    copy.yBlock = copy.addedBlock = kBlock;
+    copy.yRow = copy.addedRow = kRow;
+    copy.yStep = copy.addedStep = kFastBlock;
+    if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
+    if (call.added)
+        copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
+    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr, at.next});
+    copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
+}
+
+int quotientUp(int a, int b) { return (a + b - 1) / b; }
+
+// All rows and pixels of a few blocks.
+void productOfBlocks(const FastProduct& call, int firstBlock, int blocks) {
+    static const float zeros[8 * kFastBlock] = {};
+    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
+    const float* const weights = call.weights + firstBlock * weightsBlock;
+    const float* const bias = call.bias ? call.bias + firstBlock * kFastBlock : zeros;
+    float* const y = call.y + firstBlock * call.yBlock;
+    const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
+    const bool isLast = firstBlock + blocks == call.blocks;
+    const int lanes = isLast ? call.lanes : kFastBlock;
+    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
+    // Weights of the next blocks. They come from far, so each tile asks for those of one block; after the last blocks,
+    // for weights that are near.
+    int prefetched = 0;
+    for (int row = 0; row < call.rows; row += 2)
+        for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
+            pixels = quotientUp(call.pixels - pixel, tiles - t);
+            const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
+            const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
+            for (int r = row; r < row + rowsLeft; r += rows) {
+                const Corner at{call.x + r * call.xRow + pixel * call.xStep,
+                                weights,
+                                bias,
+                                y + r * call.yRow + pixel * call.yStep,
+                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr,
+                                weights + (isLast ? 0 : blocks + prefetched) * weightsBlock};
+                prefetched = prefetched + 1 < blocks ? prefetched + 1 : 0;
+                if (lanes == kFastBlock)
+                    tile(call, at);
+                else
+                    partialTile(call, at, {rows, pixels, blocks, lanes}, tile);
+            }
+        }
+}
+
+// Blocks are the outer loop, so that the weights of a few stay in the cache.
+void productOfStrip(const FastProduct& call) {
+    const int columns = quotientUp(call.pixels, quotientUp(call.pixels, mostPixels(1)));
+    const int pixels = call.rows > 1 && 2 * columns <= mostPixels(1) ? 2 * columns : columns;
+    int group = 8;
+    while (group > 1 && mostPixels(group) < pixels) group /= 2;
+    for (int block = 0; block < call.blocks; block += group) {
+        const int left = call.blocks - block;
+        while (group > left) group /= 2;
+        if (group == 2 && left == 3 && mostPixels(3) > 0) group = 3;
+        productOfBlocks(call, block, group);
+    }
+}
+
+// sums[pixel] += x[pixel * step] * weight
+template <int kPixels>
+void addTap(const float* x, std::ptrdiff_t step, Vector weight, Vector (&sums)[kPixels]) {
+    NOLK_UNROLL
+    for (int p = 0; p < kPixels; ++p) sums[p] = fma(load(x + p * step), weight, sums[p]);
+}
+
+// Sums of one block for neighbouring pixels, for as many tiles of kPixels as asked for. kKernel and kStride are 0 for
+// those that are known only at run time.
+template <int kPixels, int kKernel, int kStride>
+void depthwiseTiles(const FastDepthwise& call, const float* x, const float* bias, float* y, const float* added,
+                    int tiles) {
+    const std::ptrdiff_t xRow = call.xRow, step = (kStride ? kStride : call.strideW) * kFastBlock;
+    const Vector low = broadcast(call.low), high = broadcast(call.high);
+    for (int lane = 0; lane < kFastBlock; lane += kLanes)
+        for (int t = 0; t < tiles; ++t) {
+            const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(t) * kPixels;
+            const float* const from = x + first * step + lane;
+            const float* const weights = call.weights + lane;
+            Vector sums[kPixels];
+            NOLK_UNROLL
+            for (int p = 0; p < kPixels; ++p) sums[p] = load(bias + lane);
+            if constexpr (kKernel > 0) {
+                NOLK_UNROLL
+                for (int kh = 0; kh < kKernel; ++kh) NOLK_UNROLL
+                for (int kw = 0; kw < kKernel; ++kw)
+                    addTap(from + kh * xRow + kw * kFastBlock, step, load(weights + (kh * kKernel + kw) * kFastBlock),
+                           sums);
+            } else {
+                for (int kh = 0; kh < call.kernelH; ++kh)
+                    for (int kw = 0; kw < call.kernelW; ++kw)
+                        addTap(from + kh * call.dilationH * xRow + kw * call.dilationW * kFastBlock, step,
+                               load(weights + (kh * call.kernelW + kw) * kFastBlock), sums);
+            }
+            NOLK_UNROLL
+            for (int p = 0; p < kPixels; ++p) {
+                const std::ptrdiff_t at = (first + p) * kFastBlock + lane;
+                if (added) sums[p] += load(added + at);
+                store(y + at, smallerOr(high, largerOr(low, sums[p])));
+            }
+        }
+}
+
+using DepthwiseTiles = void (*)(const FastDepthwise&, const float*, const float*, float*, const float*, int);
+
+constexpr int kMostDepthwisePixels = kLanes == 8 ? 6 : 8;
+
+template <int kKernel, int kStride, int... kPixels>
+DepthwiseTiles depthwiseTilesOf(int pixels, std::integer_sequence<int, kPixels...>) {
+    static constexpr DepthwiseTiles tiles[] = {nullptr, depthwiseTiles<kPixels + 1, kKernel, kStride>...};
+    return tiles[pixels];
+}
+
+DepthwiseTiles depthwiseTilesOf(const FastDepthwise& call, int pixels) {
+    constexpr auto kAll = std::make_integer_sequence<int, kMostDepthwisePixels>();
+    const bool dense = call.kernelH == call.kernelW && call.dilationH == 1 && call.dilationW == 1;
+    if (dense && call.kernelH == 3 && call.strideW == 1) return depthwiseTilesOf<3, 1>(pixels, kAll);
+    if (dense && call.kernelH == 3 && call.strideW == 2) return depthwiseTilesOf<3, 2>(pixels, kAll);
+    if (dense && call.kernelH == 5 && call.strideW == 1) return depthwiseTilesOf<5, 1>(pixels, kAll);
+    if (dense && call.kernelH == 5 && call.strideW == 2) return depthwiseTilesOf<5, 2>(pixels, kAll);
+    return depthwiseTilesOf<0, 0>(pixels, kAll);
+}
+
+}  // namespace
+
+// If all weights fit into the cache, it works in strips of a few rows or pixels whose inputs fit there too.
+void product(const FastProduct& call) {
+    constexpr int kMostWeights = 1 << 17, kMostInputs = 1 << 15;
+    const std::int64_t weights = static_cast<std::int64_t>(call.tapCount) * call.blocks * kFastBlock;
+    const std::int64_t inputs = static_cast<std::int64_t>(call.tapCount) * call.rows * call.pixels;
+    if (weights > kMostWeights || inputs <= kMostInputs) return productOfStrip(call);
+    const bool cutRows = call.rows > 1;
+    const int unit = cutRows ? 2 : mostPixels(1), all = cutRows ? call.rows : call.pixels;
+    const std::int64_t unitInputs = static_cast<std::int64_t>(call.tapCount) * unit * (cutRows ? call.pixels : 1);
+    const int most = unit * static_cast<int>(unitInputs < kMostInputs ? kMostInputs / unitInputs : 1);
+    FastProduct strip = call;
+    for (int done = 0; done < all; done += most) {
+        const int size = all - done < most ? all - done : most;
+        (cutRows ? strip.rows : strip.pixels) = size;
+        strip.x = call.x + done * (cutRows ? call.xRow : call.xStep);
+        strip.y = call.y + done * (cutRows ? call.yRow : call.yStep);
+        if (call.added) strip.added = call.added + done * (cutRows ? call.addedRow : call.addedStep);
+        productOfStrip(strip);
+    }
+}
+
+void depthwise(const FastDepthwise& call) {
+    static const float zeros[kFastBlock] = {};
+    const float* const bias = call.bias ? call.bias : zeros;
+    // Tiles of one size, and then tiles that are one pixel smaller.
+    const int tiles = quotientUp(call.pixels, kMostDepthwisePixels), larger = quotientUp(call.pixels, tiles);
+    const int smallTiles = tiles * larger - call.pixels, largeTiles = tiles - smallTiles;
+    const DepthwiseTiles large = depthwiseTilesOf(call, larger), small = depthwiseTilesOf(call, larger - 1);
+    for (int row = 0; row < call.rows; ++row) {
+        const float* const x = call.x + static_cast<std::ptrdiff_t>(row) * call.strideH * call.xRow;
+        float* const y = call.y + row * call.yRow;
+        const float* const added = call.added ? call.added + row * call.addedRow : nullptr;
+        large(call, x, bias, y, added, largeTiles);
+        if (smallTiles == 0) continue;
+        const std::ptrdiff_t done = static_cast<std::ptrdiff_t>(largeTiles) * larger;
+        small(call, x + done * call.strideW * kFastBlock, bias, y + done * kFastBlock,
+              added ? added + done * kFastBlock : nullptr, smallTiles);
+    }
+}
+
+}  // namespace NOLK_FAST_LEVEL

@@ -1,0 +1,25 @@
+// Runs a built-in layer. Each arena has its own, bound to the tensors there.
+#pragma once
+
+#include <utility>
+
+#include "fast/FastGraph.h"
+#include "fast/FastLayer.h"
+
+class FastBuiltInLayer final : public FastLayer {
+public:
+    // index: of the layer in FastArena::builtIn.
+    FastBuiltInLayer(FastBuiltIn op, std::vector<FastView> inputs, const FastView& output, std::size_t index)
+        : op_(std::move(op)), inputs_(std::move(inputs)), output_(output), index_(index) {}
+
+    void run(const FastRun& run) const override { run.arena.builtIn[index_]->run(run.arena.scratch); }
+
+    // The layer for an arena whose memory has its final place.
+    std::unique_ptr<Layer> make(const FastArena& arena) const;
+
+private:
+    FastBuiltIn op_;
+    std::vector<FastView> inputs_;
+    FastView output_;
+    std::size_t index_;
+};

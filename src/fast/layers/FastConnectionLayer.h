@@ -1,0 +1,21 @@
+// A full connection: y = x * weight^T + bias, then the steps of the node.
+//   in [n, c, 1, 1] in blocks, or n * groups plain rows of c / groups elements, one after the other, whatever its
+//   extents weights [out, in], out [n, groups * out, 1, 1] plain
+#pragma once
+
+#include "fast/layers/FastProductParts.h"
+#include "fast/layers/FastSteps.h"
+
+class FastConnectionLayer final : public FastLayer {
+public:
+    FastConnectionLayer(const FastNode& node, const FastConnection& op, const FastView& input, const FastView& output,
+                        const std::vector<FastView>& views);
+
+    void run(const FastRun& run) const override;
+
+private:
+    FastView input_, output_;
+    int rows_, outputs_;
+    FastProductParts parts_;
+    FastSteps steps_;
+};

@@ -1,0 +1,143 @@
+#include "fast/layers/FastConvolutionLayer.h"
+
+#include <algorithm>
+
+namespace {
+
+// Input floats that should stay in the second cache while all output blocks are computed from them.
+constexpr std::ptrdiff_t kCachedFloats = 64 * 1024;
+
+// Pixels that a task computes at least; a multiple of the pixels that kernels keep in registers.
+constexpr int kTilePixels = 84;
+
+int divideUp(int a, int b) { return (a + b - 1) / b; }
+
+}  // namespace
+
+FastConvolutionLayer::FastConvolutionLayer(const FastNode& node, const FastConvolution& op, const FastView& input,
+                                           const FastView& output, const std::vector<FastView>& views,
+                                           std::ptrdiff_t scratch)
+    : input_(input),
+      output_(output),
+      hasFactors_(op.hasFactors),
+      factors_(op.hasFactors ? views[static_cast<std::size_t>(node.inputs[1])] : FastView()),
+      scratch_(scratch),
+      stride_(op.stride),
+      window_(-op.padding.top * input.strides.row - op.padding.left * input.strides.pixel),
+      parts_(FastProductParts::pack(op.weights, tapsOf(op, input))),
+      epilogue_(node, views, output) {
+    const bool pointwise =
+        op.weights.kernelH == 1 && op.weights.kernelW == 1 && stride_.h == 1 && stride_.w == 1 && window_ == 0;
+    joinsRows_ = pointwise && input.isDense() && output.isDense() && epilogue_.isDense();
+    const std::ptrdiff_t rowFloats = input.strides.row * stride_.h * input.strides.planes;
+    const std::ptrdiff_t pixelFloats = input.strides.pixel * input.strides.planes;
+    if (joinsRows_)
+        pieceLength_ =
+            static_cast<int>(std::max<std::ptrdiff_t>(kCachedFloats / pixelFloats / kTilePixels, 1)) * kTilePixels;
+    else
+        pieceLength_ =
+            static_cast<int>(std::max<std::ptrdiff_t>(kCachedFloats / std::max<std::ptrdiff_t>(rowFloats, 1), 1));
+}
+
+std::int64_t FastConvolutionLayer::scratchFloats(const FastConvolution& op) {
+    return std::int64_t{blocksOf(op.weights.outChannels)} * kFastBlock * op.weights.inChannels;
+}
+
+void FastConvolutionLayer::run(const FastRun& run) const {
+    if (!hasFactors_) return runSamples(run, 0, output_.shape.n);
+    for (int n = 0; n < output_.shape.n; ++n) {
+        scaleWeights(run, n);
+        runSamples(run, n, 1);
+    }
+}
+
+// A 1x1 convolution of one group has one tap for each input channel.
+void FastConvolutionLayer::scaleWeights(const FastRun& run, int sample) const {
+    const FastProductPart& part = parts_.parts.front();
+    const std::ptrdiff_t channels = input_.shape.c;
+    run.team.forEach(part.blocks, channels * kFastBlock, [&](int block) {
+        const float* weights = parts_.weights->data() + part.weights + block * channels * kFastBlock;
+        float* scaled = run.arena.floats.data() + scratch_ + block * channels * kFastBlock;
+        for (std::ptrdiff_t c = 0; c < channels; ++c, weights += kFastBlock, scaled += kFastBlock) {
+            const float factor = factors_.plane(run, sample, c / kFastBlock)[c % kFastBlock];
+            for (int lane = 0; lane < kFastBlock; ++lane) scaled[lane] = weights[lane] * factor;
+        }
+    });
+}
+
+void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int samples) const {
+    const nolk::TensorShape& out = output_.shape;
+    const int length = joinsRows_ ? out.h * out.w : out.h;
+    const int planes = output_.strides.planes;
+    const auto taps = static_cast<std::int64_t>(parts_.taps.front().size());
+    const int threads = run.team.size();
+    int pieceLength = pieceLength_;
+    // Blocks of outputs are divided too, in pairs, if there are not enough pieces for all threads.
+    int ranges = 1;
+    if (threads > 1) {
+        const int pieces = samples * divideUp(length, pieceLength);
+        ranges = std::clamp(divideUp(4 * threads, pieces), 1, divideUp(planes, 2));
+    }
+    const int blocksInRange = divideUp(divideUp(planes, ranges), 2) * 2;
+    ranges = divideUp(planes, blocksInRange);
+    if (threads > 1 && samples * ranges * divideUp(length, pieceLength) < 2 * threads) {
+        const int shorter = divideUp(length, divideUp(4 * threads, samples * ranges));
+        pieceLength = joinsRows_ ? divideUp(shorter, kTilePixels / 6) * (kTilePixels / 6) : shorter;
+    }
+    const int pieces = divideUp(length, pieceLength);
+    const std::int64_t places = std::int64_t{pieceLength} * (joinsRows_ ? 1 : out.w);
+    run.team.forEach(samples * pieces * ranges, taps * places * blocksInRange * kFastBlock / 4, [&](int task) {
+        const int range = task % ranges, piece = task / ranges % pieces;
+        compute(run, {firstSample + task / ranges / pieces, range * blocksInRange,
+                      std::min((range + 1) * blocksInRange, planes), piece * pieceLength,
+                      std::min((piece + 1) * pieceLength, length)});
+    });
+}
+
+void FastConvolutionLayer::compute(const FastRun& run, const Piece& piece) const {
+    FastProduct call;
+    call.xRow = stride_.h * input_.strides.row;
+    call.xStep = stride_.w * input_.strides.pixel;
+    call.x = input_.plane(run, piece.sample, 0) + window_ + piece.begin * (joinsRows_ ? call.xStep : call.xRow);
+    call.rows = joinsRows_ ? 1 : piece.end - piece.begin;
+    call.pixels = joinsRows_ ? piece.end - piece.begin : output_.shape.w;
+    call.yBlock = output_.strides.plane;
+    call.yRow = output_.strides.row;
+    call.yStep = output_.strides.pixel;
+    call.low = epilogue_.low;
+    call.high = epilogue_.high;
+    const FastStrides& added = epilogue_.added.strides;
+    call.addedBlock = added.plane;
+    call.addedRow = added.row;
+    call.addedStep = added.pixel;
+    for (const FastProductPart& part : parts_.parts) {
+        const int begin = std::max(part.firstBlock, piece.firstBlock) - part.firstBlock;
+        const int end = std::min(part.firstBlock + part.blocks, piece.lastBlock) - part.firstBlock;
+        if (begin >= end) continue;
+        parts_.set(call, part, begin, end);
+        if (hasFactors_)
+            call.weights = run.arena.floats.data() + scratch_ + std::ptrdiff_t{begin} * call.tapCount * kFastBlock;
+        const int block = part.firstBlock + begin;
+        if (output_.layout == FastLayout::plain) call.lanes = 1;
+        call.y = output_.plane(run, piece.sample, block) + piece.begin * (joinsRows_ ? call.yStep : call.yRow) +
+                 part.firstLane;
+        if (epilogue_.hasAdded)
+            call.added = epilogue_.added.plane(run, piece.sample, block) +
+                         piece.begin * (joinsRows_ ? call.addedStep : call.addedRow) + part.firstLane;
+        run.kernels.product(call);
+    }
+    finish(run, piece);
+}
+
+void FastConvolutionLayer::finish(const FastRun& run, const Piece& piece) const {
+    if (epilogue_.rest.empty() && output_.isDense()) return;
+    for (int block = piece.firstBlock; block < piece.lastBlock; ++block) {
+        if (joinsRows_) {
+            if (!epilogue_.rest.empty())
+                epilogue_.rest.apply(run, piece.sample, block, 0, piece.begin, piece.end - piece.begin);
+            continue;
+        }
+        epilogue_.rest.applyRows(run, piece.sample, block, piece.begin, piece.end - piece.begin);
+        output_.clearBorder(output_.plane(run, piece.sample, block), piece.begin, piece.end);
+    }
+}

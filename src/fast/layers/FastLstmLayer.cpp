@@ -1,0 +1,120 @@
+#include "fast/layers/FastLstmLayer.h"
+
+#include <algorithm>
+#include <limits>
+#include <numeric>
+
+namespace {
+
+constexpr int kBlocksOfTask = 8;
+
+int gateFloatsOf(int hidden) { return blocksOf(4 * hidden) * kFastBlock; }
+
+// Rows [4 * hidden, inputs] of weights.
+FastProductParts packed(const float* weights, const float* bias, int hidden, int inputs) {
+    nolk::Weights w;
+    w.groups = 1;
+    w.outChannels = 4 * hidden;
+    w.inChannels = inputs;
+    w.kernelH = w.kernelW = 1;
+    w.weight = const_cast<float*>(weights);
+    w.bias = const_cast<float*>(bias);
+    std::vector<std::int32_t> taps(static_cast<std::size_t>(inputs));
+    std::iota(taps.begin(), taps.end(), 0);
+    return FastProductParts::pack(w, {taps});
+}
+
+// Floats of one pass over one sample: the gates of all steps, the cell, and the hidden state before the first step.
+std::int64_t passFloats(int hidden, int steps) {
+    return std::int64_t{steps} * gateFloatsOf(hidden) + 2 * std::int64_t{blocksOf(hidden)} * kFastBlock;
+}
+
+}  // namespace
+
+FastLstmLayer::FastLstmLayer(const nolk::LstmWeights& w, const FastView& input, const FastView& output,
+                             std::ptrdiff_t scratch)
+    : input_(input),
+      output_(output),
+      inputs_(std::max(w.inputSize, 0)),
+      hidden_(w.hiddenSize),
+      steps_(input.shape.h),
+      gateFloats_(gateFloatsOf(w.hiddenSize)),
+      scratch_(scratch) {
+    const std::size_t units = 4 * static_cast<std::size_t>(hidden_);
+    for (std::size_t d = 0; d < static_cast<std::size_t>(w.numDirections); ++d) {
+        std::vector<float> bias(units, 0.0f);
+        if (w.bias && w.splitBias)
+            for (std::size_t u = 0; u < units; ++u)
+                bias[u] = w.bias[2 * d * units + u] + w.bias[(2 * d + 1) * units + u];
+        const float* const input_weights = w.inputWeights + d * units * static_cast<std::size_t>(inputs_);
+        const float* const recurrent = w.recurrentWeights + d * units * static_cast<std::size_t>(hidden_);
+        const bool backward = w.numDirections == 1 ? w.direction == nolk::Direction::backward : d == 1;
+        passes_.push_back({packed(input_weights, bias.data(), hidden_, inputs_),
+                           packed(recurrent, nullptr, hidden_, hidden_), backward});
+    }
+}
+
+std::int64_t FastLstmLayer::scratchFloats(const nolk::LstmWeights& weights, const nolk::TensorShape& output) {
+    return passFloats(weights.hiddenSize, output.h) * output.n * weights.numDirections;
+}
+
+void FastLstmLayer::run(const FastRun& run) const {
+    const int n = output_.shape.n, passes = static_cast<int>(passes_.size());
+    const std::ptrdiff_t floats = passFloats(hidden_, steps_);
+    float* const scratch = run.arena.floats.data() + scratch_;
+    const int blocks = gateFloats_ / kFastBlock, ranges = (blocks + kBlocksOfTask - 1) / kBlocksOfTask;
+    const std::int64_t units = std::int64_t{steps_} * gateFloats_;
+    run.team.forEach(n * passes * ranges, units * inputs_ / (4 * ranges), [&](int task) {
+        const int chain = task / ranges, begin = task % ranges * kBlocksOfTask;
+        multiplyInputs(run, chain / passes, passes_[static_cast<std::size_t>(chain % passes)], scratch + chain * floats,
+                       begin, std::min(begin + kBlocksOfTask, blocks));
+    });
+    run.team.forEach(n * passes, units * hidden_ / 4, [&](int chain) {
+        const Pass& pass = passes_[static_cast<std::size_t>(chain % passes)];
+        float* const gates = scratch + chain * floats;
+        float* const cell = gates + std::ptrdiff_t{steps_} * gateFloats_;
+        float* const zeros = cell + blocksOf(hidden_) * kFastBlock;
+        std::fill_n(cell, 2 * blocksOf(hidden_) * kFastBlock, 0.0f);
+        const std::ptrdiff_t row = std::ptrdiff_t{passes} * hidden_;
+        float* const out = output_.base(run) + chain / passes * steps_ * row + chain % passes * hidden_;
+        const float* before = zeros;
+        for (int s = 0; s < steps_; ++s) {
+            const int t = pass.backward ? steps_ - 1 - s : s;
+            step(run, pass, gates + std::ptrdiff_t{t} * gateFloats_, cell, before, out + t * row);
+            before = out + t * row;
+        }
+    });
+}
+
+void FastLstmLayer::multiplyInputs(const FastRun& run, int sample, const Pass& pass, float* gates, int begin,
+                                   int end) const {
+    FastProduct call;
+    pass.input.set(call, pass.input.parts.front(), begin, end);
+    call.x = input_.base(run) + std::ptrdiff_t{sample} * steps_ * inputs_;
+    call.xStep = inputs_;
+    call.y = gates + begin * kFastBlock;
+    call.yBlock = kFastBlock;
+    call.yStep = gateFloats_;
+    call.rows = 1;
+    call.pixels = steps_;
+    call.low = -std::numeric_limits<float>::infinity();
+    call.high = std::numeric_limits<float>::infinity();
+    run.kernels.product(call);
+}
+
+void FastLstmLayer::step(const FastRun& run, const Pass& pass, float* gates, float* cell, const float* before,
+                         float* hidden) const {
+    FastProduct call;
+    pass.recurrent.set(call, pass.recurrent.parts.front(), 0, gateFloats_ / kFastBlock);
+    call.bias = nullptr;
+    call.carryOn = true;
+    call.x = before;
+    call.xStep = 16;
+    call.y = gates;
+    call.yBlock = kFastBlock;
+    call.rows = call.pixels = 1;
+    call.low = -std::numeric_limits<float>::infinity();
+    call.high = std::numeric_limits<float>::infinity();
+    run.kernels.product(call);
+    run.kernels.lstmCell({gates, hidden_, cell, hidden, hidden_});
+}

@@ -1,0 +1,55 @@
+#include "fast/layers/FastPackedWeights.h"
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+
+namespace {
+
+// Looks at 8 bytes at a time. Equal hashes are only a hint; the floats themselves are compared.
+std::uint64_t hashOf(const FastPackedFloats& floats) {
+    std::uint64_t hash = floats.count;
+    for (std::size_t i = 0; i + 2 <= floats.count; i += 2) {
+        std::uint64_t bits = 0;
+        std::memcpy(&bits, floats.data() + i, sizeof bits);
+        hash = (hash ^ bits) * 0x9e3779b97f4a7c15u;
+        hash ^= hash >> 29;
+    }
+    return hash;
+}
+
+bool same(const FastPackedFloats& a, const FastPackedFloats& b) {
+    return a.count == b.count && std::memcmp(a.data(), b.data(), a.count * sizeof(float)) == 0;
+}
+
+// guarded by mutex
+std::mutex mutex;
+std::unordered_multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>& knownFloats() {
+    static auto* const known = new std::unordered_multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>;
+    return *known;  // never destroyed: runners may outlive static objects
+}
+
+}  // namespace
+
+FastPackedFloats::FastPackedFloats(std::size_t n) : count(n) {
+    if (n > INT_MAX) throw std::bad_alloc();
+    memory.growTo(static_cast<int>(n > 0 ? n : 1));
+}
+
+FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats) {
+    const std::uint64_t hash = hashOf(*floats);
+    const std::lock_guard lock(mutex);
+    auto& known = knownFloats();
+    const auto [begin, end] = known.equal_range(hash);
+    for (auto it = begin; it != end;) {
+        const FastPacked other = it->second.lock();
+        if (other && same(*other, *floats)) return other;
+        it = other ? std::next(it) : known.erase(it);
+    }
+    FastPacked shared = std::move(floats);
+    known.emplace(hash, shared);
+    return shared;
+}

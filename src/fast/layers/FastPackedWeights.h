@@ -1,0 +1,22 @@
+// Weights in the order in which the kernels read them. Equal arrays of all runners in the process share one copy.
+//   FastPacked packed = shareFloats(std::move(floats));
+// Thread-safe.
+#pragma once
+
+#include <memory>
+
+#include "memory/AlignedMemory.h"
+
+struct FastPackedFloats {
+    AlignedMemory<float> memory{16};
+    std::size_t count = 0;
+
+    explicit FastPackedFloats(std::size_t n);
+    float* data() { return memory.data(); }
+    const float* data() const { return memory.data(); }
+};
+
+using FastPacked = std::shared_ptr<const FastPackedFloats>;
+
+// The same floats: either those that a runner has already, or these.
+FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats);

@@ -1,0 +1,76 @@
+// Layers that work on planes in blocks of channels: poolings, reductions of whole planes, instance normalisation,
+// resizing.
+#pragma once
+
+#include "fast/layers/FastPackedWeights.h"
+#include "fast/layers/FastSteps.h"
+
+// Maximum or average of windows.
+//   in [n, c, h, w], out [n, c, oh, ow], both in blocks
+class FastPoolingLayer final : public FastLayer {
+public:
+    FastPoolingLayer(const FastNode& node, const FastPooling& op, const FastView& input, const FastView& output,
+                     const std::vector<FastView>& views)
+        : input_(input), output_(output), op_(op), steps_(node.steps, views, output) {}
+
+    void run(const FastRun& run) const override;
+
+private:
+    FastView input_, output_;
+    FastPooling op_;
+    FastSteps steps_;
+};
+
+// One value for each plane.
+//   in [n, c, h, w], out [n, c, 1, 1], both in blocks
+class FastPlaneReductionLayer final : public FastLayer {
+public:
+    FastPlaneReductionLayer(nolk::BasicOp op, const FastView& input, const FastView& output)
+        : op_(op), input_(input), output_(output) {}
+
+    void run(const FastRun& run) const override;
+
+private:
+    nolk::BasicOp op_;
+    FastView input_, output_;
+};
+
+// y = (x - mean) * scale[c] / sqrt(variance + epsilon) + bias[c], with mean and variance of each plane.
+//   in, out [n, c, h, w] in the same layout
+class FastInstanceNormalizationLayer final : public FastLayer {
+public:
+    FastInstanceNormalizationLayer(const FastNode& node, const FastInstanceNorm& op, const FastView& input,
+                                   const FastView& output, const std::vector<FastView>& views);
+
+    void run(const FastRun& run) const override;
+
+private:
+    FastView input_, output_;
+    std::vector<float> scale_, bias_;  // whole blocks
+    float epsilon_;
+    FastSteps steps_;
+};
+
+// Linear interpolation or the nearest pixel.
+//   in [n, c, h, w], out [n, c, oh, ow], both in blocks
+class FastResizeLayer final : public FastLayer {
+public:
+    FastResizeLayer(const FastNode& node, const FastResize& op, const FastView& input, const FastView& output,
+                    const std::vector<FastView>& views);
+
+    void run(const FastRun& run) const override;
+
+private:
+    // For each output index: the two source indices, and the weight of the second. If there is a single source, the
+    // first index is -1 and has weight 0.
+    struct Axis {
+        std::vector<int> first, second;
+        std::vector<float> weight;  // empty for nearest
+    };
+    static nolk::ResizeMode modeOf(const FastResize& op, const nolk::TensorShape& in);
+    static Axis axisOf(nolk::ResizeMode mode, nolk::ResizeTransMode transMode, int in, int out);
+
+    FastView input_, output_;
+    Axis rows_, columns_;
+    FastSteps steps_;
+};

@@ -1,0 +1,92 @@
+#include "fast/layers/FastProductParts.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+namespace {
+
+// Splits the outputs of each group so that no part crosses the end of a block, unless it begins and ends with blocks.
+std::vector<FastProductPart> partsOf(const nolk::Weights& w, std::size_t lists) {
+    std::vector<FastProductPart> parts;
+    for (int g = 0; g < w.groups; ++g) {
+        const int begin = g * w.outChannels, end = begin + w.outChannels;
+        const bool whole = w.groups == 1 || w.outChannels % kFastBlock == 0;
+        for (int o = begin; o < end;) {
+            FastProductPart part;
+            part.taps = lists > 1 ? g : 0;
+            part.firstBlock = o / kFastBlock;
+            part.firstLane = o % kFastBlock;
+            const int next = whole ? end : std::min(end, (part.firstBlock + 1) * kFastBlock);
+            part.blocks = whole ? blocksOf(w.outChannels) : 1;
+            part.lanes = whole ? kFastBlock : next - o;
+            parts.push_back(part);
+            o = next;
+        }
+    }
+    return parts;
+}
+
+}  // namespace
+
+FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> tapLists) {
+    FastProductParts packed;
+    packed.taps = std::move(tapLists);
+    packed.parts = partsOf(w, packed.taps.size());
+    const std::ptrdiff_t tapCount = std::ptrdiff_t{w.inChannels} * w.kernelH * w.kernelW;
+    // Groups that share their weights share the packed ones too, where they are divided in the same way.
+    std::map<std::pair<int, int>, std::ptrdiff_t> places;
+    std::ptrdiff_t blocks = 0;
+    for (FastProductPart& part : packed.parts) {
+        const int first = part.firstBlock * kFastBlock + part.firstLane;
+        std::ptrdiff_t place = blocks;
+        if (w.shared) place = places.emplace(std::pair(first % w.outChannels, part.lanes), blocks).first->second;
+        if (place == blocks) blocks += part.blocks;
+        part.weights = place * tapCount * kFastBlock;
+        part.bias = place * kFastBlock;
+    }
+    auto weights = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * tapCount * kFastBlock));
+    auto bias = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * kFastBlock));
+    for (const FastProductPart& part : packed.parts) {
+        const int first = part.firstBlock * kFastBlock + part.firstLane;
+        const int last = std::min(first + (part.blocks - 1) * kFastBlock + part.lanes, w.groups * w.outChannels);
+        for (int o = first; o < last; ++o) {
+            const std::ptrdiff_t block = (o - first) / kFastBlock, lane = (o - first) % kFastBlock;
+            const int row = w.shared ? o % w.outChannels : o;
+            const float* from = w.weight + row * tapCount;
+            float* to = weights->data() + part.weights + block * tapCount * kFastBlock + lane;
+            for (std::ptrdiff_t k = 0; k < tapCount; ++k) to[k * kFastBlock] = from[k];
+            if (w.bias) bias->data()[part.bias + block * kFastBlock + lane] = w.bias[row];
+        }
+    }
+    packed.weights = shareFloats(std::move(weights));
+    packed.bias = shareFloats(std::move(bias));
+    return packed;
+}
+
+void FastProductParts::set(FastProduct& call, const FastProductPart& part, int begin, int end) const {
+    const std::vector<std::int32_t>& list = taps[static_cast<std::size_t>(part.taps)];
+    call.taps = list.data();
+    call.tapCount = static_cast<int>(list.size());
+    call.weights = weights->data() + part.weights + std::ptrdiff_t{begin} * call.tapCount * kFastBlock;
+    call.bias = bias->data() + part.bias + begin * kFastBlock;
+    call.blocks = end - begin;
+    call.lanes = end == part.blocks ? part.lanes : kFastBlock;
+}
+
+std::vector<std::vector<std::int32_t>> tapsOf(const FastConvolution& op, const FastView& input) {
+    const nolk::Weights& w = op.weights;
+    const bool blocks = input.layout == FastLayout::blocks;
+    std::vector<std::vector<std::int32_t>> lists(static_cast<std::size_t>(w.groups));
+    for (int g = 0; g < w.groups; ++g)
+        for (int i = 0; i < w.inChannels; ++i) {
+            const int c = g * w.inChannels + i;
+            const std::ptrdiff_t channel =
+                blocks ? c / kFastBlock * input.strides.plane + c % kFastBlock : c * input.strides.plane;
+            for (int kh = 0; kh < w.kernelH; ++kh)
+                for (int kw = 0; kw < w.kernelW; ++kw)
+                    lists[static_cast<std::size_t>(g)].push_back(static_cast<std::int32_t>(
+                        channel + kh * op.dilation.h * input.strides.row + kw * op.dilation.w * input.strides.pixel));
+        }
+    return lists;
+}

@@ -1,0 +1,37 @@
+// The sums of products of a convolution, as parts that the product kernel can do: the taps of a group of channels, and
+// blocks of its outputs.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "fast/FastGraph.h"
+#include "fast/FastLayer.h"
+#include "fast/layers/FastPackedWeights.h"
+
+// Outputs that lie next to each other and read the same taps.
+struct FastProductPart {
+    int taps = 0;        // index of the list of taps
+    int firstBlock = 0;  // of the output
+    int blocks = 1;
+    int firstLane = 0;                     // in its only block, or 0
+    int lanes = kFastBlock;                // of the last block
+    std::ptrdiff_t weights = 0, bias = 0;  // offsets in the packed arrays
+};
+
+struct FastProductParts {
+    std::vector<std::vector<std::int32_t>> taps;  // offsets of each group's inputs, from a window's first channel
+    std::vector<FastProductPart> parts;           // by output
+    FastPacked weights;                           // [block, tap, 16] of each part
+    FastPacked bias;                              // [block, 16] of each part
+
+    // w: weights [group, out, in, kernelH, kernelW]. taps: of each group. plain: whether outputs are planes of their
+    // own.
+    static FastProductParts pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> taps);
+
+    // The blocks [begin, end) of part, in terms of the kernel: sets taps, weights, bias, blocks and lanes.
+    void set(FastProduct& call, const FastProductPart& part, int begin, int end) const;
+};
+
+// The taps of a convolution that reads its input where it lies; one list for each group.
+std::vector<std::vector<std::int32_t>> tapsOf(const FastConvolution& op, const FastView& input);

@@ -1,0 +1,178 @@
+#include "fast/makeLayers.h"
+
+#include "fast/FastWindows.h"
+#include "fast/layers/FastBuiltInLayer.h"
+#include "fast/layers/FastChannelsLayer.h"
+#include "fast/layers/FastConnectionLayer.h"
+#include "fast/layers/FastConvolutionLayer.h"
+#include "fast/layers/FastCopyLayer.h"
+#include "fast/layers/FastDeconvolutionLayer.h"
+#include "fast/layers/FastDepthwiseLayer.h"
+#include "fast/layers/FastElementwiseLayer.h"
+#include "fast/layers/FastGatheredConvolutionLayer.h"
+#include "fast/layers/FastLstmLayer.h"
+#include "fast/layers/FastMatmulLayer.h"
+#include "fast/layers/FastPlaneLayers.h"
+#include "fast/layers/FastRowLayers.h"
+#include "fast/layers/FastTransposeLayer.h"
+
+namespace {
+
+using LayerPtr = std::unique_ptr<FastLayer>;
+
+// What is known when a node's layer is made.
+struct Place {
+    const FastNode& node;
+    const std::vector<FastView>& views;
+    std::ptrdiff_t scratch;
+    int numThreads;
+    std::size_t& builtInCount;
+
+    const FastView& view(int value) const { return views[static_cast<std::size_t>(value)]; }
+    const FastView& input() const { return view(node.inputs.front()); }
+    const FastView& output() const { return view(node.output); }
+};
+
+template <typename LayerType, typename... Args>
+LayerPtr named(const char* kind, Args&&... args) {
+    auto layer = std::make_unique<LayerType>(std::forward<Args>(args)...);
+    layer->kind = kind;
+    return layer;
+}
+
+LayerPtr make(const FastConvolution& op, const Place& at) {
+    switch (kindOf(op, at.input().shape, at.output().shape)) {
+        case FastConvolutionKind::depthwise:
+            return named<FastDepthwiseLayer>("depthwise conv", at.node, op, at.input(), at.output(), at.views);
+        case FastConvolutionKind::direct:
+            return named<FastConvolutionLayer>("conv", at.node, op, at.input(), at.output(), at.views, at.scratch);
+        case FastConvolutionKind::gathered:
+            break;
+    }
+    return named<FastGatheredConvolutionLayer>("gathered conv", at.node, op, at.input(), at.output(), at.views,
+                                               at.scratch, at.numThreads);
+}
+
+LayerPtr make(const FastDeconvolution& op, const Place& at) {
+    return named<FastDeconvolutionLayer>("deconv", at.node, op, at.input(), at.output(), at.views, at.scratch);
+}
+
+LayerPtr make(const FastConnection& op, const Place& at) {
+    return named<FastConnectionLayer>("fc", at.node, op, at.input(), at.output(), at.views);
+}
+
+LayerPtr make(const FastPooling& op, const Place& at) {
+    return named<FastPoolingLayer>("pool", at.node, op, at.input(), at.output(), at.views);
+}
+
+LayerPtr make(const FastReduce& op, const Place& at) {
+    if (at.input().layout == FastLayout::blocks)
+        return named<FastPlaneReductionLayer>("reduce", op.op, at.input(), at.output());
+    return named<FastReductionLayer>("reduce", op.op, at.input(), at.output());
+}
+
+LayerPtr make(const FastInstanceNorm& op, const Place& at) {
+    return named<FastInstanceNormalizationLayer>("instanceNorm", at.node, op, at.input(), at.output(), at.views);
+}
+
+LayerPtr make(const FastL2Norm&, const Place& at) {
+    return named<FastL2NormalizationLayer>("l2norm", at.input(), at.output());
+}
+
+LayerPtr make(const FastSoftmaxAlong& op, const Place& at) {
+    return named<FastSoftmaxLayer>("softmax", op.axis, at.input(), at.output());
+}
+
+LayerPtr make(const FastResize& op, const Place& at) {
+    return named<FastResizeLayer>("resize", at.node, op, at.input(), at.output(), at.views);
+}
+
+LayerPtr make(const FastMatmul&, const Place& at) {
+    return named<FastMatmulLayer>("matmul", at.node, at.input(), at.view(at.node.inputs[1]), at.output(), at.views,
+                                  at.scratch, at.numThreads);
+}
+
+LayerPtr make(const FastLstm& op, const Place& at) {
+    return named<FastLstmLayer>("LSTM", op.weights, at.input(), at.output(), at.scratch);
+}
+
+LayerPtr make(const FastCopy&, const Place& at) { return named<FastCopyLayer>("copy", at.input(), at.output()); }
+
+LayerPtr make(const FastElementwise&, const Place& at) {
+    return named<FastElementwiseLayer>("eltwise", at.node, at.input(), at.output(), at.views);
+}
+
+std::vector<FastView> inputsOf(const Place& at) {
+    std::vector<FastView> inputs;
+    for (const int input : at.node.inputs) inputs.push_back(at.view(input));
+    return inputs;
+}
+
+LayerPtr make(const FastBuiltIn& op, const Place& at) {
+    return named<FastBuiltInLayer>("built-in", op, inputsOf(at), at.output(), at.builtInCount++);
+}
+
+LayerPtr make(const FastConcat&, const Place& at) {
+    return named<FastChannelsLayer>("concat", inputsOf(at), 0, at.output());
+}
+
+LayerPtr make(const FastSlice& op, const Place& at) {
+    return named<FastChannelsLayer>("slice", inputsOf(at), op.firstChannel, at.output());
+}
+
+LayerPtr make(const FastTransposition& op, const Place& at) {
+    return named<FastTransposeLayer>("transpose", op.perm, at.input(), at.output());
+}
+
+// A pass has turned these into views of memory.
+LayerPtr make(const FastReshape&, const Place&) { return nullptr; }
+
+template <typename Operation>
+void release(const Operation&, FloatArrays&) {}
+void release(const FastConvolution& op, FloatArrays& given) { given.take(op.weights.weight); }
+void release(const FastDeconvolution& op, FloatArrays& given) { given.take(op.weights.weight); }
+void release(const FastConnection& op, FloatArrays& given) { given.take(op.weights.weight); }
+void release(const FastLstm& op, FloatArrays& given) {
+    given.take(op.weights.inputWeights);
+    given.take(op.weights.recurrentWeights);
+}
+
+}  // namespace
+
+std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads) {
+    std::vector<std::int64_t> floats;
+    for (const FastNode& node : graph.nodes) {
+        const nolk::TensorShape& in = graph.at(node.inputs.front()).shape;
+        const nolk::TensorShape& out = graph.at(node.output).shape;
+        std::int64_t count = 0;
+        const auto* convolution = std::get_if<FastConvolution>(&node.operation);
+        if (convolution && convolution->hasFactors)
+            count = FastConvolutionLayer::scratchFloats(*convolution);
+        else if (convolution && kindOf(*convolution, in, out) == FastConvolutionKind::gathered)
+            count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
+        if (const auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
+            count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
+        if (std::holds_alternative<FastMatmul>(node.operation))
+            count = FastMatmulLayer::scratchFloats(graph.at(node.inputs[1]).shape, numThreads);
+        if (const auto* lstm = std::get_if<FastLstm>(&node.operation))
+            count = FastLstmLayer::scratchFloats(lstm->weights, out);
+        floats.push_back(count);
+    }
+    return floats;
+}
+
+std::vector<LayerPtr> makeLayers(const FastGraph& graph, const FastPlan& plan, int numThreads, FloatArrays& given) {
+    std::vector<LayerPtr> layers;
+    std::size_t builtInCount = 0;
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
+        const FastNode& node = graph.nodes[i];
+        const Place place{node, plan.views, plan.scratch[i], numThreads, builtInCount};
+        LayerPtr layer = std::visit([&](const auto& op) { return make(op, place); }, node.operation);
+        std::visit([&](const auto& op) { release(op, given); }, node.operation);
+        if (!layer) continue;
+        layer->outputShape = place.output().shape;
+        layer->recordedCall = node.call;
+        layers.push_back(std::move(layer));
+    }
+    return layers;
+}

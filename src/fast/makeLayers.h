@@ -1,0 +1,17 @@
+// From the nodes of a graph to layers that run.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "fast/FastGraph.h"
+#include "fast/FastLayer.h"
+#include "fast/planMemory.h"
+#include "memory/FloatArrays.h"
+
+// What each node's layer needs while it runs.
+std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads);
+
+// One layer for each node. Packs the weights; arrays in `given` are freed as soon as they are packed.
+std::vector<std::unique_ptr<FastLayer>> makeLayers(const FastGraph& graph, const FastPlan& plan, int numThreads,
+                                                   FloatArrays& given);

@@ -1,0 +1,122 @@
+#include "fast/planMemory.h"
+
+#include <algorithm>
+#include <climits>
+#include <new>
+#include <numeric>
+
+namespace {
+
+// A range of memory and the nodes during which it is needed.
+struct Range {
+    std::int64_t size = 0;
+    int first = INT_MAX, last = -1;
+    std::int64_t offset = 0;
+
+    void extend(int node) {
+        first = std::min(first, node);
+        last = std::max(last, node);
+    }
+    bool meets(const Range& other) const { return first <= other.last && other.first <= last; }
+};
+
+std::int64_t rounded(std::int64_t floats) { return (floats + kFastBlock - 1) / kFastBlock * kFastBlock; }
+
+FastBorder borderOf(const FastGraph& graph, int value) { return graph.at(graph.rootOf(value)).border; }
+
+std::int64_t floatsOf(const FastGraph& graph, int value) {
+    const FastValue& v = graph.at(value);
+    if (std::min({v.shape.n, v.shape.c, v.shape.h, v.shape.w}) < 1) return 0;
+    return FastStrides(v.shape, v.layout, borderOf(graph, value)).sample * v.shape.n;
+}
+
+// The tallest pile of ranges that are needed at the same time.
+std::int64_t largestSum(const std::vector<Range>& ranges, int nodes) {
+    std::vector<std::int64_t> change(static_cast<std::size_t>(nodes) + 3, 0);
+    for (const Range& range : ranges) {
+        if (range.last < range.first) continue;
+        change[static_cast<std::size_t>(range.first) + 1] += range.size;
+        change[static_cast<std::size_t>(range.last) + 2] -= range.size;
+    }
+    std::int64_t sum = 0, largest = 0;
+    for (const std::int64_t c : change) largest = std::max(largest, sum += c);
+    return largest;
+}
+
+// Returns the size of the arena.
+std::int64_t place(std::vector<Range>& ranges) {
+    std::vector<std::size_t> order(ranges.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return ranges[a].size > ranges[b].size; });
+    std::int64_t end = 0;
+    std::vector<const Range*> placed;  // by offset
+    for (const std::size_t i : order) {
+        Range& range = ranges[i];
+        if (range.size == 0 || range.last < range.first) continue;
+        std::int64_t offset = 0;
+        for (const Range* other : placed) {
+            if (!other->meets(range)) continue;
+            if (other->offset - offset >= range.size) break;
+            offset = std::max(offset, other->offset + other->size);
+        }
+        range.offset = offset;
+        end = std::max(end, offset + range.size);
+        placed.insert(std::upper_bound(placed.begin(), placed.end(), &range,
+                                       [](const Range* a, const Range* b) { return a->offset < b->offset; }),
+                      &range);
+    }
+    return end;
+}
+
+FastView viewOf(const FastGraph& graph, int value, const std::vector<Range>& ranges) {
+    const FastValue& v = graph.at(value);
+    FastView view;
+    view.shape = v.shape;
+    view.layout = v.layout;
+    view.border = borderOf(graph, value);
+    view.strides = FastStrides(v.shape, v.layout, view.border);
+    view.constant = v.constant;
+    int at = value;
+    for (; graph.at(at).root >= 0; at = graph.at(at).root) {
+        const FastValue& part = graph.at(at);
+        if (part.reshaped) continue;
+        const FastValue& whole = graph.at(part.root);
+        view.strides.sample = FastStrides(whole.shape, whole.layout, view.border).sample;
+        view.offset += part.firstChannel / kFastBlock * view.strides.plane;
+    }
+    view.offset += ranges[static_cast<std::size_t>(at)].offset;
+    return view;
+}
+
+}  // namespace
+
+FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scratchFloats) {
+    const int nodes = static_cast<int>(graph.nodes.size());
+    std::vector<Range> ranges(graph.values.size() + graph.nodes.size());
+    const auto rangeOf = [&](int value) -> Range& { return ranges[static_cast<std::size_t>(graph.rootOf(value))]; };
+    for (std::size_t v = 0; v < graph.values.size(); ++v) {
+        const FastValue& value = graph.values[v];
+        if (value.root >= 0 || value.constant) continue;
+        ranges[v].size = rounded(std::max(floatsOf(graph, static_cast<int>(v)), value.minimumFloats));
+    }
+    for (const int input : graph.inputs) rangeOf(input).extend(-1);
+    for (int i = 0; i < nodes; ++i) {
+        const FastNode& node = graph.nodes[static_cast<std::size_t>(i)];
+        rangeOf(node.output).extend(i);
+        forEachSource(node, [&](int source) { rangeOf(source).extend(i); });
+        Range& scratch = ranges[graph.values.size() + static_cast<std::size_t>(i)];
+        scratch.size = rounded(scratchFloats[static_cast<std::size_t>(i)]);
+        scratch.extend(i);
+    }
+    for (const int output : graph.outputs) rangeOf(output).extend(nodes);
+
+    FastPlan plan;
+    plan.lowerBound = largestSum(ranges, nodes);
+    plan.floats = place(ranges);
+    if (plan.floats > INT_MAX) throw std::bad_alloc();
+    for (std::size_t v = 0; v < graph.values.size(); ++v)
+        plan.views.push_back(viewOf(graph, static_cast<int>(v), ranges));
+    for (std::size_t i = 0; i < graph.nodes.size(); ++i) plan.scratch.push_back(ranges[graph.values.size() + i].offset);
+    return plan;
+}

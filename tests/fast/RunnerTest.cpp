@@ -1,0 +1,175 @@
+// What runners of the fast back end promise besides their results: settings, memory, threads.
+#include <gtest/gtest.h>
+
+#include <malloc.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "fast/FastRunnerBuilder.h"
+#include "fast/FastTeam.h"
+#include "fast/layers/FastPackedWeights.h"
+#include "support/RandomNetwork.h"
+
+// Counts what the whole program allocates, where the C library lets a program replace its functions and no sanitizer
+// has done so.
+#if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define COUNTS_ALLOCATIONS
+std::atomic<std::int64_t> allocations{0};
+
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_realloc(void*, std::size_t);
+
+void* malloc(std::size_t bytes) {
+    ++allocations;
+    return __libc_malloc(bytes);
+}
+void* calloc(std::size_t count, std::size_t bytes) {
+    ++allocations;
+    return __libc_calloc(count, bytes);
+}
+void* realloc(void* old, std::size_t bytes) {
+    ++allocations;
+    return __libc_realloc(old, bytes);
+}
+}
+#endif
+
+namespace {
+
+TEST(FastSettings, UnknownKeysAndMeaninglessValuesAreNamed) {
+    const struct {
+        const char* cfg;
+        const char* text;  // null: accepted
+    } cases[] = {
+        {nullptr, nullptr},
+        {"", nullptr},
+        {" num_threads = 2 , spin_us=0,arenas=3", nullptr},
+        {"num_thread=2", "unknown setting 'num_thread'"},
+        {"gemm_thresh=1", "unknown setting 'gemm_thresh'"},
+        {"num_threads=0", "setting num_threads must be a number from 1 to 1024, is '0'"},
+        {"num_threads=-1", "is '-1'"},
+        {"num_threads=many", "is 'many'"},
+        {"num_threads=2x", "is '2x'"},
+        {"num_threads", "is ''"},
+        {"num_threads=99999999999999999999", "is '99999999999999999999'"},
+        {"spin_us=1001", "setting spin_us must be a number from 0 to 1000, is '1001'"},
+        {"num_threads=2, arenas=0", "setting arenas must be a number from 1 to 1024, is '0'"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.cfg ? c.cfg : "null");
+        std::string refusal;
+        try {
+            FastSettings::parse(c.cfg);
+        } catch (const std::invalid_argument& e) {
+            refusal = e.what();
+        }
+        EXPECT_EQ(refusal.empty(), c.text == nullptr) << refusal;
+        EXPECT_NE(refusal.find(c.text ? c.text : ""), std::string::npos) << refusal;
+    }
+    EXPECT_EQ(FastSettings::parse("arenas=3, spin_us=0").arenas, 3);
+    EXPECT_EQ(FastSettings::parse("arenas=3, spin_us=0").numThreads, 1);
+}
+
+// Rounds of few and of many tasks, workers that sleep between them, callers that find the workers taken, teams that end
+// while their workers sleep, spin or never worked.
+TEST(FastTeam, DoesEveryTaskOnce) {
+    for (const int threads : {1, 2, 5})
+        for (const int spin : {0, 20}) {
+            SCOPED_TRACE(testing::Message() << threads << " threads, spin " << spin);
+            FastTeam team(threads, spin);
+            const auto work = [&team] {
+                for (int round = 0; round < 200; ++round) {
+                    const int tasks = round % 7 == 0 ? 100 : round % 4;
+                    std::vector<std::atomic<int>> done(static_cast<std::size_t>(tasks));
+                    FastTeam::Session session(team);
+                    for (int again = 0; again < 3; ++again)
+                        session.forEach(tasks, round % 3 == 0 ? 100000 : 3000,
+                                        [&](int task) { ++done[static_cast<std::size_t>(task)]; });
+                    for (const std::atomic<int>& count : done) ASSERT_EQ(count, 3);
+                    if (round % 50 == 0) std::this_thread::sleep_for(std::chrono::microseconds(100));
+                }
+            };
+            std::thread other(work);
+            work();
+            other.join();
+        }
+    for (int i = 0; i < 50; ++i) FastTeam(3, i % 2 * 20);
+}
+
+nolk::Runner* convolutions(int batch, int threads) {
+    Arrays arrays(5);
+    Builder* const builder = new FastRunnerBuilder(("num_threads=" + std::to_string(threads)).c_str());
+    X x = builder->input({batch, 64, 6, 6, 3});
+    for (int i = 0; i < 3; ++i)
+        x = builder->relu(builder->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, arrays.weights(1, 64, 64, 3, 3, true)));
+    nolk::Runner* const runner = builder->build(&x, 1);
+    builder->destroy();
+    return runner;
+}
+
+TEST(FastPackedWeights, EqualArraysAreShared) {
+    const auto packed = [](float last) {
+        auto floats = std::make_unique<FastPackedFloats>(33);
+        floats->data()[32] = last;
+        return shareFloats(std::move(floats));
+    };
+    FastPacked one = packed(1.0f);
+    EXPECT_EQ(packed(1.0f), one);
+    EXPECT_NE(packed(2.0f), one);  // the last element is not a part of a pair
+    const std::weak_ptr<const FastPackedFloats> gone = one;
+    one.reset();
+    EXPECT_TRUE(gone.expired());
+    EXPECT_EQ(packed(1.0f)->data()[32], 1.0f);
+}
+
+#ifdef COUNTS_ALLOCATIONS
+
+TEST(FastRunner, ARunAllocatesNothing) {
+    for (std::uint32_t seed = 1; seed <= 12; ++seed)
+        for (const int threads : {1, 3}) {
+            SCOPED_TRACE(testing::Message() << "seed " << seed << ", threads " << threads);
+            Builder* const builder = new FastRunnerBuilder(("num_threads=" + std::to_string(threads)).c_str());
+            RandomNetwork network(seed, 1);
+            Xs outputs = network.record(*builder);
+            std::vector<std::vector<float>> values;
+            std::vector<nolk::Tensor> in, out;
+            const auto add = [&](std::vector<nolk::Tensor>& list, const Shape& s) {
+                values.emplace_back(static_cast<std::size_t>(s.n * s.c * s.h * s.w), 0.5f);
+                list.push_back({s, values.back().data()});
+            };
+            for (const Shape& shape : network.inputs) add(in, shape);
+            for (X const output : outputs) add(out, builder->shapeOf(output));
+            nolk::Runner* const runner = builder->build(outputs.data(), static_cast<int>(outputs.size()));
+            builder->destroy();
+            const std::int64_t before = allocations;
+            runner->run(in.data(), static_cast<int>(in.size()), out.data(), static_cast<int>(out.size()));
+            EXPECT_EQ(allocations - before, 0);
+            runner->destroy();
+        }
+}
+
+TEST(FastRunner, RunnersOfTheSameWeightsShareThem) {
+    constexpr std::int64_t kWeightBytes = 3 * 64 * 64 * 9 * 4;
+    const auto grown = [](auto make) {
+        const struct mallinfo2 before = mallinfo2();
+        nolk::Runner* const runner = make();
+        const struct mallinfo2 after = mallinfo2();
+        const auto bytes = static_cast<std::int64_t>(after.uordblks + after.hblkhd) -
+                           static_cast<std::int64_t>(before.uordblks + before.hblkhd);
+        return std::pair(runner, bytes);
+    };
+    const auto [first, firstBytes] = grown([] { return convolutions(1, 1); });
+    const auto [second, secondBytes] = grown([] { return convolutions(2, 1); });
+    EXPECT_GE(firstBytes, kWeightBytes);
+    EXPECT_LT(secondBytes, kWeightBytes / 2);
+    first->destroy();
+    second->destroy();
+}
+
+#endif
+
+}  // namespace

@@ -1,0 +1,6 @@
+#include "builder/RawRunnerBuilder.h"
+#include "support/backEnd.h"
+
+nolk::RunnerBuilder* newBackEndBuilder(const char* cfg) { return new RawRunnerBuilder(cfg); }
+
+float backEndTolerance() { return 0.0f; }
