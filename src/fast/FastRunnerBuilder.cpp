@@ -14,5 +14,7 @@ nolk::Runner* FastRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     graph.keepConstants();
     const FastPlan plan = planMemory(graph, scratchFloatsOf(graph, settings_.numThreads));
     checkArena(plan.floats);
-    return new FastRunner(std::move(graph), plan, settings_, givenArrays());
+    auto runner = std::make_unique<FastRunner>(std::move(graph), plan, settings_, givenArrays());
+    givenArrays().clear();
+    return runner.release();
 }

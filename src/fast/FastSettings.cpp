@@ -17,7 +17,7 @@ struct Setting {
 
 constexpr Setting kSettings[] = {
     {"num_threads", &FastSettings::numThreads, 1, 1024},
-    {"spin_us", &FastSettings::spinUs, 0, 1000},
+    {"spin_us", &FastSettings::spinUs, 0, 20},
     {"arenas", &FastSettings::arenas, 1, 1024},
 };
 

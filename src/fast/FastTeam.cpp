@@ -57,27 +57,42 @@ void FastTeam::runAll(int tasks, int chunk, Task task, const void* context) {
     publish((roundOf(state_) + 1) * kRound | kOpen);
     takeTasks();
     state_.fetch_and(~kOpen);
-    // The workers that joined are on their last tasks now.
-    for (int spins = 0; (state_.load(std::memory_order_acquire) & kJoined) > 0; ++spins) {
-        if (spins < 10000)
-            relax();
-        else
-            std::this_thread::yield();
-    }
+    waitForWorkers();
+}
+
+// Those that joined are on their last tasks.
+void FastTeam::waitForWorkers() {
+    const auto busy = [this] { return (state_ & kJoined) > 0; };
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(spinMicroseconds_);
+    while (busy() && std::chrono::steady_clock::now() < deadline) relax();
+    if (!busy()) return;
+    std::unique_lock lock(mutex_);
+    callerSleeps_ = true;
+    finished_.wait(lock, [&] { return !busy(); });
+    callerSleeps_ = false;
+}
+
+// The caller says that it sleeps before it looks at the state for the last time, so one of the two sees the other.
+void FastTeam::leave() {
+    const std::uint64_t before = state_.fetch_sub(1);
+    if ((before & kJoined) != 1 || (before & kOpen) != 0 || !callerSleeps_) return;
+    { const std::lock_guard lock(mutex_); }
+    finished_.notify_one();
 }
 
 void FastTeam::takeTasks() {
     while (true) {
-        const int begin = next_.fetch_add(chunk_, std::memory_order_relaxed);
+        const std::int64_t begin = next_.fetch_add(chunk_, std::memory_order_relaxed);
         if (begin >= tasks_) return;
-        for (int task = begin; task < std::min(begin + chunk_, tasks_); ++task) task_(context_, task);
+        const auto end = static_cast<int>(std::min<std::int64_t>(begin + chunk_, tasks_));
+        for (int task = static_cast<int>(begin); task < end; ++task) task_(context_, task);
     }
 }
 
 void FastTeam::work() {
     for (std::uint64_t round = 0; join(round, round);) {
         takeTasks();
-        state_.fetch_sub(1, std::memory_order_release);
+        leave();
     }
 }
 

@@ -3,7 +3,7 @@
 //   FastTeam::Session session(team);           // for one run; gets the workers if no other run has them
 //   session.forEach(tasks, floats, [&](int task) {...});  // on several threads, returns when all tasks are done
 // Tasks must write to different places. Nothing is allocated after construction. Workers wait spin_us microseconds for
-// the next tasks before they sleep.
+// the next tasks before they sleep, and so does a caller for workers that are still busy.
 #pragma once
 
 #include <algorithm>
@@ -62,6 +62,8 @@ private:
     void runAll(int tasks, int chunk, Task task, const void* context);
     void work();
     bool join(std::uint64_t lastRound, std::uint64_t& round);
+    void leave();
+    void waitForWorkers();
     void takeTasks();
     void publish(std::uint64_t state);
     void stop();
@@ -81,11 +83,15 @@ private:
     // The number of the round, whether it is open, and how many workers have joined it. A worker that comes after the
     // round was closed does not join, so nobody waits for workers that sleep.
     std::atomic<std::uint64_t> state_{0};
-    std::atomic<int> next_{0};  // task
+    std::atomic<std::int64_t> next_{0};  // task
     std::atomic<bool> stopping_{false};
 
     // Sleeping workers wait for a new state.
     std::atomic<int> sleeping_{0};
     std::mutex mutex_;
     std::condition_variable wake_;
+
+    // A caller that sleeps waits for the last worker to leave the round.
+    std::atomic<bool> callerSleeps_{false};
+    std::condition_variable finished_;
 };

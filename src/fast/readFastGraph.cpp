@@ -106,11 +106,11 @@ FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
     auto weight = std::make_shared<std::vector<float>>();
     auto bias = std::make_shared<std::vector<float>>();
     if (reads) weight->assign(w.weight, w.weight + std::ptrdiff_t{in.c} * out.c * w.kernelH * w.kernelW);
-    if (w.bias && isFull(out)) bias->assign(w.bias, w.bias + biasCount(w));
+    if (w.bias && w.groups > 0 && isFull(out)) bias->assign(w.bias, w.bias + biasCount(w));
     const auto padding = f.padding();
     const auto stride = f.stride();
-    nolk::Weights own = w;
-    return {FastBuiltIn{[=](const Tensors& tensors, nolk::Tensor output) mutable -> std::unique_ptr<Layer> {
+    return {FastBuiltIn{[=](const Tensors& tensors, nolk::Tensor output) -> std::unique_ptr<Layer> {
+                            nolk::Weights own = w;
                             own.weight = weight->empty() ? nullptr : weight->data();
                             own.bias = bias->empty() ? nullptr : bias->data();
                             return std::make_unique<RawDeConvolutionLayer>(tensors[0], output, padding, stride, own,

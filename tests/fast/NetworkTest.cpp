@@ -89,6 +89,68 @@ TEST(FastNetwork, EqualsTheBuiltInBackEnd) {
     }
 }
 
+// Networks with operations that leave a part of their output unwritten, or that run through built-in layers with
+// weights of their own. Results must not depend on what an earlier run left in memory, nor on the number of threads.
+TEST(FastNetwork, NothingOfAnEarlierRunIsSeen) {
+    std::vector<float> weights = Values(3).reals(4 * 3 * 5 + 4 * 3 * 3);
+    const auto record = [&weights](Builder* builder) {
+        X const x = builder->input({1, 4, 6, 5, 3});
+        nolk::LstmWeights lstm;
+        lstm.inputSize = 5;
+        lstm.hiddenSize = 3;
+        lstm.inputWeights = weights.data();
+        lstm.recurrentWeights = weights.data() + 60;
+        X const rows = builder->lstm(x, lstm);                                      // writes the rows of one channel
+        X const reduced = builder->reduce(x, {1, 2, 6, 5, 3}, nolk::BasicOp::sum);  // writes one channel
+        nolk::Weights kernel{1, 4, 4, 3, 3, true, weights.data(), nullptr};
+        kernel.kernelH = kernel.kernelW = 2;
+        X const sparse = builder->deConvolve(x, {}, {9, 9}, {1, 1}, kernel);  // too many phases for the fast layer
+        X const product = builder->matMul(x, builder->transpose(x, {{0, 1, 3, 2}}));
+        X const clipped = builder->clip(
+            builder->convolve(product, {}, {1, 1}, {1, 1}, {1, 4, 4, 1, 1, true, weights.data(), nullptr}), 6.0f, 0.0f);
+        Xs outputs{rows, reduced, sparse, clipped};
+        nolk::Runner* const runner = builder->build(outputs.data(), 4);
+        builder->destroy();
+        return runner;
+    };
+    const std::vector<Shape> shapes{{1, 4, 6, 3, 3}, {1, 2, 6, 5, 3}, {1, 4, 47, 38, 3}, {1, 4, 6, 6, 3}};
+    const auto run = [&](nolk::Runner* runner, std::vector<float> values) {
+        nolk::Tensor in{{1, 4, 6, 5, 3}, values.data()};
+        Results results;
+        for (const Shape& shape : shapes) results.emplace_back(countOf(shape), -12345.0f);
+        std::vector<nolk::Tensor> out;
+        for (std::size_t i = 0; i < shapes.size(); ++i) out.push_back({shapes[i], results[i].data()});
+        EXPECT_TRUE(runner->run(&in, 1, out.data(), 4));
+        return results;
+    };
+    const std::vector<float> values = Values(1).reals(120), others = Values(2).reals(120);
+    nolk::Runner* const one = record(fastBuilder(1));
+    nolk::Runner* const three = record(fastBuilder(3));
+    nolk::Runner* const plain = record(new RawRunnerBuilder(nullptr));
+    const Results first = run(one, values);
+    run(one, others);
+    const Results again = run(one, values);
+    std::vector<std::thread> callers;
+    for (int i = 0; i < 4; ++i)
+        callers.emplace_back([&] {
+            for (int round = 0; round < 20; ++round) {
+                run(three, others);
+                const Results results = run(three, values);
+                for (std::size_t k = 0; k < results.size(); ++k) expectSameBits(results[k], first[k]);
+            }
+        });
+    for (std::thread& caller : callers) caller.join();
+    const Results expected = run(plain, values);
+    for (std::size_t i = 0; i < first.size(); ++i) {
+        SCOPED_TRACE(testing::Message() << "output " << i);
+        expectSameBits(again[i], first[i]);
+        expectClose(first[i], expected[i], 1e-4f);
+    }
+    one->destroy();
+    three->destroy();
+    plain->destroy();
+}
+
 TEST(FastNetwork, HasTheSameBitsOnEveryInstructionSetForAnyThreadsAndBatch) {
     const int seeds = std::max(effort() / 4, 4), batch = 4;
     for (int seed = 1; seed <= seeds && !testing::Test::HasFailure(); ++seed) {

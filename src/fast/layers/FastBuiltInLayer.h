@@ -1,6 +1,7 @@
 // Runs a built-in layer. Each arena has its own, bound to the tensors there.
 #pragma once
 
+#include <algorithm>
 #include <utility>
 
 #include "fast/FastGraph.h"
@@ -12,7 +13,11 @@ public:
     FastBuiltInLayer(FastBuiltIn op, std::vector<FastView> inputs, const FastView& output, std::size_t index)
         : op_(std::move(op)), inputs_(std::move(inputs)), output_(output), index_(index) {}
 
-    void run(const FastRun& run) const override { run.arena.builtIn[index_]->run(run.arena.scratch); }
+    // What the layer leaves unwritten is zero, and nothing of an earlier run.
+    void run(const FastRun& run) const override {
+        std::fill_n(output_.base(run), op_.outputFloats, 0.0f);
+        run.arena.builtIn[index_]->run(run.arena.scratch);
+    }
 
     // The layer for an arena whose memory has its final place.
     std::unique_ptr<Layer> make(const FastArena& arena) const;

@@ -26,7 +26,7 @@ FastDepthwiseLayer::FastDepthwiseLayer(const FastNode& node, const FastConvoluti
     for (std::size_t c = 0; c < static_cast<std::size_t>(w.groups); ++c) {
         const std::size_t block = c / kFastBlock, lane = c % kFastBlock, row = w.shared ? 0 : c;
         for (std::size_t k = 0; k < taps; ++k)
-            weights->data()[(block * taps + k) * kFastBlock + lane] = w.weight[row * taps + k];
+            storeNonZero(w.weight[row * taps + k], weights->data()[(block * taps + k) * kFastBlock + lane]);
         if (w.bias) bias->data()[c] = w.bias[row];
     }
     weights_ = shareFloats(std::move(weights));

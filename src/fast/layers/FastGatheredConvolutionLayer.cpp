@@ -25,7 +25,14 @@ int FastGatheredConvolutionLayer::tilePixels(const FastConvolution& op, const no
 
 std::int64_t FastGatheredConvolutionLayer::scratchFloats(const FastConvolution& op, const nolk::TensorShape& output,
                                                          int numThreads) {
-    return windowLength(op.weights) * tilePixels(op, output) * numThreads;
+    return windowLength(op.weights) * tilePixels(op, output) * buffers(op, output, numThreads);
+}
+
+// Threads that compute at the same time. Whether a network fits must not depend on the number of threads.
+int FastGatheredConvolutionLayer::buffers(const FastConvolution& op, const nolk::TensorShape& output, int numThreads) {
+    constexpr std::int64_t kMostFloats = 1 << 24;
+    const std::int64_t floats = std::max<std::int64_t>(windowLength(op.weights) * tilePixels(op, output), 1);
+    return static_cast<int>(std::clamp<std::int64_t>(kMostFloats / floats, 1, numThreads));
 }
 
 FastGatheredConvolutionLayer::FastGatheredConvolutionLayer(const FastNode& node, const FastConvolution& op,
@@ -44,7 +51,7 @@ FastGatheredConvolutionLayer::FastGatheredConvolutionLayer(const FastNode& node,
       epilogue_(node, views, output),
       scratch_(scratch),
       tile_(tilePixels(op, output.shape)),
-      threads_(numThreads) {
+      threads_(buffers(op, output.shape, numThreads)) {
     const std::int64_t outChannels = op.weights.outChannels;
     for (const FastProductPart& part : parts_.parts) {
         const std::int64_t group = (part.firstBlock * kFastBlock + part.firstLane) / outChannels;

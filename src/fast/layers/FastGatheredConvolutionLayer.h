@@ -19,6 +19,7 @@ public:
     void run(const FastRun& run) const override;
 
 private:
+    static int buffers(const FastConvolution& op, const nolk::TensorShape& output, int numThreads);
     static int tilePixels(const FastConvolution& op, const nolk::TensorShape& output);
     void gather(const float* sample, int group, int row, int column, float* window) const;
     void compute(const FastRun& run, int sample, int group, int row, float* windows) const;

@@ -24,9 +24,16 @@ FastProductParts packed(const float* weights, const float* bias, int hidden, int
     return FastProductParts::pack(w, {taps});
 }
 
-// Floats of one pass over one sample: the gates of all steps, the cell, and the hidden state before the first step.
+constexpr std::int64_t kGateFloats = 1 << 20;  // of a chunk of steps
+
+int chunkOf(int hidden, int steps) {
+    return static_cast<int>(std::clamp<std::int64_t>(kGateFloats / gateFloatsOf(hidden), 1, steps));
+}
+
+// Floats of one pass over one sample: the gates of a chunk, the cell, and the hidden state before the first step.
 std::int64_t passFloats(int hidden, int steps) {
-    return std::int64_t{steps} * gateFloatsOf(hidden) + 2 * std::int64_t{blocksOf(hidden)} * kFastBlock;
+    return std::int64_t{chunkOf(hidden, steps)} * gateFloatsOf(hidden) +
+           2 * std::int64_t{blocksOf(hidden)} * kFastBlock;
 }
 
 }  // namespace
@@ -39,6 +46,7 @@ FastLstmLayer::FastLstmLayer(const nolk::LstmWeights& w, const FastView& input, 
       hidden_(w.hiddenSize),
       steps_(input.shape.h),
       gateFloats_(gateFloatsOf(w.hiddenSize)),
+      chunk_(chunkOf(w.hiddenSize, input.shape.h)),
       scratch_(scratch) {
     const std::size_t units = 4 * static_cast<std::size_t>(hidden_);
     for (std::size_t d = 0; d < static_cast<std::size_t>(w.numDirections); ++d) {
@@ -60,43 +68,58 @@ std::int64_t FastLstmLayer::scratchFloats(const nolk::LstmWeights& weights, cons
 
 void FastLstmLayer::run(const FastRun& run) const {
     const int n = output_.shape.n, passes = static_cast<int>(passes_.size());
-    const std::ptrdiff_t floats = passFloats(hidden_, steps_);
+    const std::ptrdiff_t floats = passFloats(hidden_, steps_), row = std::ptrdiff_t{passes} * hidden_;
+    float* const scratch = run.arena.floats.data() + scratch_;
+    for (int chain = 0; chain < n * passes; ++chain)
+        std::fill_n(scratch + chain * floats + std::ptrdiff_t{chunk_} * gateFloats_, 2 * blocksOf(hidden_) * kFastBlock,
+                    0.0f);
+    for (int first = 0; first < steps_; first += chunk_) runChunk(run, first, std::min(chunk_, steps_ - first));
+    // Of more than one channel, only as many rows are computed as the first has.
+    const std::ptrdiff_t computed = std::ptrdiff_t{n} * steps_ * row;
+    std::fill_n(output_.base(run) + computed, computed * (output_.shape.c - 1), 0.0f);
+}
+
+// Steps [first, first + count), counted from the step that a pass begins with.
+void FastLstmLayer::runChunk(const FastRun& run, int first, int count) const {
+    const int n = output_.shape.n, passes = static_cast<int>(passes_.size());
+    const std::ptrdiff_t floats = passFloats(hidden_, steps_), row = std::ptrdiff_t{passes} * hidden_;
     float* const scratch = run.arena.floats.data() + scratch_;
     const int blocks = gateFloats_ / kFastBlock, ranges = (blocks + kBlocksOfTask - 1) / kBlocksOfTask;
-    const std::int64_t units = std::int64_t{steps_} * gateFloats_;
+    const std::int64_t units = std::int64_t{count} * gateFloats_;
+    const auto passOf = [&](int chain) -> const Pass& { return passes_[static_cast<std::size_t>(chain % passes)]; };
+    // The earliest of these steps in time.
+    const auto earliest = [&](const Pass& pass) { return pass.backward ? steps_ - first - count : first; };
     run.team.forEach(n * passes * ranges, units * inputs_ / (4 * ranges), [&](int task) {
         const int chain = task / ranges, begin = task % ranges * kBlocksOfTask;
-        multiplyInputs(run, chain / passes, passes_[static_cast<std::size_t>(chain % passes)], scratch + chain * floats,
-                       begin, std::min(begin + kBlocksOfTask, blocks));
+        const Pass& pass = passOf(chain);
+        const float* const x = input_.base(run) + (std::ptrdiff_t{chain / passes} * steps_ + earliest(pass)) * inputs_;
+        multiplyInputs(run, x, count, pass, scratch + chain * floats, begin, std::min(begin + kBlocksOfTask, blocks));
     });
     run.team.forEach(n * passes, units * hidden_ / 4, [&](int chain) {
-        const Pass& pass = passes_[static_cast<std::size_t>(chain % passes)];
+        const Pass& pass = passOf(chain);
         float* const gates = scratch + chain * floats;
-        float* const cell = gates + std::ptrdiff_t{steps_} * gateFloats_;
-        float* const zeros = cell + blocksOf(hidden_) * kFastBlock;
-        std::fill_n(cell, 2 * blocksOf(hidden_) * kFastBlock, 0.0f);
-        const std::ptrdiff_t row = std::ptrdiff_t{passes} * hidden_;
-        float* const out = output_.base(run) + chain / passes * steps_ * row + chain % passes * hidden_;
-        const float* before = zeros;
-        for (int s = 0; s < steps_; ++s) {
-            const int t = pass.backward ? steps_ - 1 - s : s;
-            step(run, pass, gates + std::ptrdiff_t{t} * gateFloats_, cell, before, out + t * row);
-            before = out + t * row;
+        float* const cell = gates + std::ptrdiff_t{chunk_} * gateFloats_;
+        const float* const zeros = cell + blocksOf(hidden_) * kFastBlock;
+        float* const out = output_.base(run) + std::ptrdiff_t{chain / passes} * steps_ * row + chain % passes * hidden_;
+        for (int s = 0; s < count; ++s) {
+            const int t = pass.backward ? steps_ - 1 - first - s : first + s;
+            const float* const before = first + s == 0 ? zeros : out + (pass.backward ? t + 1 : t - 1) * row;
+            step(run, pass, gates + std::ptrdiff_t{t - earliest(pass)} * gateFloats_, cell, before, out + t * row);
         }
     });
 }
 
-void FastLstmLayer::multiplyInputs(const FastRun& run, int sample, const Pass& pass, float* gates, int begin,
-                                   int end) const {
+void FastLstmLayer::multiplyInputs(const FastRun& run, const float* x, int steps, const Pass& pass, float* gates,
+                                   int begin, int end) const {
     FastProduct call;
     pass.input.set(call, pass.input.parts.front(), begin, end);
-    call.x = input_.base(run) + std::ptrdiff_t{sample} * steps_ * inputs_;
+    call.x = x;
     call.xStep = inputs_;
     call.y = gates + begin * kFastBlock;
     call.yBlock = kFastBlock;
     call.yStep = gateFloats_;
     call.rows = 1;
-    call.pixels = steps_;
+    call.pixels = steps;
     call.low = -std::numeric_limits<float>::infinity();
     call.high = std::numeric_limits<float>::infinity();
     run.kernels.product(call);

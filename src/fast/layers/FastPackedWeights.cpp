@@ -49,6 +49,11 @@ FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats) {
         if (other && same(*other, *floats)) return other;
         it = other ? std::next(it) : known.erase(it);
     }
+    static std::size_t mostEntries = 64;
+    if (known.size() > mostEntries) {
+        for (auto it = known.begin(); it != known.end();) it = it->second.expired() ? known.erase(it) : std::next(it);
+        mostEntries = 2 * known.size() + 64;
+    }
     FastPacked shared = std::move(floats);
     known.emplace(hash, shared);
     return shared;

@@ -3,6 +3,7 @@
 // Thread-safe.
 #pragma once
 
+#include <cmath>
 #include <memory>
 
 #include "memory/AlignedMemory.h"
@@ -17,6 +18,12 @@ struct FastPackedFloats {
 };
 
 using FastPacked = std::shared_ptr<const FastPackedFloats>;
+
+// Stores a weight in memory that is still zero. Zeros are not stored, so that weights which a file announces but does
+// not contain take no memory.
+inline void storeNonZero(float value, float& place) {
+    if (value != 0.0f || std::signbit(value)) place = value;
+}
 
 // The same floats: either those that a runner has already, or these.
 FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats);

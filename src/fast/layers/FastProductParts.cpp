@@ -55,7 +55,7 @@ FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std:
             const int row = w.shared ? o % w.outChannels : o;
             const float* from = w.weight + row * tapCount;
             float* to = weights->data() + part.weights + block * tapCount * kFastBlock + lane;
-            for (std::ptrdiff_t k = 0; k < tapCount; ++k) to[k * kFastBlock] = from[k];
+            for (std::ptrdiff_t k = 0; k < tapCount; ++k) storeNonZero(from[k], to[k * kFastBlock]);
             if (w.bias) bias->data()[part.bias + block * kFastBlock + lane] = w.bias[row];
         }
     }

@@ -107,7 +107,8 @@ FastEpilogue::FastEpilogue(const FastNode& node, const std::vector<FastView>& vi
     if (step != node.steps.end() && step->step.kind == FastStepKind::relu) {
         low = 0.0f;
         ++step;
-    } else if (step != node.steps.end() && step->step.kind == FastStepKind::clip) {
+    } else if (step != node.steps.end() && step->step.kind == FastStepKind::clip && !(step->step.p0 > step->step.p1)) {
+        // With exchanged limits the step and the sums' limit differ.
         low = step->step.p0;
         high = step->step.p1;
         ++step;
