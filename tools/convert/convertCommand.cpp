@@ -127,6 +127,7 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
 int convertFile(const Arguments& a) {
     const ConvertOptions options = optionsOf(a);
     Model model = readModel(a.in);
+    takeBranches(model, options);
     // A check needs the weights once more.
     const Conversion conversion = a.noCheck ? convertModel(std::move(model), options) : convertModel(model, options);
     Report report(a.in, a.out, conversion);

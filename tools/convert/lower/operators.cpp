@@ -22,6 +22,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"DepthToSpace", lowerDepthToSpace},
         {"Div", lowerDiv},
         {"Dropout", lowerDropout},
+        {"Einsum", lowerEinsum},
         {"Elu", lowerElu},
         {"Erf", lowerErf},
         {"Exp", lowerExp},
