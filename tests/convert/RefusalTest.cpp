@@ -44,6 +44,11 @@ TEST(Refusal, SaysWhy) {
         {"(float[1,3] x) => (float[1,3] y) <float e = {0.3}> { y = Pow(x, e) }", "Pow: the exponent 0.300000"},
         {"(float[1,3] x) => (int64[1,3] y) { y = Cast<to=7>(x) }", "Cast: to int64"},
         {"(float[1,3,3] x) => (float[1,3] y) { y = Einsum<equation=\"bii->bi\">(x) }", "Einsum: takes a diagonal"},
+        {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {9000,9000}>"
+         "{ a = ConstantOfShape(s) b = ReduceMax<keepdims=0>(a) y = Add(x, b) }",
+         "ConstantOfShape: makes [9000, 9000] of constants, which is too large to be computed in advance"},
+        {"(float[1,3] x) => (float[1,3] y) { a, b = Relu(x) y = Add(a, b) }",
+         "Relu: output 1 is used, which is not converted"},
         {"(float[1,2,4,4] x) => (float[1,2,2,2] y) { a, b = MaxPool<kernel_shape=[2,2], strides=[2,2]>(x) "
          "c = Cast<to=1>(b) y = Add(a, c) }",
          "MaxPool: the output Indices is used"},

@@ -113,6 +113,9 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
     if (a.noCheck) return true;
     CheckOptions checking = checkOptionsFor(model, options, conversion);
     checking.inputs = checkInputsOf(a, conversion);
+    // A small file must not take much memory.
+    constexpr std::int64_t kFree = std::int64_t{3} << 29, kForEachByte = 16;
+    checking.memoryBytes = kFree + kForEachByte * static_cast<std::int64_t>(conversion.file.bytes.size());
     ProgressBar bar("checking");
     checking.progress = [&bar](double done) { bar.show(done); };
     const CheckResult result = check(model, conversion.file, checking);

@@ -64,10 +64,11 @@ private:
             nolk::inspectModel(converted_.bytes.data(), converted_.bytes.size(), inspection).cost;
         if (cost.memoryBytes() > options_.memoryBytes)
             return "checking needs " + std::to_string(cost.memoryBytes() >> 20) +
-                   " MiB of memory for the network alone, " + "more than " + std::to_string(options_.memoryBytes >> 20);
+                   " MiB of memory for the network alone, " + "more than " +
+                   std::to_string(options_.memoryBytes >> 20) + ": leave the check out by --no-check";
         if (cost.steps > options_.steps)
             return "checking needs " + std::to_string(cost.steps) + " multiply-adds, more than " +
-                   std::to_string(options_.steps);
+                   std::to_string(options_.steps) + ": leave the check out by --no-check";
         return "";
     }
 

@@ -56,7 +56,7 @@ private:
         std::vector<const Array*> inputs;
         for (const std::string& name : node.input()) inputs.push_back(find(name));
         std::vector<Array> results =
-            evaluateNode(node, model_.opset, inputs, std::min(kLargestResult, options_.memoryBytes / 4));
+            evaluateNode(node, model_.opset, inputs, work_, std::min(kLargestResult, options_.memoryBytes / 4));
         for (int i = 0; i < node.output_size(); ++i)
             if (isKept(node.output(i))) keep(node.output(i), std::move(results[static_cast<std::size_t>(i)]), node);
         if (options_.keepAll) return;
@@ -70,7 +70,7 @@ private:
         bytes_ += bytesOf(array);
         if (bytes_ > options_.memoryBytes)
             throw OnnxError(describeNode(node) + ": evaluating the graph needs more than " +
-                            std::to_string(options_.memoryBytes >> 20) + " MiB");
+                            std::to_string(options_.memoryBytes >> 20) + " MiB: leave the check out by --no-check");
         arrays_.emplace(name, std::move(array));
     }
 
@@ -95,6 +95,7 @@ private:
     Uses uses_;
     std::map<std::string, Array> arrays_;
     std::int64_t bytes_ = 0;
+    Work work_;
 };
 
 }  // namespace
@@ -106,6 +107,7 @@ std::map<std::string, Array> evaluateGraph(const Model& model, const std::map<st
 
 std::map<std::string, Value> evaluateGraphShapes(const Model& model, const std::map<std::string, Dims>& inputs) {
     std::map<std::string, Value> values;
+    Work work = kWorkInAdvance;
     for (const auto& [name, array] : model.initializers) values.emplace(name, Value::of(array));
     for (const ModelInput& input : inputsOf(model)) {
         const auto found = inputs.find(input.name);
@@ -115,7 +117,7 @@ std::map<std::string, Value> evaluateGraphShapes(const Model& model, const std::
     for (const onnx::NodeProto* node : orderedNodes(model)) {
         std::vector<const Value*> nodeInputs;
         for (const std::string& name : node->input()) nodeInputs.push_back(name.empty() ? nullptr : &values.at(name));
-        std::vector<Value> results = evaluateShapes(*node, model.opset, nodeInputs);
+        std::vector<Value> results = evaluateShapes(*node, model.opset, nodeInputs, work);
         for (int i = 0; i < node->output_size(); ++i)
             if (!node->output(i).empty()) values[node->output(i)] = std::move(results[static_cast<std::size_t>(i)]);
     }

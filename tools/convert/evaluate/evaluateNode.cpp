@@ -72,6 +72,7 @@ Array emptyOf(const Value& value) {
 Arrays computed(const Operator& row, const Call& call, const Values& results) {
     for (std::size_t i = 0; i < call.outputCount(); ++i)
         if (call.wants(i) && i >= results.size()) throw OnnxError("has too many outputs");
+    for (const Value& result : results) call.takeWork(static_cast<double>(elementCount(result.dims)));
     Arrays arrays;
     if (allSmall(results, 0))  // other extents may be huge
         for (const Value& result : results) arrays.push_back(emptyOf(result));
@@ -90,7 +91,7 @@ Value Value::of(Array array) {
 }
 
 std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const std::vector<const Array*>& inputs,
-                                std::int64_t largestResult) {
+                                Work& work, std::int64_t largestResult) {
     std::vector<Value> values(inputs.size());
     std::vector<const Value*> pointers(inputs.size(), nullptr);
     for (std::size_t i = 0; i < inputs.size(); ++i) {
@@ -100,16 +101,16 @@ std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const st
     }
     return withNodeName(node, [&] {
         const Operator& row = operatorOf(node);
-        const Call call{node, opset, pointers};
+        const Call call{node, opset, pointers, work.left};
         return computed(row, call, shapesOf(row, call, largestResult));
     });
 }
 
 std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const std::vector<const Value*>& inputs,
-                                  std::int64_t largestKnown) {
+                                  Work& work, std::int64_t largestKnown) {
     return withNodeName(node, [&] {
         const Operator& row = operatorOf(node);
-        const Call call{node, opset, inputs};
+        const Call call{node, opset, inputs, work.left};
         Values results = shapesOf(row, call, kLargestResult);
         const bool needsShapesOnly = node.op_type() == "Shape" || node.op_type() == "Size";
         if (needsShapesOnly || (allKnown(inputs) && allSmall(results, largestKnown))) {

@@ -37,7 +37,7 @@ Values gemmShapes(const Call& call) {
 
 Arrays computeGemm(const Call& call, const Values& results) {
     const Product p = gemmOf(call);
-    checkWork(static_cast<double>(p.rows * p.columns) * static_cast<double>(p.inner));
+    call.takeWork(static_cast<double>(p.rows * p.columns) * static_cast<double>(p.inner));
     const double alpha = call.floatAttribute("alpha", 1), beta = call.floatAttribute("beta", 1);
     const std::vector<float>&a = call.floats(0), &b = call.floats(1);
     std::vector<double> sums;
@@ -85,7 +85,7 @@ Values matMulShapes(const Call& call) { return {valueOf(call.in(0).type, matMulO
 Arrays computeMatMul(const Call& call, const Values& results) {
     const MatMul mul = matMulOf(call);
     const std::int64_t rows = mul.a[mul.a.size() - 2], inner = mul.a.back(), columns = mul.b.back();
-    checkWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(inner));
+    call.takeWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(inner));
     const auto steps = [&](const Dims& own, std::int64_t matrix) {
         std::vector<std::int64_t> all = broadcastSteps(Dims(own.begin(), own.end() - 2), mul.outer);
         for (std::int64_t& step : all) step *= matrix;
@@ -138,12 +138,13 @@ Arrays computeEinsum(const Call& call, const Values& results) {
         if (std::count(labels.begin(), labels.end(), static_cast<int>(label)) == 0)
             labels.push_back(static_cast<int>(label));
     Dims dims;
-    double work = static_cast<double>(call.inputCount());
+    constexpr double kStepsForEach = 4;  // finding the operands' elements takes longer than their product
+    double work = kStepsForEach * static_cast<double>(call.inputCount());
     for (const int label : labels) {
         dims.push_back(einsum.extents[static_cast<std::size_t>(label)]);
         work *= static_cast<double>(dims.back());
     }
-    checkWork(work);
+    call.takeWork(work);
     std::vector<std::vector<std::int64_t>> steps;
     for (std::size_t i = 0; i < call.inputCount(); ++i) {
         const std::vector<std::int64_t> strides = stridesOf(call.dims(i));

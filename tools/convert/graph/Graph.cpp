@@ -104,7 +104,7 @@ private:
             pointers.push_back(&values[i]);
         }
         try {
-            return evaluateShapes(node.proto, model_.opset, pointers,
+            return evaluateShapes(node.proto, model_.opset, pointers, work_,
                                   allKnown ? std::max(left_, kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
             node.error = error.what();
@@ -115,6 +115,7 @@ private:
     const Model& model_;
     Graph graph_;
     std::map<std::string, int> places_;
+    Work work_ = kWorkInAdvance;
     std::int64_t left_ = kFreeElements;  // elements that computed constants may have
 };
 

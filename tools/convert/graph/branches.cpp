@@ -113,7 +113,7 @@ private:
             inputs.push_back(name.empty() ? nullptr : &found->second);
         }
         try {
-            std::vector<Value> results = evaluateShapes(node, model_.opset, inputs);
+            std::vector<Value> results = evaluateShapes(node, model_.opset, inputs, work_);
             for (int i = 0; i < node.output_size(); ++i)
                 if (!node.output(i).empty()) values_[node.output(i)] = std::move(results[static_cast<std::size_t>(i)]);
         } catch (const OnnxError&) {
@@ -124,6 +124,7 @@ private:
     Model& model_;
     std::unordered_map<std::string, Value> values_;
     std::vector<onnx::NodeProto> nodes_;
+    Work work_ = kWorkInAdvance;
 };
 
 }  // namespace
