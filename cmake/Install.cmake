@@ -45,4 +45,6 @@ if(TARGET nolk_convert)
   install(TARGETS nolk_convert COMPONENT convert)
   install(FILES ${PROJECT_BINARY_DIR}/tools/convert/nolk-convert.1.gz
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT convert)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/converting.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/nolk-convert COMPONENT convert)
 endif()

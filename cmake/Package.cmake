@@ -1,5 +1,5 @@
-# Debian packages, by `cpack`: libnolk1 (what programs need to run), libnolk-dev (what they need to be built) and nolk
-# (the program).
+# Debian packages, by `cpack`: libnolk1 (what programs need to run), libnolk-dev (what they need to be built), the same
+# two for libnolk_model, nolk and nolk-convert (the programs).
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_CONTACT "nolk developers <developers@nolk.invalid>")
 set(CPACK_RESOURCE_FILE_LICENSE ${PROJECT_SOURCE_DIR}/LICENSE)
@@ -82,12 +82,13 @@ if(NOLK_BUILD_TOOLS)
     "The program: it looks into model files, runs them, times them, and says\nwhat is wrong with them.${needs_level}")
   set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
     "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
-  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS graphviz)
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "graphviz, nolk-convert")
 endif()
 
 if(TARGET nolk_convert)
   nolk_package(convert nolk-convert utils
     "The converter: it makes model files of ONNX files, and says what stands\nin the way where it cannot.${needs_level}")
+  set(CPACK_DEBIAN_CONVERT_PACKAGE_SUGGESTS nolk)
   set(CPACK_DEBIAN_CONVERT_PACKAGE_DEPENDS
     "libnolk-model${PROJECT_VERSION_MAJOR} (= ${debian_version}), libnolk${PROJECT_VERSION_MAJOR} (= ${debian_version})${and_libraries}")
 endif()

@@ -95,13 +95,40 @@ TEST_F(ConvertCommand, NamesEveryNodeAndLeavesTheOutputAlone) {
 
 TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
     const std::string in = modelFile("(float[N,3,H,5] x) => (float[N,3,H,5] y) { y = Relu(x) }");
-    EXPECT_EQ(run({}), 2);
-    EXPECT_EQ(run({in, path("net.cm"), "--shape", "x"}), 2);
-    EXPECT_EQ(run({in, path("net.cm"), "--version", "5"}), 2);
-    EXPECT_EQ(run({in, path("net.cm")}), 1);
-    EXPECT_NE(errors_.find("--shape x=1,3,N,5"), std::string::npos) << errors_;
-    EXPECT_EQ(run({path("nothing.onnx"), path("net.cm")}), 1);
-    EXPECT_EQ(run({in, path("net.cm"), "--shape", "x=1,3,4,5"}), 0) << errors_;
+    const std::string out = path("net.cm"), shape = "x=1,3,4,5";
+    struct Case {
+        std::vector<std::string> arguments;
+        int status;
+        const char* text;  // a part of what is said
+    };
+    const Case kCases[] = {
+        {{}, 2, "IN.onnx is required"},
+        {{in, out, "--verison", "3"}, 2, "--verison: no such option; see nolk-convert --help"},
+        {{in, out, "--version", "5"}, 2, "not in range 1 to 4"},
+        {{in, out, "--shape", "x"}, 2, "--shape x: expected NAME=1,3,320,320"},
+        {{in, out, "--shape", shape, shape}, 2, "this input has a shape already"},
+        {{in, out, "--check-input", "x.npy", "--no-check"}, 2, "--check-input has no use with --no-check"},
+        {{in, out, "--shape", shape, "--check-input", "x.npy", "y.npy"}, 1, "x.npy: cannot be opened"},
+        {{in, in}, 2, "is the ONNX file itself"},
+        {{in, out, "--report", out}, 2, "is one of the other two files"},
+        {{in, path("no/net.cm")}, 1, "net.cm: cannot be written: No such file or directory"},
+        {{in, folder_.string()}, 1, ": cannot be written: Is a directory"},
+        {{in, out}, 1, "--shape x=1,3,N,5"},
+        {{path("nothing.onnx"), out}, 1, "nothing.onnx: cannot be opened"},
+    };
+    for (const Case& c : kCases) {
+        EXPECT_EQ(run(c.arguments), c.status) << c.text;
+        EXPECT_NE(errors_.find(c.text), std::string::npos) << errors_;
+    }
+    EXPECT_EQ(filesInFolder(), 1U);
+    EXPECT_EQ(run({in, out, "--shape", shape}), 0) << errors_;
+}
+
+TEST_F(ConvertCommand, ReportsAFileThatCannotBeRead) {
+    EXPECT_EQ(run({write("net.onnx", "no model"), path("net.cm"), "--report", path("report.json")}), 1);
+    const auto report = nlohmann::json::parse(read("report.json"));
+    EXPECT_EQ(report["converted"], false);
+    EXPECT_NE(report["error"].get<std::string>().find("not an ONNX model"), std::string::npos);
 }
 
 }  // namespace

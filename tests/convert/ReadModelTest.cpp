@@ -174,7 +174,10 @@ TEST_F(ReadModel, RefusesWhatItCannotUse) {
     const std::string good = changed([](onnx::ModelProto&) {});
     const std::pair<std::string, const char*> kRows[] = {
         {"", "not an ONNX model"},
-        {"CM and something else", "not an ONNX model, or cut short"},
+        {"CM and something else", "not an ONNX model: a model file of nolk's already"},
+        {"version https://git-lfs.github.com",
+         "not an ONNX model: a pointer of Git LFS; fetch the file itself with git lfs pull"},
+        {"something else", "not an ONNX model, or cut short"},
         {good.substr(0, good.size() - 5), "not an ONNX model, or cut short"},
         {changed([](auto& p) { p.set_ir_version(11); }),
          "IR version 11 is not supported: export with one from 3 to 10"},

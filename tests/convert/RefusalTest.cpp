@@ -38,9 +38,9 @@ TEST(Refusal, NamesEveryNodeThatStandsInTheWay) {
 
 TEST(Refusal, SaysWhy) {
     const Refusal kRefusals[] = {
-        {"(float[1,3] x) => (float[1,3] y) { y = Tan(x) }", "Tan: no operation of nolk's does this"},
+        {"(float[1,3] x) => (float[1,3] y) { y = Tan(x) }", "Tan: no operation of nolk's does this to [1, 3]"},
         {"(float[1,3] x, float[1] e) => (float[1,3] y) { y = Pow(x, e) }",
-         "Pow: the exponent must be constant, depends on the network's input"},
+         "Pow: the exponent must not depend on the network's input"},
         {"(float[1,3] x) => (float[1,3] y) <float e = {0.3}> { y = Pow(x, e) }", "Pow: the exponent 0.300000"},
         {"(float[1,3] x) => (int64[1,3] y) { y = Cast<to=7>(x) }", "Cast: to int64"},
         {"(float[1,3,3] x) => (float[1,3] y) { y = Einsum<equation=\"bii->bi\">(x) }", "Einsum: takes a diagonal"},
@@ -65,16 +65,52 @@ TEST(Refusal, SaysWhy) {
     }
 }
 
+// A node whose result nobody can compute hides nothing where the file tells the result's shape, and is counted where it
+// does not.
+TEST(Refusal, LooksBehindNodesThatCannotBeEvaluated) {
+    const char kBehind[] = "{ a = Nothing(x) y = LSTM<hidden_size=3, clip=1.0>(a, w, r) z = Relu(a) }";
+    const std::string tensors = "(float[N,5,4] x) => (float[5,1,N,3] y, float[5,N,4] z) <float[1,12,4] w = {0}, ";
+    const std::string both = tensors + "float[1,12,3] r = {0}, float[5,1,4] a>" + kBehind;
+    EXPECT_EQ(findingsOf(both.c_str()),
+              (std::vector<std::string>{"Nothing: no operation of nolk's does this to [1, 5, 4]", "LSTM: clip"}));
+    const std::string one = tensors + "float[1,12,3] r = {0}>" + kBehind;
+    const convert::Conversion made = convert::convertModel(convert::modelOf(withWeights(protoOfText(one)), {}), {});
+    EXPECT_EQ(made.findings.size(), 1U);
+    EXPECT_EQ(made.unseenNodes, 2);
+}
+
+// Of some operators that are refused the shapes are known, whatever the file declares.
+TEST(Refusal, JudgesNodesBehindKnownShapes) {
+    const char kGraph[] =
+        "(float[N,5,8,8] x, float[N,4,4,2] g) => (float[N,1,1,1] y, float[N,5,4,2] z)"
+        "<int64[1] k = {2}, float e = {0.3}>"
+        "{ a = GridSample(x, g) b, i = TopK(a, k) y = ReduceMax<axes=[1,2,3]>(b) z = Pow(b, e) }";
+    EXPECT_EQ(findingsOf(kGraph), (std::vector<std::string>{"GridSample: no operation of nolk's does this to "
+                                                            "[1, 5, 8, 8], [1, 4, 4, 2]",
+                                                            "TopK: no operation of nolk's does this to [1, 5, 4, 4]",
+                                                            "Pow: the exponent 0.300000"}));
+}
+
 TEST(Refusal, AsksForShapesThatAreFree) {
-    const char kGraph[] = "(float[N,3,H,W] x) => (float[N,3,H,W] y) { y = Relu(x) }";
-    EXPECT_THROW(convert::convertModel(modelOfText(kGraph), {}), convert::OnnxError);
+    const char kGraph[] =
+        "(float[N,3,H,W] x, float[N,M] z) => (float[N,3,H,W] y, float[N,M] v) { y = Relu(x) v = Relu(z) }";
+    const auto refusal = [&](const convert::ConvertOptions& options) -> std::string {
+        try {
+            convert::convertModel(modelOfText(kGraph), options);
+            return "";
+        } catch (const convert::OnnxError& error) {
+            return error.what();
+        }
+    };
     convert::ConvertOptions options;
-    options.shapes["x"] = {1, 3, 4, 5};
-    EXPECT_EQ(findingsOf(kGraph, options), std::vector<std::string>());
+    EXPECT_EQ(refusal(options),
+              "inputs have free extents: fix them by --shape x=1,3,N,N --shape z=1,N, with numbers for N");
+    options.shapes = {{"x", {1, 3, 4, 5}}, {"z", {1, 2}}};
+    EXPECT_EQ(refusal(options), "");
     options.shapes["x"] = {1, 3, 4};
-    EXPECT_THROW(convert::convertModel(modelOfText(kGraph), options), convert::OnnxError);
+    EXPECT_EQ(refusal(options), "--shape: input 'x' has 4 dimensions, not 3: --shape x=N,3,N,N, with numbers for N");
     options.shapes = {{"nothing", {1, 3, 4, 5}}};
-    EXPECT_THROW(convert::convertModel(modelOfText(kGraph), options), convert::OnnxError);
+    EXPECT_EQ(refusal(options), "--shape: no input is named 'nothing'; the model has 'x', 'z'");
 }
 
 }  // namespace

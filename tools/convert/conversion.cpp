@@ -25,37 +25,65 @@ bool isBatch(const ModelInput& input, std::size_t axis) {
     return axis == 1 && input.dims.size() == 3 && input.dims[0] > 1;
 }
 
-// The inputs' extents as the file and the user give them; free batches are 1.
-InputDims givenDims(const Model& model, const ConvertOptions& options) {
-    InputDims result;
-    for (const ModelInput& input : inputsOf(model)) {
-        const auto shape = options.shapes.find(input.name);
-        if (shape == options.shapes.end() && !input.hasShape)
-            throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name +
-                            "=1,3,224,224");
-        Dims dims = shape != options.shapes.end() ? shape->second : input.dims;
-        if (input.hasShape && dims.size() != input.dims.size())
-            throw OnnxError("input " + inQuotes(input.name) + " has " + std::to_string(input.dims.size()) +
-                            " dimensions, --shape gives " + std::to_string(dims.size()));
-        for (std::size_t axis = 0; axis < dims.size(); ++axis)
-            if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
-        if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
-            std::string example = input.name + "=";
-            for (std::size_t i = 0; i < dims.size(); ++i)
-                example += (i == 0 ? "" : ",") + (dims[i] < 0 ? "N" : std::to_string(dims[i]));
-            throw OnnxError("input " + inQuotes(input.name) + " has free extents: fix them by --shape " + example +
-                            ", with numbers for N");
-        }
-        if (elementCount(dims) == 0)
-            throw OnnxError("input " + inQuotes(input.name) + " is empty: " + describeDims(dims));
-        constexpr std::int64_t kMost = INT32_MAX;
-        if (elementCount(dims) > kMost)
-            throw OnnxError("input " + inQuotes(input.name) + " is too large: " + describeDims(dims));
-        result[input.name] = dims;
+// "image=1,3,N,N"
+std::string shapeArgument(const ModelInput& input, const Dims& dims) {
+    std::string text;
+    for (const std::int64_t extent : dims)
+        text += (text.empty() ? "" : ",") + (extent < 0 ? "N" : std::to_string(extent));
+    return "--shape " + input.name + "=" + text;
+}
+
+std::string namesOf(const std::vector<ModelInput>& inputs) {
+    std::string text;
+    for (const ModelInput& input : inputs) text += (text.empty() ? "" : ", ") + inQuotes(input.name);
+    return text;
+}
+
+void checkGivenShapes(const std::vector<ModelInput>& inputs, const ConvertOptions& options) {
+    for (const auto& [name, dims] : options.shapes) {
+        const auto input =
+            std::find_if(inputs.begin(), inputs.end(), [&n = name](const auto& i) { return i.name == n; });
+        if (input == inputs.end())
+            throw OnnxError("--shape: no input is named " + inQuotes(name) + "; the model has " + namesOf(inputs));
+        if (input->hasShape && dims.size() != input->dims.size())
+            throw OnnxError("--shape: input " + inQuotes(name) + " has " + std::to_string(input->dims.size()) +
+                            " dimensions, not " + std::to_string(dims.size()) + ": " +
+                            shapeArgument(*input, input->dims) + ", with numbers for N");
     }
-    for (const auto& entry : options.shapes)
-        if (result.count(entry.first) == 0) throw OnnxError("no input is named " + inQuotes(entry.first));
-    if (result.empty()) throw OnnxError("the model has no input");
+}
+
+// The input's extents as the file or the user gives them, -1 for one that nobody gives; a free batch is 1.
+Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
+    const auto shape = options.shapes.find(input.name);
+    if (shape != options.shapes.end()) return shape->second;
+    if (!input.hasShape)
+        throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name +
+                        "=1,3,224,224");
+    Dims dims = input.dims;
+    for (std::size_t axis = 0; axis < dims.size(); ++axis)
+        if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
+    return dims;
+}
+
+InputDims givenDims(const Model& model, const ConvertOptions& options) {
+    const std::vector<ModelInput> inputs = inputsOf(model);
+    if (inputs.empty()) throw OnnxError("the model has no input");
+    checkGivenShapes(inputs, options);
+    InputDims result;
+    std::string missing;  // of all inputs, so that one more try is enough
+    for (const ModelInput& input : inputs) {
+        const Dims dims = givenDims(input, options);
+        result[input.name] = dims;
+        if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
+            missing += " " + shapeArgument(input, dims);
+            continue;
+        }
+        constexpr std::int64_t kMost = INT32_MAX;
+        if (elementCount(dims) == 0 || elementCount(dims) > kMost)
+            throw OnnxError("input " + inQuotes(input.name) +
+                            (elementCount(dims) == 0 ? " is empty: " : " is too large: ") + describeDims(dims));
+    }
+    if (!missing.empty()) throw OnnxError("inputs have free extents: fix them by" + missing + ", with numbers for N");
     return result;
 }
 
@@ -257,6 +285,7 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
     conversion.remarks = model.remarks;
     conversion.findings = lowered.findings;
+    conversion.unseenNodes = lowered.unseenNodes;
     if (conversion.findings.empty()) addRemarks(plan, conversion);
     conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
     conversion.file.outputs = placesOf(plan.graph, plan.batches, plan.graph.outputs);

@@ -29,6 +29,7 @@ struct Conversion {
     bool evaluateSamplesAlone = false;      // the ONNX graph itself takes one sample only
     std::vector<std::string> remarks;       // lines for the user
     std::vector<Finding> findings;          // what cannot be converted
+    int unseenNodes = 0;                    // behind findings, with inputs whose shapes nobody knows
     std::vector<std::string> operations;    // of the file, in its order
 };
 

@@ -18,6 +18,10 @@ ordered_json operationsOf(const Conversion& conversion) {
     return json;
 }
 
+std::string textOf(const ordered_json& json) {
+    return json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
 // JSON has no infinity.
 ordered_json numberOf(double value) { return std::isfinite(value) ? ordered_json(value) : ordered_json(nullptr); }
 
@@ -26,11 +30,12 @@ ordered_json numberOf(double value) { return std::isfinite(value) ? ordered_json
 std::string describe(const Finding& finding) {
     std::string text = finding.node.empty() ? "" : "node " + inQuotes(finding.node);
     if (!finding.type.empty()) text += (text.empty() ? "(" : " (") + finding.type + ")";
-    // The evaluator's own texts begin with the node.
-    const std::size_t told = finding.why.rfind("): ");
-    const bool namesNode = finding.why.rfind("node ", 0) == 0 && told != std::string::npos;
-    text += (text.empty() ? "" : ": ") + (namesNode ? finding.why.substr(told + 3) : finding.why);
+    text += (text.empty() ? "" : ": ") + finding.why;
     return finding.advice.empty() ? text : text + "; " + finding.advice;
+}
+
+std::string failureReport(const std::string& in, const std::string& out, const std::string& error) {
+    return textOf({{"input", in}, {"output", out}, {"converted", false}, {"error", error}});
 }
 
 Report::Report(const std::string& in, const std::string& out, const Conversion& conversion) {
@@ -49,6 +54,7 @@ Report::Report(const std::string& in, const std::string& out, const Conversion& 
     json_["findings"] = ordered_json::array();
     for (const Finding& f : conversion.findings)
         json_["findings"].push_back({{"node", f.node}, {"operator", f.type}, {"why", f.why}, {"advice", f.advice}});
+    json_["unseenNodes"] = conversion.unseenNodes;
 }
 
 void Report::setCheck(const CheckResult& result) {
@@ -60,6 +66,6 @@ void Report::setCheck(const CheckResult& result) {
     json_["check"] = {{"passed", result.passed}, {"failure", result.failure}, {"outputs", outputs}};
 }
 
-std::string Report::text() const { return json_.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n"; }
+std::string Report::text() const { return textOf(json_); }
 
 }  // namespace convert

@@ -11,6 +11,9 @@ namespace convert {
 // "node 'pool' (MaxUnpool): why; what to do"
 std::string describe(const Finding& finding);
 
+// The report on a model that is refused as a whole.
+std::string failureReport(const std::string& in, const std::string& out, const std::string& error);
+
 class Report {
 public:
     Report(const std::string& in, const std::string& out, const Conversion& conversion);

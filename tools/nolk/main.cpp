@@ -7,11 +7,11 @@
 #include <memory>
 #include <string>
 
+#include "help/HelpFormatter.h"
+#include "help/usageError.h"
 #include "inspect/format.h"
 #include "nolk/commands.h"
 #include "nolk/commonOptions.h"
-#include "nolk/help/HelpFormatter.h"
-#include "nolk/help/help.h"
 
 namespace {
 

@@ -179,12 +179,12 @@ private:
     static std::string describe(const OutputDifference& difference, int batch) {
         char text[64];
         std::snprintf(text, sizeof text, "%.3g, %.3g of its largest value", difference.absolute, difference.relative);
-        return inQuotes(difference.name) + " departs by " + text + ", for batch " + std::to_string(batch);
+        return inQuotes(difference.name) + ", by " + text + ", for batch " + std::to_string(batch);
     }
 
     // The first tensor in the order of the graph that departs.
     std::string firstDeparture(int batch, const std::string& output) {
-        std::string failure = "output " + output;
+        std::string failure = "the results depart from those of the ONNX graph at the output " + output;
         if (!options_.withAllTensors) return failure;
         const ConvertedFile all = options_.withAllTensors();
         std::set<std::string> names;
@@ -200,8 +200,8 @@ private:
                 if (place == places.end()) continue;
                 const auto difference = differenceOf(all.outputs[place->second], made[place->second], reference, batch);
                 if (difference.relative > options_.tolerance)
-                    return failure + "; the first to depart is " + describe(difference, batch) + ", made by " +
-                           describeNode(*node);
+                    return failure + "; the first tensor that departs is " + describe(difference, batch) +
+                           ", made by " + describeNode(*node);
             }
         return failure;
     }

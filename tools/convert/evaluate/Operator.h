@@ -31,7 +31,9 @@ const std::vector<Operator>& recurrentOperators();
 const std::vector<Operator>& reductionOperators();
 const std::vector<Operator>& resizeOperators();
 const std::vector<Operator>& shapeOperators();
+const std::vector<Operator>& sliceOperators();
 const std::vector<Operator>& unaryOperators();
+const std::vector<Operator>& unconvertedOperators();
 
 // A value whose elements are not known.
 inline Value valueOf(int type, Dims dims) { return {type, std::move(dims), nullptr}; }

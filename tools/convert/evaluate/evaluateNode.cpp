@@ -16,9 +16,10 @@ using Table = std::unordered_map<std::string, const Operator*>;
 
 Table makeTable() {
     Table table;
-    for (const auto* rows : {&convolutionOperators(), &elementOperators(), &indexOperators(), &matrixOperators(),
-                             &normalizationOperators(), &poolingOperators(), &recurrentOperators(),
-                             &reductionOperators(), &resizeOperators(), &shapeOperators(), &unaryOperators()})
+    for (const auto* rows :
+         {&convolutionOperators(), &elementOperators(), &indexOperators(), &matrixOperators(),
+          &normalizationOperators(), &poolingOperators(), &recurrentOperators(), &reductionOperators(),
+          &resizeOperators(), &shapeOperators(), &sliceOperators(), &unaryOperators(), &unconvertedOperators()})
         for (const Operator& row : *rows) table.emplace(row.name, &row);
     return table;
 }
@@ -120,7 +121,5 @@ std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const 
         return results;
     });
 }
-
-bool isKnownOperator(const std::string& opType) { return table().count(opType) != 0; }
 
 }  // namespace convert

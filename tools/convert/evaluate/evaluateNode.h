@@ -52,6 +52,4 @@ constexpr std::int64_t kLargestKnown = 4096;
 std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const std::vector<const Value*>& inputs,
                                   Work& work, std::int64_t largestKnown = kLargestKnown);
 
-bool isKnownOperator(const std::string& opType);
-
 }  // namespace convert

@@ -22,6 +22,8 @@ public:
             left_ += kElementsForEach * array.count();
         }
         for (const ModelInput& input : inputsOf(model)) addInput(input, inputDims);
+        for (const auto& value : model.graph().value_info()) declared_.emplace(value.name(), &value);
+        for (const auto& value : model.graph().output()) declared_.emplace(value.name(), &value);
     }
 
     Graph make() {
@@ -71,6 +73,8 @@ private:
                 tensor.hasShape = true;
                 tensor.dims = results[at].dims;
                 tensor.known = results[at].known;
+            } else if (!node.error.empty()) {
+                useDeclaredShape(tensor);
             }
             isKnown = isKnown && tensor.known;
             if (tensor.known) left_ -= tensor.known->count();
@@ -79,6 +83,25 @@ private:
         node.proto.clear_input();
         node.proto.clear_output();
         if (!isKnown) graph_.nodes.push_back(std::move(node));
+    }
+
+    // What the file says of a result that cannot be evaluated, so that the nodes behind it can be judged. A free batch
+    // is 1.
+    void useDeclaredShape(GraphTensor& tensor) const {
+        const auto found = declared_.find(tensor.name);
+        if (found == declared_.end() || !found->second->type().tensor_type().has_shape()) return;
+        const auto& type = found->second->type().tensor_type();
+        Dims dims;
+        std::int64_t count = 1;
+        for (const auto& extent : type.shape().dim()) {
+            const bool isFreeBatch = dims.empty() && !extent.has_dim_value();
+            dims.push_back(isFreeBatch ? 1 : extent.dim_value());
+            if (dims.back() < 1 || dims.back() > kLargestResult / count) return;
+            count *= dims.back();
+        }
+        tensor.type = type.elem_type();
+        tensor.hasShape = true;
+        tensor.dims = std::move(dims);
     }
 
     // A dropout of nothing, as some networks are exported even in evaluation mode.
@@ -107,7 +130,9 @@ private:
             return evaluateShapes(node.proto, model_.opset, pointers, work_,
                                   allKnown ? std::max(left_, kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
-            node.error = error.what();
+            const std::string name = describeNode(node.proto) + ": ";  // a reader of Node has it already
+            const std::string text = error.what();
+            node.error = text.rfind(name, 0) == 0 ? text.substr(name.size()) : text;
             return {};
         }
     }
@@ -115,6 +140,7 @@ private:
     const Model& model_;
     Graph graph_;
     std::map<std::string, int> places_;
+    std::map<std::string, const onnx::ValueInfoProto*> declared_;
     Work work_ = kWorkInAdvance;
     std::int64_t left_ = kFreeElements;  // elements that computed constants may have
 };

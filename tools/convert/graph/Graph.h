@@ -22,7 +22,7 @@ namespace convert {
 struct GraphTensor {
     std::string name;
     int type = onnx::TensorProto::FLOAT;
-    bool hasShape = false;  // false behind a node that nobody can evaluate
+    bool hasShape = false;  // false behind a node that nobody can evaluate, unless the file tells
     Dims dims;
     std::shared_ptr<const Array> known;  // null when it depends on an input
 };
@@ -31,7 +31,7 @@ struct Node {
     onnx::NodeProto proto;     // operator, name and attributes; its inputs and outputs are not used
     std::vector<int> inputs;   // places in Graph::tensors; -1 where an optional one is left out
     std::vector<int> outputs;  // likewise
-    std::string error;         // why its shapes cannot be evaluated; empty when they can
+    std::string error;         // why its shapes cannot be evaluated, without the node; empty when they can
 
     const std::string& type() const { return proto.op_type(); }
 };

@@ -31,7 +31,9 @@ bool GraphEditor::isNumber(int tensor, double value) const {
 const Node* GraphEditor::maker(int tensor) const {
     if (tensor < 0 || static_cast<std::size_t>(tensor) >= makers_.size()) return nullptr;
     const int place = makers_[static_cast<std::size_t>(tensor)];
-    return place < 0 ? nullptr : &graph_.nodes[static_cast<std::size_t>(place)];
+    if (place < 0) return nullptr;
+    const Node& node = graph_.nodes[static_cast<std::size_t>(place)];
+    return node.error.empty() ? &node : nullptr;
 }
 
 Node* GraphEditor::maker(int tensor) { return const_cast<Node*>(static_cast<const GraphEditor*>(this)->maker(tensor)); }

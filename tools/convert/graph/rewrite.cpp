@@ -29,6 +29,7 @@ bool applyOne(GraphEditor& editor, Node& node) {
 }
 
 bool hasAllShapes(const Graph& graph, const Node& node) {
+    if (!node.error.empty()) return false;
     for (const std::vector<int>* tensors : {&node.inputs, &node.outputs})
         for (const int tensor : *tensors)
             if (tensor >= 0 && !graph.tensors[static_cast<std::size_t>(tensor)].hasShape) return false;

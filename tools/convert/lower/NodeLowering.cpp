@@ -18,7 +18,8 @@ Floats floatsOf(const Array& array) {
 }
 
 int asInt(std::int64_t value) {
-    if (value > INT32_MAX || value < INT32_MIN) throw std::out_of_range("the number " + std::to_string(value));
+    if (value > INT32_MAX || value < INT32_MIN)
+        throw std::out_of_range("the number " + std::to_string(value) + " is too large");
     return static_cast<int>(value);
 }
 
@@ -55,9 +56,9 @@ Placed NodeLowering::x(std::size_t input) {
 
 const Array& NodeLowering::constant(std::size_t input, const char* what) const {
     const Array* array = has(input) ? graph_.known(node_.inputs[input]) : nullptr;
+    if (!has(input)) refuse(std::string(what) + ": missing", "the file is not valid: export it anew");
     if (array == nullptr)
-        refuse(std::string(what) + " must be constant" +
-                   (has(input) ? ", depends on the network's input" : ", is missing"),
+        refuse(std::string(what) + " must not depend on the network's input",
                "export with fixed shapes, or without this computation");
     return *array;
 }

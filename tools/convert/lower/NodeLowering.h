@@ -1,5 +1,8 @@
 // One node while it becomes operations of the file: its inputs, its attributes and where its results go.
-//   void lowerRelu(NodeLowering& n) { n.result(n.x(0).with(n.program.relu(n.x(0).step))); }
+//   void lowerElu(NodeLowering& n) {
+//       const Placed x = n.x(0);
+//       n.result(with(x, elu(n.program, x.step, n.number("alpha", 1.0f))));
+//   }
 // A function that lowers an operator reads inputs through this, records steps in `program` and sets every result that
 // is used. What has no form in a nolk file it refuses, with what a user can do about it.
 #pragma once

@@ -82,31 +82,6 @@ int complementaryError(Program& program, int x) {
     return program.multiply(program.multiply(sum, t), program.exp(program.times(square, -1.0f)));
 }
 
-void lowerRelu(NodeLowering& n) {
-    const Placed x = n.x(0);
-    n.result(with(x, n.program.relu(x.step)));
-}
-
-void lowerSigmoid(NodeLowering& n) {
-    const Placed x = n.x(0);
-    n.result(with(x, n.program.sigmoid(x.step)));
-}
-
-void lowerTanh(NodeLowering& n) {
-    const Placed x = n.x(0);
-    n.result(with(x, n.program.tanh(x.step)));
-}
-
-void lowerExp(NodeLowering& n) {
-    const Placed x = n.x(0);
-    n.result(with(x, n.program.exp(x.step)));
-}
-
-void lowerAbs(NodeLowering& n) {
-    const Placed x = n.x(0);
-    n.result(with(x, n.program.abs(x.step)));
-}
-
 void lowerLeakyRelu(NodeLowering& n) {
     const Placed x = n.x(0);
     n.result(with(x, n.program.leakyRelu(x.step, n.number("alpha", 0.01f))));
@@ -115,23 +90,18 @@ void lowerLeakyRelu(NodeLowering& n) {
 // nolk's prelu finds its slope by the element's place in the whole batch, so it serves a batch of 1 only.
 void lowerPRelu(NodeLowering& n) {
     const Placed x = n.x(0);
-    const Array slopes = n.isConstant(1) ? n.constant(1, "the slope") : Array();
     const Operand slope = operandOf(n, 1);
-    if (slope.tensor)  // max(x, 0) + slope * min(x, 0)
-        return n.result(combined(n.program, Binary::add,
-                                 operandOf(combined(n.program, Binary::multiply,
-                                                    operandOf(with(x, negativePart(n.program, x.step))), slope)),
-                                 operandOf(with(x, n.program.relu(x.step)))));
-    const std::vector<float>& values = *floatsOf(slopes);
-    const float first = values.empty() ? 0.0f : values.front();
-    if (std::all_of(values.begin(), values.end(), [first](float v) { return v == first; }))
-        return n.result(with(x, n.program.leakyRelu(x.step, first)));
-    if (std::all_of(values.begin(), values.end(), [](float v) { return v <= 1.0f; }))
-        return n.result(combined(n.program, Binary::max,
-                                 operandOf(combined(n.program, Binary::multiply, operandOf(x), slope)), operandOf(x)));
-    const Placed below =
-        combined(n.program, Binary::multiply, operandOf(with(x, negativePart(n.program, x.step))), slope);
-    n.result(combined(n.program, Binary::add, operandOf(below), operandOf(with(x, n.program.relu(x.step)))));
+    const Floats slopes = slope.tensor ? nullptr : floatsOf(*slope.values);
+    const auto all = [&](auto&& holds) { return slopes && std::all_of(slopes->begin(), slopes->end(), holds); };
+    if (all([&](float v) { return v == slopes->front(); }))
+        return n.result(with(x, n.program.leakyRelu(x.step, slopes->empty() ? 0.0f : slopes->front())));
+    const auto scaled = [&](const Placed& y) {
+        return operandOf(combined(n.program, Binary::multiply, operandOf(y), slope));
+    };
+    if (all([](float v) { return v <= 1.0f; }))
+        return n.result(combined(n.program, Binary::max, scaled(x), operandOf(x)));
+    n.result(combined(n.program, Binary::add, scaled(with(x, negativePart(n.program, x.step))),
+                      operandOf(with(x, n.program.relu(x.step)))));
 }
 
 void lowerHardSigmoid(NodeLowering& n) {

@@ -5,6 +5,7 @@
 
 #include "convert/lower/NodeLowering.h"
 #include "convert/lower/operators.h"
+#include "convert/onnx/text.h"
 
 namespace convert {
 
@@ -98,11 +99,15 @@ private:
         }
         if (!function || !(domain.empty() || domain == "ai.onnx")) {
             const bool isForeign = !domain.empty() && domain != "ai.onnx";
-            refuse(node, isForeign ? "an operator of the domain " + domain : "no operation of nolk's does this", "");
+            if (isForeign)
+                refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
+            else
+                refuse(node, "no operation of nolk's does this" + inputShapes(node), "");
         } else if (!node.error.empty()) {
-            refuse(node, node.error, "");
+            refuse(node, node.error, adviceForShapes(node.type()));
         } else if (!isReady(node)) {
-            return;  // behind a node that is named already
+            ++lowered_.unseenNodes;
+            return;
         } else {
             carryOut(node, function);
         }
@@ -118,6 +123,15 @@ private:
         const bool isConstant = std::all_of(node.inputs.begin(), node.inputs.end(),
                                             [this](int tensor) { return tensor < 0 || graph_.known(tensor); });
         return isConstant && graph_.tensors[static_cast<std::size_t>(firstOutput(node))].hasShape;
+    }
+
+    // " to [1, 3, 8, 8], [1, 4]": what is computed from the network's inputs. Nothing where no shape is known.
+    std::string inputShapes(const Node& node) const {
+        std::string text;
+        for (const int input : node.inputs)
+            if (input >= 0 && !graph_.known(input) && graph_.tensors[static_cast<std::size_t>(input)].hasShape)
+                text += (text.empty() ? " to " : ", ") + describeDims(graph_.dimsOf(input));
+        return text;
     }
 
     bool isReady(const Node& node) const {

@@ -26,6 +26,7 @@ struct Lowered {
     Program program;
     std::vector<int> outputs;  // steps, for the tensors that were wanted
     std::vector<Finding> findings;
+    int unseenNodes = 0;  // behind findings, with inputs whose shapes nobody knows
 };
 
 Lowered lowerGraph(const Graph& graph, const std::vector<int>& wanted);

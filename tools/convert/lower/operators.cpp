@@ -6,9 +6,16 @@ namespace convert {
 
 namespace {
 
+// For an operator of single elements that is one operation of the file.
+template <int (Program::*operation)(int)>
+void lowerElements(NodeLowering& n) {
+    const Placed x = n.x(0);
+    n.result(with(x, (n.program.*operation)(x.step)));
+}
+
 const std::map<std::string, LowerFunction>& table() {
     static const std::map<std::string, LowerFunction> kTable{
-        {"Abs", lowerAbs},
+        {"Abs", lowerElements<&Program::abs>},
         {"Add", lowerAdd},
         {"AveragePool", lowerAveragePool},
         {"BatchNormalization", lowerBatchNormalization},
@@ -25,7 +32,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"Einsum", lowerEinsum},
         {"Elu", lowerElu},
         {"Erf", lowerErf},
-        {"Exp", lowerExp},
+        {"Exp", lowerElements<&Program::exp>},
         {"Expand", lowerExpand},
         {"Flatten", lowerReshape},
         {"Gather", lowerGather},
@@ -62,11 +69,11 @@ const std::map<std::string, LowerFunction>& table() {
         {"ReduceMin", lowerReduce},
         {"ReduceSum", lowerReduce},
         {"ReduceSumSquare", lowerReduce},
-        {"Relu", lowerRelu},
+        {"Relu", lowerElements<&Program::relu>},
         {"Reshape", lowerReshape},
         {"Resize", lowerResize},
         {"Selu", lowerSelu},
-        {"Sigmoid", lowerSigmoid},
+        {"Sigmoid", lowerElements<&Program::sigmoid>},
         {"Slice", lowerSlice},
         {"Softmax", lowerSoftmax},
         {"Softplus", lowerSoftplus},
@@ -77,7 +84,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"Squeeze", lowerReshape},
         {"Sub", lowerSub},
         {"Sum", lowerSum},
-        {"Tanh", lowerTanh},
+        {"Tanh", lowerElements<&Program::tanh>},
         {"Tile", lowerTile},
         {"Transpose", lowerTranspose},
         {"Unsqueeze", lowerReshape},
@@ -87,29 +94,41 @@ const std::map<std::string, LowerFunction>& table() {
     return kTable;
 }
 
-const char kCut[] = "end the network before it and leave the rest to the host";
+constexpr const char* kCut = "end the network before it and leave the rest to the host";
+constexpr const char* kTrace = "export by tracing, which follows one path (torch.jit.trace, not torch.jit.script)";
+constexpr const char* kFloats = "export the network before quantisation";
+constexpr const char* kFlat =
+    "use the 1-D or 2-D form, and give inputs the shapes that the network was made for (--shape)";
+constexpr const char* kOther = "replace it by operators that converting.md lists, or end the network before it";
 
 const std::map<std::string, const char*>& advice() {
     static const std::map<std::string, const char*> kAdvice{
         {"ArgMax", kCut},
         {"ArgMin", kCut},
+        {"AveragePool", kFlat},
+        {"Conv", kFlat},
+        {"ConvInteger", kFloats},
+        {"ConvTranspose", kFlat},
+        {"DequantizeLinear", kFloats},
+        {"DynamicQuantizeLinear", kFloats},
         {"Einsum", "write the product with matmul and permute"},
-        {"GRU", "replace by an LSTM"},
-        {"GridSample", "replace by a Resize where the grid is fixed"},
-        {"If", "export with the branch that is taken (torch.jit.trace instead of torch.jit.script)"},
+        {"GRU", "replace it by an LSTM"},
+        {"GridSample", "replace it by a Resize where the grid is fixed"},
+        {"If", kTrace},
         {"Log", kCut},
-        {"Loop", "export an unrolled loop (torch.jit.trace instead of torch.jit.script)"},
-        {"MaxPool", "leave out the output Indices: replace MaxUnpool by a Resize or a ConvTranspose"},
-        {"MaxUnpool", "replace by a Resize or a ConvTranspose"},
+        {"Loop", kTrace},
+        {"MatMulInteger", kFloats},
+        {"MaxPool", kFlat},
+        {"MaxUnpool", "replace it by a Resize or a ConvTranspose"},
         {"NonMaxSuppression", kCut},
         {"NonZero", kCut},
         {"OneHot", kCut},
-        {"QLinearConv", "export the network before quantisation"},
-        {"QuantizeLinear", "export the network before quantisation"},
-        {"DequantizeLinear", "export the network before quantisation"},
-        {"RNN", "replace by an LSTM"},
+        {"QLinearConv", kFloats},
+        {"QLinearMatMul", kFloats},
+        {"QuantizeLinear", kFloats},
+        {"RNN", "replace it by an LSTM"},
         {"RoiAlign", kCut},
-        {"Scan", "export an unrolled loop (torch.jit.trace instead of torch.jit.script)"},
+        {"Scan", kTrace},
         {"TopK", kCut},
     };
     return kAdvice;
@@ -122,10 +141,26 @@ LowerFunction loweringOf(const std::string& type) {
     return found == table().end() ? nullptr : found->second;
 }
 
+std::vector<std::string> loweredOperators() {
+    std::vector<std::string> types;
+    for (const auto& row : table()) types.push_back(row.first);
+    return types;
+}
+
 std::string adviceFor(const std::string& type) {
     const auto found = advice().find(type);
-    return found != advice().end() ? found->second
-                                   : "replace by operators of docs/converting.md, or end the network before it";
+    return found != advice().end() ? found->second : kOther;
+}
+
+std::string adviceForDomain() {
+    return "export with ONNX's own operators only, and without the optimisations of another program";
+}
+
+std::string adviceForShapes(const std::string& type) {
+    const auto found = advice().find(type);
+    return found != advice().end()
+               ? found->second
+               : "check that the inputs have the shapes that the network was made for; --shape sets them";
 }
 
 }  // namespace convert

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "convert/lower/NodeLowering.h"
 
@@ -12,8 +13,15 @@ using LowerFunction = void (*)(NodeLowering&);
 // Null for an operator that has no row.
 LowerFunction loweringOf(const std::string& type);
 
-// What a user can do about an operator without a row; never empty.
+// The operators that have one.
+std::vector<std::string> loweredOperators();
+
+// What a user can do; never empty. About an operator that cannot be converted,
 std::string adviceFor(const std::string& type);
+// about any operator that is not of ONNX's own domain,
+std::string adviceForDomain();
+// and about a node whose inputs do not fit.
+std::string adviceForShapes(const std::string& type);
 
 // convolution.cpp
 void lowerConv(NodeLowering& n);
@@ -41,11 +49,6 @@ void lowerCast(NodeLowering& n);
 void lowerIdentity(NodeLowering& n);
 void lowerDropout(NodeLowering& n);
 // activation.cpp
-void lowerRelu(NodeLowering& n);
-void lowerSigmoid(NodeLowering& n);
-void lowerTanh(NodeLowering& n);
-void lowerExp(NodeLowering& n);
-void lowerAbs(NodeLowering& n);
 void lowerLeakyRelu(NodeLowering& n);
 void lowerPRelu(NodeLowering& n);
 void lowerHardSigmoid(NodeLowering& n);

@@ -220,6 +220,9 @@ void lowerSlice(NodeLowering& n) {
 }
 
 void lowerGather(NodeLowering& n) {
+    if (!n.isConstant(1))
+        n.refuse("the indices depend on the network's input",
+                 "look the elements up in the host, and let the network begin behind the node");
     const Array& indices = n.constant(1, "the indices");
     const Placed x = n.x(0);
     const std::size_t axis = n.axis(n.integer("axis", 0), x.rank());

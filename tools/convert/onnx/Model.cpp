@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <fstream>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -23,6 +25,28 @@ using onnx::TensorProto;
 
 constexpr int kOldestIr = 3, kNewestIr = 10, kOldestOpset = 7, kNewestOpset = 21;
 
+// Files that are often taken for ONNX models, by their first bytes.
+struct OtherKind {
+    std::string_view begin;
+    const char* text;
+};
+
+constexpr OtherKind kOtherKinds[] = {
+    {"PK\x03\x04", ": a zip archive, such as PyTorch writes; export the network with torch.onnx.export"},
+    {"version https://git-lfs", ": a pointer of Git LFS; fetch the file itself with git lfs pull"},
+    {"<!DOCTYPE", ": a web page; download the file itself"},
+    {"CM", ": a model file of nolk's already"},
+};
+
+std::string notAModel(const fs::path& path) {
+    char bytes[32] = {};
+    std::ifstream(path, std::ios::binary).read(bytes, sizeof bytes);
+    for (const OtherKind& kind : kOtherKinds)
+        if (std::string_view(bytes, sizeof bytes).substr(0, kind.begin.size()) == kind.begin)
+            return std::string("not an ONNX model") + kind.text;
+    return "not an ONNX model, or cut short";
+}
+
 void parse(const fs::path& path, onnx::ModelProto& proto) {
     std::error_code error;
     const std::uintmax_t size = fs::is_directory(path, error) ? 0 : fs::file_size(path, error);
@@ -36,7 +60,7 @@ void parse(const fs::path& path, onnx::ModelProto& proto) {
     coded.SetTotalBytesLimit(INT_MAX);
     const bool parsed = proto.ParseFromCodedStream(&coded) && coded.ConsumedEntireMessage();
     if (stream.GetErrno() != 0) throw OnnxError(std::string("cannot be read: ") + std::strerror(stream.GetErrno()));
-    if (!parsed) throw OnnxError("not an ONNX model, or cut short");
+    if (!parsed) throw OnnxError(notAModel(path));
 }
 
 int defaultOpset(const onnx::ModelProto& proto) {

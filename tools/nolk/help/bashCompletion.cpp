@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 
-#include "nolk/help/commandLine.h"
+#include "help/commandLine.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <sstream>
 
-#include "nolk/help/commandLine.h"
+#include "help/commandLine.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include "nolk/help/help.h"
+#include "help/usageError.h"
 
 #include <CLI/CLI.hpp>
 #include <cctype>
 
-#include "nolk/help/commandLine.h"
+#include "help/commandLine.h"
 
 namespace {
 
@@ -32,20 +32,21 @@ bool isOption(const std::string& word) {
 }  // namespace
 
 std::string usageError(const CLI::App& app, int argc, const char* const* argv) {
-    const CLI::App* command = nullptr;
+    const bool hasCommands = !commandsOf(app).empty();
+    const CLI::App* command = hasCommands ? nullptr : &app;
     for (int i = 1; i < argc; ++i) {
         const std::string word = argv[i];
         if (word == "--") break;
         if (isOption(word)) {
             const std::string name = word.substr(0, word.find('='));
             const CLI::App& owner = command ? *command : app;
-            if (!owner.get_option_no_throw(name))
-                return name + ": no such option; see nolk " + (command ? command->get_name() + " " : "") + "--help";
+            const std::string call = app.get_name() + (&owner == &app ? "" : " " + owner.get_name());
+            if (!owner.get_option_no_throw(name)) return name + ": no such option; see " + call + " --help";
             if (!command) return {};  // help, or the version
         } else if (!command) {
             command = commandCalled(app, word);
             if (!command) return word + ": no such command; " + commandNames(app);
         }
     }
-    return command ? "" : "no command; " + commandNames(app) + "; see nolk --help";
+    return command ? "" : "no command; " + commandNames(app) + "; see " + app.get_name() + " --help";
 }

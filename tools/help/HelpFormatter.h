@@ -4,13 +4,13 @@
 #include <CLI/CLI.hpp>
 #include <string>
 
-#include "nolk/help/commandLine.h"
+#include "help/commandLine.h"
 
 class HelpFormatter final : public CLI::Formatter {
 public:
     // Positionals come first, because an option that takes several files would take a positional after it as well.
     std::string make_usage(const CLI::App* app, std::string name) const override {
-        if (!app->get_parent()) return Formatter::make_usage(app, name);
+        if (!commandsOf(*app).empty()) return Formatter::make_usage(app, name);
         std::string text = "Usage: " + name;
         for (const CLI::Option* option : app->get_options())
             if (isPositional(*option)) text += " " + positionalOf(*option);
