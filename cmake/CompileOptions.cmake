@@ -16,6 +16,11 @@ if(NOLK_SANITIZE)
                                                  -fno-omit-frame-pointer)
   target_link_options(nolk_any_level INTERFACE -fsanitize=${NOLK_SANITIZE})
 endif()
+if(NOLK_BUILD_FUZZERS)
+  target_compile_options(nolk_any_level INTERFACE -fsanitize=fuzzer-no-link)
+  # Sanitizers see accesses beyond a tensor only if it has a heap block of its own.
+  target_compile_definitions(nolk_any_level INTERFACE NOLK_SEPARATE_TENSORS)
+endif()
 
 add_library(nolk_compile_options INTERFACE)
 target_link_libraries(nolk_compile_options INTERFACE nolk_any_level)

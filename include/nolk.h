@@ -149,7 +149,9 @@ public:
     // the builder. Shapes must match exactly. data must not be null; the caller owns it. If a count, shape or pointer
     // is wrong, it prints a line to standard error, writes no outputs and returns false. The runner itself allocates
     // only scratch memory, in the first run. A wrapped runner takes any batch (nolk_wrap_batch_runner says which
-    // shapes), allocates in every call, and may have written outputs when a run fails.
+    // shapes), allocates in every call, and may have written outputs when a run fails. Throws std::bad_alloc when there
+    // is no memory for this, and std::system_error when a thread cannot be started (num_threads above 1). The runner
+    // can be used again after it; outputs may have been written in part.
     virtual bool run(Tensor* inputs, int inputCount, Tensor* outputs, int outputCount) = 0;
 
     // Releases the runner and all that it owns. No other call of it may be in progress, except for a wrapped runner
@@ -171,7 +173,8 @@ protected:
 // end is not above its start, can make an extent 0 or negative: such a layer computes and writes nothing, and the other
 // layers run. If a layer would access memory outside its tensors, for example because the channels disagree with the
 // weights, build throws std::invalid_argument. An impossible graph, such as a concat without inputs, ends the process
-// with status 1 and a message such as "inputs empty" on standard error.
+// with status 1 and a message such as "inputs empty" on standard error. Every method may throw std::bad_alloc; an
+// operation that does has recorded nothing.
 class RunnerBuilder {
 public:
     // The next input of the network; Runner::run takes inputs in the order of these calls.
@@ -339,11 +342,11 @@ extern "C" {
 // The version of the interface, "opencv_4.8.0". A static string. NOLK_VERSION_* are the version of the library.
 NOLK_API const char* nolk_version();
 
-// A new model reader. Null only on a processor that this build does not support.
+// A new model reader. Null only on a processor that this build does not support. Throws std::bad_alloc.
 NOLK_API nolk::ModelReader* nolk_new_model_reader();
 
 // A new builder, or null when the implementation cannot be loaded. Throws std::invalid_argument or std::out_of_range,
-// with the text "stol", for a setting that is not a number.
+// with the text "stol", for a setting that is not a number, and std::bad_alloc.
 NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 
 // Returns a runner that many threads may call. It splits their tensors into single items and runs these by `runner`,
@@ -354,8 +357,8 @@ NOLK_API nolk::RunnerBuilder* nolk_new_runner_builder(const char* implCfg);
 //                   The first run that succeeds fixes the number of elements in each tensor of an item. Later items may
 //                   have other shapes or dims with as many elements; calls with other numbers return false.
 // The first input tells the number of items; the other tensors must have as many. The new runner owns `runner` and
-// destroys it with itself. Returns null for a null runner, for a batchSize below 1, or when no thread can be started;
-// the caller then still owns `runner`.
+// destroys it with itself. Returns null for a null runner, for a batchSize below 1, or when there is no memory or no
+// thread can be started; the caller then still owns `runner`. Throws nothing.
 NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSize);
 
 // Returns a runner for inputs of `batch` samples from size bytes of a model file, or null. Bytes that are not in nolk's
@@ -364,7 +367,8 @@ NOLK_API nolk::Runner* nolk_wrap_batch_runner(nolk::Runner* runner, int batchSiz
 // ModelReader::readFromMemory. Throws the exceptions of that function and of nolk_new_runner_builder.
 NOLK_API nolk::Runner* nolk_new_runner(const char* implCfg, void* data, int size, int batch);
 
-// Queues a message; the newest 100 are kept. A null or empty message is not queued.
+// Queues a message; the newest 100 are kept. A null or empty message is not queued, nor is one for which there is no
+// memory. Throws nothing.
 NOLK_API void nolk_push_error_message(const char* msg);
 
 // Moves the oldest message to buf, cut to size - 1 characters, or "" when there is none. The process has one queue.

@@ -55,7 +55,7 @@ struct ModelCost {
     std::int64_t weightBytes = 0;   // of weights and constants in memory
     std::int64_t scratchBytes = 0;  // of the operation that needs most
     std::int64_t multiplyAdds = 0;  // of one run, see ModelOperation
-    std::int64_t steps = 0;         // multiplyAdds, and one for each element that other operations read or write
+    std::int64_t steps = 0;         // multiplyAdds, and one for each element that is read, written or copied otherwise
 
     // tensorBytes + weightBytes + scratchBytes: the memory that the built-in implementation uses during a run, without
     // gaps in its arena.
@@ -200,7 +200,8 @@ NOLK_API ModelCheck checkModel(const void* data, std::size_t size, const ModelLi
 
 // Returns a runner for a model file, whose inputs have `batch` samples. implementation is a name with settings as for
 // nolk_new_runner_builder; null means the built-in one. Before it builds anything, it rejects operations that would end
-// the process or have an undefined result, and compares the cost with the limits.
+// the process or leave a part of their result undefined, and arrays that cannot be read, and compares the cost with the
+// limits. The built-in implementation also compares its planned arena, gaps included, before it writes to it.
 // Throws LimitExceeded, ModelError for any other file that cannot be run, and what nolk_new_runner_builder throws.
 NOLK_API Owned<Runner> loadModel(const void* data, std::size_t size, int batch, const char* implementation = nullptr,
                                  const ModelLimits& limits = {});

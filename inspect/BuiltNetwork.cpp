@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <map>
+#include <unordered_map>
 
 #include "builder/shapes.h"
 #include "inspect/RecordWalk.h"
@@ -18,11 +19,7 @@ constexpr std::int64_t kFloatBytes = sizeof(float);
 // Fusion may add a bias to a convolution; all other layers keep the parameters of their call.
 std::int64_t parametersOf(const LayerFactory& factory, const nolk::ModelOperation& operation) {
     const auto* convolution = dynamic_cast<const ConvolutionLayerFactory*>(&factory);
-    if (!convolution) {
-        const bool isPlain = operation.code == kCodeOf<operation::kInstanceNormalization>;
-        return isPlain && elementCount(operation.output) > 0 ? productOf({2, operation.output.c})
-                                                             : operation.parameterCount;
-    }
+    if (!convolution) return operation.parameterCount;
     const nolk::Weights& w = convolution->weights;
     const std::int64_t groups = w.shared ? 1 : w.groups;
     return productOf({groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW}) +
@@ -65,16 +62,17 @@ private:
     std::map<const RawTensor*, std::size_t> places_;
 };
 
+// Tensors that all use the same floats, because a network may have the same large output very many times.
 struct HostTensors {
-    explicit HostTensors(const std::vector<nolk::TensorShape>& shapes) : values(shapes.size() + 1) {
-        for (std::size_t i = 0; i < shapes.size(); ++i) {
-            values[i].resize(static_cast<std::size_t>(elementCount(shapes[i])) + 1);  // never null
-            tensors.push_back({shapes[i], values[i].data()});
-        }
+    explicit HostTensors(const std::vector<nolk::TensorShape>& shapes) {
+        int most = 1;  // never null
+        for (const nolk::TensorShape& shape : shapes) most = std::max(most, elementCount(shape));
+        values.resize(static_cast<std::size_t>(most));
+        for (const nolk::TensorShape& shape : shapes) tensors.push_back({shape, values.data()});
         tensors.reserve(1);  // so that the array is not null either
     }
 
-    std::vector<std::vector<float>> values;
+    std::vector<float> values;
     std::vector<nolk::Tensor> tensors;
 };
 
@@ -106,17 +104,33 @@ void BuiltNetwork::describe(nolk::ModelInfo& info) const {
     if (info.arenaBytes > 0) addArena(info);
 }
 
-// The layer that has absorbed this operation. It is either the producer's, which then has the operation's output, or
-// that of its only consumer.
-int BuiltNetwork::layerOf(const nolk::ModelInfo& info, int place) const {
-    const nolk::TensorX* const made = made_[static_cast<std::size_t>(place)];
+// Fills in the layers of operations that have been absorbed. The layer is either the producer's, which then has the
+// operation's output, or that of its first consumer.
+void BuiltNetwork::addAbsorbing(nolk::ModelInfo& info) const {
+    std::unordered_map<const nolk::TensorX*, int> layerWith;
     const auto& factories = builder_->factories();
-    for (std::size_t i = 0; i < factories.size(); ++i)
-        if (factories[i]->output() == made) return static_cast<int>(i);
-    for (const nolk::ModelOperation& consumer : info.operations)
-        if (std::find(consumer.inputs.begin(), consumer.inputs.end(), place) != consumer.inputs.end())
-            return consumer.layer;
-    return -1;
+    for (std::size_t i = 0; i < factories.size(); ++i) layerWith[factories[i]->output()] = static_cast<int>(i);
+    std::vector<int> firstConsumer(info.operations.size(), -1);
+    for (std::size_t i = info.operations.size(); i-- > 0;)
+        for (const int input : info.operations[i].inputs)
+            if (input >= 0) firstConsumer[static_cast<std::size_t>(input)] = static_cast<int>(i);
+
+    // From the last to the first, so that the layers of consumers are already known.
+    for (std::size_t place = info.operations.size(); place-- > 0;) {
+        nolk::ModelOperation& operation = info.operations[place];
+        if (!operation.isMade || operation.layer >= 0) continue;
+        if (operation.name == "input" || operation.name == "constTensor") {
+            operation.parametersKept = operation.parameterCount;
+            continue;
+        }
+        operation.isFused = true;
+        const auto found = layerWith.find(made_[place]);
+        const int consumer = firstConsumer[place];
+        if (found != layerWith.end())
+            operation.layer = found->second;
+        else if (consumer >= 0)
+            operation.layer = info.operations[static_cast<std::size_t>(consumer)].layer;
+    }
 }
 
 void BuiltNetwork::addLayers(nolk::ModelInfo& info) const {
@@ -128,17 +142,7 @@ void BuiltNetwork::addLayers(nolk::ModelInfo& info) const {
         operation.parametersKept = parametersOf(factory, operation);
         info.layers.push_back({runner_->layers()[i]->desc, factory.call, factory.output()->shape});
     }
-    // From the last to the first, so that the layers of consumers are already known.
-    for (int place = static_cast<int>(info.operations.size()) - 1; place >= 0; --place) {
-        nolk::ModelOperation& operation = info.operations[static_cast<std::size_t>(place)];
-        if (!operation.isMade || operation.layer >= 0) continue;
-        if (operation.name == "input" || operation.name == "constTensor") {
-            operation.parametersKept = operation.parameterCount;
-        } else {
-            operation.layer = layerOf(info, place);
-            operation.isFused = true;
-        }
-    }
+    addAbsorbing(info);
 }
 
 void BuiltNetwork::addArena(nolk::ModelInfo& info) const {

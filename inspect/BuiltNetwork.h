@@ -24,8 +24,8 @@ public:
     void runOnce(nolk::ModelInfo& info);
 
 private:
-    int layerOf(const nolk::ModelInfo& info, int place) const;
     void addLayers(nolk::ModelInfo& info) const;
+    void addAbsorbing(nolk::ModelInfo& info) const;
     void addArena(nolk::ModelInfo& info) const;
 
     nolk::Owned<RawRunnerBuilder> builder_;

@@ -27,7 +27,7 @@ struct LoggedOperation {
     bool isMade = false;              // whether there is an output: no input was null
     bool isView = false;              // whether the output must use the memory of the input
     std::int64_t parameterCount = 0;  // floats in the arguments: weights, bias, vectors, a constant's values
-    std::int64_t madeFloats = 0;      // vectors that the built-in builder and its layer make for the call
+    std::int64_t storageFloats = 0;   // of the output in memory; a slice needs more than its output's elements
     std::int64_t multiplyAdds = 0;    // see nolk::ModelOperation
     std::int64_t steps = 0;           // rough number of steps of one run; at least multiplyAdds
     std::int64_t scratchFloats = 0;   // the most that are used at a time

@@ -19,15 +19,10 @@ namespace {
 // After damage in the middle of a file, every later record may give a finding.
 constexpr std::size_t kMaxFindings = 200;
 
-// Whether the built-in implementation can record the operation safely and cheaply. It ends the process for a concat
-// without inputs, copies weights even if the file does not contain them, and allocates vectors of all channels for an
-// instance normalisation without scale and bias.
-bool canBeRecorded(const WalkedRecord& record, const LoggedOperation* logged) {
-    constexpr int kManyChannels = 1 << 24;
-    if (!record.remark.empty()) return false;
-    if (record.operation->code == kCodeOf<&operation::concat> && record.inputs.empty()) return false;
-    return !logged || logged->operation->code != kCodeOf<operation::kInstanceNormalization> ||
-           logged->output.c <= kManyChannels;
+// Whether the built-in implementation can record the operation. It ends the process for a concat without inputs, and
+// weights that could not be read have no meaning.
+bool canBeRecorded(const WalkedRecord& record) {
+    return record.remark.empty() && (record.operation->code != kCodeOf<&operation::concat> || !record.inputs.empty());
 }
 
 }  // namespace
@@ -75,9 +70,9 @@ void ModelChecker::readRecords() {
 }
 
 void ModelChecker::logRecord(const WalkedRecord& record, const LoggedOperation* logged) {
-    if (!record.remark.empty()) report(Severity::warning, record, record.remark);
+    if (!record.remark.empty()) report(Severity::error, record, record.remark);
     if (record.end > file_.recordsEnd()) report(Severity::error, record, "it reaches into the checksum");
-    if (canBeRecorded(record, logged) && readableRecords_ == record.number - 1) readableRecords_ = record.number;
+    if (canBeRecorded(record) && readableRecords_ == record.number - 1) readableRecords_ = record.number;
     if (logged)
         logResult(record, *logged);
     else
@@ -180,13 +175,15 @@ void ModelChecker::checkViews() {
 void ModelChecker::checkWithBuilder() {
     const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
     RecordWalk walk(file_, 1, *builder);
-    while (walk.record().number < readableRecords_ && walk.next()) checkOperation(walk.record(), walk.model());
+    while (walk.record().number < readableRecords_ && findings_.size() < kMaxFindings && walk.next()) {
+        // The first reading succeeded, but the builder needs more memory.
+        if (!walk.record().failure.empty()) return report(Severity::error, walk.record(), walk.record().failure);
+        checkOperation(walk.record(), walk.model());
+    }
     if (hasErrors()) return;
     std::vector<LoggedOperation> operations;
     for (const Result& result : results_) operations.push_back(result.logged);
-    if (readableRecords_ < file_.recordCount())
-        remark_ = "the network was not built: a record is too large to be judged";
-    else if (const std::string why = refusal(costOf(operations, outputs_), {limits_.memoryBytes}); !why.empty())
+    if (const std::string why = refusal(costOf(operations, outputs_), {limits_.memoryBytes}); !why.empty())
         remark_ = "the network was not built: " + why;
     else
         build(walk.record(), *builder, walk.model());
@@ -214,9 +211,9 @@ void ModelChecker::checkOperation(const WalkedRecord& record, Model& model) {
 
 // Removes warnings about shapes of a record that the built-in implementation rejects for the same reason.
 void ModelChecker::dropShapeDiagnostics(const WalkedRecord& record) {
-    const auto result = std::find_if(results_.begin(), results_.end(),
-                                     [&record](const Result& r) { return r.record.number == record.number; });
-    if (result == results_.end()) return;
+    const auto result = std::lower_bound(results_.begin(), results_.end(), record.number,
+                                         [](const Result& r, int number) { return r.record.number < number; });
+    if (result == results_.end() || result->record.number != record.number) return;
     for (const Diagnostic& diagnostic : result->logged.diagnostics) {
         const auto isDoubled = [&](const nolk::ModelFinding& f) {
             return f.offset == record.begin && f.text == diagnostic.text;

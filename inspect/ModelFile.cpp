@@ -10,6 +10,13 @@
 
 using nolk::Severity;
 
+namespace {
+
+// Every four bytes of a damaged head may give a finding.
+constexpr std::size_t kMaxHeadFindings = 100;
+
+}  // namespace
+
 ModelFile::ModelFile(const void* data, std::size_t size) : data_(static_cast<const unsigned char*>(data)) {
     if (!data) size = 0;
     size_ = static_cast<int>(std::min<std::size_t>(size, INT_MAX));
@@ -66,7 +73,7 @@ void ModelFile::readHeadInfo(BinReader& in) {
     headInfoLength_ = getHeadInfo(in, &headInfo_);
     std::int64_t offset = kHeadBytes;
     for (const HeadInfoEntry& entry : headInfo_) {
-        if (entry.length < 0)
+        if (entry.length < 0 && findings_.size() < kMaxHeadFindings)
             report(Severity::warning, "head info", offset,
                    "the entry of key " + std::to_string(entry.key) + " has a negative length, " +
                        std::to_string(entry.length));
@@ -87,8 +94,10 @@ void ModelFile::releaseBefore(std::int64_t offset) {
     if (unscrambled_.empty()) return;
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto address = reinterpret_cast<std::uintptr_t>(unscrambled_.data());
-    const auto begin = (page - address % page) % page;
+    const auto begin = std::max((page - address % page) % page, released_);
     const auto bytes = static_cast<std::uintptr_t>(std::clamp<std::int64_t>(offset, 0, size()));
     const auto end = bytes - std::min((address + bytes) % page, bytes);
-    if (begin < end) madvise(unscrambled_.data() + begin, end - begin, MADV_DONTNEED);
+    if (begin >= end) return;
+    madvise(unscrambled_.data() + begin, end - begin, MADV_DONTNEED);
+    released_ = end;
 }

@@ -38,6 +38,7 @@ public:
     std::int64_t offsetOf(const BinReader& cursor) const { return size_ - cursor.remaining(); }
 
     // Returns the memory of the unscrambled copy below this offset to the system. Nobody may read there any more.
+    // Offsets must not decrease from call to call.
     void releaseBefore(std::int64_t offset);
 
     // The offset where the records must end: at the checksum, or at the file's end.
@@ -53,6 +54,7 @@ private:
     const unsigned char* data_;
     int size_ = 0;
     std::vector<unsigned char> unscrambled_;
+    std::uintptr_t released_ = 0;  // bytes of it
     int version_ = 0;
     std::vector<HeadInfoEntry> headInfo_;
     std::int64_t headInfoLength_ = 0;  // as getHeadInfo returns it

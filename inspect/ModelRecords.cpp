@@ -39,6 +39,10 @@ ModelRecords::ModelRecords(const ModelFile& file, int batch) {
     while (walk.next()) {
         const WalkedRecord& record = walk.record();
         walk.model().arrays.clear();  // the log keeps none
+        if (record.failure.empty() && !record.remark.empty() && meaningless_.empty())
+            meaningless_ = record.place() + ": " + record.remark;
+        if (record.failure.empty() && record.end > file.recordsEnd() && meaningless_.empty())
+            meaningless_ = record.place() + ": it reaches into the checksum";
         if (!record.hasOutput() || !record.failure.empty()) continue;
         const LoggedOperation& logged = log.operations().back();
         operations_.push_back(operationOf(record, logged));

@@ -194,7 +194,8 @@ std::vector<FloatArray> arraysOf(const Call& call) {
                                arrays.push_back({name, v.data, std::max(v.count, 0)});
                            },
                            [&](const std::string& name, const nolk::Tensor& t) {
-                               arrays.push_back({name, t.data, productOf({t.shape.c, t.shape.h, t.shape.w})});
+                               const nolk::TensorShape& s = t.shape;
+                               arrays.push_back({name, t.data, s.n < 1 ? 0 : productOf({s.c, s.h, s.w})});
                            },
                            [](const std::string&, auto) {},
                        });

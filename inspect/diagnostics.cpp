@@ -21,6 +21,12 @@ void warnOfShapes(LoggedOperation& operation, std::string text) {
     operation.diagnostics.push_back({false, std::move(text), true});
 }
 
+// An error if some elements of the output are written by no layer.
+void reportShapes(LoggedOperation& operation, bool leavesUnwritten, const std::string& text) {
+    operation.diagnostics.push_back(
+        {leavesUnwritten, text + (leavesUnwritten ? ": a part of the output is left unwritten" : ""), true});
+}
+
 void checkFloats(LoggedOperation& operation, const std::string& what, const float* values, std::int64_t count) {
     if (!values) return;
     const auto notFinite = std::count_if(values, values + count, [](float v) { return !std::isfinite(v); });
@@ -61,13 +67,16 @@ void checkBroadcast(LoggedOperation& operation, const nolk::TensorShape& a, cons
 
 void checkJoined(LoggedOperation& operation, const std::vector<nolk::TensorShape>& shapes, int axis) {
     const nolk::TensorShape& first = shapes.front();
+    std::int64_t joined = 0;
+    for (const nolk::TensorShape& s : shapes) joined = sumOf(joined, elementsOf(s));
     for (std::size_t i = 1; i < shapes.size(); ++i) {
         const nolk::TensorShape& s = shapes[i];
         const bool agrees = (axis == 0 || s.n == first.n) && (axis == 1 || s.c == first.c) &&
                             (axis == 2 || s.h == first.h) && (axis == 3 || s.w == first.w);
         if (agrees) continue;
-        warnOfShapes(operation, "shapes disagree off the axis: input " + std::to_string(i) + " is " + shapeText(s) +
-                                    ", the first " + shapeText(first));
+        reportShapes(operation, joined < elementsOf(operation.output),
+                     "shapes disagree off the axis: input " + std::to_string(i) + " is " + shapeText(s) +
+                         ", the first " + shapeText(first));
         return;  // one warning is enough
     }
 }
@@ -75,13 +84,22 @@ void checkJoined(LoggedOperation& operation, const std::vector<nolk::TensorShape
 void checkReduced(LoggedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to) {
     const auto fits = [](int reduced, int extent) { return reduced == extent || reduced == 1; };
     if (to.n == from.n && fits(to.c, from.c) && fits(to.h, from.h) && fits(to.w, from.w)) return;
-    warnOfShapes(operation, "extents should be 1 or the input's " + shapeText(from) + ", are " + shapeText(to));
+    // A reduction of the channels alone writes one plane for each sample, any other fills all of its output.
+    const bool isOfChannels = to.c != from.c && to.h == from.h && to.w == from.w;
+    const bool leavesUnwritten = isOfChannels && elementsOf(to) > productOf({from.n, from.h, from.w});
+    reportShapes(operation, leavesUnwritten,
+                 "extents should be 1 or the input's " + shapeText(from) + ", are " + shapeText(to));
 }
 
-void checkResized(LoggedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to) {
+void checkResized(LoggedOperation& operation, nolk::ResizeMode mode, const nolk::TensorShape& from,
+                  const nolk::TensorShape& to) {
     if (from.n == to.n && from.c == to.c) return;
-    warnOfShapes(operation, "the output " + shapeText(to) + " should have the samples and channels of the input " +
-                                shapeText(from));
+    // Linear interpolation computes the planes of the input's samples and channels only.
+    const std::int64_t written = productOf({from.n - 1, to.c}) + from.c;
+    const bool isWhole = (from.n == 1 || from.c >= to.c) && written >= productOf({to.n, to.c});
+    reportShapes(
+        operation, mode == nolk::ResizeMode::linear && elementsOf(to) > 0 && !isWhole,
+        "the output " + shapeText(to) + " should have the samples and channels of the input " + shapeText(from));
 }
 
 void checkProduct(LoggedOperation& operation, const nolk::TensorShape& a, const nolk::TensorShape& b) {
@@ -97,8 +115,9 @@ void checkProduct(LoggedOperation& operation, const nolk::TensorShape& a, const 
 
 void checkElements(LoggedOperation& operation, const nolk::TensorShape& from, const nolk::TensorShape& to) {
     if (elementsOf(from) != elementsOf(to))
-        warnOfShapes(operation, "the input " + shapeText(from) + " has " + counted(elementsOf(from), "element") +
-                                    ", the output " + shapeText(to) + " has " + grouped(elementsOf(to)));
+        reportShapes(operation, elementsOf(to) > elementsOf(from),
+                     "the input " + shapeText(from) + " has " + counted(elementsOf(from), "element") + ", the output " +
+                         shapeText(to) + " has " + grouped(elementsOf(to)));
 }
 
 void checkEnum(LoggedOperation& operation, bool isError, const std::string& what, int value, int low, int high,
@@ -108,10 +127,18 @@ void checkEnum(LoggedOperation& operation, bool isError, const std::string& what
                                                   ", is " + std::to_string(value) + ": " + consequence});
 }
 
-void checkPermutation(LoggedOperation& operation, nolk::Perm perm) {
-    for (int axis = 0; axis < 4; ++axis)
-        if (std::count(perm.axes, perm.axes + 4, axis) != 1)
-            return warn(operation, "axes " + operation.details + " are no permutation");
+// Along an axis that is taken twice, only the diagonal of the output is written.
+void checkPermutation(LoggedOperation& operation, nolk::Perm perm, const nolk::TensorShape& x) {
+    const int extents[] = {x.n, x.c, x.h, x.w};
+    bool isPermutation = true, leavesUnwritten = false;
+    for (int axis = 0; axis < 4; ++axis) {
+        const auto uses = std::count(perm.axes, perm.axes + 4, axis);
+        isPermutation = isPermutation && uses == 1;
+        leavesUnwritten = leavesUnwritten || (uses > 1 && extents[axis] > 1);
+    }
+    if (isPermutation) return;
+    reportShapes(operation, leavesUnwritten && elementsOf(operation.output) > 0,
+                 "axes " + operation.details + " are no permutation");
 }
 
 void checkRange(LoggedOperation& operation, float min, float max) {
@@ -160,7 +187,7 @@ void addDiagnostics(LoggedOperation& operation, const Call& call, const std::vec
         case kCodeOf<&Builder::batchNormalize>:
             return checkVariance(operation, std::get<nolk::Vector>(a[3]), std::get<float>(a[4]), x);
         case kCodeOf<&Builder::transpose>:
-            return checkPermutation(operation, std::get<nolk::Perm>(a[0]));
+            return checkPermutation(operation, std::get<nolk::Perm>(a[0]), x);
         case kCodeOf<&Builder::softmax>:
             return checkEnum(operation, true, "axis", static_cast<int>(std::get<nolk::Axis>(a[0])), 1, 3, kUnwritten);
         case kCodeOf<&operation::concat>: {
@@ -184,6 +211,9 @@ void addDiagnostics(LoggedOperation& operation, const Call& call, const std::vec
         case kCodeOf<&Builder::clip>:
             return checkRange(operation, std::get<float>(a[0]), std::get<float>(a[1]));
         case kCodeOf<&Builder::lstm>:
+            if (x.c != 1)
+                reportShapes(operation, x.c > 1 && elementsOf(operation.output) > 0,
+                             "the input should have 1 channel, has " + grouped(x.c));
             return checkEnum(operation, false, "direction",
                              static_cast<int>(std::get<nolk::LstmWeights>(a[0]).direction), 0, 2,
                              "it is taken for forward");
@@ -194,7 +224,7 @@ void addDiagnostics(LoggedOperation& operation, const Call& call, const std::vec
         case kCodeOf<&operation::resizeAligned>:
             checkEnum(operation, true, "mode", static_cast<int>(std::get<nolk::ResizeMode>(a[1])), 1, 2,
                       "running it ends the process");
-            return checkResized(operation, x, operation.output);
+            return checkResized(operation, std::get<nolk::ResizeMode>(a[1]), x, operation.output);
         case kCodeOf<&Builder::matMul>:
             return checkProduct(operation, x, inputs[1]);
         default:

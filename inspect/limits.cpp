@@ -21,9 +21,9 @@ std::int64_t liveFloats(const std::vector<LoggedOperation>& operations, const st
     std::int64_t live = 0, most = 0;
     constexpr std::int64_t kLargeEnough = std::int64_t{1} << 60;  // stop here, before sums saturate
     for (std::size_t i = 0; i < operations.size() && most < kLargeEnough; ++i) {
-        live = sumOf(live, elementsOf(operations[i].output));
+        live = sumOf(live, operations[i].storageFloats);
         most = std::max(most, live);
-        for (const std::size_t gone : freed[i]) live -= elementsOf(operations[gone].output);
+        for (const std::size_t gone : freed[i]) live -= operations[gone].storageFloats;
     }
     return most;
 }
@@ -38,11 +38,14 @@ nolk::ModelCost costOf(const std::vector<LoggedOperation>& operations, const std
     std::int64_t weights = 0, scratch = 0;
     nolk::ModelCost cost;
     for (const LoggedOperation& operation : operations) {
-        weights = sumOf(weights, sumOf(operation.parameterCount, operation.madeFloats));
+        weights = sumOf(weights, operation.parameterCount);
         scratch = std::max(scratch, operation.scratchFloats);
         cost.multiplyAdds = sumOf(cost.multiplyAdds, operation.multiplyAdds);
         cost.steps = sumOf(cost.steps, operation.steps);
     }
+    // Each output is copied to the caller.
+    for (const int place : outputs)
+        if (place >= 0) cost.steps = sumOf(cost.steps, elementsOf(operations[static_cast<std::size_t>(place)].output));
     cost.tensorBytes = bytesOf(liveFloats(operations, outputs));
     cost.weightBytes = bytesOf(weights);
     cost.scratchBytes = bytesOf(scratch);

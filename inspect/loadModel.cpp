@@ -1,5 +1,7 @@
 #include <exception>
+#include <stdexcept>
 
+#include "builder/ArenaLimit.h"
 #include "inspect/ModelRecords.h"
 #include "inspect/RecordWalk.h"
 #include "inspect/entryPoints.h"
@@ -14,6 +16,15 @@ nolk::Owned<nolk::RunnerBuilder> newBuilder(const char* implementation) {
     return builder;
 }
 
+// The cost leaves out the gaps in the arena. The rounding of each tensor to a cache line is not held against it.
+void limitArena(nolk::RunnerBuilder& builder, const ModelRecords& records, const nolk::ModelLimits& limits) {
+    ArenaLimit* const arena = arenaLimitOf(builder);
+    if (!arena || limits.memoryBytes == nolk::ModelLimits::kNone) return;
+    const nolk::ModelCost& cost = records.cost();
+    const auto tensors = static_cast<std::int64_t>(records.operations().size());
+    arena->limitArena((limits.memoryBytes - cost.weightBytes - cost.scratchBytes) / 4 + 16 * tensors);
+}
+
 }  // namespace
 
 nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char* implementation,
@@ -26,6 +37,7 @@ nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char
         throw nolk::LimitExceeded(why, records.cost());
 
     const nolk::Owned<nolk::RunnerBuilder> builder = newBuilder(implementation);
+    limitArena(*builder, records, limits);
     RecordWalk walk(file, batch, *builder);
     while (walk.next()) file.releaseBefore(walk.record().end);
     walk.finish();
@@ -36,5 +48,7 @@ nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char
         return runner;
     } catch (const std::invalid_argument& e) {
         throw nolk::ModelError(e.what());
+    } catch (const std::length_error& e) {
+        throw nolk::LimitExceeded(e.what(), records.cost());
     }
 }

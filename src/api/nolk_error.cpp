@@ -7,6 +7,7 @@
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace {
 
@@ -31,7 +32,8 @@ std::unique_ptr<char[]> popOldest() {
 void nolk_push_error_message(const char* msg) {
     if (!msg || !*msg) return;
     const std::size_t size = std::strlen(msg) + 1;
-    std::unique_ptr<char[]> copy(new char[size]);
+    std::unique_ptr<char[]> copy(new (std::nothrow) char[size]);
+    if (!copy) return;
     std::memcpy(copy.get(), msg, size);
 
     const std::lock_guard<std::mutex> lock(errMsgMtx);

@@ -1,10 +1,13 @@
 #include "builder/BaseRunnerBuilder.h"
 
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "builder/OutputLayerFactory.h"
+#include "builder/fuseAll.h"
 #include "builder/refuse.h"
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
@@ -18,6 +21,12 @@ std::vector<nolk::TensorX*> borrowed(const std::vector<std::unique_ptr<nolk::Ten
     std::vector<nolk::TensorX*> tensors;
     for (const auto& t : owned) tensors.push_back(t.get());
     return tensors;
+}
+
+// Makes the next push_back unable to throw.
+template <typename T>
+void makeRoom(std::vector<T>& elements) {
+    if (elements.size() == elements.capacity()) elements.reserve(2 * elements.size() + 1);
 }
 
 void checkExtents(const std::vector<std::unique_ptr<nolk::TensorX>>& tensors, const char* what) {
@@ -71,6 +80,10 @@ nolk::Runner* BaseRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     connect();
     TensorSpace space(kArenaAlignment);
     std::unique_ptr<MemoryPool> pool = space.mallocAll(borrowedFactories(), borrowed(inputs_), graphOutputs);
+    // The arena has been allocated, but takes no memory until it is written.
+    if (pool && pool->size() > mostArenaFloats_)
+        throw std::length_error("build: the arena needs " + std::to_string(pool->size()) + " floats, at most " +
+                                std::to_string(mostArenaFloats_) + " are allowed");
     std::vector<std::unique_ptr<Layer>> layers = createLayers();
     sentinels.clear();
     return new BaseRunner(std::move(layers), borrowed(inputs_), graphOutputs, std::move(pool), std::move(constData_));
@@ -90,25 +103,31 @@ bool BaseRunnerBuilder::areOwn(const std::vector<nolk::TensorX*>& tensors) {
     return all;
 }
 
+// Everything that may throw comes first.
 std::vector<nolk::TensorX*> BaseRunnerBuilder::addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory) {
+    std::vector<nolk::TensorX*> outputs = borrowed(factory->outputs);
+    makeRoom(factories_);
+    own_.insert(outputs.begin(), outputs.end());
     factories_.push_back(std::move(factory));
     factories_.back()->call = calls_++;
-    for (const auto& t : factories_.back()->outputs) own_.insert(t.get());
-    return borrowed(factories_.back()->outputs);
+    return outputs;
 }
 
 nolk::TensorX* BaseRunnerBuilder::addInputReturn(std::unique_ptr<nolk::TensorX> tensor) {
+    makeRoom(inputs_);
+    own_.insert(tensor.get());
     inputs_.push_back(std::move(tensor));
     ++calls_;
-    own_.insert(inputs_.back().get());
     return inputs_.back().get();
 }
 
 nolk::TensorX* BaseRunnerBuilder::addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data) {
+    makeRoom(constTensors_);
+    makeRoom(constData_);
+    own_.insert(tensor.get());
     constTensors_.push_back(std::move(tensor));
-    ++calls_;
-    own_.insert(constTensors_.back().get());
     constData_.push_back(std::move(data));
+    ++calls_;
     return constTensors_.back().get();
 }
 
@@ -134,21 +153,9 @@ void BaseRunnerBuilder::check() const {
 }
 
 void BaseRunnerBuilder::fuse() {
-    while (LayerFactory* absorbed = absorbOnce()) retire(absorbed);
-}
-
-LayerFactory* BaseRunnerBuilder::absorbOnce() {
-    for (const auto& factory : factories_)
-        if (LayerFactory* absorbed = factory->fuse()) return absorbed;
-    return nullptr;
-}
-
-void BaseRunnerBuilder::retire(LayerFactory* absorbed) {
-    const auto found = std::find_if(factories_.begin(), factories_.end(),
-                                    [absorbed](const auto& factory) { return factory.get() == absorbed; });
-    if (found == factories_.end()) return;
-    absorbed_.push_back(std::move(*found));
-    factories_.erase(found);
+    std::vector<std::unique_ptr<LayerFactory>> absorbed = fuseAll(factories_);
+    absorbed_.insert(absorbed_.end(), std::make_move_iterator(absorbed.begin()),
+                     std::make_move_iterator(absorbed.end()));
 }
 
 void BaseRunnerBuilder::connect() {

@@ -6,11 +6,13 @@
 
 #include <nolk.h>
 
+#include <cstdint>
 #include <memory>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include "builder/ArenaLimit.h"
 #include "builder/LayerFactory.h"
 #include "layers/Layer.h"
 #include "memory/FloatArrays.h"
@@ -18,7 +20,7 @@
 #include "memory/MemoryPool.h"
 #include "runner/BaseRunner.h"
 
-class BaseRunnerBuilder : public nolk::RunnerBuilder, public FloatKeeper {
+class BaseRunnerBuilder : public nolk::RunnerBuilder, public FloatKeeper, public ArenaLimit {
 public:
     nolk::TensorX* input(nolk::TensorShape shape) override;
     nolk::TensorX* constTensor(nolk::Tensor* tensor) override;
@@ -28,6 +30,8 @@ public:
 
     // Layers and constants take over the arrays that they can use unchanged; build releases the others.
     float* keep(FloatBuffer array) override { return givenArrays_.add(std::move(array)); }
+
+    void limitArena(std::int64_t floats) override { mostArenaFloats_ = floats; }
 
     // For programs that examine a network. After build these are the factories that remain after fusion, in execution
     // order: factory i created the runner's layer i, and all tensors have addresses.
@@ -42,16 +46,28 @@ protected:
     // null input and for another builder's tensor; the latter also makes build throw.
     bool areOwn(const std::vector<nolk::TensorX*>& tensors);
 
+    // These take over what they get, or throw std::bad_alloc and do not change the builder.
     std::vector<nolk::TensorX*> addLayerReturnOutputs(std::unique_ptr<LayerFactory> factory);
     nolk::TensorX* addInputReturn(std::unique_ptr<nolk::TensorX> tensor);
     nolk::TensorX* addConstTensorReturn(std::unique_ptr<nolk::TensorX> tensor, FloatBuffer data);
+
+    // Adds the factory that make returns for these inputs. If that throws, the inputs do not name it as a consumer.
+    template <typename Make>
+    nolk::TensorX* addLayer(const std::vector<nolk::TensorX*>& inputs, Make make) {
+        std::vector<std::size_t> consumers;
+        for (const nolk::TensorX* t : inputs) consumers.push_back(t->consumers.size());
+        try {
+            return addLayerReturnOutputs(make()).front();
+        } catch (...) {
+            for (std::size_t i = 0; i < inputs.size(); ++i) inputs[i]->consumers.resize(consumers[i]);
+            throw;
+        }
+    }
 
 private:
     std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count);
     void check() const;
     void fuse();
-    LayerFactory* absorbOnce();
-    void retire(LayerFactory* absorbed);
     void connect();
     std::vector<std::unique_ptr<Layer>> createLayers();
     std::vector<LayerFactory*> borrowedFactories() const;
@@ -66,4 +82,5 @@ private:
     int calls_ = 0;                                 // number of calls that make a tensor, including failed ones
     bool tookForeign_ = false;                      // an operation was given another builder's tensor
     bool built_ = false;
+    std::int64_t mostArenaFloats_ = INT64_MAX;
 };

@@ -28,7 +28,8 @@ public:
     // Gives each output its storage record: the first input's when the operation may work in place, else a new one.
     virtual void connect();
 
-    // Absorbs one neighbour and returns it, so that the builder removes it; null when there is nothing to absorb.
+    // Absorbs one neighbour and returns it, so that the builder removes it; null when there is nothing to absorb. A
+    // neighbour that absorbs others itself must not be absorbed, see fuseAll.
     virtual LayerFactory* fuse() { return nullptr; }
 
     // Whether the single output may be written over the first input.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "builder/shapes.h"
 #include "builder/utils.h"
 #include "layers/RawActLayerFactory.h"
 #include "layers/RawBatchNormalizationLayerFactory.h"
@@ -36,12 +35,12 @@ RawRunnerBuilder::RawRunnerBuilder(const char* cfg) {
 template <typename Factory, typename... Args>
 nolk::TensorX* RawRunnerBuilder::record(nolk::TensorX* x, Args... args) {
     if (!areOwn({x})) return nullptr;
-    return addLayerReturnOutputs(std::make_unique<Factory>(x, std::move(args)...)).front();
+    return addLayer({x}, [&] { return std::make_unique<Factory>(x, args...); });
 }
 
 nolk::TensorX* RawRunnerBuilder::eltwise(nolk::TensorX* a, nolk::TensorX* b, EltwiseType type) {
     if (!areOwn({a, b})) return nullptr;
-    return record<RawEltwiseLayerFactory>(a, b, type);
+    return addLayer({a, b}, [&] { return std::make_unique<RawEltwiseLayerFactory>(a, b, type); });
 }
 
 // 0.2 and 0.5 are the defaults of the hard sigmoid; the other activations ignore them.
@@ -95,7 +94,7 @@ nolk::TensorX* RawRunnerBuilder::concat(nolk::TensorX** inputs, int count, nolk:
     std::vector<nolk::TensorX*> tensors;
     if (inputs && count > 0) tensors.assign(inputs, inputs + count);
     if (!areOwn(tensors)) return nullptr;
-    return addLayerReturnOutputs(std::make_unique<RawConcatLayerFactory>(tensors, axis)).front();
+    return addLayer(tensors, [&] { return std::make_unique<RawConcatLayerFactory>(tensors, axis); });
 }
 
 nolk::TensorX* RawRunnerBuilder::add(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_ADD); }
@@ -135,13 +134,7 @@ nolk::TensorX* RawRunnerBuilder::hardSigmoid(nolk::TensorX* x, float alpha, floa
 nolk::TensorX* RawRunnerBuilder::max(nolk::TensorX* a, nolk::TensorX* b) { return eltwise(a, b, ELTWISE_MAX); }
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, float epsilon) {
-    if (!areOwn({x})) return nullptr;
-    // An empty tensor needs no scales, and build rejects a tensor that is too large.
-    const bool hasChannels = isRepresentable(x->shape) && elementCount(x->shape) > 0;
-    const int channels = hasChannels ? x->shape.c : 0;
-    std::vector<float> ones(static_cast<std::size_t>(channels), 1.0f);
-    std::vector<float> zeros(static_cast<std::size_t>(channels), 0.0f);
-    return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);
+    return record<RawInstanceNormalizationLayerFactory>(x, epsilon);
 }
 
 nolk::TensorX* RawRunnerBuilder::instanceNormalization(nolk::TensorX* x, nolk::Vector scale, nolk::Vector bias,
@@ -173,5 +166,5 @@ nolk::TensorX* RawRunnerBuilder::prelu(nolk::TensorX* x, float* slopes, int coun
 
 nolk::TensorX* RawRunnerBuilder::matMul(nolk::TensorX* a, nolk::TensorX* b) {
     if (!areOwn({a, b})) return nullptr;
-    return record<RawMatmulLayerFactory>(a, b);
+    return addLayer({a, b}, [&] { return std::make_unique<RawMatmulLayerFactory>(a, b); });
 }

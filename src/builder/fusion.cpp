@@ -1,8 +1,9 @@
-// Decides which neighbours a convolution or a max pooling absorbs, and updates its parameters. The builder removes the
-// absorbed factory and starts again with the first one, so one factory may absorb several neighbours.
+// Decides which neighbours a convolution or a max pooling absorbs, and updates its parameters. The builder asks again
+// after each absorption, so one factory may absorb several neighbours.
 #include <algorithm>
 #include <cmath>
 
+#include "builder/shapes.h"
 #include "layers/BatchNormalizationLayerFactory.h"
 #include "layers/ConvolutionLayerFactory.h"
 #include "layers/PaddingLayerFactory.h"
@@ -40,9 +41,10 @@ void addPadding(nolk::Padding& padding, const nolk::Padding& more) {
     padding.right += more.right;
 }
 
-// A copy, because weights.bias may point to fusedBias, which is about to be resized.
-std::vector<float> oldBias(const nolk::Weights& weights) {
-    if (!weights.bias) return {};
+// A copy, because weights.bias may point to fusedBias, which is about to be resized. With an empty output no bias is
+// used, and the counts may be too large for the memory.
+std::vector<float> oldBias(const nolk::Weights& weights, const nolk::TensorShape& output) {
+    if (!weights.bias || elementCount(output) == 0) return {};
     return {weights.bias, weights.bias + biasCount(weights)};
 }
 
@@ -89,33 +91,45 @@ bool ConvolutionLayerFactory::canAbsorbPreBn(const BatchNormalizationLayerFactor
 // weight * addend to the bias.
 void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
     const ChannelFactors factors = channelFactors(*bn);
+    const std::vector<float> bias = oldBias(weights, output()->shape);
     const int outChannels = weights.groups * weights.outChannels;
-    const int kernelSize = weights.kernelH * weights.kernelW;
-    std::vector<double> added(static_cast<std::size_t>(outChannels), 0.0);
-    float* w = weights.weight;
-    for (int o = 0; o < outChannels; ++o) {
-        for (int i = 0; i < weights.inChannels; ++i) {
-            // With groups, the output channel is used in place of the input channel. In a depthwise convolution both
-            // are the same. Other grouped convolutions keep this index because results of existing networks depend on
-            // it.
-            const auto channel = static_cast<std::size_t>(weights.groups == 1 ? i : o);
-            const auto factor = static_cast<float>(factors.factor[channel]);
-            float sum = 0.0f;
-            for (int k = 0; k < kernelSize; ++k, ++w) {
-                sum += *w;
-                *w *= factor;
-            }
-            const float share = sum * static_cast<float>(factors.addend[channel]);
-            added[static_cast<std::size_t>(o)] += static_cast<double>(share);
-        }
-    }
-
-    const std::vector<float> bias = oldBias(weights);
-    fusedBias.resize(added.size());
+    fusedBias.reserve(1);  // so that its address is not null
+    fusedBias.resize(elementCount(output()->shape) > 0 ? static_cast<std::size_t>(outChannels) : 0);
     std::copy_n(bias.begin(), std::min(bias.size(), fusedBias.size()), fusedBias.begin());
-    for (std::size_t o = 0; o < fusedBias.size(); ++o) fusedBias[o] += static_cast<float>(added[o]);
+    // Without weights and outputs there may be more channels than can be counted in reasonable time.
+    const bool hasWork = weightCount(weights) > 0 || !fusedBias.empty();
+    const bool isSameForAll = weightCount(weights) == 0 && weights.groups == 1;
+    float* w = weights.weight;
+    double added = 0.0;
+    for (int o = 0; o < outChannels && hasWork; ++o) {
+        if (o == 0 || !isSameForAll) added = foldPreBn(factors.factor, factors.addend, o, w);
+        if (!fusedBias.empty()) fusedBias[static_cast<std::size_t>(o)] += static_cast<float>(added);
+    }
     weights.bias = fusedBias.data();
     update_pre_comsumer();
+}
+
+// Multiplies the weights of an output channel, and moves w behind them. Returns what its bias increases by.
+double ConvolutionLayerFactory::foldPreBn(const std::vector<double>& factors, const std::vector<double>& addends, int o,
+                                          float*& w) const {
+    const int kernelSize = weights.kernelH * weights.kernelW;
+    // A sum without values is 0, but 0 times an infinite addend is not. With groups it is the same for every i.
+    const int channels = kernelSize < 1 && weights.groups != 1 ? std::min(weights.inChannels, 1) : weights.inChannels;
+    double added = 0.0;
+    for (int i = 0; i < channels; ++i) {
+        // With groups, the output channel is used in place of the input channel. In a depthwise convolution both are
+        // the same. Other grouped convolutions keep this index because results of existing networks depend on it.
+        const auto channel = static_cast<std::size_t>(weights.groups == 1 ? i : o);
+        const auto factor = static_cast<float>(factors[channel]);
+        float sum = 0.0f;
+        for (int k = 0; k < kernelSize; ++k, ++w) {
+            sum += *w;
+            *w *= factor;
+        }
+        const float share = sum * static_cast<float>(addends[channel]);
+        added += static_cast<double>(share);
+    }
+    return added;
 }
 
 // factor * conv(x) + addend: multiplies weights and bias by the factor of their output channel, and adds its addend to
@@ -131,7 +145,7 @@ void ConvolutionLayerFactory::absorbBn(BatchNormalizationLayerFactory* bn) {
         for (int k = 0; k < rowLength; ++k, ++w) *w *= factor;
     }
 
-    const std::vector<float> bias = oldBias(weights);
+    const std::vector<float> bias = oldBias(weights, output()->shape);
     fusedBias.resize(static_cast<std::size_t>(channels));
     for (std::size_t c = 0; c < fusedBias.size(); ++c) {
         if (c < bias.size()) fusedBias[c] = static_cast<float>(static_cast<double>(bias[c]) * factors.factor[c]);

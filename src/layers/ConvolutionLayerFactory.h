@@ -21,4 +21,5 @@ public:
 
 private:
     bool canAbsorbPreBn(const BatchNormalizationLayerFactory& bn) const;
+    double foldPreBn(const std::vector<double>& factors, const std::vector<double>& addends, int o, float*& w) const;
 };

@@ -29,6 +29,9 @@ RawConvolutionLayer::RawConvolutionLayer(nolk::Tensor input, nolk::Tensor output
     desc = "conv";
     const bool hasTaps = weights_.kernelH > 0 && weights_.kernelW > 0;
     if (!hasTaps || elementCount(output_.shape) == 0 || isPointwise(weights_, padding_, stride_)) return;
+    const Range inside = insideColumns();
+    if (inside.begin == inside.end) return;
+    taps_.reserve(static_cast<std::size_t>(tapCount()));
     const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(input_.shape.h) * input_.shape.w;
     for (int ic = 0; ic < weights_.inChannels; ++ic)
         for (int kh = 0; kh < weights_.kernelH; ++kh)
@@ -87,7 +90,7 @@ void RawConvolutionLayer::im2col(float* columns, const float* input) const {
     const int outW = output_.shape.w;
     const Range inside = insideColumns();
     for (int oh = 0; oh < output_.shape.h; ++oh) {
-        float* row = columns + static_cast<std::ptrdiff_t>(oh) * outW * static_cast<std::ptrdiff_t>(taps_.size());
+        float* row = columns + static_cast<std::ptrdiff_t>(oh) * outW * tapCount();
         copyWindows(row, input, oh, {0, inside.begin});
         if (stride_.w == 1)
             copyTiles<1>(row, input, oh, inside);
@@ -100,7 +103,7 @@ void RawConvolutionLayer::im2col(float* columns, const float* input) const {
 // Output columns that copyTiles can fill: their windows lie completely inside the input's rows.
 RawConvolutionLayer::Range RawConvolutionLayer::insideColumns() const {
     const int stride = stride_.w;
-    if ((stride != 1 && stride != 2) || dilation_.w < 0 || taps_.size() < kTile) return {0, 0};
+    if ((stride != 1 && stride != 2) || dilation_.w < 0 || tapCount() < kTile) return {0, 0};
     const std::int64_t outW = output_.shape.w;
     const std::int64_t lastTap = static_cast<std::int64_t>(weights_.kernelW - 1) * dilation_.w;
     const std::int64_t left = padding_.left;
@@ -117,20 +120,20 @@ RawConvolutionLayer::Range RawConvolutionLayer::insideColumns() const {
 template <int kStride>
 void RawConvolutionLayer::copyTiles(float* columns, const float* input, int outRow, Range outColumns) const {
     static constexpr float kZeros[kTile * kStride] = {};
-    const int tapCount = static_cast<int>(taps_.size());
-    for (int tap = 0; outColumns.begin < outColumns.end && tap < tapCount; tap += kTile) {
-        const int firstTap = std::min(tap, tapCount - kTile);
+    const int count = tapCount();
+    for (int tap = 0; outColumns.begin < outColumns.end && tap < count; tap += kTile) {
+        const int firstTap = std::min(tap, count - kTile);
         const float* rows[kTile];
         for (int i = 0; i < kTile; ++i) rows[i] = tapRow(input, outRow, taps_.data()[firstTap + i]);
         for (int ow = outColumns.begin; ow < outColumns.end; ow += kTile) {
             const int first = std::min(ow, outColumns.end - kTile);
             const float* in[kTile];
             for (int i = 0; i < kTile; ++i) in[i] = rows[i] ? rows[i] + (first * kStride - padding_.left) : kZeros;
-            float* dst = columns + static_cast<std::ptrdiff_t>(first) * tapCount + firstTap;
+            float* dst = columns + static_cast<std::ptrdiff_t>(first) * count + firstTap;
             // The columns do not fit the near caches, and are too far apart for the hardware prefetcher.
             for (int i = 0; i < kTile; ++i)
-                __builtin_prefetch(dst + static_cast<std::ptrdiff_t>(i) * tapCount + 3 * kTile, 1);
-            transposeTile<kStride>(in, dst, tapCount);
+                __builtin_prefetch(dst + static_cast<std::ptrdiff_t>(i) * count + 3 * kTile, 1);
+            transposeTile<kStride>(in, dst, count);
         }
     }
 }
@@ -143,7 +146,7 @@ const float* RawConvolutionLayer::tapRow(const float* input, int outRow, const T
 
 void RawConvolutionLayer::copyWindows(float* columns, const float* input, int outRow, Range outColumns) const {
     const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(input_.shape.h) * input_.shape.w;
-    float* dst = columns + outColumns.begin * static_cast<std::ptrdiff_t>(taps_.size());
+    float* dst = columns + static_cast<std::ptrdiff_t>(outColumns.begin) * tapCount();
     for (int ow = outColumns.begin; ow < outColumns.end; ++ow)
         for (int ic = 0; ic < weights_.inChannels; ++ic)
             for (int kh = 0; kh < weights_.kernelH; ++kh, dst += weights_.kernelW) {

@@ -47,6 +47,7 @@ private:
 
     void multiply(const float* weights, const float* input, float* output, AlignedMemory<float>& scratch) const;
     void addBias(float* output, int group) const;
+    int tapCount() const { return weights_.inChannels * weights_.kernelH * weights_.kernelW; }
     Range insideColumns() const;
     template <int kStride>
     void copyTiles(float* columns, const float* input, int outRow, Range outColumns) const;
@@ -62,7 +63,7 @@ private:
     nolk::Weights weights_;  // its arrays are the two below
     FloatBuffer weight_;
     FloatBuffer bias_;
-    std::vector<Tap> taps_;  // of one window, in the order of the weights
+    std::vector<Tap> taps_;  // of one window, in the order of the weights; none if copyTiles has no columns
     nolk::Tensor input_;
     nolk::Tensor output_;
     int numThreads_;

@@ -10,13 +10,14 @@
 
 namespace {
 
-// Sums up the products of neighbouring columns: as many as fit kVectors registers, or a single one if kVectors is 0.
+// Adds the products of neighbouring columns to sums, which begin with 0 if isFirst: as many columns as fit kVectors
+// registers, or a single one if kVectors is 0.
 template <int kVectors>
 void sumUp(const float* in, const float* weights, const RawDeConvolutionLayer::Product* products, std::size_t count,
-           float* sums) {
+           bool isFirst, float* sums) {
     // A loop, because compilers clear an array with an initialiser in memory, and then keep it there.
     Lanes acc[kVectors];
-    for (int v = 0; v < kVectors; ++v) acc[v] = broadcast(0.0f);
+    for (int v = 0; v < kVectors; ++v) acc[v] = isFirst ? broadcast(0.0f) : loadLanes(sums + v * kLanes);
     for (std::size_t p = 0; p < count; ++p) {
         const float* values = in + products[p].source;
         const Lanes weight = broadcast(weights[products[p].weight]);
@@ -27,32 +28,42 @@ void sumUp(const float* in, const float* weights, const RawDeConvolutionLayer::P
 
 template <>
 void sumUp<0>(const float* in, const float* weights, const RawDeConvolutionLayer::Product* products, std::size_t count,
-              float* sums) {
-    float acc = 0.0f;
+              bool isFirst, float* sums) {
+    float acc = isFirst ? 0.0f : *sums;
     for (std::size_t p = 0; p < count; ++p) acc = std::fma(in[products[p].source], weights[products[p].weight], acc);
     *sums = acc;
 }
 
+// Division by a positive number, rounded up and down.
+std::int64_t upwards(std::int64_t a, std::int64_t b) { return a / b + (a % b > 0 ? 1 : 0); }
+std::int64_t downwards(std::int64_t a, std::int64_t b) { return a / b - (a % b < 0 ? 1 : 0); }
+
 }  // namespace
+
+// Some of the products whose sum is an output element.
+struct RawDeConvolutionLayer::Part {
+    static constexpr std::size_t kSize = 1024;
+
+    Product products[kSize];
+    std::size_t count = 0;
+    bool isFirst = true, isLast = false;
+};
 
 RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding,
                                              nolk::DimsHW stride, const nolk::Weights& weights, FloatArrays* given)
     : input_(input),
       output_(output),
       columnStep_(std::max(stride.w, 1)),
-      kernelH_(weights.kernelH),
-      kernelW_(weights.kernelW) {
+      rows_(axisOf(input.shape.h, output.shape.h, weights.kernelH, stride.h, padding.top, padding.bottom)),
+      columns_(axisOf(input.shape.w, output.shape.w, weights.kernelW, stride.w, padding.left, padding.right)) {
     desc = "deconv";
     const nolk::TensorShape& in = input.shape;
     const nolk::TensorShape& out = output.shape;
     if (elementCount(out) == 0) return;
     for (int o = 0; o < out.c && weights.bias && weights.groups > 0; ++o)
         bias_.push_back(weights.bias[weights.shared ? o % weights.outChannels : o]);
-    if (!hasProducts(in, out, weights)) return;
-    weight_ = ownedFloats(weights.weight, in.c * out.c * kernelH_ * kernelW_, given);
-    rows_ = tapsOf(in.h, out.h, kernelH_, stride.h, padding.top, padding.bottom);
-    columns_ = tapsOf(in.w, out.w, kernelW_, stride.w, padding.left, padding.right);
-    products_.resize(static_cast<std::size_t>(in.c) * rows_.most() * columns_.most());
+    if (hasProducts(in, out, weights))
+        weight_ = ownedFloats(weights.weight, in.c * out.c * weights.kernelH * weights.kernelW, given);
 }
 
 bool RawDeConvolutionLayer::hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out,
@@ -61,36 +72,26 @@ bool RawDeConvolutionLayer::hasProducts(const nolk::TensorShape& in, const nolk:
     return kernel && weights.groups > 0 && isRepresentable(out) && elementCount(out) > 0 && elementCount(in) > 0;
 }
 
-std::size_t RawDeConvolutionLayer::Taps::most() const {
-    std::size_t most = 0;
-    for (std::size_t p = 1; p < first.size(); ++p) most = std::max(most, first[p] - first[p - 1]);
-    return most;
+RawDeConvolutionLayer::Axis RawDeConvolutionLayer::axisOf(int in, int out, int kernel, int stride, int before,
+                                                          int after) {
+    return {in, out, kernel, stride, before, static_cast<std::int64_t>(out) + before + after - kernel};
 }
 
-RawDeConvolutionLayer::Taps RawDeConvolutionLayer::tapsOf(int in, int out, int kernel, int stride, int before,
-                                                          int after) {
-    Taps taps;
-    taps.first.assign(static_cast<std::size_t>(out) + 1, 0);
-    const std::int64_t bound = static_cast<std::int64_t>(out) + before + after - kernel;
-    // Calls f(source, kernel index, output position) in the order of sources.
-    const auto forEach = [=](auto f) {
-        for (std::int64_t i = 0; i < in && bound >= 0; ++i)
-            for (std::int64_t k = 0; k < kernel && i * stride <= bound; ++k) {
-                const std::int64_t position = i * stride - before + k;
-                if (position >= 0 && position < out)
-                    f(static_cast<int>(i), static_cast<int>(k), static_cast<std::size_t>(position));
-            }
-    };
-    forEach([&taps](int, int, std::size_t p) { ++taps.first[p + 1]; });
-    for (std::size_t p = 1; p < taps.first.size(); ++p) taps.first[p] += taps.first[p - 1];
-    taps.source.resize(taps.first.back());
-    taps.kernel.resize(taps.first.back());
-    std::vector<std::size_t> next = taps.first;
-    forEach([&](int i, int k, std::size_t p) {
-        taps.source[next[p]] = i;
-        taps.kernel[next[p]++] = k;
-    });
-    return taps;
+// Computed for each position, because with a stride of 0 or below every position may receive every source.
+RawDeConvolutionLayer::Taps RawDeConvolutionLayer::tapsAt(const Axis& axis, std::int64_t position) {
+    const std::int64_t kernelOfFirst = position + axis.before;  // kernel index of source 0
+    std::int64_t first = 0, last = axis.bound < 0 ? -1 : axis.in - 1;
+    if (axis.stride > 0) {
+        first = std::max(first, upwards(kernelOfFirst - axis.kernel + 1, axis.stride));
+        last = std::min({last, downwards(kernelOfFirst, axis.stride), downwards(axis.bound, axis.stride)});
+    } else if (axis.stride < 0) {
+        const std::int64_t step = -static_cast<std::int64_t>(axis.stride);
+        first = std::max(first, upwards(-kernelOfFirst, step));
+        last = std::min(last, downwards(axis.kernel - 1 - kernelOfFirst, step));
+    } else if (kernelOfFirst < 0 || kernelOfFirst >= axis.kernel) {
+        last = -1;
+    }
+    return {first, kernelOfFirst - first * axis.stride, std::max<std::int64_t>(last - first + 1, 0)};
 }
 
 void RawDeConvolutionLayer::run(AlignedMemory<float>&) {
@@ -116,7 +117,7 @@ float RawDeConvolutionLayer::withBias(float sum, int channel) const {
 }
 
 // Computes one output row of every channel.
-void RawDeConvolutionLayer::runRow(const float* in, float* out, int row) {
+void RawDeConvolutionLayer::runRow(const float* in, float* out, int row) const {
     const int width = output_.shape.w;
     for (int phase = 0; phase < std::min(columnStep_, width); ++phase) {
         std::int64_t column = phase;
@@ -137,42 +138,52 @@ void RawDeConvolutionLayer::runRow(const float* in, float* out, int row) {
 // Whether there are `count` output columns, beginning with `column` and columnStep_ apart, that use the same kernel
 // columns, each with the source after that of the column before. It is enough to check the first and the last, because
 // a kernel column is used with a contiguous range of sources.
-bool RawDeConvolutionLayer::sameTaps(int column, int count) const {
+bool RawDeConvolutionLayer::sameTaps(std::int64_t column, int count) const {
     const std::int64_t lastColumn = column + static_cast<std::int64_t>(count - 1) * columnStep_;
     if (lastColumn >= output_.shape.w) return false;
-    const auto a = static_cast<std::size_t>(column), b = static_cast<std::size_t>(lastColumn);
-    const std::size_t taps = columns_.first[a + 1] - columns_.first[a];
-    if (taps == 0 || columns_.first[b + 1] - columns_.first[b] != taps) return false;
-    const std::size_t first = columns_.first[a], last = columns_.first[b];
-    return columns_.kernel[first] == columns_.kernel[last] &&
-           columns_.source[first] + count - 1 == columns_.source[last];
+    const Taps first = tapsAt(columns_, column), last = tapsAt(columns_, lastColumn);
+    return first.count > 0 && last.count == first.count && last.kernel == first.kernel &&
+           last.source == first.source + count - 1;
 }
 
-// Computes output columns that are columnStep_ apart, beginning with `column`, in every channel.
+// Computes output columns that are columnStep_ apart, beginning with `column`, in every channel. Goes through the
+// products of channel 0 in order; the other channels differ only in where their weights begin.
 template <int kVectors>
-void RawDeConvolutionLayer::gather(const float* in, float* out, int row, int column) {
-    constexpr int kColumns = kVectors == 0 ? 1 : kVectors * kLanes;
-    const std::size_t count = listProducts(row, column);
-    const std::ptrdiff_t kernel = static_cast<std::ptrdiff_t>(kernelH_) * kernelW_;
-    const std::ptrdiff_t plane = static_cast<std::ptrdiff_t>(output_.shape.h) * output_.shape.w;
+void RawDeConvolutionLayer::gather(const float* in, float* out, int row, int column) const {
+    const Taps rows = tapsAt(rows_, row), columns = tapsAt(columns_, column);
+    const nolk::TensorShape& s = input_.shape;
+    const std::ptrdiff_t channels = rows.count > 0 && columns.count > 0 ? s.c : 0;
     out += static_cast<std::ptrdiff_t>(row) * output_.shape.w + column;
+    Part part;
+    for (std::ptrdiff_t i = 0; i < channels; ++i)
+        for (std::ptrdiff_t y = 0; y < rows.count; ++y) {
+            const std::ptrdiff_t source = (i * s.h + rows.source + y) * s.w + columns.source;
+            const std::ptrdiff_t kernelRow = i * output_.shape.c * rows_.kernel + rows.kernel - y * rows_.stride;
+            const std::ptrdiff_t weight = kernelRow * columns_.kernel + columns.kernel;
+            for (std::ptrdiff_t x = 0; x < columns.count; ++x) {
+                if (part.count == Part::kSize) {
+                    addUp<kVectors>(in, out, part);
+                    part.isFirst = false;
+                    part.count = 0;
+                }
+                part.products[part.count++] = {source + x, weight - x * columns_.stride};
+            }
+        }
+    part.isLast = true;
+    addUp<kVectors>(in, out, part);
+}
+
+// Adds the products of a part to the output columns of every channel.
+template <int kVectors>
+void RawDeConvolutionLayer::addUp(const float* in, float* out, const Part& part) const {
+    constexpr int kColumns = kVectors == 0 ? 1 : kVectors * kLanes;
+    const std::ptrdiff_t kernel = static_cast<std::ptrdiff_t>(rows_.kernel) * columns_.kernel;
+    const std::ptrdiff_t plane = static_cast<std::ptrdiff_t>(output_.shape.h) * output_.shape.w;
     for (int c = 0; c < output_.shape.c; ++c, out += plane) {
         float sums[kColumns];
-        sumUp<kVectors>(in, weight_.get() + c * kernel, products_.data(), count, sums);
-        for (std::ptrdiff_t k = 0; k < kColumns; ++k) out[k * columnStep_] = withBias(sums[k], c);
+        for (std::ptrdiff_t k = 0; k < kColumns && !part.isFirst; ++k) sums[k] = out[k * columnStep_];
+        sumUp<kVectors>(in, weight_.get() + c * kernel, part.products, part.count, part.isFirst, sums);
+        for (std::ptrdiff_t k = 0; k < kColumns; ++k)
+            out[k * columnStep_] = part.isLast ? withBias(sums[k], c) : sums[k];
     }
-}
-
-// Lists in products_, in order, the products whose sum is an output element of channel 0; returns their number.
-std::size_t RawDeConvolutionLayer::listProducts(int row, int column) {
-    const auto r = static_cast<std::size_t>(row), c = static_cast<std::size_t>(column);
-    const nolk::TensorShape& s = input_.shape;
-    std::size_t count = 0;
-    for (std::ptrdiff_t i = 0; i < s.c; ++i)
-        for (std::size_t y = rows_.first[r]; y < rows_.first[r + 1]; ++y)
-            for (std::size_t x = columns_.first[c]; x < columns_.first[c + 1]; ++x)
-                products_[count++] = {
-                    (i * s.h + rows_.source[y]) * s.w + columns_.source[x],
-                    (i * output_.shape.c * kernelH_ + rows_.kernel[y]) * kernelW_ + columns_.kernel[x]};
-    return count;
 }

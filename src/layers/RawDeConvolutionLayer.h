@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "layers/Layer.h"
@@ -31,32 +32,36 @@ public:
     nolk::Tensor getOutputTensor() const override { return output_; }
 
 private:
-    // Along one dimension: output position p receives source[k] through kernel[k] for k from first[p] to first[p + 1],
-    // sources ascending.
-    struct Taps {
-        std::vector<std::size_t> first;
-        std::vector<int> source;
-        std::vector<int> kernel;
-        std::size_t most() const;  // of one position
+    // One dimension of the operation.
+    struct Axis {
+        int in, out, kernel, stride, before;
+        std::int64_t bound;  // sources with source * stride above it are not used
     };
-    static Taps tapsOf(int in, int out, int kernel, int stride, int before, int after);
+
+    // The sources that an output position receives: `count` of them from `source` on, the first through `kernel`, each
+    // next one through a kernel index that is smaller by the stride.
+    struct Taps {
+        std::int64_t source, kernel, count;
+    };
+
+    static Axis axisOf(int in, int out, int kernel, int stride, int before, int after);
+    static Taps tapsAt(const Axis& axis, std::int64_t position);
 
     void fillWithBias() const;
     float withBias(float sum, int channel) const;
-    void runRow(const float* in, float* out, int row);
-    bool sameTaps(int column, int count) const;
+    void runRow(const float* in, float* out, int row) const;
+    bool sameTaps(std::int64_t column, int count) const;
     template <int kVectors>
-    void gather(const float* in, float* out, int row, int column);
-    std::size_t listProducts(int row, int column);
+    void gather(const float* in, float* out, int row, int column) const;
+    struct Part;
+    template <int kVectors>
+    void addUp(const float* in, float* out, const Part& part) const;
 
     nolk::Tensor input_;
     nolk::Tensor output_;
     int columnStep_;  // distance of output columns that use the same kernel columns
-    int kernelH_;
-    int kernelW_;
+    Axis rows_;
+    Axis columns_;
     FloatBuffer weight_;       // of the input's channels; null if there is nothing to multiply
     std::vector<float> bias_;  // one for every output channel, or none
-    Taps rows_;
-    Taps columns_;
-    std::vector<Product> products_;  // of the current output element
 };

@@ -34,7 +34,8 @@ void RawInstanceNormalizationLayer::normalizePlane(const float* in, float* out, 
     for (int i = 0; i < count; ++i) squares = std::fma(in[i] - mean, in[i] - mean, squares);
 
     const auto index = static_cast<std::size_t>(channel);
-    const float k = scale_[index] / std::sqrt(squares / size + epsilon_);
-    const float t = std::fma(-mean, k, bias_[index]);
+    const float scale = scale_.empty() ? 1.0f : scale_[index], bias = bias_.empty() ? 0.0f : bias_[index];
+    const float k = scale / std::sqrt(squares / size + epsilon_);
+    const float t = std::fma(-mean, k, bias);
     mapElements(count, out, in, [k, t](float x) { return std::fma(x, k, t); });
 }

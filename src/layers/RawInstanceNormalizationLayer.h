@@ -1,7 +1,7 @@
 // y = x * k + t for every plane, with k = scale[c] / sqrt(variance + epsilon) and t = bias[c] - mean * k; y and t are
 // fused multiply-adds. Mean and population variance of the plane's h * w values are summed up in row-major order,
 // squares by fused multiply-adds.
-//   in, out  [n, c, h, w]; out may be in
+//   in, out  [n, c, h, w]; out may be in; without vectors scale is 1 and bias 0
 #pragma once
 
 #include <vector>
@@ -22,7 +22,7 @@ private:
 
     nolk::Tensor input_;
     nolk::Tensor output_;
-    std::vector<float> scale_;
+    std::vector<float> scale_;  // empty, or one for every channel; likewise:
     std::vector<float> bias_;
     float epsilon_;
 };

@@ -5,11 +5,21 @@
 
 RawInstanceNormalizationLayerFactory::RawInstanceNormalizationLayerFactory(nolk::TensorX* x, const nolk::Vector& scale,
                                                                            const nolk::Vector& bias, float epsilon)
-    : InstanceNormalizationLayerFactory({x}), scale_(copied(scale)), bias_(copied(bias)), epsilon_(epsilon) {
+    : InstanceNormalizationLayerFactory({x}),
+      isScaled_(true),
+      scale_(copied(scale)),
+      bias_(copied(bias)),
+      epsilon_(epsilon) {
+    initOutput(input()->shape);
+}
+
+RawInstanceNormalizationLayerFactory::RawInstanceNormalizationLayerFactory(nolk::TensorX* x, float epsilon)
+    : InstanceNormalizationLayerFactory({x}), isScaled_(false), epsilon_(epsilon) {
     initOutput(input()->shape);
 }
 
 void RawInstanceNormalizationLayerFactory::check() const {
+    if (!isScaled_) return;
     checkChannels("instanceNormalization", "scale", scale_, input()->shape);
     checkChannels("instanceNormalization", "bias", bias_, input()->shape);
 }

@@ -1,5 +1,5 @@
 // Records an instance normalisation. Output: the input's shape. Scale and bias are copied; each needs a value for every
-// channel.
+// channel. Without them scale is 1 and bias 0, and nothing is stored.
 #pragma once
 
 #include "layers/InstanceNormalizationLayerFactory.h"
@@ -8,11 +8,13 @@ class RawInstanceNormalizationLayerFactory final : public InstanceNormalizationL
 public:
     RawInstanceNormalizationLayerFactory(nolk::TensorX* x, const nolk::Vector& scale, const nolk::Vector& bias,
                                          float epsilon);
+    RawInstanceNormalizationLayerFactory(nolk::TensorX* x, float epsilon);
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
 
 private:
+    bool isScaled_;
     std::vector<float> scale_;
     std::vector<float> bias_;
     float epsilon_;

@@ -12,14 +12,20 @@ namespace {
 constexpr int kVectors = 8;
 constexpr std::size_t kBlock = kVectors * kLanes;
 
-// sums[u] = bias[u] + sum over r of weights[r][u] * state[r]. Each product is rounded and added one after the other.
+// sums[u] = bias[u] + sum over r of weights[r][u] * state[r] for a block of units that is `count` registers wide. Each
+// product is rounded and added one after the other.
+template <int count>
 void sumUp(const float* weights, const float* bias, const float* state, std::size_t rows, float* sums) {
-    Lanes acc[kVectors];
-    for (int v = 0; v < kVectors; ++v) acc[v] = loadLanes(bias + v * kLanes);
-    for (std::size_t r = 0; r < rows; ++r, weights += kBlock)
-        for (int v = 0; v < kVectors; ++v) acc[v] += loadLanes(weights + v * kLanes) * state[r];
-    for (int v = 0; v < kVectors; ++v) storeLanes(sums + v * kLanes, acc[v]);
+    Lanes acc[count];
+    for (int v = 0; v < count; ++v) acc[v] = loadLanes(bias + v * kLanes);
+    for (std::size_t r = 0; r < rows; ++r, weights += count * kLanes)
+        for (int v = 0; v < count; ++v) acc[v] += loadLanes(weights + v * kLanes) * state[r];
+    for (int v = 0; v < count; ++v) storeLanes(sums + v * kLanes, acc[v]);
 }
+
+// For each number of registers from 1 on.
+constexpr decltype(&sumUp<1>) kSumUp[] = {sumUp<1>, sumUp<2>, sumUp<3>, sumUp<4>,
+                                          sumUp<5>, sumUp<6>, sumUp<7>, sumUp<kVectors>};
 
 // Stores value in memory that is still zero. Zeros are not stored, so that weights which a file announces but does not
 // contain take no memory.
@@ -38,7 +44,7 @@ RawLstmLayer::RawLstmLayer(nolk::Tensor input, nolk::Tensor output, const nolk::
       numDirections_(weights.numDirections),
       inputSize_(std::max(weights.inputSize, 0)),
       hiddenSize_(weights.hiddenSize),
-      paddedUnits_((static_cast<std::size_t>(weights.hiddenSize) * 4 + kBlock - 1) / kBlock * kBlock) {
+      paddedUnits_((static_cast<std::size_t>(weights.hiddenSize) * 4 + kLanes - 1) / kLanes * kLanes) {
     desc = "LSTM";
     if (elementCount(output.shape) == 0) return;
     packWeights(weights);
@@ -56,9 +62,10 @@ void RawLstmLayer::packWeights(const nolk::LstmWeights& weights) {
     float* direction = weights_.get();
     for (int d = 0; d < numDirections_; ++d, direction += rows * paddedUnits_)
         for (std::size_t u = 0; u < units; ++u) {
-            float* column = direction + u / kBlock * rows * kBlock + u % kBlock;
-            for (std::size_t r = 0; r < i; ++r, column += kBlock) storeNonZero(*input++, column);
-            for (std::size_t r = 0; r < h; ++r, column += kBlock) storeNonZero(*recurrent++, column);
+            const std::size_t block = u / kBlock * kBlock, width = std::min(kBlock, paddedUnits_ - block);
+            float* column = direction + block * rows + u % kBlock;
+            for (std::size_t r = 0; r < i; ++r, column += width) storeNonZero(*input++, column);
+            for (std::size_t r = 0; r < h; ++r, column += width) storeNonZero(*recurrent++, column);
         }
 }
 
@@ -97,8 +104,10 @@ void RawLstmLayer::lstm(const float* in, float* out, bool backward, const float*
 }
 
 void RawLstmLayer::step(const float* weights, const float* bias) {
-    for (std::size_t u = 0; u < paddedUnits_; u += kBlock)
-        sumUp(weights + u * state_.size(), bias + u, state_.data(), state_.size(), gates_.data() + u);
+    for (std::size_t u = 0; u < paddedUnits_; u += kBlock) {
+        const std::size_t registers = std::min(kBlock, paddedUnits_ - u) / kLanes;
+        kSumUp[registers - 1](weights + u * state_.size(), bias + u, state_.data(), state_.size(), gates_.data() + u);
+    }
     const float* i = gates_.data();
     const float* o = i + hiddenSize_;
     const float* f = o + hiddenSize_;

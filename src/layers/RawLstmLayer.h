@@ -32,9 +32,9 @@ private:
     int numDirections_;
     int inputSize_;
     int hiddenSize_;
-    std::size_t paddedUnits_;    // 4 * H, in whole blocks
+    std::size_t paddedUnits_;    // 4 * H, in whole registers
     FloatBuffer weights_;        // [D, blocks, I + H, block]: columns of [W R], so that neighbouring units are summed
-                                 // up side by side
+                                 // up side by side; the last block may be narrower
     std::vector<float> bias_;    // [D, blocks, block]
     std::vector<float> gates_;   // [4, H] of one step, padded
     std::vector<float> state_;   // x and h of one step, in the order of the columns of [W R]

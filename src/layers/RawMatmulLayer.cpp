@@ -1,5 +1,6 @@
 #include "layers/RawMatmulLayer.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
 
@@ -47,6 +48,8 @@ RawMatmulLayer::RawMatmulLayer(nolk::Tensor a, nolk::Tensor b, nolk::Tensor outp
 void RawMatmulLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& o = output_.shape;
     if (elementCount(o) == 0) return;
+    // An empty first input may have other extents that are too large to compute offsets with.
+    if (elementCount(a_.shape) == 0) return void(std::fill_n(output_.data, elementCount(o), 0.0f));
     const std::ptrdiff_t planeOfA = static_cast<std::ptrdiff_t>(a_.shape.h) * a_.shape.w;
     const std::ptrdiff_t planeOfB = static_cast<std::ptrdiff_t>(b_.shape.h) * b_.shape.w;
     const std::ptrdiff_t planeOfOut = static_cast<std::ptrdiff_t>(o.h) * o.w;

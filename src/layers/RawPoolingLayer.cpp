@@ -14,7 +14,8 @@ void RawPoolingLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& in = input_.shape;
     const nolk::TensorShape& out = output_.shape;
     if (elementCount(out) == 0) return;
-    const std::ptrdiff_t inPlane = static_cast<std::ptrdiff_t>(in.h) * in.w;
+    // Nothing is read from an empty input, whose other extents may be of any size.
+    const std::ptrdiff_t inPlane = elementCount(in) > 0 ? static_cast<std::ptrdiff_t>(in.h) * in.w : 0;
     const float* plane = input_.data;
     float* y = output_.data;
     for (int i = 0; i < in.n * in.c; ++i, plane += inPlane)
@@ -28,8 +29,10 @@ void RawPoolingLayer::run(AlignedMemory<float>&) {
 RawPoolingLayer::Window RawPoolingLayer::window(int outRow, int outColumn) const {
     const int top = outRow * stride_.h - padding_.top;
     const int left = outColumn * stride_.w - padding_.left;
-    return {std::max(top, 0), std::min(top + kernel_.h, input_.shape.h), std::max(left, 0),
-            std::min(left + kernel_.w, input_.shape.w)};
+    const Window part{std::max(top, 0), std::min(top + kernel_.h, input_.shape.h), std::max(left, 0),
+                      std::min(left + kernel_.w, input_.shape.w)};
+    // Without columns no row needs a visit; there may be very many.
+    return part.left < part.right ? part : Window{0, 0, 0, 0};
 }
 
 float RawPoolingLayer::maximum(const float* plane, const Window& part) const {

@@ -4,8 +4,6 @@
 // Any other mode prints a line to standard output and ends the process with status 0.
 #pragma once
 
-#include <vector>
-
 #include "layers/Layer.h"
 
 class RawResizeLayer final : public Layer {
@@ -23,16 +21,21 @@ public:
     nolk::Tensor getOutputTensor() const override { return output_; }
 
 private:
-    void linner(const nolk::Tensor& input, const nolk::Tensor& output);
-    void linearPlane(const float* in, float* out);
-    void interpolateRow(const float* in, float* row) const;
-    void nearest(const nolk::Tensor& input, const nolk::Tensor& output) const;
-    void nearestPlane(const float* in, float* out) const;
+    struct Span;
+    struct Tile;
+
+    static void linear_coeffs(int in, int out, int begin, int count, int* offsets, float* weights, int transMode);
+    template <typename Compute>
+    void forEachTile(AlignedMemory<float>& scratch, Compute compute) const;
+    void fill(const Span& span, int in, int out) const;
+    void linner(AlignedMemory<float>& scratch) const;
+    void linearTile(const float* in, float* out, Tile& tile) const;
+    void interpolateRow(const float* in, float* row, const Span& columns) const;
+    void nearest(AlignedMemory<float>& scratch) const;
+    void nearestTile(const float* in, float* out, const Tile& tile) const;
 
     nolk::Tensor input_;
     nolk::Tensor output_;
     nolk::ResizeMode mode_;
-    std::vector<int> columns_, rows_;                // source indices, one for every column and row of the output
-    std::vector<float> columnWeights_, rowWeights_;  // pairs
-    std::vector<float> above_, below_;               // two source rows, interpolated to the output's width
+    nolk::ResizeTransMode transMode_;
 };

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "memory/AlignedMemory.h"
+#include "memory/FloatBuffer.h"
 
 // A range of floats, from the pool's start.
 struct MemoryPoolMem {
@@ -46,6 +47,15 @@ public:
     // count <= 0. The range must lie in the pool.
     void setSpaceRangeValue(int start, int count, float value);
 
+#ifdef NOLK_SEPARATE_TENSORS
+    // A block of n floats outside the pool's range, owned by the pool. Fuzzers are built like this: sanitizers notice
+    // accesses beyond a block, but not those from one tensor into another.
+    float* ownBlock(int n) {
+        blocks_.push_back(zeroedFloats(static_cast<std::size_t>(n > 0 ? n : 0)));
+        return blocks_.back().get();
+    }
+#endif
+
 private:
     struct Interval {
         int begin, end;
@@ -54,4 +64,7 @@ private:
     int capacity_ = 0;
     std::vector<Interval> taken_;  // ascending, with free floats between any two
     AlignedMemory<float> storage_;
+#ifdef NOLK_SEPARATE_TENSORS
+    std::vector<FloatBuffer> blocks_;
+#endif
 };

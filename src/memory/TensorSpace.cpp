@@ -33,6 +33,10 @@ void TensorSpace::mallocIfNeeded(RawTensor* t) {
 void TensorSpace::free(RawTensor* t) { ensurePool()->free(tensorMems_[t]); }
 
 float* TensorSpace::locate(RawTensor* t) {
+#ifdef NOLK_SEPARATE_TENSORS
+    if (pool_ && placed_.insert(t).second) t->data = pool_->ownBlock(t->size);
+    if (pool_) return t->data;
+#endif
     const int offset = tensorMems_[t].offset;
     t->data = pool_ ? pool_->locate(offset) : nullptr;
     return t->data;

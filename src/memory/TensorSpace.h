@@ -7,6 +7,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "memory/MemoryPool.h"
@@ -49,4 +50,7 @@ private:
     int alignment_;
     std::unique_ptr<MemoryPool> pool_;
     std::map<RawTensor*, MemoryPoolMem> tensorMems_;
+#ifdef NOLK_SEPARATE_TENSORS
+    std::set<RawTensor*> placed_;  // those that have a block
+#endif
 };

@@ -23,7 +23,8 @@ int floatCount(std::initializer_list<int> factors) {
 }
 
 // When a file ends within the indices of a codebook, at most this many floats are written for the missing ones, counted
-// over all samples of the batch: 64 MiB.
+// over all samples of the batch: 64 MiB. They are written for other builders only: the built-in one does not use them
+// before build, and such a load never comes to build.
 constexpr int kMaxMissing = 1 << 24;
 
 }  // namespace
@@ -90,10 +91,11 @@ float* RecordReader::floats(std::initializer_list<int> factors) {
     // count as 0, but at most kMaxMissing of them are written: a small file must not make the library touch gigabytes.
     // A load with missing indices fails in any case.
     const std::int64_t left = in_.remaining();
-    const std::int64_t most = left + std::max(kMaxMissing / batch_, 1);
+    const std::int64_t most = left + (isForHost() ? std::max(kMaxMissing / batch_, 1) : 1);
     floatsRead_ = in_.readFloats(array, static_cast<int>(std::min<std::int64_t>(count, most)), version_ > 3);
     floatBytes_ += left - in_.remaining();
-    return array;
+    // A builder that only looks must not spend time on zeros that the file does not contain.
+    return count > 0 && floatsRead_ == 0 && samples_ == Samples::one ? nullptr : array;
 }
 
 nolk::Tensor RecordReader::constant() {
@@ -106,6 +108,8 @@ nolk::Tensor RecordReader::constant() {
         std::copy_n(sample, floatsRead_, samples + std::int64_t{n} * count);
     return {shape, samples};
 }
+
+bool RecordReader::isForHost() const { return samples_ == Samples::all && !floatKeeperOf(builder_); }
 
 // Never null, because a null bias means that there is no bias.
 float* RecordReader::newArray(int count) {

@@ -12,7 +12,8 @@
 #include "model/BinReader.h"
 #include "model/Model.h"
 
-// How many samples of a constant its array holds. One is enough for a builder that only looks at a network.
+// How many samples of a constant its array holds. One is enough for a builder that only looks at a network. It also
+// gets null for an array whose floats could not be read.
 enum class Samples { one, all };
 
 class RecordReader {
@@ -65,6 +66,7 @@ public:
 private:
     nolk::Weights weightDims();
     float* optionalFloats(std::initializer_list<int> factors);
+    bool isForHost() const;
     float* newArray(int count);
 
     BinReader& in_;

@@ -68,11 +68,12 @@ TEST(CheckModel, RecordsThatContradictThemselves) {
          {"record 3 (matMul) at byte 40: warning: the second input has 4 channels for 2 channels of the first"}},
         {"a reduction to an extent that is neither",
          version2("0300" + kInput + "1400 0100 0200 03000000 01000000 01000000 00" + kOutput2),
-         {"record 2 (reduce) at byte 24: warning: extents should be 1 or the input's [1, 4, 1, 1], are [1, 3, 1, 1]"}},
+         {"record 2 (reduce) at byte 24: error: extents should be 1 or the input's [1, 4, 1, 1], are [1, 3, 1, 1]: a "
+          "part of the output is left unwritten"}},
         {"a resize of the channels",
          version2("0300" + kInput + "1c00 0100 0200 05000000 02000000 02000000 01" + kOutput2),
-         {"record 2 (resize) at byte 24: warning: the output [1, 5, 2, 2] should have the samples and channels of the "
-          "input [1, 4, 1, 1]"}},
+         {"record 2 (resize) at byte 24: error: the output [1, 5, 2, 2] should have the samples and channels of the "
+          "input [1, 4, 1, 1]: a part of the output is left unwritten"}},
         {"one fact that both walks see, and another",
          version2("0300" + kInput + "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 05000000 01000000" +
                   "01000000 f(1)f(nan)f(1)f(1)f(1) 00" + kOutput2),
@@ -125,7 +126,7 @@ TEST(CheckModel, ContainersThatAreDamaged) {
          {"end at byte 24: warning: no record names an output of the network"}},
         {"a form of floats that is none",
          container(4, hex("0000"), hex("0300" + kInput + "2300 0100 0200 0400 07" + kOutput2)),
-         {"record 2 (prelu) at byte 24: warning: invalid compress bits: 7"}},
+         {"record 2 (prelu) at byte 24: error: invalid compress bits: 7"}},
     };
     for (const Row& row : rows) expectFindings(row);
 }

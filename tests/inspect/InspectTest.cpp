@@ -137,6 +137,23 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
         {"0400" + input + "1000 0500 0700 06000000 01000000 01000000 00 1600 0700 1600 0500",
          "record 2 (reshape): layout nchw copies nothing, so its input must have no other use, but id 5 is used 2 "
          "times"},
+        {"0300" + input + "0400 0500 0700 0000 0200 0200 0100 1600 0700",
+         "record 2 (transpose): axes 0 2 2 1 are no permutation: a part of the output is left unwritten"},
+        {"0300" + input + "1400 0500 0700 03000000 02000000 03000000 00 1600 0700",
+         "record 2 (reduce): extents should be 1 or the input's [1, 1, 2, 3], are [1, 3, 2, 3]: a part of the output "
+         "is left unwritten"},
+        {"0300" + input + "1000 0500 0700 01000000 03000000 03000000 01 1600 0700",
+         "record 2 (reshape): the input [1, 1, 2, 3] has 6 elements, the output [1, 1, 3, 3] has 9: a part of the "
+         "output is left unwritten"},
+        {"0300" + input + "1c00 0500 0700 02000000 04000000 06000000 01 1600 0700",
+         "record 2 (resize): the output [1, 2, 4, 6] should have the samples and channels of the input [1, 1, 2, 3]: "
+         "a part of the output is left unwritten"},
+        {"0400" + input + "0000 01000000 01000000 02000000 0600 0c00 02 0500 0600 0700 02 1600 0700",
+         "record 3 (concat): shapes disagree off the axis: input 1 is [1, 1, 1, 2], the first [1, 1, 2, 3]: a part of "
+         "the output is left unwritten"},
+        {"0300 0000 02000000 01000000 01000000 0500 1800 0500 0700 0000 01000000 01000000"
+         "f(1) f(1) f(1) f(1) f(1) f(1) f(1) f(1) 00 1600 0700",
+         "record 2 (lstm): the input should have 1 channel, has 2: a part of the output is left unwritten"},
         {"0200" + input + "7f00",
          "record 2 (?) at byte 24: error: unknown op code 127, so where the next record "
          "begins cannot be told"},
@@ -154,6 +171,8 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
         EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
         EXPECT_EQ(popMessages(), std::vector<std::string>{});
     }
+    const Bytes unread = container(4, hex("0000"), hex("0300" + input + "2300 0500 0700 0100 07 1600 0700"));
+    EXPECT_THROW(nolk::loadModel(unread.data(), unread.size(), 1), nolk::ModelError);
     const Bytes huge = container(2, hex("0000"),
                                  hex("0300 0000 0100 0000 ff7f0000 ff7f0000 0500 0a00 0500 0700 "
                                      "1600 0700"));

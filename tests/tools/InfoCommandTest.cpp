@@ -26,8 +26,8 @@ Outputs record(nolk::RunnerBuilder& b) {
     nolk::TensorX* const wide = b.deConvolve(normal, {0, 1, 0, 1}, {2, 2}, {1, 1}, {1, 2, 6, 2, 3, false, f, nullptr});
     nolk::TensorX* const square = b.matMul(x, b.transpose(x, {{0, 1, 3, 2}}));
     nolk::TensorX* const steps = b.lstm(b.input({1, 1, 4, 3, 3}), {nolk::Direction::both, 2, 3, 5, f, f, f, true});
-    nolk::TensorX* const flat = b.reshape(wide, {1, 132, 1, 1, 1}, nolk::TensorLayout::nhwc);
-    nolk::TensorX* const connected = b.fullConnect(flat, {1, 7, 132, 1, 1, true, f, f});
+    nolk::TensorX* const flat = b.reshape(wide, {1, 100, 1, 1, 1}, nolk::TensorLayout::nhwc);
+    nolk::TensorX* const connected = b.fullConnect(flat, {1, 7, 100, 1, 1, true, f, f});
     nolk::TensorX* parts[] = {x, x};
     // Weights for more channels than there are, and groups.
     return {b.fullConnect(b.fullConnect(connected, {1, 12, 10, 1, 1, true, f, nullptr}), {4, 5, 3, 1, 1, true, f, f}),
@@ -66,7 +66,7 @@ TEST(InfoCommand, ShapesAndCountsAreTheBuilders) {
         {"deConvolve", 0, 6 * 3 * 5 * 2 * 2 * 3, 6 * 2 * 2 * 3},
         {"matMul", 0, 4 * 6 * 5 * 6, 0},
         {"lstm", 0, 4 * 2 * 4 * 5 * (3 + 5), 2 * 4 * 5 * (3 + 5) + 2 * 8 * 5},
-        {"fullConnect", 0, 7 * 132, 7 * 132 + 7},
+        {"fullConnect", 0, 7 * 100, 7 * 100 + 7},
         {"fullConnect", 1, 12 * 7, 12 * 10},
         {"fullConnect", 2, 5 * 12, 5 * 3 + 5},
         {"batchNormalize", 0, 0, 24},

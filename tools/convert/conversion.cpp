@@ -30,7 +30,7 @@ std::string shapeArgument(const ModelInput& input, const Dims& dims) {
     std::string text;
     for (const std::int64_t extent : dims)
         text += (text.empty() ? "" : ",") + (extent < 0 ? "N" : std::to_string(extent));
-    return "--shape " + input.name + "=" + text;
+    return "--shape " + printableName(input.name) + "=" + text;
 }
 
 std::string namesOf(const std::vector<ModelInput>& inputs) {
@@ -57,8 +57,8 @@ Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
     const auto shape = options.shapes.find(input.name);
     if (shape != options.shapes.end()) return shape->second;
     if (!input.hasShape)
-        throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " + input.name +
-                        "=1,3,224,224");
+        throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " +
+                        printableName(input.name) + "=1,3,224,224");
     Dims dims = input.dims;
     for (std::size_t axis = 0; axis < dims.size(); ++axis)
         if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "convert/evaluate/evaluateNode.h"
+#include "convert/onnx/text.h"
 
 namespace convert {
 
@@ -30,7 +31,7 @@ public:
         for (const onnx::NodeProto* proto : orderedNodes(model_)) addNode(*proto);
         for (const auto& output : model_.graph().output()) {
             const auto found = places_.find(output.name());
-            if (found == places_.end()) throw OnnxError("nothing makes the output '" + output.name() + "'");
+            if (found == places_.end()) throw OnnxError("nothing makes the output " + inQuotes(output.name()));
             graph_.outputs.push_back(found->second);
         }
         return std::move(graph_);

@@ -5,7 +5,10 @@
 
 namespace convert {
 
-// 'name', with at most 120 characters, of which none is a control character.
+// The name with at most 120 characters, of which none is a control character.
+std::string printableName(const std::string& name);
+
+// 'name', likewise.
 std::string inQuotes(const std::string& name);
 
 }  // namespace convert

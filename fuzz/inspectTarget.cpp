@@ -1,0 +1,100 @@
+// Everything that libnolk_model does with the bytes of a model file: check, inspect, load within limits, write again.
+#include <nolk_model.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "fuzz/Outline.h"
+#include "fuzz/runTwice.h"
+#include "fuzz/target.h"
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+void expectLine(const std::string& text) { expect(text.find('\n') == std::string::npos, "a message is one line"); }
+
+// True if the file has no errors and its network was built.
+bool check(const Bytes& file) {
+    const nolk::ModelCheck checked = nolk::checkModel(file.data(), file.size(), kSmall);
+    bool isGood = checked.remark.empty();
+    for (const nolk::ModelFinding& finding : checked.findings) {
+        expectLine(nolk::describe(finding));
+        isGood = isGood && finding.severity == nolk::Severity::warning;
+    }
+    return isGood;
+}
+
+void inspect(const Bytes& file, int batch) {
+    nolk::InspectionOptions options;
+    options.batch = batch;
+    options.limits = kSmall;
+    try {
+        const nolk::ModelInfo info = nolk::inspectModel(file.data(), file.size(), options);
+        for (const nolk::ModelOperation& operation : info.operations)
+            expect(operation.layer < static_cast<int>(info.layers.size()), "a layer is one of the layers");
+        for (const int output : info.outputs)
+            expect(output < static_cast<int>(info.operations.size()), "an output is one of the operations");
+    } catch (const nolk::ModelError& error) {
+        expectLine(error.what());
+    }
+}
+
+// Whether the file was loaded.
+bool load(const Bytes& file, int batch) {
+    try {
+        const nolk::Owned<nolk::Runner> runner =
+            nolk::loadModel(file.data(), file.size(), batch, "NolkRaw:num_threads=1", kSmall);
+        const Outline outline = outlineOf(file.data(), file.size(), batch);
+        expect(runTwice(*runner, outline.inputs, outline.outputs), "a network that loads runs");
+        return true;
+    } catch (const nolk::ModelError& error) {
+        expectLine(error.what());
+        return false;
+    }
+}
+
+// The network as the writer stores it in each version: what it writes, it writes again.
+Bytes rewritten(Bytes file, const nolk::ModelFileOptions& options) {
+    const nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter(options);
+    const nolk::Owned<nolk::ModelReader> reader(nolk_new_model_reader());
+    reader->readFromMemory(writer.get(), 1, file.data(), static_cast<int>(file.size()));
+    return writer->bytes();
+}
+
+void write(const Bytes& file, const nolk::ModelFileOptions& options) {
+    try {
+        const Bytes once = rewritten(file, options);
+        expect(once.empty() || rewritten(once, options) == once, "what was written can be written again");
+    } catch (const std::logic_error&) {
+        // A value that a file of this version cannot hold.
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const Bytes file(data, data + size);
+    const int ways = size == 0 ? 0 : data[size - 1];  // a byte of the checksum
+    try {
+        inspect(file, 1 + ways % 3);
+        const bool isGood = check(file);
+        const bool isLoaded = load(file, 1);
+        // A check builds the network but does not run it, so it looks at the limit of memory only.
+        if (isGood && !isLoaded)
+            expect(!outlineOf(file.data(), file.size(), 1).isHarmless, "a file without errors can be loaded");
+        nolk::ModelFileOptions options;
+        options.version = 1 + ways / 4 % 4;
+        options.lossy = options.version == 4 && ways % 2 == 1;
+        if (isLoaded) write(file, options);
+    } catch (const std::bad_alloc&) {
+        // An impossible count in the file.
+    }
+    dropMessages();
+    return 0;
+}

@@ -1,0 +1,241 @@
+// Loading needs memory in proportion to the file and to what the network declares, for the worst file of each operation
+// that is known. NOLK_PRINT_BOUNDS=1 prints the figures.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+#include "inspect/ModelWriterImpl.h"
+#include "support/Allocations.h"
+#include "support/modelBytes.h"
+
+namespace {
+
+using X = nolk::TensorX*;
+using Writer = nolk::ModelWriter;
+
+// Loading takes at most kConstant bytes, kLoadedRecord for each record, kFile for each byte of the file and kDeclared
+// for each byte of arena and weights. Looking into a file takes kSeenRecord for each record. A file has at most 32767
+// records, so this is less than 64 MB and what is in proportion.
+constexpr std::int64_t kConstant = 1 << 16, kLoadedRecord = 800, kSeenRecord = 1800, kFile = 25, kDeclared = 3;
+
+X chain(Writer& w, X x, int count, const std::function<X(X)>& next) {
+    for (int i = 0; i < count; ++i) x = next(x);
+    w.build(&x, 1);
+    return x;
+}
+
+std::vector<float> ones(std::size_t count) { return std::vector<float>(count, 1.0f); }
+
+struct Row {
+    const char* name;
+    std::function<void(Writer&)> record;
+    int batch = 1;
+};
+
+constexpr int kCount = 300;    // operations in a row
+constexpr int kExtent = 8192;  // of tensors: 32 KB
+
+const Row kRows[] = {
+    {"relu",
+     [](Writer& w) {
+         chain(w, w.input({1, 1, 1, 1, 3}), 20000, [&](X x) { return w.relu(x); });
+     }},
+    {"add, one tensor used often",
+     [](Writer& w) {
+         X const a = w.input({1, 1, 1, 1, 3});
+         chain(w, a, 20000, [&](X x) { return w.add(x, a); });
+     }},
+    {"concat of 255",
+     [](Writer& w) {
+         const std::vector<X> parts(255, w.input({1, 1, 1, 1, 3}));
+         X y = nullptr;
+         for (int i = 0; i < 2000; ++i) y = w.concat(const_cast<X*>(parts.data()), 255, nolk::Axis::c);
+         w.build(&y, 1);
+     }},
+    {"outputs",
+     [](Writer& w) {
+         const std::vector<X> outputs(20000, w.input({1, 1, 64, 64, 3}));
+         w.build(const_cast<X*>(outputs.data()), 20000);
+     }},
+    {"pad and maxPool, fused",
+     [](Writer& w) {
+         chain(w, w.input({1, 1, 8, 8, 3}), 8000, [&](X x) {
+             return w.maxPool(w.pad(x, {1, 0, 1, 0}), {2, 2}, {}, {1, 1});
+         });
+     }},
+    {"convolve and batchNormalize, fused",
+     [](Writer& w) {
+         auto v = ones(4);
+         const nolk::Vector one{1, v.data()};
+         chain(w, w.input({1, 1, 4, 4, 3}), 8000, [&](X x) {
+             X const y = w.convolve(x, {}, {1, 1}, {1, 1}, {1, 1, 1, 1, 1, false, v.data(), nullptr});
+             return w.batchNormalize(y, one, one, one, one, 0.1f);
+         });
+     }},
+    {"convolve with one output channel",
+     [](Writer& w) {
+         auto v = ones(1 << 18);
+         chain(w, w.input({1, 1 << 14, 1, 23, 3}), 1, [&](X x) {
+             return w.convolve(x, {}, {1, 1}, {1, 1}, {1, 1, 1 << 14, 1, 16, false, v.data(), nullptr});
+         });
+     }},
+    {"convolve without inputs",
+     [](Writer& w) {
+         auto v = ones(1);
+         const nolk::Vector none{0, v.data()};
+         chain(w, w.input({1, 0, 1, 1, 1}), 1, [&](X x) {
+             X const y = w.batchNormalize(x, none, none, none, none, 0.1f);
+             return w.convolve(y, {}, {1, 1}, {1, 1}, {1, 1 << 28, 0, 2, 1, false, v.data(), nullptr});
+         });
+     }},
+    {"deConvolve",
+     [](Writer& w) {
+         auto v = ones(1);
+         chain(w, w.input({1, 1, 1, kExtent, 3}), kCount, [&](X x) {
+             return w.deConvolve(x, {}, {1, 1}, {1, 1}, {1, 1, 1, 1, 1, false, v.data(), nullptr});
+         });
+     }},
+    {"deConvolve with stride 0",
+     [](Writer& w) {
+         auto v = ones(kExtent);
+         chain(w, w.input({1, 1, kExtent, 1, 3}), 1, [&](X x) {
+             return w.deConvolve(x, {}, {0, 1}, {1, 1}, {1, 1, 1, kExtent, 1, false, v.data(), nullptr});
+         });
+     }},
+    {"fullConnect",
+     [](Writer& w) {
+         auto v = ones(1 << 18);
+         chain(w, w.input({1, 1 << 9, 1, 1, 1}), 1, [&](X x) {
+             return w.fullConnect(x, {1, 1 << 9, 1 << 9, 1, 1, true, v.data(), nullptr});
+         });
+     }},
+    {"batchNormalize",
+     [](Writer& w) {
+         auto v = ones(32767);
+         const nolk::Vector all{32767, v.data()};
+         chain(w, w.input({1, 32767, 1, 1, 1}), 10, [&](X x) { return w.batchNormalize(x, all, all, all, all, 1.0f); });
+     }},
+    {"prelu",
+     [](Writer& w) {
+         auto v = ones(32767);
+         chain(w, w.input({1, 32767, 1, 1, 1}), 20, [&](X x) { return w.prelu(x, v.data(), 32767); });
+     }},
+    {"instanceNormalization",
+     [](Writer& w) {
+         chain(w, w.input({1, kExtent, 1, 1, 1}), kCount, [&](X x) { return w.instanceNormalization(x, 0.1f); });
+     }},
+    {"instanceNormalization, scaled",
+     [](Writer& w) {
+         auto v = ones(32767);
+         const nolk::Vector all{32767, v.data()};
+         chain(w, w.input({1, 32767, 1, 1, 1}), 10, [&](X x) { return w.instanceNormalization(x, all, all, 0.1f); });
+     }},
+    {"resize, linear",
+     [](Writer& w) {
+         chain(w, w.input({1, 1, 1, kExtent, 3}), kCount, [&](X x) {
+             return w.resize(x, {1, 1, 1, kExtent, 3}, nolk::ResizeMode::linear, nolk::ResizeTransMode::halfPixel);
+         });
+     }},
+    {"resize, nearest",
+     [](Writer& w) {
+         chain(w, w.input({1, 1, 1, kExtent, 3}), kCount, [&](X x) {
+             return w.resize(x, {1, 1, kExtent, 1, 3}, nolk::ResizeMode::nearest, nolk::ResizeTransMode::halfPixel);
+         });
+     }},
+    {"lstm with one unit",
+     [](Writer& w) {
+         auto v = ones(200000);
+         chain(w, w.input({1, 1, 1, 50000, 3}), 1, [&](X x) {
+             return w.lstm(x, {nolk::Direction::forward, 1, 50000, 1, v.data(), v.data(), nullptr, true});
+         });
+     }},
+    {"lstm",
+     [](Writer& w) {
+         auto v = ones(1 << 18);
+         chain(w, w.input({1, 1, 1, 256, 3}), 1, [&](X x) {
+             return w.lstm(x, {nolk::Direction::forward, 1, 256, 256, v.data(), v.data(), nullptr, true});
+         });
+     }},
+    {"constTensor",
+     [](Writer& w) {
+         auto v = ones(1 << 18);
+         nolk::Tensor tensor{{1, 1, 1 << 9, 1 << 9, 3}, v.data()};
+         X y = w.constTensor(&tensor);
+         w.build(&y, 1);
+     },
+     3},
+    {"slice that writes beyond its output",
+     [](Writer& w) {
+         X const x = w.input({1, 2, 1, kExtent, 3});
+         X y = x;
+         for (int i = 0; i < kCount; ++i) y = w.slice(x, {1, 0, 2, 3});
+         w.build(&y, 1);
+     }},
+    {"reduce, reshape, transpose, softmax, l2normalize",
+     [](Writer& w) {
+         chain(w, w.input({1, 1, 1, kExtent, 3}), kCount, [&](X x) {
+             X const y =
+                 w.reshape(w.softmax(w.l2normalize(x), nolk::Axis::w), {1, kExtent, 1, 1, 3}, nolk::TensorLayout::nhwc);
+             return w.transpose(w.reduce(y, {1, kExtent, 1, 1, 3}, nolk::BasicOp::sum), {{0, 2, 3, 1}});
+         });
+     }},
+    {"matMul and avgPool",
+     [](Writer& w) {
+         X const a = w.input({1, 1, 64, 64, 3});
+         chain(w, a, kCount, [&](X x) { return w.matMul(w.avgPool(x, {1, 1}, {}, {1, 1}), a); });
+     }},
+};
+
+std::int64_t mostOf(const std::function<void()>& use) {
+    const Allocations allocations;
+    use();
+    return allocations.most();
+}
+
+TEST(MemoryBound, HoldsForTheWorstFileOfEachOperation) {
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.name);
+        const nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter();
+        row.record(*writer);
+        Bytes file = writer->bytes();
+        nolk::InspectionOptions options{row.batch, nolk::InspectionDepth::build, {}};
+        nolk::ModelInfo info;
+        const std::int64_t inspecting = mostOf([&] { info = nolk::inspectModel(file.data(), file.size(), options); });
+        ASSERT_TRUE(info.isBuilt) << info.remark;
+        const auto size = static_cast<std::int64_t>(file.size());
+        const std::int64_t declared = info.arenaBytes + info.cost.weightBytes;
+        const auto boundFor = [&](std::int64_t record) {
+            return kConstant + record * info.recordCount + kFile * size + kDeclared * declared;
+        };
+
+        const std::int64_t loading = mostOf([&] {
+            nolk::Runner* const runner = nolk_new_runner(nullptr, file.data(), static_cast<int>(size), row.batch);
+            if (runner) runner->destroy();
+        });
+        const std::int64_t checking = mostOf([&] { nolk::checkModel(file.data(), file.size()); });
+        EXPECT_LE(loading, boundFor(kLoadedRecord));
+        EXPECT_LE(checking, boundFor(kSeenRecord));
+        EXPECT_LE(inspecting, boundFor(kSeenRecord));
+        if (std::getenv("NOLK_PRINT_BOUNDS"))
+            std::printf("%-50s %6d records %9lld file %10lld declared: load %10lld, check %10lld, inspect %10lld\n",
+                        row.name, info.recordCount, static_cast<long long>(size), static_cast<long long>(declared),
+                        static_cast<long long>(loading), static_cast<long long>(checking),
+                        static_cast<long long>(inspecting));
+    }
+}
+
+// Entries of the head info need no record.
+TEST(MemoryBound, HoldsForTheHeadInfo) {
+    Bytes headInfo;
+    for (int i = 0; i < 100000; ++i)
+        for (const unsigned char byte : {5, 0, i % 2 ? 0xFF : 0, i % 2 ? 0xFF : 0}) headInfo.push_back(byte);
+    headInfo.insert(headInfo.end(), {0, 0});
+    const Bytes file = container(2, headInfo, hex("0200 0000 01000000 01000000 01000000 0500 1600 0500"));
+    const std::int64_t bound = kConstant + kFile * static_cast<std::int64_t>(file.size());
+    EXPECT_LE(mostOf([&] { nolk::inspectModel(file.data(), file.size()); }), bound);
+    EXPECT_LE(mostOf([&] { nolk::checkModel(file.data(), file.size()); }), bound);
+}
+
+}  // namespace
