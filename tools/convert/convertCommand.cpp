@@ -87,8 +87,8 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
     if (a.noCheck) return true;
     CheckOptions checking = checkOptionsFor(model, options, conversion);
     checking.inputs = checkInputsOf(a, conversion);
-    // A small file must not take much memory.
-    constexpr std::int64_t kFree = std::int64_t{3} << 29, kForEachByte = 16;
+    // A small file must not take much memory: with the program's own, 1 GiB.
+    constexpr std::int64_t kFree = std::int64_t{768} << 20, kForEachByte = 16;
     checking.memoryBytes = kFree + kForEachByte * static_cast<std::int64_t>(conversion.file.bytes.size());
     const CheckResult result = checked(model, conversion.file, std::move(checking));
     report.setCheck(result);

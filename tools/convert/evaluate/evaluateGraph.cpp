@@ -55,10 +55,9 @@ private:
     void evaluate(const onnx::NodeProto& node) {
         std::vector<const Array*> inputs;
         for (const std::string& name : node.input()) inputs.push_back(find(name));
-        std::vector<Array> results =
-            evaluateNode(node, model_.opset, inputs, work_, std::min(kLargestResult, options_.memoryBytes / 4));
+        std::vector<Array> results = evaluateNode(node, model_.opset, inputs, work_, options_.memoryBytes - bytes_);
         for (int i = 0; i < node.output_size(); ++i)
-            if (isKept(node.output(i))) keep(node.output(i), std::move(results[static_cast<std::size_t>(i)]), node);
+            if (isKept(node.output(i))) keep(node.output(i), std::move(results[static_cast<std::size_t>(i)]));
         if (options_.keepAll) return;
         for (const std::string& name : node.input())
             if (--uses_[name] == 0) drop(name);
@@ -66,11 +65,8 @@ private:
 
     bool isKept(const std::string& name) const { return !name.empty() && (options_.keepAll || uses_.count(name) != 0); }
 
-    void keep(const std::string& name, Array array, const onnx::NodeProto& node) {
+    void keep(const std::string& name, Array array) {
         bytes_ += bytesOf(array);
-        if (bytes_ > options_.memoryBytes)
-            throw OnnxError(describeNode(node) + ": evaluating the graph needs more than " +
-                            std::to_string(options_.memoryBytes >> 20) + " MiB: leave the check out by --no-check");
         arrays_.emplace(name, std::move(array));
     }
 

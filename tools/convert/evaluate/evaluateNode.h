@@ -33,9 +33,9 @@ struct Work {
 // What is computed in advance takes seconds at most.
 constexpr Work kWorkInAdvance{1e10};
 
-// One for each output of the node, those that it leaves out included.
+// One for each output of the node, those that it leaves out included. They are refused if making them takes more memory.
 std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const std::vector<const Array*>& inputs,
-                                Work& work, std::int64_t largestResult = kLargestResult);
+                                Work& work, std::int64_t memoryBytes = std::int64_t{4} << 30);
 
 // What is known of a tensor before a run: always its type and its extents, sometimes its values.
 struct Value {
