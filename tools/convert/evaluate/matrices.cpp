@@ -138,7 +138,7 @@ Arrays computeEinsum(const Call& call, const Values& results) {
         if (std::count(labels.begin(), labels.end(), static_cast<int>(label)) == 0)
             labels.push_back(static_cast<int>(label));
     Dims dims;
-    constexpr double kStepsForEach = 4;  // finding the operands' elements takes longer than their product
+    constexpr double kStepsForEach = 12;  // finding the operands' elements takes longer than their product
     double work = kStepsForEach * static_cast<double>(call.inputCount());
     for (const int label : labels) {
         dims.push_back(einsum.extents[static_cast<std::size_t>(label)]);
