@@ -124,6 +124,16 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
     EXPECT_EQ(run({in, out, "--shape", shape}), 0) << errors_;
 }
 
+TEST_F(ConvertCommand, RefusesChecksThatTakeTooMuchMemory) {
+    const std::string in = modelFile("(float[1,3,8000,8000] x) => (float[1,3,8000,8000] y) { y = Relu(x) }");
+    EXPECT_EQ(run({in, path("net.cm")}), 1);
+    EXPECT_NE(errors_.find("checking needs more than 768 MiB of memory: leave the check out by --no-check"),
+              std::string::npos)
+        << errors_;
+    EXPECT_FALSE(fs::exists(path("net.cm")));
+    EXPECT_EQ(run({in, path("net.cm"), "--no-check"}), 0) << errors_;
+}
+
 TEST_F(ConvertCommand, ReportsAFileThatCannotBeRead) {
     EXPECT_EQ(run({write("net.onnx", "no model"), path("net.cm"), "--report", path("report.json")}), 1);
     const auto report = nlohmann::json::parse(read("report.json"));

@@ -21,7 +21,8 @@ class Convert : public testing::TestWithParam<Case> {};
 
 TEST_P(Convert, GivesTheGraphsResults) {
     const Case& c = GetParam();
-    const convert::Model model = convert::modelOf(withWeights(protoOfText(c.graph, c.opset)), {});
+    convert::Model model = convert::modelOf(withWeights(protoOfText(c.graph, c.opset)), {});
+    convert::takeBranches(model, convert::ConvertOptions{});
     const convert::Conversion made = convert::convertModel(model, {});
     for (const convert::Finding& finding : made.findings)
         ADD_FAILURE() << finding.node << " (" << finding.type << "): " << finding.why;
@@ -240,6 +241,17 @@ INSTANTIATE_TEST_SUITE_P(
              "(float[N,2,5,6] x) => (float[N,2,5,5] y) { t = Transpose<perm=[0,1,3,2]>(x) y = MatMul(x, t) }"},
         Case{"MatMulOfPlanesWithConstants",
              "(float[N,2,5,6] x) => (float[N,2,5,3] y) <float[2,6,3] w = {0}> { y = MatMul(x, w) }"},
+        Case{"EinsumOfTwoTensors",
+             "(float[N,5,2,3] x) => (float[N,2,5,5] y) { y = Einsum<equation=\"bihd,bjhd->bhij\">(x, x) }"},
+        Case{"EinsumOfConstants",
+             "(float[N,5,6] x) => (float[N,7,5] y) <float[6,2,3] w = {0}, float[2,3,7] wx = {0}>"
+             "{ a = Einsum<equation=\"bid, dhk -> bhik\">(x, w) y = Einsum<equation=\"bhik,hkc->bci\">(a, wx) }"},
+        Case{"EinsumOfPlanesWithAConstant",
+             "(float[N,3,4,5] x) => (float[N,4,3] y) <float[4,5] w = {0}>"
+             "{ y = Einsum<equation=\"...chw,hw->...hc\">(x, w) }"},
+        Case{"EinsumOfThree",
+             "(float[N,3,4] x) => (float[N,6] y) <float[4,5] w = {0}, float[5,6] wx = {0}>"
+             "{ y = Einsum<equation=\"bij,jk,kl->bl\">(x, w, wx) }"},
         Case{"Reductions",
              "(float[N,3,4,5] x) => (float[N,1,1,1] y)"
              "{ a = ReduceMax<axes=[1]>(x) b = ReduceMin<axes=[2]>(a) c = ReduceL1<axes=[3]>(b) "
@@ -255,6 +267,18 @@ INSTANTIATE_TEST_SUITE_P(
              "a = Gather<axis=0>(q, i) b = Gather<axis=0>(q, j) c = Gather<axis=0>(q, k) "
              "d = Transpose<perm=[0,1,3,2]>(b) e = MatMul(a, d) g = Mul(e, f) h = Softmax<axis=-1>(g) "
              "l = MatMul(h, c) m = Transpose<perm=[0,2,1,3]>(l) y = Reshape(m, t) }"}));
+
+// An If whose condition follows from shapes, with one inside that a constant decides.
+INSTANTIATE_TEST_SUITE_P(Branches, Convert,
+                         testing::Values(Case{
+                             "TakenByAnExtent",
+                             "(float[N,4,1,5] x) => (float[N,4,5] y) <int64 i = {2}, int64 one = {1}, bool no = {0}>"
+                             "{ s = Shape(x) e = Gather(s, i) c = Equal(e, one)"
+                             "  z = If<then_branch = t () => (float[N,4,5] r) <int64[1] a = {2}>"
+                             "    { q = If<then_branch = u () => (float[N,4,1,5] v) { v = Neg(x) },"
+                             "      else_branch = w () => (float[N,4,1,5] v) { v = Relu(x) }>(no) r = Squeeze(q, a) },"
+                             "    else_branch = f () => (float[N,4,1,5] r) { r = Identity(x) }>(c)"
+                             "  y = Add(z, z) }"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Sequences, Convert,

@@ -283,6 +283,19 @@ INSTANTIATE_TEST_SUITE_P(
              {1, 10},
              {92, 186},
              13},
+        Case{"EinsumOverTwoLabels",
+             "(float[2,3] x) => (float[2] y) <float[3,2] w = {1,2,3,4,5,6}>"
+             "{ y = Einsum<equation=\"ij,jk->k\">(x, w) }",
+             ramp(6),
+             {53, 68}},
+        Case{"EinsumOfADiagonalBesideAnEllipsis",
+             "(float[2,2,2] x) => (float[2,2] y) { y = Einsum<equation=\"...ii->...i\">(x) }",
+             ramp(8),
+             {0, 3, 4, 7}},
+        Case{"EinsumWithoutAResult",
+             "(float[2,2] x) => (float[2,1] y) <float[1,2] w = {1,10}> { y = Einsum<equation=\"ba, ca\">(x, w) }",
+             ramp(4),
+             {10, 32}},
         Case{"MatMulOfAVector",
              "(float[2] x) => (float[2,1] y) <float[2,2,1] w = {1,2,3,4}> { y = MatMul(x, w) }",
              {1, 10},
@@ -367,8 +380,7 @@ struct Refusal {
 
 TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
     const Refusal kRefusals[] = {
-        {"(float[1,3] x) => (float[1,3] y) { y = Einsum<equation=\"ij->ij\">(x) }",
-         "node that makes 'y' (Einsum): the operator is not known"},
+        {"(float[1,3] x) => (float[1,3] y) { y = Det(x) }", "node that makes 'y' (Det): the operator is not known"},
         {"(float[1,3] x) => (float[1,2] y) <float[2] w = {1,2}> { y = Add(x, w) }",
          "node that makes 'y' (Add): [1, 3] and [2] do not broadcast"},
         {"(float[1,3] x) => (float[2,2] y) <int64[2] s = {2,2}> { y = Reshape(x, s) }",
@@ -377,6 +389,9 @@ TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
          "node that makes 'y' (Conv): weights of shape [1, 2, 1, 1] for an input of [1, 1, 2, 2]"},
         {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {1048576,1048576}> { c = ConstantOfShape(s) y = Add(x, x) }",
          "node that makes 'c' (ConstantOfShape): makes [1048576, 1048576], more than 268435456 elements"},
+        {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {16384,8192}> { c = ConstantOfShape(s) y = Add(x, x) }",
+         "node that makes 'c' (ConstantOfShape): checking needs too much memory for [16384, 8192]: "
+         "leave the check out by --no-check"},
         {"(float[1,3] x) => (float[1,3] y) <int64 i = {5}> { y = Gather<axis=1>(x, i) }",
          "node that makes 'y' (Gather): index 5 is outside an extent of 3"},
         {"(float[1,3] x) => (int64[1] y) <int64[1] a = {1}, int64 z = {0}> { y = Div(a, z) }",
@@ -394,7 +409,9 @@ TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
         const Array x =
             convert::floatArray(inputsOf(model).at(0).dims, Floats(inputsOf(model)[0].dims.back() == 3 ? 3 : 4));
         try {
-            convert::evaluateGraph(model, {{"x", x}});
+            convert::GraphOptions options;
+            options.memoryBytes = 1 << 30;
+            convert::evaluateGraph(model, {{"x", x}}, options);
             ADD_FAILURE() << "is evaluated";
         } catch (const convert::OnnxError& error) {
             EXPECT_STREQ(error.what(), refusal.text);

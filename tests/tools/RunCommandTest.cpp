@@ -123,6 +123,21 @@ TEST(RunCommand, SaysInOneLineWhatIsWrongAndWhatWasExpected) {
     }
 }
 
+TEST(RunCommand, CallsInputsAndOutputsByTheNamesInTheFile) {
+    const auto record = [](nolk::RunnerBuilder& b) { return Outputs{b.relu(b.input({1, 2, 1, 1, 1}))}; };
+    const auto entry = [](int key, const std::string& text) { return nolk::HeadInfo{key, {text.begin(), text.end()}}; };
+    constexpr int kInputName = 1, kOutputName = 2;
+    const std::string model =
+        modelFile("named.cm", record, {4, false, {entry(kInputName, "image"), entry(kOutputName, "scores")}});
+    const std::string two = writeTemporary("two.raw", rawFloats({1, 2})),
+                      one = writeTemporary("one.raw", std::string("abcd"));
+    expectRefused({"run", model},
+                  {{{}, model + ": no --input, expected files: 1 for \"image\" [1, 2]", 2},
+                   {{"--input", one}, one + ": 4 bytes, expected 8 for the floats of [1, 2], for the input \"image\""},
+                   {{"--input", two, "--output", "a", "b"}, model + ": 2 output files, expected 1: \"scores\""}});
+    EXPECT_EQ(runProgram({"run", model, "--input", two}).out.find("output 0 \"scores\" [1, 2]"), 0u);
+}
+
 TEST(RunCommand, RefusesArgumentsThatDoNotFit) {
     const std::string kept = writeTemporary("kept.npy", std::string("as before"));
     expectRefused(

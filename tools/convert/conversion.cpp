@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "convert/evaluate/evaluateGraph.h"
+#include "convert/graph/branches.h"
 #include "convert/graph/rewrite.h"
 #include "convert/headInfo.h"
 #include "convert/onnx/text.h"
@@ -276,10 +277,6 @@ ConvertedFile withAllTensors(const Model& model, const ConvertOptions& options) 
     return file;
 }
 
-}  // namespace
-
-namespace {
-
 Conversion converted(const Model& model, const ConvertOptions& options, Plan plan) {
     rewrite(plan.graph);
     Lowered lowered = lowerGraph(plan.graph, plan.graph.outputs);
@@ -297,6 +294,8 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
 }
 
 }  // namespace
+
+void takeBranches(Model& model, const ConvertOptions& options) { takeBranches(model, givenDims(model, options)); }
 
 Conversion convertModel(const Model& model, const ConvertOptions& options) {
     return converted(model, options, planFor(model, options));

@@ -1,5 +1,6 @@
 // From an ONNX model to the bytes of a nolk file, or to the list of what stands in the way.
-//   const Model model = readModel("net.onnx");
+//   Model model = readModel("net.onnx");
+//   takeBranches(model, ConvertOptions{});
 //   const Conversion made = convertModel(model, {});
 //   if (made.findings.empty()) use(made.file.bytes);
 //   CheckResult result = check(model, made.file, checkOptionsFor(model, {}, made));
@@ -31,6 +32,9 @@ struct Conversion {
     int unseenNodes = 0;                    // behind findings, with inputs whose shapes nobody knows
     std::vector<std::string> operations;    // of the file, in its order
 };
+
+// Puts the branch that is taken in the place of each If that shapes and constants decide.
+void takeBranches(Model& model, const ConvertOptions& options);
 
 Conversion convertModel(const Model& model, const ConvertOptions& options);
 

@@ -87,6 +87,9 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
     if (a.noCheck) return true;
     CheckOptions checking = checkOptionsFor(model, options, conversion);
     checking.inputs = checkInputsOf(a, conversion);
+    // A small file must not take much memory: with the program's own, 1 GiB.
+    constexpr std::int64_t kFree = std::int64_t{768} << 20, kForEachByte = 16;
+    checking.memoryBytes = kFree + kForEachByte * static_cast<std::int64_t>(conversion.file.bytes.size());
     const CheckResult result = checked(model, conversion.file, std::move(checking));
     report.setCheck(result);
     for (const OutputDifference& output : result.outputs)
@@ -102,6 +105,7 @@ bool isChecked(const Model& model, const ConvertOptions& options, const Argument
 int convertFile(const Arguments& a) {
     const ConvertOptions options = optionsOf(a);
     Model model = readModel(a.in);
+    takeBranches(model, options);
     // A check needs the weights once more.
     const Conversion conversion = a.noCheck ? convertModel(std::move(model), options) : convertModel(model, options);
     Report report(a.in, a.out, conversion);

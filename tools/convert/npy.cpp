@@ -41,6 +41,7 @@ std::vector<Value> valuesOf(const char* from, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
         Element element;
         std::memcpy(&element, from + i * sizeof element, sizeof element);
+        // NOLINTNEXTLINE(bugprone-signed-char-misuse): an int8 is a number here, no character.
         values[i] = static_cast<Value>(element);
     }
     return values;

@@ -60,15 +60,27 @@ private:
         nolk::InspectionOptions inspection;
         inspection.batch = batch;
         inspection.depth = nolk::InspectionDepth::records;
-        const nolk::ModelCost cost =
-            nolk::inspectModel(converted_.bytes.data(), converted_.bytes.size(), inspection).cost;
-        if (cost.memoryBytes() > options_.memoryBytes)
-            return "checking needs " + std::to_string(cost.memoryBytes() >> 20) +
-                   " MiB of memory for the network alone, " + "more than " + std::to_string(options_.memoryBytes >> 20);
+        const nolk::ModelInfo info = nolk::inspectModel(converted_.bytes.data(), converted_.bytes.size(), inspection);
+        const nolk::ModelCost& cost = info.cost;
+        const std::int64_t ends = bytesOfEnds(info);
+        if (cost.memoryBytes() > options_.memoryBytes - ends)  // the cost may be the largest number
+            return "checking needs more than " + std::to_string(options_.memoryBytes >> 20) +
+                   " MiB of memory: leave the check out by --no-check";
         if (cost.steps > options_.steps)
             return "checking needs " + std::to_string(cost.steps) + " multiply-adds, more than " +
-                   std::to_string(options_.steps);
+                   std::to_string(options_.steps) + ": leave the check out by --no-check";
         return "";
+    }
+
+    // Inputs and outputs outside the network: the graph's, and twice those that are compared.
+    static std::int64_t bytesOfEnds(const nolk::ModelInfo& info) {
+        std::int64_t bytes = 0;
+        for (const std::vector<int>* places : {&info.inputs, &info.outputs})
+            for (const int place : *places) {
+                const nolk::TensorShape& shape = info.operations[static_cast<std::size_t>(place)].output;
+                bytes += 3 * static_cast<std::int64_t>(sizeof(float)) * shape.n * shape.c * shape.h * shape.w;
+            }
+        return bytes;
     }
 
     Reference evaluate(int batch, const std::set<std::string>& wanted) {
@@ -83,6 +95,7 @@ private:
         }
         GraphOptions graph;
         graph.wanted = wanted;
+        graph.memoryBytes = options_.memoryBytes;
         if (!options_.evaluateSamplesAlone) {
             graph.progress = [&](std::size_t done, std::size_t all) { report(done, all, 0, 1); };
             reference.results.push_back(evaluateGraph(model_, reference.inputs, graph));

@@ -35,7 +35,7 @@ struct CheckOptions {
     bool evaluateSamplesAlone = false;                 // the ONNX graph itself takes batch 1 only
     std::function<ConvertedFile()> withAllTensors;     // the same file, with every tensor that has a place as output
     std::function<void(double)> progress;              // 0 to 1
-    std::int64_t memoryBytes = std::int64_t{4} << 30;  // that the file's network may need for batch 2
+    std::int64_t memoryBytes = std::int64_t{4} << 30;  // that either network may need for batch 2
     std::int64_t steps = 1'000'000'000'000;            // and the multiply-adds
     double tolerance = 1e-4;                           // of an output's largest value
 };

@@ -1,8 +1,25 @@
 #include "convert/evaluate/Call.h"
 
+#include <cstdio>
+
 #include "convert/onnx/text.h"
 
 namespace convert {
+
+namespace {
+
+std::string describeCount(double count) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.2g", count);
+    return text;
+}
+
+}  // namespace
+
+void Call::takeWork(double multiplyAdds) const {
+    need(multiplyAdds <= workLeft, "needs too long to compute, with " + describeCount(multiplyAdds) + " multiply-adds");
+    workLeft -= multiplyAdds;
+}
 
 bool Call::wants(std::size_t output) const {
     return output < outputCount() && !node.output(static_cast<int>(output)).empty();

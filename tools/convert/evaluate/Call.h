@@ -16,6 +16,10 @@ struct Call {
     const onnx::NodeProto& node;
     int opset;
     const std::vector<const Value*>& inputs;
+    double& workLeft;  // multiply-adds
+
+    // Throws where an operator would multiply and add more often than can be waited for.
+    void takeWork(double multiplyAdds) const;
 
     std::size_t inputCount() const { return inputs.size(); }
     std::size_t outputCount() const { return static_cast<std::size_t>(node.output_size()); }

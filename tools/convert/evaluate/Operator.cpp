@@ -6,11 +6,6 @@ namespace convert {
 
 Values asFirstInput(const Call& call) { return {valueOf(call.in(0).type, call.dims(0))}; }
 
-void checkWork(double multiplyAdds) {
-    constexpr double kMost = 1e11;
-    need(multiplyAdds <= kMost, "needs more than 1e11 multiply-adds");
-}
-
 std::vector<std::int64_t> stridesOf(const Dims& dims) {
     std::vector<std::int64_t> strides(dims.size(), 1);
     for (std::size_t axis = dims.size(); axis-- > 1;) strides[axis - 1] = strides[axis] * dims[axis];

@@ -41,9 +41,6 @@ inline Value valueOf(int type, Dims dims) { return {type, std::move(dims), nullp
 // The shape rule of an operator whose result is as its first input.
 Values asFirstInput(const Call& call);
 
-// Throws where an operator would multiply and add more often than can be waited for.
-void checkWork(double multiplyAdds);
-
 // Distances between neighbours along each axis, in elements.
 std::vector<std::int64_t> stridesOf(const Dims& dims);
 

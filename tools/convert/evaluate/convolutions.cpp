@@ -160,7 +160,7 @@ Arrays computePlanes(const Call& call, const Value& result, const Convolution& c
 
 Arrays computeConv(const Call& call, const Values& results) {
     const Convolution conv = convOf(call);
-    checkWork(workOf(conv, conv.output));
+    call.takeWork(workOf(conv, conv.output));
     const float *x = call.floats(0).data(), *weights = call.floats(1).data();
     const std::int64_t perGroup = conv.output.c / conv.groups, taps = conv.weights.h * conv.weights.w;
     return computePlanes(call, results[0], conv, [&](double* plane, std::int64_t n, std::int64_t out) {
@@ -176,7 +176,7 @@ Arrays computeConv(const Call& call, const Values& results) {
 
 Arrays computeConvTranspose(const Call& call, const Values& results) {
     const Convolution conv = convTransposeOf(call);
-    checkWork(workOf(conv, conv.input));
+    call.takeWork(workOf(conv, conv.input));
     const float *x = call.floats(0).data(), *weights = call.floats(1).data();
     const std::int64_t perGroup = conv.weights.c, inPerGroup = conv.input.c / conv.groups;
     const std::int64_t taps = conv.weights.h * conv.weights.w;

@@ -55,10 +55,9 @@ private:
     void evaluate(const onnx::NodeProto& node) {
         std::vector<const Array*> inputs;
         for (const std::string& name : node.input()) inputs.push_back(find(name));
-        std::vector<Array> results =
-            evaluateNode(node, model_.opset, inputs, std::min(kLargestResult, options_.memoryBytes / 4));
+        std::vector<Array> results = evaluateNode(node, model_.opset, inputs, work_, options_.memoryBytes - bytes_);
         for (int i = 0; i < node.output_size(); ++i)
-            if (isKept(node.output(i))) keep(node.output(i), std::move(results[static_cast<std::size_t>(i)]), node);
+            if (isKept(node.output(i))) keep(node.output(i), std::move(results[static_cast<std::size_t>(i)]));
         if (options_.keepAll) return;
         for (const std::string& name : node.input())
             if (--uses_[name] == 0) drop(name);
@@ -66,11 +65,8 @@ private:
 
     bool isKept(const std::string& name) const { return !name.empty() && (options_.keepAll || uses_.count(name) != 0); }
 
-    void keep(const std::string& name, Array array, const onnx::NodeProto& node) {
+    void keep(const std::string& name, Array array) {
         bytes_ += bytesOf(array);
-        if (bytes_ > options_.memoryBytes)
-            throw OnnxError(describeNode(node) + ": evaluating the graph needs more than " +
-                            std::to_string(options_.memoryBytes >> 20) + " MiB");
         arrays_.emplace(name, std::move(array));
     }
 
@@ -95,6 +91,7 @@ private:
     Uses uses_;
     std::map<std::string, Array> arrays_;
     std::int64_t bytes_ = 0;
+    Work work_;
 };
 
 }  // namespace
@@ -106,6 +103,7 @@ std::map<std::string, Array> evaluateGraph(const Model& model, const std::map<st
 
 std::map<std::string, Value> evaluateGraphShapes(const Model& model, const std::map<std::string, Dims>& inputs) {
     std::map<std::string, Value> values;
+    Work work = kWorkInAdvance;
     for (const auto& [name, array] : model.initializers) values.emplace(name, Value::of(array));
     for (const ModelInput& input : inputsOf(model)) {
         const auto found = inputs.find(input.name);
@@ -115,7 +113,7 @@ std::map<std::string, Value> evaluateGraphShapes(const Model& model, const std::
     for (const onnx::NodeProto* node : orderedNodes(model)) {
         std::vector<const Value*> nodeInputs;
         for (const std::string& name : node->input()) nodeInputs.push_back(name.empty() ? nullptr : &values.at(name));
-        std::vector<Value> results = evaluateShapes(*node, model.opset, nodeInputs);
+        std::vector<Value> results = evaluateShapes(*node, model.opset, nodeInputs, work);
         for (int i = 0; i < node->output_size(); ++i)
             if (!node->output(i).empty()) values[node->output(i)] = std::move(results[static_cast<std::size_t>(i)]);
     }

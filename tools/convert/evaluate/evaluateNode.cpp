@@ -48,13 +48,23 @@ auto withNodeName(const onnx::NodeProto& node, Function&& function) -> decltype(
     }
 }
 
-Values shapesOf(const Operator& row, const Call& call, std::int64_t largestResult) {
+Values shapesOf(const Operator& row, const Call& call) {
     Values results = row.shapes(call);
     results.resize(std::max(results.size(), call.outputCount()));
     for (const Value& result : results)
-        need(elementCount(result.dims) <= largestResult,
-             "makes " + describeDims(result.dims) + ", more than " + std::to_string(largestResult) + " elements");
+        need(elementCount(result.dims) <= kLargestResult,
+             "makes " + describeDims(result.dims) + ", more than " + std::to_string(kLargestResult) + " elements");
     return results;
+}
+
+void checkMemory(const Values& results, std::int64_t memoryBytes) {
+    // A value and its sum in double, or an integer and one more while it is made.
+    constexpr std::int64_t kForEachFloat = 12, kForEachInteger = 16;
+    std::int64_t bytes = 0;
+    for (const Value& result : results)
+        bytes += elementCount(result.dims) * (isFloatType(result.type) ? kForEachFloat : kForEachInteger);
+    need(bytes <= memoryBytes, "checking needs too much memory for " + describeDims(results.front().dims) +
+                                   ": leave the check out by --no-check");
 }
 
 bool allKnown(const std::vector<const Value*>& inputs) {
@@ -73,6 +83,7 @@ Array emptyOf(const Value& value) {
 Arrays computed(const Operator& row, const Call& call, const Values& results) {
     for (std::size_t i = 0; i < call.outputCount(); ++i)
         if (call.wants(i) && i >= results.size()) throw OnnxError("has too many outputs");
+    for (const Value& result : results) call.takeWork(static_cast<double>(elementCount(result.dims)));
     Arrays arrays;
     if (allSmall(results, 0))  // other extents may be huge
         for (const Value& result : results) arrays.push_back(emptyOf(result));
@@ -91,7 +102,7 @@ Value Value::of(Array array) {
 }
 
 std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const std::vector<const Array*>& inputs,
-                                std::int64_t largestResult) {
+                                Work& work, std::int64_t memoryBytes) {
     std::vector<Value> values(inputs.size());
     std::vector<const Value*> pointers(inputs.size(), nullptr);
     for (std::size_t i = 0; i < inputs.size(); ++i) {
@@ -101,17 +112,19 @@ std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const st
     }
     return withNodeName(node, [&] {
         const Operator& row = operatorOf(node);
-        const Call call{node, opset, pointers};
-        return computed(row, call, shapesOf(row, call, largestResult));
+        const Call call{node, opset, pointers, work.left};
+        const Values results = shapesOf(row, call);
+        if (!results.empty()) checkMemory(results, memoryBytes);
+        return computed(row, call, results);
     });
 }
 
 std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const std::vector<const Value*>& inputs,
-                                  std::int64_t largestKnown) {
+                                  Work& work, std::int64_t largestKnown) {
     return withNodeName(node, [&] {
         const Operator& row = operatorOf(node);
-        const Call call{node, opset, inputs};
-        Values results = shapesOf(row, call, kLargestResult);
+        const Call call{node, opset, inputs, work.left};
+        Values results = shapesOf(row, call);
         const bool needsShapesOnly = node.op_type() == "Shape" || node.op_type() == "Size";
         if (needsShapesOnly || (allKnown(inputs) && allSmall(results, largestKnown))) {
             Arrays arrays = computed(row, call, results);

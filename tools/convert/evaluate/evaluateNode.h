@@ -1,6 +1,6 @@
 // The plain meaning of one node of an ONNX graph: of its values, or of its shapes alone.
-//   std::vector<Array> results = evaluateNode(node, model.opset, {&x, &weights, nullptr});
-//   std::vector<Value> shapes = evaluateShapes(node, model.opset, {&xValue, &weightsValue, nullptr});
+//   std::vector<Array> results = evaluateNode(node, model.opset, {&x, &weights, nullptr}, work);
+//   std::vector<Value> shapes = evaluateShapes(node, model.opset, {&xValue, &weightsValue, nullptr}, work);
 // Every operator is written after ONNX's own definition, in loops over elements with sums in double. Nothing is shared
 // with the lowering, which is checked against it.
 // An input is null where the node leaves an optional one out. Both functions throw OnnxError, "node 'conv1' (Conv):
@@ -25,9 +25,17 @@ struct UnknownOperator : OnnxError {
 // Results of more elements are refused, so that a small file cannot take all memory.
 constexpr std::int64_t kLargestResult = std::int64_t{1} << 28;
 
-// One for each output of the node, those that it leaves out included.
+// Multiply-adds that may be spent, on all nodes for which it is handed over. Elements of results count as one each.
+struct Work {
+    double left = 5e11;
+};
+
+// What is computed in advance takes seconds at most.
+constexpr Work kWorkInAdvance{2e9};
+
+// One for each output of the node, those that it leaves out included. They are refused if making them takes more memory.
 std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const std::vector<const Array*>& inputs,
-                                std::int64_t largestResult = kLargestResult);
+                                Work& work, std::int64_t memoryBytes = std::int64_t{4} << 30);
 
 // What is known of a tensor before a run: always its type and its extents, sometimes its values.
 struct Value {
@@ -42,6 +50,6 @@ struct Value {
 // indices: up to kLargestKnown elements), and by Shape and Size always.
 constexpr std::int64_t kLargestKnown = 4096;
 std::vector<Value> evaluateShapes(const onnx::NodeProto& node, int opset, const std::vector<const Value*>& inputs,
-                                  std::int64_t largestKnown = kLargestKnown);
+                                  Work& work, std::int64_t largestKnown = kLargestKnown);
 
 }  // namespace convert

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <cstdint>
 
 #include "convert/evaluate/Operator.h"
+#include "convert/onnx/Einsum.h"
 
 namespace convert {
 
@@ -35,7 +37,7 @@ Values gemmShapes(const Call& call) {
 
 Arrays computeGemm(const Call& call, const Values& results) {
     const Product p = gemmOf(call);
-    checkWork(static_cast<double>(p.rows * p.columns) * static_cast<double>(p.inner));
+    call.takeWork(static_cast<double>(p.rows * p.columns) * static_cast<double>(p.inner));
     const double alpha = call.floatAttribute("alpha", 1), beta = call.floatAttribute("beta", 1);
     const std::vector<float>&a = call.floats(0), &b = call.floats(1);
     std::vector<double> sums;
@@ -83,7 +85,7 @@ Values matMulShapes(const Call& call) { return {valueOf(call.in(0).type, matMulO
 Arrays computeMatMul(const Call& call, const Values& results) {
     const MatMul mul = matMulOf(call);
     const std::int64_t rows = mul.a[mul.a.size() - 2], inner = mul.a.back(), columns = mul.b.back();
-    checkWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(inner));
+    call.takeWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(inner));
     const auto steps = [&](const Dims& own, std::int64_t matrix) {
         std::vector<std::int64_t> all = broadcastSteps(Dims(own.begin(), own.end() - 2), mul.outer);
         for (std::int64_t& step : all) step *= matrix;
@@ -108,10 +110,73 @@ Arrays computeMatMul(const Call& call, const Values& results) {
     return {{results[0].type, results[0].dims, std::move(values)}};
 }
 
+Einsum equationOf(const Call& call) {
+    std::vector<Dims> inputs;
+    for (std::size_t i = 0; i < call.inputCount(); ++i) inputs.push_back(call.dims(i));
+    need(!inputs.empty(), "has no input");
+    return einsumOf(call.stringAttribute("equation", ""), inputs);
+}
+
+Values einsumShapes(const Call& call) { return {valueOf(call.in(0).type, equationOf(call).resultDims())}; }
+
+// The next index, and the operands' offsets there.
+void advance(const Dims& dims, Dims& index, const std::vector<std::vector<std::int64_t>>& steps,
+             std::vector<std::int64_t>& offsets) {
+    for (std::size_t axis = dims.size(); axis-- > 0;) {
+        const bool isInside = ++index[axis] < dims[axis];
+        for (std::size_t k = 0; k < offsets.size(); ++k) offsets[k] += steps[k][axis] * (isInside ? 1 : 1 - dims[axis]);
+        if (isInside) return;
+        index[axis] = 0;
+    }
+}
+
+// Every element is the sum, over all indices of the labels that the result lacks, of the product of the operands.
+Arrays computeEinsum(const Call& call, const Values& results) {
+    const Einsum einsum = equationOf(call);
+    std::vector<int> labels = einsum.result;
+    for (std::size_t label = 0; label < einsum.extents.size(); ++label)
+        if (std::count(labels.begin(), labels.end(), static_cast<int>(label)) == 0)
+            labels.push_back(static_cast<int>(label));
+    Dims dims;
+    constexpr double kStepsForEach = 12;  // finding the operands' elements takes longer than their product
+    double work = kStepsForEach * static_cast<double>(call.inputCount());
+    for (const int label : labels) {
+        dims.push_back(einsum.extents[static_cast<std::size_t>(label)]);
+        work *= static_cast<double>(dims.back());
+    }
+    call.takeWork(work);
+    std::vector<std::vector<std::int64_t>> steps;
+    for (std::size_t i = 0; i < call.inputCount(); ++i) {
+        const std::vector<std::int64_t> strides = stridesOf(call.dims(i));
+        steps.emplace_back(labels.size(), 0);
+        for (std::size_t axis = 0; axis < strides.size(); ++axis) {
+            const auto at = std::find(labels.begin(), labels.end(), einsum.operands[i][axis]) - labels.begin();
+            if (call.dims(i)[axis] != 1) steps.back()[static_cast<std::size_t>(at)] += strides[axis];
+        }
+    }
+    const std::int64_t count = elementCount(results[0].dims), terms = elementCount(dims) / count;
+    std::vector<std::int64_t> offsets(call.inputCount(), 0);
+    Dims index(dims.size(), 0);
+    std::vector<float> values;
+    for (std::int64_t i = 0; i < count; ++i) {
+        double sum = 0;
+        for (std::int64_t term = 0; term < terms; ++term) {
+            double product = 1;
+            for (std::size_t k = 0; k < offsets.size(); ++k)
+                product *= static_cast<double>(call.floats(k)[static_cast<std::size_t>(offsets[k])]);
+            sum += product;
+            advance(dims, index, steps, offsets);
+        }
+        values.push_back(static_cast<float>(sum));
+    }
+    return {{results[0].type, results[0].dims, std::move(values)}};
+}
+
 }  // namespace
 
 const std::vector<Operator>& matrixOperators() {
     static const std::vector<Operator> rows = {
+        {"Einsum", einsumShapes, computeEinsum},
         {"Gemm", gemmShapes, computeGemm},
         {"MatMul", matMulShapes, computeMatMul},
     };

@@ -77,8 +77,8 @@ template <double (*reduceWindow)(const Call&, const Pooling&, const float*, std:
 Arrays computePool(const Call& call, const Values& results) {
     need(!call.wants(1), "the second output, Indices, is not supported");
     const Pooling pool = poolingOf(call);
-    checkWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(pool.window.h.kernel) *
-              static_cast<double>(pool.window.w.kernel));
+    call.takeWork(static_cast<double>(elementCount(results[0].dims)) * static_cast<double>(pool.window.h.kernel) *
+                  static_cast<double>(pool.window.w.kernel));
     std::vector<float> values;
     const float* x = call.floats(0).data();
     for (std::int64_t plane = 0; plane < pool.input.n * pool.input.c; ++plane, x += pool.input.h * pool.input.w)

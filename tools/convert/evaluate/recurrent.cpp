@@ -106,8 +106,8 @@ struct Cell {
 Arrays computeLstm(const Call& call, const Values& results) {
     const Lstm l = lstmOf(call);
     needUsualForm(call, l);
-    checkWork(static_cast<double>(l.steps * l.batch * l.directions) * 4 * static_cast<double>(l.hidden) *
-              static_cast<double>(l.inputSize + l.hidden));
+    call.takeWork(static_cast<double>(l.steps * l.batch * l.directions) * 4 * static_cast<double>(l.hidden) *
+                  static_cast<double>(l.inputSize + l.hidden));
     const auto data = [&](std::size_t input) { return call.has(input) ? call.floats(input).data() : nullptr; };
     std::vector<float> all(static_cast<std::size_t>(elementCount(results[0].dims)));
     std::vector<float> lastH(static_cast<std::size_t>(elementCount(results[1].dims))), lastC = lastH;

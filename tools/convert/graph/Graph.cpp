@@ -128,7 +128,7 @@ private:
             pointers.push_back(&values[i]);
         }
         try {
-            return evaluateShapes(node.proto, model_.opset, pointers,
+            return evaluateShapes(node.proto, model_.opset, pointers, work_,
                                   allKnown ? std::max(left_, kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
             const std::string name = describeNode(node.proto) + ": ";  // a reader of Node has it already
@@ -142,6 +142,7 @@ private:
     Graph graph_;
     std::map<std::string, int> places_;
     std::map<std::string, const onnx::ValueInfoProto*> declared_;
+    Work work_ = kWorkInAdvance;
     std::int64_t left_ = kFreeElements;  // elements that computed constants may have
 };
 

@@ -103,7 +103,7 @@ int Program::input(TensorShape shape) {
     return append("input", "", {}, shape, [shape](Builder& b, const auto&) { return b.input(shape); });
 }
 
-int Program::constant(TensorShape shape, Floats values) {
+int Program::constant(TensorShape shape, const Floats& values) {
     if (elementsOf(shape) != static_cast<std::int64_t>(values->size()))
         throw std::logic_error("a constant has other extents than values");
     return append("constTensor", shapeKey(shape) + floatsKey(values), {}, shape,
@@ -174,13 +174,14 @@ int Program::instanceNormalization(int x, float epsilon) {
                  [=](Builder& b, TensorX* in) { return b.instanceNormalization(in, epsilon); });
 }
 
-int Program::instanceNormalization(int x, Floats scale, Floats bias, float epsilon) {
+int Program::instanceNormalization(int x, const Floats& scale, const Floats& bias, float epsilon) {
     return unary(
         "instanceNormalization", text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias), x,
         [=](Builder& b, TensorX* in) { return b.instanceNormalization(in, vectorOf(scale), vectorOf(bias), epsilon); });
 }
 
-int Program::batchNormalize(int x, Floats scale, Floats bias, Floats mean, Floats variance, float epsilon) {
+int Program::batchNormalize(int x, const Floats& scale, const Floats& bias, const Floats& mean, const Floats& variance,
+                            float epsilon) {
     return unary(
         "batchNormalize",
         text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias) + "/" + floatsKey(mean) + "/" + floatsKey(variance),
@@ -212,7 +213,8 @@ int Program::times(int x, float factor) { return factor == 1.0f ? x : multiply(x
 
 int Program::plus(int x, float addend) { return addend == 0.0f ? x : add(x, scalar(addend)); }
 
-int Program::convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::DimsHW dilation, KernelWeights weights) {
+int Program::convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::DimsHW dilation,
+                      const KernelWeights& weights) {
     const TensorShape& in = shapeOf(x);
     const int h = in.h + padding.top + padding.bottom - ((weights.kernelH - 1) * dilation.h + 1);
     const int w = in.w + padding.left + padding.right - ((weights.kernelW - 1) * dilation.w + 1);
@@ -227,7 +229,7 @@ int Program::convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::D
     return step;
 }
 
-int Program::deConvolve(int x, nolk::Padding padding, nolk::DimsHW stride, KernelWeights weights) {
+int Program::deConvolve(int x, nolk::Padding padding, nolk::DimsHW stride, const KernelWeights& weights) {
     const TensorShape& in = shapeOf(x);
     const TensorShape out{1, weights.outChannels,
                           weights.kernelH + (in.h - 1) * stride.h - padding.top - padding.bottom,
@@ -238,7 +240,7 @@ int Program::deConvolve(int x, nolk::Padding padding, nolk::DimsHW stride, Kerne
                   });
 }
 
-int Program::fullConnect(int x, KernelWeights weights) {
+int Program::fullConnect(int x, const KernelWeights& weights) {
     return append("fullConnect", weightsKey(weights), {x}, {1, weights.outChannels, 1, 1, 1},
                   [=](Builder& b, const auto& in) { return b.fullConnect(in[0], weightsOf(weights)); });
 }
@@ -353,7 +355,7 @@ int Program::resize(int x, int h, int w, nolk::ResizeMode mode, nolk::ResizeTran
                   {x}, out, [=](Builder& b, const auto& i) { return b.resize(i[0], out, mode, transMode); });
 }
 
-int Program::lstm(int x, LstmArrays arrays) {
+int Program::lstm(int x, const LstmArrays& arrays) {
     const int directions = arrays.direction == nolk::Direction::both ? 2 : 1;
     const TensorShape& in = shapeOf(x);
     const TensorShape out{1, 1, in.h, directions * arrays.hiddenSize, 3};

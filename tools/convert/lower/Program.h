@@ -56,7 +56,7 @@ public:
     void setOrigin(std::string origin) { origin_ = std::move(origin); }
 
     int input(nolk::TensorShape shape);
-    int constant(nolk::TensorShape shape, Floats values);
+    int constant(nolk::TensorShape shape, const Floats& values);
     int scalar(float value);  // [1, 1, 1]
 
     // The same elements under another shape; x itself when it has that shape.
@@ -72,8 +72,9 @@ public:
     int leakyRelu(int x, float alpha);
     int hardSigmoid(int x, float alpha, float beta);
     int instanceNormalization(int x, float epsilon);
-    int instanceNormalization(int x, Floats scale, Floats bias, float epsilon);
-    int batchNormalize(int x, Floats scale, Floats bias, Floats mean, Floats variance, float epsilon);
+    int instanceNormalization(int x, const Floats& scale, const Floats& bias, float epsilon);
+    int batchNormalize(int x, const Floats& scale, const Floats& bias, const Floats& mean, const Floats& variance,
+                       float epsilon);
 
     // b has a's extents, or 1 where it is repeated.
     int add(int a, int b);
@@ -84,9 +85,10 @@ public:
     int times(int x, float factor);  // x itself for 1
     int plus(int x, float addend);   // x itself for 0
 
-    int convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::DimsHW dilation, KernelWeights weights);
-    int deConvolve(int x, nolk::Padding padding, nolk::DimsHW stride, KernelWeights weights);
-    int fullConnect(int x, KernelWeights weights);
+    int convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::DimsHW dilation,
+                 const KernelWeights& weights);
+    int deConvolve(int x, nolk::Padding padding, nolk::DimsHW stride, const KernelWeights& weights);
+    int fullConnect(int x, const KernelWeights& weights);
     int matMul(int a, int b);
     int maxPool(int x, nolk::DimsHW kernel, nolk::Padding padding, nolk::DimsHW stride);
     int avgPool(int x, nolk::DimsHW kernel, nolk::Padding padding, nolk::DimsHW stride);
@@ -97,7 +99,7 @@ public:
     int softmax(int x, nolk::Axis axis);
     int reduce(int x, nolk::TensorShape shape, nolk::BasicOp op);
     int resize(int x, int h, int w, nolk::ResizeMode mode, nolk::ResizeTransMode transMode);
-    int lstm(int x, LstmArrays weights);
+    int lstm(int x, const LstmArrays& weights);
 
     // Throws NotWritable, and std::logic_error the second time.
     std::vector<unsigned char> write(const std::vector<int>& outputs, const nolk::ModelFileOptions& options);

@@ -117,14 +117,14 @@ void lowerConvTranspose(NodeLowering& n) {
     std::vector<int> parts;
     for (int group = 0; group < groups; ++group) {
         const int share = n.program.slice(x, nolk::Axis::c, group * groupInputs, groupInputs);
-        KernelWeights weights{
-            1,
-            groupOutputs,
-            groupInputs,
-            size.h,
-            size.w,
-            spreadKernel(kernel, windows, group, groupInputs, size),
-            part(bias, static_cast<std::size_t>(group * groupOutputs), static_cast<std::size_t>(groupOutputs))};
+        KernelWeights weights{1,
+                              groupOutputs,
+                              groupInputs,
+                              size.h,
+                              size.w,
+                              spreadKernel(kernel, windows, group, groupInputs, size),
+                              part(bias, static_cast<std::size_t>(group) * static_cast<std::size_t>(groupOutputs),
+                                   static_cast<std::size_t>(groupOutputs))};
         parts.push_back(n.program.deConvolve(share, {rows.before, rows.behind, columns.before, columns.behind},
                                              windows.stride, weights));
     }

@@ -48,8 +48,10 @@ private:
         if (!value) {
             if (const Array* known = graph_.known(tensor))
                 value = constantStep(lowered_.program, *known);
+            else if (!lowered_.findings.empty())
+                return;  // behind a node that is named already
             else
-                return;
+                throw std::logic_error("nothing makes an output");
         }
         try {
             const Placed ordered = inOrder(lowered_.program, *value);
@@ -87,7 +89,14 @@ private:
         const LowerFunction function = loweringOf(node.type());
         const std::string& domain = node.proto.domain();
         // What depends on shapes alone is computed in advance, once the nodes before it can be converted.
-        if (!dependsOnValues(node) && node.error.empty()) return;
+        if (!dependsOnValues(node) && node.error.empty()) {
+            if (isTooLarge(node))
+                refuse(node,
+                       "makes " + describeDims(graph_.dimsOf(firstOutput(node))) +
+                           " of constants, which is too large to be computed in advance",
+                       "store the result in the file instead of computing it");
+            return;
+        }
         if (!function || !(domain.empty() || domain == "ai.onnx")) {
             const bool isForeign = !domain.empty() && domain != "ai.onnx";
             if (isForeign)
@@ -103,6 +112,17 @@ private:
             carryOut(node, function);
         }
         substitute(node);
+    }
+
+    static int firstOutput(const Node& node) {
+        return *std::find_if(node.outputs.begin(), node.outputs.end(), [](int output) { return output >= 0; });
+    }
+
+    // Whether all inputs are constants, and still the result is none.
+    bool isTooLarge(const Node& node) const {
+        const bool isConstant = std::all_of(node.inputs.begin(), node.inputs.end(),
+                                            [this](int tensor) { return tensor < 0 || graph_.known(tensor); });
+        return isConstant && graph_.tensors[static_cast<std::size_t>(firstOutput(node))].hasShape;
     }
 
     // " to [1, 3, 8, 8], [1, 4]": what is computed from the network's inputs. Nothing where no shape is known.
@@ -128,6 +148,9 @@ private:
             checkTypes(node);
             NodeLowering lowering(graph_, node, values_, lowered_.program);
             function(lowering);
+            for (std::size_t i = 0; i < node.outputs.size(); ++i)
+                if (lowering.wants(i) && !values_[static_cast<std::size_t>(node.outputs[i])])
+                    refuse(node, "output " + std::to_string(i) + " is used, which is not converted", "");
         } catch (const Refusal& refusal) {
             refuse(node, refusal.what(), refusal.advice);
         } catch (const std::out_of_range& error) {

@@ -1,4 +1,6 @@
 // Matrix products.
+#include "convert/lower/matmul.h"
+
 #include <algorithm>
 #include <numeric>
 
@@ -20,18 +22,12 @@ std::int64_t countOf(const Dims& dims) {
     return std::accumulate(dims.begin(), dims.end(), std::int64_t{1}, std::multiplies<>());
 }
 
-// A weight matrix [rows, columns]; its values stand in that order, or in the other one.
-struct Matrix {
-    Floats values;
-    std::size_t rows = 0;
-    std::size_t columns = 0;
-    bool isTransposed = false;
+}  // namespace
 
-    Floats inOrder() const { return isTransposed ? transposedMatrix(values, columns, rows) : values; }
-    Floats transposed() const { return isTransposed ? values : transposedMatrix(values, rows, columns); }
-};
+Floats Matrix::inOrder() const { return isTransposed ? transposedMatrix(values, columns, rows) : values; }
 
-// x * matrix over the last axis of x, and a bias if there is one; the result has x's dims but for the last.
+Floats Matrix::transposed() const { return isTransposed ? values : transposedMatrix(values, rows, columns); }
+
 Placed product(Program& program, const Placed& x, const Matrix& matrix, const Floats& bias) {
     const std::size_t last = x.rank() - 1;
     Dims dims = x.dims();
@@ -67,6 +63,8 @@ Placed product(Program& program, const Placed& x, const Matrix& matrix, const Fl
     if (bias) step = program.add(step, program.constant({1, 1, 1, out, 3}, bias));
     return placed(step, dims);
 }
+
+namespace {
 
 Placed swappedLast(const Placed& x) {
     std::vector<int> perm(x.rank());

@@ -29,6 +29,7 @@ const std::map<std::string, LowerFunction>& table() {
         {"DepthToSpace", lowerDepthToSpace},
         {"Div", lowerDiv},
         {"Dropout", lowerDropout},
+        {"Einsum", lowerEinsum},
         {"Elu", lowerElu},
         {"Erf", lowerErf},
         {"Exp", lowerElements<&Program::exp>},

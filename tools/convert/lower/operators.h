@@ -79,6 +79,8 @@ void lowerSpaceToDepth(NodeLowering& n);
 // matmul.cpp
 void lowerMatMul(NodeLowering& n);
 void lowerGemm(NodeLowering& n);
+// einsum.cpp
+void lowerEinsum(NodeLowering& n);
 // normalisation.cpp
 void lowerBatchNormalization(NodeLowering& n);
 void lowerInstanceNormalization(NodeLowering& n);

@@ -10,7 +10,7 @@ namespace convert {
 namespace {
 
 std::vector<std::int64_t> kernelShape(const NodeLowering& n) {
-    const auto kernel = n.integerList("kernel_shape");
+    auto kernel = n.integerList("kernel_shape");
     if (kernel.size() + 2 != n.dims(0).size()) n.refuse("kernel_shape of another rank than the input");
     return kernel;
 }

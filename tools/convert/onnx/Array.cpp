@@ -199,7 +199,7 @@ fs::path externalPath(const TensorProto& tensor, const std::string& location, co
     if (location.empty()) refuse(tensor, "external data without a location");
     std::error_code error;
     const fs::path root = fs::weakly_canonical(folder.empty() ? fs::path(".") : folder, error);
-    const fs::path path = fs::weakly_canonical(root / location, error);
+    fs::path path = fs::weakly_canonical(root / location, error);
     const bool isInside = !error && !fs::path(location).is_absolute() &&
                           std::mismatch(root.begin(), root.end(), path.begin(), path.end()).first == root.end();
     if (!isInside) refuse(tensor, "external data " + inQuotes(location) + " is not below the model's folder");

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "inspect/format.h"
 #include "nolk/model/InputFile.h"
 #include "nolk/onnx.h"
 
@@ -49,6 +50,10 @@ std::vector<unsigned char> readModel(const std::string& path) {
     const std::string_view begin(reinterpret_cast<const char*>(bytes.data()), std::min(bytes.size(), kOnnxBeginBytes));
     if (looksLikeOnnx(path, begin)) file.fail(kOnnxAdvice);
     return bytes;
+}
+
+std::string nameText(const std::vector<std::string>& names, std::size_t i) {
+    return i < names.size() ? "\"" + printable(names[i]) + "\" " : "";
 }
 
 Network loadNetwork(const std::string& path, int batch, const ImplementationOptions& implementation) {

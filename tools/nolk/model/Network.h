@@ -25,4 +25,7 @@ struct Network {
     double loadSeconds = 0;  // duration of nolk::loadModel
 };
 
+// The name that a model gives its i-th input or output, in quotes and with a blank behind; empty if it gives no names.
+std::string nameText(const std::vector<std::string>& names, std::size_t i);
+
 Network loadNetwork(const std::string& path, int batch, const ImplementationOptions& implementation);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "nolk/model/HostTensor.h"
+#include "nolk/model/Network.h"
 #include "nolk/run/image.h"
 
 namespace CLI {
@@ -24,6 +25,6 @@ void addInputOptions(CLI::App& command, InputOptions& options);
 // A paragraph about input files for the end of a command's help.
 extern const char kInputsHelp[];
 
-// The tensors for a network's inputs, of these shapes, from the files of the options: one file for each input, or one
-// for each sample of each input. Throws std::runtime_error, "path: what, expected what".
-std::vector<HostTensor> readInputs(const std::vector<nolk::TensorShape>& shapes, const InputOptions& options);
+// The tensors for a network's inputs from the files of the options: one file for each input, or one for each sample of
+// each input. Throws std::runtime_error, "path: what, expected what", which names the input if the model names it.
+std::vector<HostTensor> readInputs(const Network& network, const InputOptions& options);

@@ -58,7 +58,7 @@ void diff(const DiffOptions& options) {
             " given, expected one for each of " + counted(static_cast<std::int64_t>(outputs.size()), "output"));
     for (std::size_t i = 0; i < expected.size(); ++i)
         readNpy(options.expected[i], expected[i].shape, expected[i].values.data());
-    std::vector<HostTensor> inputs = readInputs(network.inputs, options.inputs);
+    std::vector<HostTensor> inputs = readInputs(network, options.inputs);
     runOnce(*network.runner, inputs, outputs);
     std::size_t tooLarge = 0, all = 0;
     for (std::size_t i = 0; i < outputs.size(); ++i) {

@@ -44,10 +44,12 @@ void readTensor(const std::string& path, const nolk::TensorShape& expected, cons
     readImage(path, expected, pixels, values);
 }
 
-std::string expectedFiles(const std::vector<nolk::TensorShape>& shapes, std::size_t samples) {
-    std::string text = std::to_string(shapes.size());
-    if (samples > shapes.size()) text += " or " + std::to_string(samples);
-    for (std::size_t i = 0; i < shapes.size(); ++i) text += (i == 0 ? " for " : ", ") + shapeText(shapes[i]);
+// With the names that the model gives its inputs.
+std::string expectedFiles(const Network& network, std::size_t samples) {
+    std::string text = std::to_string(network.inputs.size());
+    if (samples > network.inputs.size()) text += " or " + std::to_string(samples);
+    for (std::size_t i = 0; i < network.inputs.size(); ++i)
+        text += (i == 0 ? " for " : ", ") + nameText(network.info.inputNames, i) + shapeText(network.inputs[i]);
     return text;
 }
 
@@ -61,23 +63,31 @@ void readSamples(const std::string*& file, HostTensor& tensor, const PixelRule& 
 
 }  // namespace
 
-std::vector<HostTensor> readInputs(const std::vector<nolk::TensorShape>& shapes, const InputOptions& options) {
+std::vector<HostTensor> readInputs(const Network& network, const InputOptions& options) {
+    const std::vector<nolk::TensorShape>& shapes = network.inputs;
     const std::size_t files = options.inputs.size();
     const std::size_t samples = std::accumulate(
         shapes.begin(), shapes.end(), std::size_t{0},
         [](std::size_t sum, const nolk::TensorShape& s) { return sum + static_cast<std::size_t>(std::max(s.n, 0)); });
     if (files == 0 && !shapes.empty())
-        throw UsageError(options.model + ": no --input, expected files: " + expectedFiles(shapes, samples));
+        throw UsageError(options.model + ": no --input, expected files: " + expectedFiles(network, samples));
     if (files != shapes.size() && files != samples)
         throw std::runtime_error(options.model + ": " + counted(static_cast<std::int64_t>(files), "input file") +
-                                 ", expected " + expectedFiles(shapes, samples));
+                                 ", expected " + expectedFiles(network, samples));
     std::vector<HostTensor> tensors = hostTensors(shapes);
     const std::string* file = options.inputs.data();
-    for (HostTensor& t : tensors) {
-        if (files == shapes.size())
-            readTensor(*file++, t.shape, options.pixels, t.values.data());
-        else
-            readSamples(file, t, options.pixels);
+    for (std::size_t i = 0; i < tensors.size(); ++i) {
+        HostTensor& t = tensors[i];
+        try {
+            if (files == shapes.size())
+                readTensor(*file++, t.shape, options.pixels, t.values.data());
+            else
+                readSamples(file, t, options.pixels);
+        } catch (const std::runtime_error& error) {
+            const std::string name = nameText(network.info.inputNames, i);
+            if (name.empty()) throw;
+            throw std::runtime_error(error.what() + (", for the input " + name.substr(0, name.size() - 1)));
+        }
     }
     return tensors;
 }

@@ -65,15 +65,23 @@ std::string rangeText(const std::vector<float>& values) {
            shortText(sum / static_cast<double>(numbers)) + "\n";
 }
 
-std::string describe(std::size_t index, const HostTensor& tensor) {
+// `name` is empty, or ends in a blank.
+std::string describe(std::size_t index, const std::string& name, const HostTensor& tensor) {
     const bool isVector = tensor.shape.h == 1 && tensor.shape.w == 1;
-    std::string text = "output " + std::to_string(index) + " " + shapeText(tensor.shape);
+    std::string text = "output " + std::to_string(index) + " " + name + shapeText(tensor.shape);
     text += isVector ? ", the largest values:\n" + topOfSamples(tensor) : "\n" + rangeText(tensor.values);
     const auto nans = std::count_if(tensor.values.begin(), tensor.values.end(), [](float v) { return std::isnan(v); });
     if (nans > 0)
         text += "  " + std::to_string(nans) + " of " +
                 counted(static_cast<std::int64_t>(tensor.values.size()), "value") + " are NaN\n";
     return text;
+}
+
+// ": "boxes", "scores"", or nothing.
+std::string allNames(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i) text += (i == 0 ? ": " : ", ") + nameText(names, i);
+    return text.substr(0, text.empty() ? 0 : text.size() - 1);
 }
 
 void run(const RunOptions& options) {
@@ -84,12 +92,12 @@ void run(const RunOptions& options) {
     if (!options.outputs.empty() && options.outputs.size() != outputs.size())
         throw std::runtime_error(options.inputs.model + ": " +
                                  counted(static_cast<std::int64_t>(options.outputs.size()), "output file") +
-                                 ", expected " + std::to_string(outputs.size()));
-    std::vector<HostTensor> inputs = readInputs(network.inputs, options.inputs);
+                                 ", expected " + std::to_string(outputs.size()) + allNames(network.info.outputNames));
+    std::vector<HostTensor> inputs = readInputs(network, options.inputs);
     runOnce(*network.runner, inputs, outputs);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         if (options.outputs.empty())
-            writeText("-", describe(i, outputs[i]));
+            writeText("-", describe(i, nameText(network.info.outputNames, i), outputs[i]));
         else
             writeText(options.outputs[i], npyBytes(outputs[i]));
     }
