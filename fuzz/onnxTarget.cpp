@@ -25,7 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     onnx::ModelProto proto;
     if (!proto.ParseFromArray(data, static_cast<int>(size))) return 0;
     try {
-        const convert::Model model = convert::modelOf(std::move(proto), {});
+        convert::Model model = convert::modelOf(std::move(proto), {});
+        convert::takeBranches(model, {});
         const convert::Conversion made = convert::convertModel(model, {});
         expect(made.file.bytes.empty() == !made.findings.empty(), "a file is made as a whole or not at all");
         if (made.findings.empty()) check(model, made);
