@@ -22,9 +22,10 @@ void relax() {
 
 }  // namespace
 
-FastTeam::FastTeam(int numThreads, int spinMicroseconds) : spinMicroseconds_(spinMicroseconds) {
+FastTeam::FastTeam(int numThreads, int spinMicroseconds)
+    : spinMicroseconds_(spinMicroseconds), ranges_(static_cast<std::size_t>(std::max(numThreads, 1))) {
     try {
-        for (int i = 1; i < numThreads; ++i) workers_.emplace_back([this] { work(); });
+        for (std::size_t i = 1; i < ranges_.size(); ++i) workers_.emplace_back([this, i] { work(i); });
     } catch (...) {
         stop();
         throw;
@@ -51,11 +52,14 @@ void FastTeam::publish(std::uint64_t state) {
 void FastTeam::runAll(int tasks, int chunk, Task task, const void* context) {
     task_ = task;
     context_ = context;
-    tasks_ = tasks;
     chunk_ = chunk;
-    next_.store(0, std::memory_order_relaxed);
+    const auto threads = static_cast<std::int64_t>(ranges_.size());
+    for (std::size_t i = 0; i < ranges_.size(); ++i) {
+        ranges_[i].next.store(static_cast<std::int64_t>(i) * tasks / threads, std::memory_order_relaxed);
+        ranges_[i].end = (static_cast<std::int64_t>(i) + 1) * tasks / threads;
+    }
     publish((roundOf(state_) + 1) * kRound | kOpen);
-    takeTasks();
+    takeTasks(0);
     state_.fetch_and(~kOpen);
     waitForWorkers();
 }
@@ -80,18 +84,21 @@ void FastTeam::leave() {
     finished_.notify_one();
 }
 
-void FastTeam::takeTasks() {
-    while (true) {
-        const std::int64_t begin = next_.fetch_add(chunk_, std::memory_order_relaxed);
-        if (begin >= tasks_) return;
-        const auto end = static_cast<int>(std::min<std::int64_t>(begin + chunk_, tasks_));
-        for (int task = static_cast<int>(begin); task < end; ++task) task_(context_, task);
+void FastTeam::takeTasks(std::size_t number) {
+    for (std::size_t i = 0; i < ranges_.size(); ++i) {
+        Range& range = ranges_[(number + i) % ranges_.size()];
+        while (true) {
+            const std::int64_t begin = range.next.fetch_add(chunk_, std::memory_order_relaxed);
+            if (begin >= range.end) break;
+            const auto end = static_cast<int>(std::min(begin + chunk_, range.end));
+            for (int task = static_cast<int>(begin); task < end; ++task) task_(context_, task);
+        }
     }
 }
 
-void FastTeam::work() {
+void FastTeam::work(std::size_t number) {
     for (std::uint64_t round = 0; join(round, round);) {
-        takeTasks();
+        takeTasks(number);
         leave();
     }
 }

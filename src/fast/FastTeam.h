@@ -60,11 +60,11 @@ private:
     using Task = void (*)(const void* context, int task);
 
     void runAll(int tasks, int chunk, Task task, const void* context);
-    void work();
+    void work(std::size_t number);
     bool join(std::uint64_t lastRound, std::uint64_t& round);
     void leave();
     void waitForWorkers();
-    void takeTasks();
+    void takeTasks(std::size_t number);
     void publish(std::uint64_t state);
     void stop();
 
@@ -77,14 +77,20 @@ private:
     // Written before a round is opened, fixed until all workers have left it.
     Task task_ = nullptr;
     const void* context_ = nullptr;
-    int tasks_ = 0;
     int chunk_ = 1;  // tasks that a thread takes at a time
 
     // The number of the round, whether it is open, and how many workers have joined it. A worker that comes after the
     // round was closed does not join, so nobody waits for workers that sleep.
     std::atomic<std::uint64_t> state_{0};
-    std::atomic<std::int64_t> next_{0};  // task
     std::atomic<bool> stopping_{false};
+
+    // Each thread begins with a range of neighbouring tasks of its own, since these read what it has written before,
+    // and then takes tasks of others. One for the caller, then for each worker.
+    struct alignas(64) Range {
+        std::atomic<std::int64_t> next{0};
+        std::int64_t end = 0;
+    };
+    std::vector<Range> ranges_;
 
     // Sleeping workers wait for a new state.
     std::atomic<int> sleeping_{0};

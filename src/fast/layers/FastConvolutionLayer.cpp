@@ -10,6 +10,9 @@ constexpr std::ptrdiff_t kCachedFloats = 64 * 1024;
 // Pixels that a task computes at least; a multiple of the pixels that kernels keep in registers.
 constexpr int kTilePixels = 84;
 
+// Weights that each core can have in its second cache.
+constexpr std::int64_t kFewWeights = 128 * 1024;
+
 int divideUp(int a, int b) { return (a + b - 1) / b; }
 
 }  // namespace
@@ -71,19 +74,20 @@ void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int s
     const int planes = output_.strides.planes;
     const auto taps = static_cast<std::int64_t>(parts_.taps.front().size());
     const int threads = run.team.size();
-    int pieceLength = pieceLength_;
-    // Blocks of outputs are divided too, in pairs, if there are not enough pieces for all threads.
-    int ranges = 1;
+    int pieceLength = pieceLength_, ranges = 1;
     if (threads > 1) {
+        // Few weights: the plane is divided. A thread then computes rows whose inputs it has computed before.
+        const int unit = joinsRows_ ? kTilePixels / 6 : 1;
+        const bool fewWeights = taps * planes * kFastBlock <= kFewWeights;
+        const int shorter = divideUp(divideUp(length, divideUp(4 * threads, samples)), unit) * unit;
+        if (fewWeights) pieceLength = std::min(pieceLength, shorter);
+        // Otherwise, or if there are not enough pieces: blocks of outputs too, in pairs.
         const int pieces = samples * divideUp(length, pieceLength);
-        ranges = std::clamp(divideUp(4 * threads, pieces), 1, divideUp(planes, 2));
+        if (pieces < 2 * threads) ranges = std::clamp(divideUp(4 * threads, pieces), 1, divideUp(planes, 2));
+        if (pieces * ranges < 2 * threads) pieceLength = std::min(pieceLength, shorter);
     }
     const int blocksInRange = divideUp(divideUp(planes, ranges), 2) * 2;
     ranges = divideUp(planes, blocksInRange);
-    if (threads > 1 && samples * ranges * divideUp(length, pieceLength) < 2 * threads) {
-        const int shorter = divideUp(length, divideUp(4 * threads, samples * ranges));
-        pieceLength = joinsRows_ ? divideUp(shorter, kTilePixels / 6) * (kTilePixels / 6) : shorter;
-    }
     const int pieces = divideUp(length, pieceLength);
     const std::int64_t places = std::int64_t{pieceLength} * (joinsRows_ ? 1 : out.w);
     run.team.forEach(samples * pieces * ranges, taps * places * blocksInRange * kFastBlock / 4, [&](int task) {
