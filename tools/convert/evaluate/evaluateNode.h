@@ -33,7 +33,8 @@ struct Work {
 // What is computed in advance takes seconds at most.
 constexpr Work kWorkInAdvance{2e9};
 
-// One for each output of the node, those that it leaves out included. They are refused if making them takes more memory.
+// One for each output of the node, those that it leaves out included. They are refused if making them takes more
+// memory.
 std::vector<Array> evaluateNode(const onnx::NodeProto& node, int opset, const std::vector<const Array*>& inputs,
                                 Work& work, std::int64_t memoryBytes = std::int64_t{4} << 30);
 
