@@ -67,7 +67,7 @@ TEST(Implementation, TheFastBackEndRunsEveryCommandAndNamesWrongSettings) {
         expectRefused(command,
                       {{{"--implementation", "NolkFast:thread=2"}, refuses + "unknown setting 'thread'" + known},
                        {{"--implementation", "NolkFast:spin_us=-1"},
-                        refuses + "setting spin_us must be a number from 0 to 1000, is '-1'"}});
+                        refuses + "setting spin_us must be a number from 0 to 20, is '-1'"}});
     }
     const Words layers = {"bench", model, "--runs", "1", "--json", "--layers", "--implementation", "NolkFast"};
     const Json report = Json::parse(runProgram(layers).out, nullptr, false);
