@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cctype>
 #include <fstream>
 #include <iterator>
-#include <regex>
+#include <string>
 
 #include "convert/arguments.h"
 #include "convert/lower/operators.h"
@@ -18,10 +20,20 @@ std::string read(const std::string& path) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+bool isWordCharacter(char c) { return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_'; }
+
+bool hasWord(const std::string& text, const std::string& word) {
+    for (std::size_t at = text.find(word); at != std::string::npos; at = text.find(word, at + 1)) {
+        const std::size_t end = at + word.size();
+        if ((at == 0 || !isWordCharacter(text[at - 1])) && (end == text.size() || !isWordCharacter(text[end])))
+            return true;
+    }
+    return false;
+}
+
 TEST(Documents, ListEveryOperator) {
     const std::string text = read("docs/converting.md");
-    for (const std::string& type : convert::loweredOperators())
-        EXPECT_TRUE(std::regex_search(text, std::regex("\\b" + type + "\\b"))) << type;
+    for (const std::string& type : convert::loweredOperators()) EXPECT_TRUE(hasWord(text, type)) << type;
 }
 
 TEST(Documents, DescribeEveryOption) {
@@ -29,7 +41,8 @@ TEST(Documents, DescribeEveryOption) {
     convert::Arguments arguments;
     addOptions(app, arguments);
     const std::string text = read("docs/converting.md");
-    const std::string page = std::regex_replace(read("tools/convert/nolk-convert.1"), std::regex("\\\\-"), "-");
+    std::string page = read("tools/convert/nolk-convert.1");
+    page.erase(std::remove(page.begin(), page.end(), '\\'), page.end());  // man pages write "\\-" for "-"
     for (const CLI::Option* option : app.get_options()) {
         const std::string name = option->get_name();  // "--shape", "IN.onnx"
         EXPECT_NE(page.find(name), std::string::npos) << name;

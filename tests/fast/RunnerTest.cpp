@@ -100,17 +100,6 @@ TEST(FastTeam, DoesEveryTaskOnce) {
     for (int i = 0; i < 50; ++i) FastTeam(3, i % 2 * 20);
 }
 
-nolk::Runner* convolutions(int batch, int threads) {
-    Arrays arrays(5);
-    Builder* const builder = new FastRunnerBuilder(("num_threads=" + std::to_string(threads)).c_str());
-    X x = builder->input({batch, 64, 6, 6, 3});
-    for (int i = 0; i < 3; ++i)
-        x = builder->relu(builder->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, arrays.weights(1, 64, 64, 3, 3, true)));
-    nolk::Runner* const runner = builder->build(&x, 1);
-    builder->destroy();
-    return runner;
-}
-
 TEST(FastPackedWeights, EqualArraysAreShared) {
     const auto packed = [](float last) {
         auto floats = std::make_unique<FastPackedFloats>(33);
@@ -127,6 +116,17 @@ TEST(FastPackedWeights, EqualArraysAreShared) {
 }
 
 #ifdef COUNTS_ALLOCATIONS
+
+nolk::Runner* convolutions(int batch, int threads) {
+    Arrays arrays(5);
+    Builder* const builder = new FastRunnerBuilder(("num_threads=" + std::to_string(threads)).c_str());
+    X x = builder->input({batch, 64, 6, 6, 3});
+    for (int i = 0; i < 3; ++i)
+        x = builder->relu(builder->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, arrays.weights(1, 64, 64, 3, 3, true)));
+    nolk::Runner* const runner = builder->build(&x, 1);
+    builder->destroy();
+    return runner;
+}
 
 TEST(FastRunner, ARunAllocatesNothing) {
     for (std::uint32_t seed = 1; seed <= 12; ++seed)

@@ -20,7 +20,7 @@ FastDepthwiseLayer::FastDepthwiseLayer(const FastNode& node, const FastConvoluti
       epilogue_(node, views, output) {
     const nolk::Weights& w = op.weights;
     const auto taps = static_cast<std::size_t>(w.kernelH) * static_cast<std::size_t>(w.kernelW);
-    const auto lanes = static_cast<std::size_t>(output.strides.planes * kFastBlock);
+    const auto lanes = static_cast<std::size_t>(output.strides.planes) * kFastBlock;
     auto weights = std::make_unique<FastPackedFloats>(lanes * taps);
     auto bias = std::make_unique<FastPackedFloats>(lanes);
     for (std::size_t c = 0; c < static_cast<std::size_t>(w.groups); ++c) {

@@ -45,7 +45,7 @@ FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats) {
     auto& known = knownFloats();
     const auto [begin, end] = known.equal_range(hash);
     for (auto it = begin; it != end;) {
-        const FastPacked other = it->second.lock();
+        FastPacked other = it->second.lock();
         if (other && same(*other, *floats)) return other;
         it = other ? std::next(it) : known.erase(it);
     }

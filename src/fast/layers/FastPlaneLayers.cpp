@@ -54,7 +54,7 @@ FastInstanceNormalizationLayer::FastInstanceNormalizationLayer(const FastNode& n
       bias_(op.bias),
       epsilon_(op.epsilon),
       steps_(node.steps, views, output) {
-    const auto lanes = static_cast<std::size_t>(blocksOf(output.shape.c) * kFastBlock);
+    const auto lanes = static_cast<std::size_t>(blocksOf(output.shape.c)) * kFastBlock;
     scale_.resize(std::max(lanes, scale_.size()), 1.0f);
     bias_.resize(std::max(lanes, bias_.size()), 0.0f);
 }

@@ -10,7 +10,7 @@ constexpr int kPieceFloats = 4096;
 
 std::vector<float> wholeBlocks(std::vector<float> values) {
     if (!values.empty())
-        values.resize(static_cast<std::size_t>(blocksOf(static_cast<int>(values.size())) * kFastBlock));
+        values.resize(static_cast<std::size_t>(blocksOf(static_cast<int>(values.size()))) * kFastBlock);
     return values;
 }
 
