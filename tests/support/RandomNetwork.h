@@ -2,7 +2,7 @@
 // and activations behind them, residual additions, gates, squeeze and excitation, nested concatenations, branches.
 //   RandomNetwork network(7, 2);  Xs outputs = network.record(builder);  network.inputs  // shapes
 // One seed gives the same network, for any builder, compiler and batch; samples do not depend on each other. (Calls
-// that take random numbers are not arguments of one call, where the compiler may choose their order.)
+// that take random numbers are not operands or arguments of one expression, where the compiler chooses their order.)
 #pragma once
 
 #include <nolk.h>
@@ -151,7 +151,7 @@ private:
 
     X grouped(X x) {
         const int sizes[] = {4, 8, 24, 2, 16};
-        const int size = sizes[pick(0, 4)], out = sizes[pick(0, 4)] / pick(1, 2);
+        const int size = sizes[pick(0, 4)], wide = sizes[pick(0, 4)], out = wide / pick(1, 2);
         const Shape s = shapeOf(x);
         if (s.c % size != 0) return grouped(convolution(x, size * pick(1, 3)));
         const nolk::Weights w = weights(s.c / size, out, size, 3, 3, pick(0, 1) == 1);
