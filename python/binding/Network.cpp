@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "implementations.h"
+#include "samples.h"
 
 namespace {
 
@@ -166,9 +167,7 @@ Network::Network(const void* data, std::size_t size, const LoadOptions& options)
 void Network::addForms(const nolk::ModelInfo& info) {
     inputs_ = formsOf(info, info.inputs, info.inputNames, "input");
     outputs_ = formsOf(info, info.outputs, info.outputNames, "output");
-    for (const auto* forms : {&inputs_, &outputs_})
-        for (const ArrayForm& form : *forms) isDivisible_ = isDivisible_ && form.shape.n == batch_;
-    isDivisible_ = isDivisible_ && !inputs_.empty();
+    isDivisible_ = !::mixesSamples(info, batch_);
 }
 
 std::vector<py::array> Network::requireInputs(const py::sequence& arrays) const {

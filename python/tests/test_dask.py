@@ -64,6 +64,14 @@ def test_several_inputs_and_outputs(client):
             nolk.dask.predict(b.to_bytes(), *arrays, client=client)
 
 
+def test_a_network_that_mixes_samples_is_refused(client):
+    b = nolk.Builder()
+    swapped = b.transpose(b.input(3, 1, 1), (1, 0, 2, 3))
+    b.build([b.transpose(b.softmax(swapped, "c"), (1, 0, 2, 3))])
+    with pytest.raises(ValueError, match="mixes samples"):
+        nolk.dask.predict(b.to_bytes(), as_dask(numpy.zeros((4, 3, 1, 1), numpy.float32), 2), batch=2, client=client)
+
+
 def test_a_job_survives_a_killed_worker():
     example = DIGITS.parent / "cluster/cluster.py"
     command = [sys.executable, str(example), "--pictures=6000", "--block=200", "--kill"]

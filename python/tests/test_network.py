@@ -127,16 +127,39 @@ def test_wrong_arrays_are_refused(inputs, outputs, error, text):
         net.run([LEFT, RIGHT], out=[SUM, SIZE])  # the network still works
 
 
-def test_a_network_that_mixes_samples_takes_whole_batches_only():
+SLOPES = numpy.float32([[1, 1, 2], [2, 3, 3]]).reshape(2, 3, 1, 1)  # of prelu in a batch of 2
+
+
+def swapped(b, x):
+    return b.transpose(x, (1, 0, 2, 3))
+
+
+def shares(x):
+    return numpy.exp(x) / numpy.exp(x).sum(0)
+
+
+@pytest.mark.parametrize(
+    "record, expected",
+    [
+        (swapped, lambda x: x.transpose(1, 0, 2, 3)),
+        (lambda b, x: swapped(b, b.softmax(swapped(b, x), "c")), shares),
+        (lambda b, x: b.slice(b.concat([x, x], -4), "n", 1, 3), lambda x: x[::-1]),
+        (lambda b, x: b.prelu(b.sub(b.sub(x, x), x), numpy.float32([1, 2, 3])), lambda x: -x * SLOPES),
+    ],
+    ids=["transposed", "transposed and back", "slice of concat", "prelu"],
+)
+def test_a_network_that_mixes_samples_takes_exactly_one_batch(record, expected):
     def mixing(**options):
         b = nolk.Builder()
-        return b.build([b.transpose(b.input(3, 1, 1), (1, 0, 2, 3))], batch=2, **options)
+        return b.build([record(b, b.input(3, 1, 1))], batch=2, **options)
 
     with mixing() as net:
+        assert net.mixes_samples
         x = numpy.arange(6, dtype=numpy.float32).reshape(2, 3, 1, 1)
-        assert (net(x) == x.transpose(1, 0, 2, 3)).all()
-        with pytest.raises(ValueError, match=r"expected float32 \[2, 3, 1, 1\]"):
-            net(x[:1])
+        assert numpy.allclose(net(x), expected(x), rtol=1e-5)
+        for part in (x[:1], numpy.concatenate([x, x])):
+            with pytest.raises(ValueError, match=r"expected float32 \[2, 3, 1, 1\]"):
+                net(part)
     with pytest.raises(nolk.Error, match="mixes samples"):
         mixing(shared=True)
 

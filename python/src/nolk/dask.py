@@ -145,9 +145,10 @@ def predict(
     data = bytes(read(model))
     with load(model, batch=batch, implementation=implementation) as network:
         inputs, outputs, implementation = network.inputs, network.outputs, network.implementation
+        mixes_samples = network.mixes_samples
     if len(arrays) != len(inputs):
         raise TypeError(f"expected {len(inputs)} arrays, got {len(arrays)}")
-    if any(info.shape[0] != batch for info in inputs + outputs):
+    if mixes_samples:
         raise ValueError("the network mixes samples, so its input cannot be cut into blocks")
     for info, array in zip(inputs, arrays):
         _require_form(info, array)
