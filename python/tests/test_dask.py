@@ -25,7 +25,8 @@ def as_dask(array, block):
     return dask_array.from_array(array, chunks=(block, -1, -1, 14)[: array.ndim])
 
 
-@pytest.mark.parametrize("with_client", [True, False])
+# Without a client comes first, since a process that serves as a worker has the model afterwards.
+@pytest.mark.parametrize("with_client", [False, True])
 def test_results_are_those_of_one_process(request, model, pictures, with_client):
     client = request.getfixturevalue("client") if with_client else None
     with nolk.load(model, batch=16) as net:
@@ -44,6 +45,17 @@ def test_a_process_loads_a_model_once(client, monkeypatch, model, pictures):
     for _ in range(2):
         nolk.dask.predict(model, as_dask(pictures, 50), batch=3, client=client).compute()
     assert len(loads) == 3  # predict looks at it each time, the worker loads it for 11 blocks
+
+
+def test_a_worker_that_cannot_load_the_model_says_why(client, monkeypatch, model, pictures):
+    def fail(*args, **options):
+        raise nolk.Error("no room")
+
+    lazy = nolk.dask.predict(model, as_dask(pictures, 50), batch=5, client=client)
+    monkeypatch.setattr(nolk.dask, "_loaded", {})  # as in a worker that joins later
+    monkeypatch.setattr(nolk.dask, "load", fail)
+    with pytest.raises(nolk.Error, match="no room"):
+        lazy.compute()
 
 
 def test_several_inputs_and_outputs(client):
