@@ -272,12 +272,14 @@ def test_a_forked_process_refuses_a_network_whose_thread_stayed_behind(model, pi
     net = nolk.load(model, batch=4, shared=True)
     child = os.fork()
     if child == 0:
+        status = 1
         try:
             net(pictures[:1])
         except nolk.Error:
             net.close()
-            os._exit(0)
-        os._exit(1)
+            status = 0
+        finally:
+            os._exit(status)  # whatever was raised, no other test runs twice
     assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 0
     assert net(pictures[:1]).shape == (1, 10)
 
