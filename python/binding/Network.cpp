@@ -138,8 +138,15 @@ struct Network::Loaded {
     bool isUsable() const { return process == 0 || process == getpid(); }
 
     void run(std::vector<nolk::Tensor>& from, std::vector<nolk::Tensor>& to) {
-        if (!runner->run(from.data(), static_cast<int>(from.size()), to.data(), static_cast<int>(to.size())))
-            throw nolk::ModelError("the run failed");
+        bool isDone = false;
+        try {
+            isDone = runner->run(from.data(), static_cast<int>(from.size()), to.data(), static_cast<int>(to.size()));
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& e) {
+            throw nolk::ModelError(std::string("the run failed: ") + e.what());
+        }
+        if (!isDone) throw nolk::ModelError("the run failed");
     }
 
     nolk::Owned<nolk::Runner> runner;

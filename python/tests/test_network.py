@@ -183,7 +183,9 @@ def test_models_that_cannot_be_loaded_are_refused(model, change, error, text):
 @pytest.mark.parametrize(
     "options, error, text",
     [
-        ({"batch": 0}, ValueError, "batch: expected 1 or more, got 0"),
+        ({"batch": 0}, ValueError, "batch: expected 1 to 2147483647, got 0"),
+        ({"batch": 2**31}, ValueError, "batch: expected 1 to 2147483647, got 2147483648"),
+        ({"batch": 1.5}, TypeError, "batch: expected an integer, got float"),
         ({"implementation": "Missing:x=1"}, nolk.Error, "digits.cm: dlopen 'libMissing.so' failed: .*cannot open"),
         ({"implementation": "NolkRaw:num_threads=x"}, nolk.Error, "num_threads=x: a setting is not a number"),
         ({"memory_bytes": 1000}, nolk.LimitExceeded, "the limit is 1,000 bytes"),

@@ -8,7 +8,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _nolk
-from ._source import Model, errors_name, read
+from ._source import Model, errors_name, read, require_batch
 
 Array = NDArray[numpy.float32]
 
@@ -188,11 +188,10 @@ def load(
         If the model cannot be loaded, with the library's reason. `LimitExceeded` if it is too large.
     OSError
         If the file cannot be read.
-    ValueError
-        For a batch below 1.
+    TypeError, ValueError
+        For a batch that is not an integer, below 1 or above 2**31 - 1.
     """
-    if batch < 1:
-        raise ValueError(f"batch: expected 1 or more, got {batch}")
+    batch = require_batch(batch)
     data = read(model)
     with errors_name(model):
         return Network(_nolk.Network(data, batch, implementation, shared, memory_bytes, multiply_adds))
