@@ -46,7 +46,8 @@ class CMakeBuild(build_ext):
         for component in COMPONENTS:
             cmake("--install", tree, "--component", component, "--strip")
         package = Path(self.build_lib) / "nolk"
-        shutil.copytree(prefix / "python/nolk", package, dirs_exist_ok=True)
+        shutil.rmtree(self.build_lib, ignore_errors=True)  # of an older build, all of whose files the wheel would have
+        shutil.copytree(prefix / "python/nolk", package)
         for library in (prefix / "lib").glob("lib*.so*"):
             if not re.search(r"\.so\.\d+\.", library.name):  # by the name that programs load, not by the full version
                 shutil.copy2(library, package)

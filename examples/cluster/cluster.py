@@ -6,7 +6,6 @@ the rest stays as it is: docs/cluster.md.
 """
 
 import argparse
-import os
 import signal
 import subprocess
 import sys
@@ -26,6 +25,7 @@ import nolk
 import nolk.dask
 
 DIGITS = Path(__file__).resolve().parent.parent / "digits"
+START_SECONDS = 60  # for a scheduler, and for workers
 SHIFTS = sorted(((y, x) for y in range(-2, 3) for x in range(-2, 3)), key=lambda shift: abs(shift[0]) + abs(shift[1]))
 
 
@@ -65,30 +65,57 @@ def read_alone(model: Path, path: str, count: int, block: int, batch: int) -> nu
 
 
 @contextmanager
-def program(module: str, *arguments: str) -> Iterator[subprocess.Popen]:
-    """A scheduler or worker as a process."""
+def program(log: Path, module: str, *arguments: str) -> Iterator[subprocess.Popen]:
+    """A scheduler or worker as a process, whose messages go to a file."""
     command = [sys.executable, "-m", f"distributed.cli.{module}", *arguments]
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+    with log.open("w") as messages:
+        process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=messages, start_new_session=True)
     try:
         yield process
     finally:
         process.terminate()
-        process.wait()
+        try:
+            process.wait(10)
+        except subprocess.TimeoutExpired:
+            process.kill()
+            process.wait()
+
+
+def wait_for_file(path: Path, process: subprocess.Popen) -> None:
+    """Waits until the process has written the file."""
+    end = time.monotonic() + START_SECONDS
+    while not path.exists():
+        if process.poll() is not None:
+            raise RuntimeError(f"the scheduler ended with status {process.returncode}")
+        if time.monotonic() > end:
+            raise TimeoutError(f"the scheduler did not start within {START_SECONDS} s")
+        time.sleep(0.05)
 
 
 class Cluster:
     """A scheduler, workers of one thread each, and a client of them."""
 
     def __init__(self, stack: ExitStack, workers: int, has_dashboard: bool) -> None:
-        folder = stack.enter_context(tempfile.TemporaryDirectory())
-        meeting_point = os.path.join(folder, "scheduler.json")
-        address = ["--host", "127.0.0.1", "--scheduler-file", meeting_point]
+        self.folder = Path(stack.enter_context(tempfile.TemporaryDirectory()))
+        stack.push(self._print_messages_of_failure)  # called when the processes have ended
+        meeting_point = self.folder / "scheduler.json"
+        address = ["--host", "127.0.0.1", "--scheduler-file", str(meeting_point)]
         dashboard = ["--dashboard-address", "127.0.0.1:8787"] if has_dashboard else ["--no-dashboard"]
-        single = ["--nthreads", "1", "--no-nanny", "--no-dashboard", "--local-directory", folder]
-        self.scheduler = stack.enter_context(program("dask_scheduler", *address, "--port", "0", *dashboard))
-        self.workers = [stack.enter_context(program("dask_worker", *address, *single)) for _ in range(workers)]
-        self.client = stack.enter_context(Client(scheduler_file=meeting_point, timeout=60))
-        self.client.wait_for_workers(workers)
+        single = ["--nthreads", "1", "--no-nanny", "--no-dashboard", "--local-directory", str(self.folder)]
+        log = self.folder / "scheduler.log"
+        self.scheduler = stack.enter_context(program(log, "dask_scheduler", *address, "--port", "0", *dashboard))
+        wait_for_file(meeting_point, self.scheduler)
+        self.workers = [
+            stack.enter_context(program(self.folder / f"worker-{i}.log", "dask_worker", *address, *single))
+            for i in range(workers)
+        ]
+        self.client = stack.enter_context(Client(scheduler_file=str(meeting_point), timeout=START_SECONDS))
+        self.client.wait_for_workers(workers, timeout=START_SECONDS)
+
+    def _print_messages_of_failure(self, kind: type | None, error: BaseException | None, traceback: object) -> None:
+        if isinstance(error, Exception):
+            for log in sorted(self.folder.glob("*.log")):
+                print(f"{log.name}:\n{log.read_text()}", file=sys.stderr)
 
     def processor_seconds(self) -> tuple[float, float]:
         """Of all workers, and of the scheduler."""
@@ -107,7 +134,7 @@ def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threadi
         worker.send_signal(signal.SIGKILL)
         print(f"\nkilled worker {worker.pid}")
 
-    thread = threading.Thread(target=wait_and_kill)
+    thread = threading.Thread(target=wait_and_kill, daemon=True)  # a failed job must not wait for it
     thread.start()
     return thread
 
@@ -172,17 +199,25 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--kill", action="store_true", help="kill a worker half way")
     parser.add_argument("--tasks", type=int, metavar="N", help="measure instead what N tasks cost the scheduler")
     parser.add_argument("--dashboard", action="store_true", help="show what happens at http://127.0.0.1:8787")
-    return parser.parse_args()
+    options = parser.parse_args()
+    if options.workers < (2 if options.kill else 1):
+        parser.error(
+            "--kill needs 2 workers, one of which goes on" if options.kill else "--workers: expected 1 or more"
+        )
+    return options
 
 
 def main() -> int:
     options = arguments()
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(128 + signal.SIGTERM))  # so that the processes end, too
     with ExitStack() as stack:
         cluster = Cluster(stack, options.workers, options.dashboard)
         if options.tasks:
             measure_tasks(cluster, options.tasks)
             return 0
-        return 0 if read_digits(cluster, options) else 1
+        if not read_digits(cluster, options):
+            raise RuntimeError("the cluster's results are not those of the single process")
+    return 0
 
 
 if __name__ == "__main__":

@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "implementations.h"
+#include "samples.h"
 
 namespace {
 
@@ -137,8 +138,15 @@ struct Network::Loaded {
     bool isUsable() const { return process == 0 || process == getpid(); }
 
     void run(std::vector<nolk::Tensor>& from, std::vector<nolk::Tensor>& to) {
-        if (!runner->run(from.data(), static_cast<int>(from.size()), to.data(), static_cast<int>(to.size())))
-            throw nolk::ModelError("the run failed");
+        bool isDone = false;
+        try {
+            isDone = runner->run(from.data(), static_cast<int>(from.size()), to.data(), static_cast<int>(to.size()));
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception& e) {
+            throw nolk::ModelError(std::string("the run failed: ") + e.what());
+        }
+        if (!isDone) throw nolk::ModelError("the run failed");
     }
 
     nolk::Owned<nolk::Runner> runner;
@@ -166,9 +174,7 @@ Network::Network(const void* data, std::size_t size, const LoadOptions& options)
 void Network::addForms(const nolk::ModelInfo& info) {
     inputs_ = formsOf(info, info.inputs, info.inputNames, "input");
     outputs_ = formsOf(info, info.outputs, info.outputNames, "output");
-    for (const auto* forms : {&inputs_, &outputs_})
-        for (const ArrayForm& form : *forms) isDivisible_ = isDivisible_ && form.shape.n == batch_;
-    isDivisible_ = isDivisible_ && !inputs_.empty();
+    isDivisible_ = !::mixesSamples(info, batch_);
 }
 
 std::vector<py::array> Network::requireInputs(const py::sequence& arrays) const {

@@ -43,6 +43,7 @@ public:
     const std::string& implementation() const { return implementation_; }
     int batch() const { return batch_; }
     bool isShared() const { return shared_; }
+    bool mixesSamples() const { return !isDivisible_; }
 
 private:
     struct Loaded;
@@ -61,7 +62,7 @@ private:
     bool shared_;
     std::string implementation_;
     std::vector<ArrayForm> inputs_, outputs_;
-    bool isDivisible_ = true;  // every input and output has one sample for each of the batch
+    bool isDivisible_ = true;  // into chunks of the batch, whose samples are independent
 
     std::shared_ptr<Loaded> loaded_;  // null once closed
 };

@@ -31,7 +31,11 @@ void Recording::finish(const std::vector<Tensor>& outputs) {
     if (isFinished()) throw nolk::ModelError("the network is built: a builder builds once");
     if (outputs.empty()) throw py::value_error("a network needs an output");
     std::vector<nolk::TensorX*> x = own(outputs);
-    writer_->build(x.data(), static_cast<int>(x.size()));
+    try {
+        writer_->build(x.data(), static_cast<int>(x.size()));
+    } catch (const std::out_of_range& e) {
+        throw nolk::ModelError(e.what());
+    }
 }
 
 std::vector<unsigned char> Recording::file(const nolk::ModelFileOptions& options) const {

@@ -118,6 +118,7 @@ PYBIND11_MODULE(_nolk, m) {
         .def_property_readonly("outputs", [](const Network& net) { return listOf(net.outputs()); })
         .def_property_readonly("batch", &Network::batch)
         .def_property_readonly("shared", &Network::isShared)
+        .def_property_readonly("mixes_samples", &Network::mixesSamples)
         .def_property_readonly("implementation", &Network::implementation);
 
     py::class_<Tensor>(m, "Tensor", "A tensor of a network that a `Builder` records; its operations make them.")

@@ -204,6 +204,7 @@ OTHER = nolk.Builder().input(4, 7, 6)
         (lambda b, x: b.clip(x, "low", 1), TypeError, ""),
         (lambda b, x: b.build([]), ValueError, "needs an output"),
         (lambda b, x: b.build([b.convolve(x, KERNEL[:, :3].copy())]), nolk.Error, "convolve"),
+        (lambda b, x: b.build([x] * 40_000), nolk.Error, "at most 32767 records"),
         (lambda b, x: b.save("own.cm"), nolk.Error, "not built"),
     ],
 )

@@ -25,7 +25,8 @@ def as_dask(array, block):
     return dask_array.from_array(array, chunks=(block, -1, -1, 14)[: array.ndim])
 
 
-@pytest.mark.parametrize("with_client", [True, False])
+# The one without a client comes first: as long as a client lives, predict finds it.
+@pytest.mark.parametrize("with_client", [False, True])
 def test_results_are_those_of_one_process(request, model, pictures, with_client):
     client = request.getfixturevalue("client") if with_client else None
     with nolk.load(model, batch=16) as net:
@@ -46,6 +47,17 @@ def test_a_process_loads_a_model_once(client, monkeypatch, model, pictures):
     assert len(loads) == 3  # predict looks at it each time, the worker loads it for 11 blocks
 
 
+def test_a_worker_that_cannot_load_the_model_says_why(client, monkeypatch, model, pictures):
+    def fail(*args, **options):
+        raise nolk.Error("no room")
+
+    lazy = nolk.dask.predict(model, as_dask(pictures, 50), batch=5, client=client)
+    monkeypatch.setattr(nolk.dask, "_loaded", {})  # as in a worker that joins later
+    monkeypatch.setattr(nolk.dask, "load", fail)
+    with pytest.raises(nolk.Error, match="no room"):
+        lazy.compute()
+
+
 def test_several_inputs_and_outputs(client):
     b = nolk.Builder()
     left, right = b.input(1, 2, 2, name="left"), b.input(3, name="right")
@@ -64,10 +76,19 @@ def test_several_inputs_and_outputs(client):
             nolk.dask.predict(b.to_bytes(), *arrays, client=client)
 
 
+def test_a_network_that_mixes_samples_is_refused(client):
+    b = nolk.Builder()
+    swapped = b.transpose(b.input(3, 1, 1), (1, 0, 2, 3))
+    b.build([b.transpose(b.softmax(swapped, "c"), (1, 0, 2, 3))])
+    with pytest.raises(ValueError, match="mixes samples"):
+        nolk.dask.predict(b.to_bytes(), as_dask(numpy.zeros((4, 3, 1, 1), numpy.float32), 2), batch=2, client=client)
+
+
 def test_a_job_survives_a_killed_worker():
     example = DIGITS.parent / "cluster/cluster.py"
-    command = [sys.executable, str(example), "--pictures=6000", "--block=200", "--kill"]
-    result = subprocess.run(command, capture_output=True, text=True, timeout=100)
+    # SIGTERM, of which the example ends its processes too
+    command = ["timeout", "100", sys.executable, str(example), "--pictures=6000", "--block=200", "--kill"]
+    result = subprocess.run(command, capture_output=True, text=True)
     assert result.returncode == 0, result.stdout + result.stderr
     assert "killed worker" in result.stdout and "% Completed" in result.stdout
     assert "every picture has the result of the single process" in result.stdout

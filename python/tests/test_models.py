@@ -83,8 +83,7 @@ def test_the_wheel_carries_the_libraries_and_the_hints():
     files = "__init__ _builder _models _network _operations _source dask".split()
     expected = {f"nolk/{name}.py" for name in files} | {"nolk/py.typed", "nolk/_nolk.pyi"}
     expected |= {"nolk/LICENSE", "nolk/copyright", "nolk/libnolk.so.1", "nolk/libnolk_model.so.1"} | modules
-    if nolk.has_implementation("NolkFast"):
-        expected.add("nolk/libNolkFast.so")
+    expected.add("nolk/libNolkFast.so")
     assert {name for name in names if ".dist-info/" not in name} == expected
     libraries = subprocess.run(["ldd", nolk._nolk.__file__], capture_output=True, text=True, check=True).stdout
     folder = os.path.dirname(nolk._nolk.__file__)

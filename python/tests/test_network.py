@@ -127,16 +127,39 @@ def test_wrong_arrays_are_refused(inputs, outputs, error, text):
         net.run([LEFT, RIGHT], out=[SUM, SIZE])  # the network still works
 
 
-def test_a_network_that_mixes_samples_takes_whole_batches_only():
+SLOPES = numpy.float32([[1, 1, 2], [2, 3, 3]]).reshape(2, 3, 1, 1)  # of prelu in a batch of 2
+
+
+def swapped(b, x):
+    return b.transpose(x, (1, 0, 2, 3))
+
+
+def shares(x):
+    return numpy.exp(x) / numpy.exp(x).sum(0)
+
+
+@pytest.mark.parametrize(
+    "record, expected",
+    [
+        (swapped, lambda x: x.transpose(1, 0, 2, 3)),
+        (lambda b, x: swapped(b, b.softmax(swapped(b, x), "c")), shares),
+        (lambda b, x: b.slice(b.concat([x, x], -4), "n", 1, 3), lambda x: x[::-1]),
+        (lambda b, x: b.prelu(b.sub(b.sub(x, x), x), numpy.float32([1, 2, 3])), lambda x: -x * SLOPES),
+    ],
+    ids=["transposed", "transposed and back", "slice of concat", "prelu"],
+)
+def test_a_network_that_mixes_samples_takes_exactly_one_batch(record, expected):
     def mixing(**options):
         b = nolk.Builder()
-        return b.build([b.transpose(b.input(3, 1, 1), (1, 0, 2, 3))], batch=2, **options)
+        return b.build([record(b, b.input(3, 1, 1))], batch=2, **options)
 
     with mixing() as net:
+        assert net.mixes_samples
         x = numpy.arange(6, dtype=numpy.float32).reshape(2, 3, 1, 1)
-        assert (net(x) == x.transpose(1, 0, 2, 3)).all()
-        with pytest.raises(ValueError, match=r"expected float32 \[2, 3, 1, 1\]"):
-            net(x[:1])
+        assert numpy.allclose(net(x), expected(x), rtol=1e-5)
+        for part in (x[:1], numpy.concatenate([x, x])):
+            with pytest.raises(ValueError, match=r"expected float32 \[2, 3, 1, 1\]"):
+                net(part)
     with pytest.raises(nolk.Error, match="mixes samples"):
         mixing(shared=True)
 
@@ -160,7 +183,9 @@ def test_models_that_cannot_be_loaded_are_refused(model, change, error, text):
 @pytest.mark.parametrize(
     "options, error, text",
     [
-        ({"batch": 0}, ValueError, "batch: expected 1 or more, got 0"),
+        ({"batch": 0}, ValueError, "batch: expected 1 to 2147483647, got 0"),
+        ({"batch": 2**31}, ValueError, "batch: expected 1 to 2147483647, got 2147483648"),
+        ({"batch": 1.5}, TypeError, "batch: expected an integer, got float"),
         ({"implementation": "Missing:x=1"}, nolk.Error, "digits.cm: dlopen 'libMissing.so' failed: .*cannot open"),
         ({"implementation": "NolkRaw:num_threads=x"}, nolk.Error, "num_threads=x: a setting is not a number"),
         ({"memory_bytes": 1000}, nolk.LimitExceeded, "the limit is 1,000 bytes"),
@@ -249,12 +274,14 @@ def test_a_forked_process_refuses_a_network_whose_thread_stayed_behind(model, pi
     net = nolk.load(model, batch=4, shared=True)
     child = os.fork()
     if child == 0:
+        status = 1
         try:
             net(pictures[:1])
         except nolk.Error:
             net.close()
-            os._exit(0)
-        os._exit(1)
+            status = 0
+        finally:
+            os._exit(status)  # whatever was raised, no other test runs twice
     assert os.waitstatus_to_exitcode(os.waitpid(child, 0)[1]) == 0
     assert net(pictures[:1]).shape == (1, 10)
 

@@ -11,7 +11,7 @@ from typing import Any, Literal, NamedTuple
 
 from . import _nolk
 from ._nolk import Error
-from ._source import Model, errors_name, path_of, read
+from ._source import Model, errors_name, path_of, read, require_batch
 
 # What a file of unknown origin may need while it is examined: bytes in memory, and steps of one run.
 MEMORY_BYTES, MULTIPLY_ADDS = 1 << 32, 1 << 37
@@ -41,8 +41,7 @@ def inspect(model: Model, *, batch: int = 1) -> dict[str, Any]:
     Error
         If the file cannot be loaded.
     """
-    if batch < 1:
-        raise ValueError(f"batch: expected 1 or more, got {batch}")
+    batch = require_batch(batch)
     data, path = read(model), path_of(model)
     with errors_name(model):
         info: dict[str, Any] = json.loads(_nolk.inspect(data, batch, path, MEMORY_BYTES, MULTIPLY_ADDS))

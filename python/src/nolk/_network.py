@@ -8,7 +8,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _nolk
-from ._source import Model, errors_name, read
+from ._source import Model, errors_name, read, require_batch
 
 Array = NDArray[numpy.float32]
 
@@ -35,8 +35,7 @@ class Network:
 
     Arrays are float32 and C-contiguous; others are refused, never converted. They hold any number of samples n, the same
     for all inputs: the network runs on as many at a time as its batch, and fills up the last ones with zeros, whose
-    results are cut off. A network with a tensor that does not have one sample for each of the batch takes whole batches
-    only.
+    results are cut off. A network that mixes samples, see `mixes_samples`, takes exactly one batch.
 
     Python's global lock is released while the network runs. Only one thread may use a network at a time: a second call
     raises `Error`. A network that was loaded with ``shared=True`` may be called from many threads.
@@ -127,6 +126,16 @@ class Network:
         return self._network.shared
 
     @property
+    def mixes_samples(self) -> bool:
+        """Whether a sample's result may depend on the other samples of its batch.
+
+        So it is where a tensor does not have one sample for each of the batch, or where an operation works across them:
+        a transposition that moves the first axis, a prelu in a batch above 1. Such a network takes exactly one batch,
+        and several threads cannot share it.
+        """
+        return self._network.mixes_samples
+
+    @property
     def implementation(self) -> str:
         """The implementation that runs it, with its settings: "NolkFast", "NolkRaw:num_threads=2"."""
         return self._network.implementation
@@ -179,11 +188,10 @@ def load(
         If the model cannot be loaded, with the library's reason. `LimitExceeded` if it is too large.
     OSError
         If the file cannot be read.
-    ValueError
-        For a batch below 1.
+    TypeError, ValueError
+        For a batch that is not an integer, below 1 or above 2**31 - 1.
     """
-    if batch < 1:
-        raise ValueError(f"batch: expected 1 or more, got {batch}")
+    batch = require_batch(batch)
     data = read(model)
     with errors_name(model):
         return Network(_nolk.Network(data, batch, implementation, shared, memory_bytes, multiply_adds))

@@ -1,5 +1,6 @@
 """Model files in memory or on disk."""
 
+import operator
 import os
 from collections.abc import Iterator
 from contextlib import contextmanager
@@ -33,3 +34,14 @@ def errors_name(model: Model) -> Iterator[None]:
     except Error as error:
         path = path_of(model)
         raise type(error)(f"{path}: {error}" if path else str(error)) from None
+
+
+def require_batch(value: object) -> int:
+    """The number of samples that is meant."""
+    try:
+        batch = operator.index(value)  # type: ignore[arg-type]  # any object may come
+    except TypeError:
+        raise TypeError(f"batch: expected an integer, got {type(value).__name__}") from None
+    if not 1 <= batch < 2**31:
+        raise ValueError(f"batch: expected 1 to {2**31 - 1}, got {batch}")
+    return batch

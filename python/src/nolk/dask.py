@@ -17,7 +17,7 @@ from typing import Any
 import dask.array
 import numpy
 from dask.base import tokenize
-from distributed import WorkerPlugin, get_client
+from distributed import WorkerPlugin, get_client, get_worker
 
 from ._network import Array, Network, TensorInfo, load
 from ._source import Model, read
@@ -75,13 +75,24 @@ class ModelPlugin(WorkerPlugin):  # type: ignore[misc]  # distributed has no typ
 def _run_block(name: str, *blocks: Any) -> Array | tuple[Array, ...]:
     """The task for one block of each input, which comes in a list for each axis but the first."""
     if name not in _loaded:
-        raise RuntimeError(f"{name} is not loaded in this process: give nolk.dask.predict the client of its workers")
+        _load_late(name)
     arrays = []
     for block in blocks:
         while isinstance(block, list):
             (block,) = block
         arrays.append(block)
     return _loaded[name].run(arrays)
+
+
+def _load_late(name: str) -> None:
+    """Load the model of a plugin whose setup has failed: Dask only logs why, so the task repeats it and fails with it."""
+    try:
+        plugin = get_worker().plugins[name]
+    except (KeyError, ValueError):  # no such plugin, no worker
+        raise RuntimeError(
+            f"{name} is not loaded in this process: give nolk.dask.predict the client of its workers"
+        ) from None
+    plugin.load()
 
 
 def _client_of_process() -> Any:
@@ -122,7 +133,8 @@ def predict(
         The path of a model file on this machine, or its bytes.
     *arrays : dask.array.Array
         For each input of the network, float32 [n, c, h, w], or [n, c] for a matrix. They are computed block by block. A
-        block has as many samples as the first array's first chunk, down to a multiple of the batch.
+        block has as many samples as the first array's first chunk, down to a multiple of the batch. Chunks should be
+        such multiples: else Dask puts blocks together from several chunks, and copies them.
     batch : int
         The number of samples that one run of the network computes.
     implementation : str, optional
@@ -145,9 +157,10 @@ def predict(
     data = bytes(read(model))
     with load(model, batch=batch, implementation=implementation) as network:
         inputs, outputs, implementation = network.inputs, network.outputs, network.implementation
+        mixes_samples = network.mixes_samples
     if len(arrays) != len(inputs):
         raise TypeError(f"expected {len(inputs)} arrays, got {len(arrays)}")
-    if any(info.shape[0] != batch for info in inputs + outputs):
+    if mixes_samples:
         raise ValueError("the network mixes samples, so its input cannot be cut into blocks")
     for info, array in zip(inputs, arrays):
         _require_form(info, array)
