@@ -322,4 +322,50 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ResizeOpset10", "(float[N,2,3,4] x) => (float[N,2,6,8] y) <float[4] s = {1,1,2,2}> { y = Resize(x, s) }",
              10}));
 
+// Which extents of x a sample has; taking the length of a sequence for a batch would make another network.
+TEST(ConvertBatch, IsTheAxisThatTheModelMeans) {
+    struct Row {
+        const char* graph;
+        convert::Dims given;  // by --shape; empty: nothing
+        convert::Dims sample;
+    };
+    const char* kLastState =
+        "(float[20,batch,3] x) => (float[batch,4] y) <float[1,16,3] w = {0}, float[1,16,4] wr = {0}, int64[1] a = {0}>"
+        "{ q, h = LSTM<hidden_size=4>(x, w, wr) y = Squeeze(h, a) }";
+    const char* kMean = "(float[20,N,4] x) => (float[N,4] y) { y = ReduceMean<axes=[0], keepdims=0>(x) }";
+    const char* kAllFree = "(float[T,N,4] x) => (float[N,4] y) { y = ReduceMean<axes=[0], keepdims=0>(x) }";
+    const Row kRows[] = {
+        {kLastState, {}, {20, 1, 3}},
+        {kLastState, {20, 1, 3}, {20, 1, 3}},
+        {kMean, {}, {20, 1, 4}},
+        {kMean, {20, 1, 4}, {20, 1, 4}},
+        {kAllFree, {20, 1, 4}, {20, 1, 4}},
+        {"(float[20,N,4] x) => (float[N,20,4] y)"
+         "{ b = Transpose<perm=[1,0,2]>(x) t = Transpose<perm=[0,2,1]>(b) s = MatMul(b, t) p = Softmax(s) "
+         "y = MatMul(p, b) }",
+         {},
+         {20, 1, 4}},
+        {"(float[20,N,4] x, float[20,N,4] z) => (float[N,20,4] y)"
+         "{ q = Add(x, z) y = Transpose<perm=[1,0,2]>(q) }",
+         {},
+         {20, 1, 4}},
+        {"(float[20,4] x) => (float[5,4] y) <int64[1] b = {-5}, int64[1] e = {99}, int64[1] a = {0}>"
+         "{ y = Slice(x, b, e, a) }",
+         {},
+         {20, 4}},
+        {"(float[5,3,4] x) => (float[5,3,4] y) { y = Relu(x) }", {}, {1, 3, 4}},
+        {"(float[N,3,4] x) => (float[N,3,4] y) { y = Relu(x) }", {5, 3, 4}, {1, 3, 4}},
+    };
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.graph);
+        const convert::Model model = convert::modelOf(withWeights(protoOfText(row.graph)), {});
+        convert::ConvertOptions options;
+        if (!row.given.empty()) options.shapes["x"] = row.given;
+        const convert::Conversion made = convert::convertModel(model, options);
+        ASSERT_TRUE(made.findings.empty()) << made.findings[0].why;
+        EXPECT_EQ(made.inputDims.at("x"), row.sample);
+        EXPECT_EQ(convert::check(model, made.file, convert::checkOptionsFor(model, options, made)).failure, "");
+    }
+}
+
 }  // namespace

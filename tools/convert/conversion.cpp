@@ -16,13 +16,16 @@ namespace {
 
 using InputDims = std::map<std::string, Dims>;
 
-// Whether a free extent is the batch's: the first, one that is called so, or the second of a sequence [t, n, d] whose
-// length is fixed.
-bool isBatch(const ModelInput& input, std::size_t axis) {
-    if (axis == 0) return true;
+bool isCalledBatch(const ModelInput& input, std::size_t axis) {
     const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
-    if (name == "N" || name == "n" || name.rfind("batch", 0) == 0) return true;
-    return axis == 1 && input.dims.size() == 3 && input.dims[0] > 1;
+    return name == "N" || name == "n" || name.rfind("batch", 0) == 0;
+}
+
+// Whether a free extent is the batch's: the first, one that is called so, or the second of a sequence [t, n, d] whose
+// length is fixed. dims: the input's extents as far as they are known.
+bool isBatch(const ModelInput& input, const Dims& dims, std::size_t axis) {
+    if (axis == 0 || isCalledBatch(input, axis)) return true;
+    return axis == 1 && dims.size() == 3 && dims[0] > 1 && !isCalledBatch(input, 0);
 }
 
 // "image=1,3,N,N"
@@ -61,7 +64,7 @@ Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
                         printableName(input.name) + "=1,3,224,224");
     Dims dims = input.dims;
     for (std::size_t axis = 0; axis < dims.size(); ++axis)
-        if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
+        if (dims[axis] < 0 && isBatch(input, input.dims, axis)) dims[axis] = 1;
     return dims;
 }
 
@@ -87,8 +90,17 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
     return result;
 }
 
+// Whether an input has a free batch behind its first axis, which then is no batch.
+bool hasBatchBehindFirst(const Model& model, const InputDims& given) {
+    for (const ModelInput& input : inputsOf(model))
+        for (std::size_t axis = 1; axis < input.dims.size(); ++axis)
+            if (input.dims[axis] < 0 && isBatch(input, given.at(input.name), axis)) return true;
+    return false;
+}
+
 // The batch that all inputs have in front, if it is above 1.
-std::int64_t fixedBatch(const InputDims& inputs) {
+std::int64_t fixedBatch(const Model& model, const InputDims& inputs) {
+    if (hasBatchBehindFirst(model, inputs)) return 1;
     std::int64_t batch = 0;
     for (const auto& [name, dims] : inputs) {
         if (dims.empty() || dims[0] == 1 || (batch != 0 && dims[0] != batch)) return 1;
@@ -103,7 +115,7 @@ InputDims withBatch(const Model& model, InputDims inputs, std::int64_t batch) {
         Dims& dims = inputs.at(input.name);
         std::size_t axis = 0;
         for (std::size_t i = input.dims.size(); i-- > 0;)
-            if (input.dims[i] < 0 && dims[i] == 1 && isBatch(input, i)) axis = i;
+            if (input.dims[i] < 0 && dims[i] == 1 && isBatch(input, dims, i)) axis = i;
         if (!dims.empty()) dims[axis] *= batch;
     }
     return inputs;
@@ -156,16 +168,15 @@ struct Batches {
     bool isClean = true;          // every tensor has one axis that follows the batch, and no node mixes samples
 };
 
-constexpr std::int64_t kProbe = 3;
-
-Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs) {
-    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, kProbe));
+// Compares the extents with those for `probe` times the batch.
+Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs, std::int64_t probe) {
+    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, probe));
     Batches batches;
     batches.axes.resize(graph.tensors.size());
     const auto note = [&](int tensor) {
         if (tensor < 0) return;
         const auto at = static_cast<std::size_t>(tensor);
-        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, kProbe);
+        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, probe);
         batches.isClean = batches.isClean && batches.axes[at].isKnown;
     };
     for (const int input : graph.inputs) note(input);
@@ -198,8 +209,9 @@ struct Plan {
 };
 
 Plan planFor(const Model& model, const InputDims& inputs) {
+    constexpr std::int64_t kProbe = 3;
     Plan plan{inputs, graphOf(model, inputs), {}};
-    plan.batches = batchesOf(model, plan.graph, inputs);
+    plan.batches = batchesOf(model, plan.graph, inputs, kProbe);
     return plan;
 }
 
@@ -207,7 +219,7 @@ Plan planFor(const Model& model, const InputDims& inputs) {
 // sample.
 Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims given = givenDims(model, options);
-    const std::int64_t batch = fixedBatch(given);
+    const std::int64_t batch = fixedBatch(model, given);
     if (batch <= 1) return planFor(model, given);
     InputDims single = given;
     for (auto& [name, dims] : single) dims[0] = 1;
@@ -216,7 +228,8 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
         const bool allHaveIt = std::all_of(plan.graph.outputs.begin(), plan.graph.outputs.end(), [&](int tensor) {
             return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
         });
-        if (plan.batches.isClean && allHaveIt) return plan;
+        // Extents for the file's own batch show what is cut or padded to a fixed length.
+        if (plan.batches.isClean && allHaveIt && batchesOf(model, plan.graph, single, batch).isClean) return plan;
     } catch (const OnnxError&) {
         // The graph takes its own batch only.
     }
