@@ -318,6 +318,11 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"LinearAlignCorners",
              "(float[N,2,3,4] x) => (float[N,2,5,9] y) <int64[4] s = {1,2,5,9}>"
              "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"align_corners\">(x, , , s) }"},
+        Case{"KeepsTheRatio",
+             "(float[N,2,6,7] x) => (float[N,2,12,12] y) <int64[2] s = {12,10}, int64[2] r = {9,13}>"
+             "{ a = Resize<mode=\"linear\", axes=[2,3], keep_aspect_ratio_policy=\"not_larger\">(x, , , s) "
+             "y = Resize<mode=\"linear\", axes=[-2,-1], keep_aspect_ratio_policy=\"not_smaller\">(a, , , r) }",
+             18},
         Case{"Upsample", "(float[N,2,3,4] x) => (float[N,2,6,8] y) { y = Upsample<scales=[1.0,1.0,2.0,2.0]>(x) }", 7},
         Case{"ResizeOpset10", "(float[N,2,3,4] x) => (float[N,2,6,8] y) <float[4] s = {1,1,2,2}> { y = Resize(x, s) }",
              10}));
