@@ -358,6 +358,23 @@ TEST(ConvertBatch, IsTheAxisThatTheModelMeans) {
          "{ y = Slice(x, b, e, a) }",
          {},
          {20, 4}},
+        {"(float[7,1,4] x) => (float[7,1,3] y) <float[1,12,4] w = {0}, float[1,12,3] wr = {0}, int64[1] a = {1}>"
+         "{ h = LSTM<hidden_size=3>(x, w, wr) y = Squeeze(h, a) }",
+         {},
+         {7, 1, 4}},
+        {"(float[7,3,5] x) => (float[7,3,5] y)"
+         "{ t = Transpose<perm=[1,2,0]>(x) p = MaxPool<kernel_shape=[3], pads=[1,1]>(t) "
+         "y = Transpose<perm=[2,0,1]>(p) }",
+         {},
+         {7, 3, 5}},
+        {"(float[7,4] x) => (float[7,4] y) <int64[1] b = {99}, int64[1] e = {-99}, int64[1] a = {0}, int64[1] s = {-1}>"
+         "{ y = Slice(x, b, e, a, s) }",
+         {},
+         {7, 4}},
+        {"(float[7,4] x) => (float[7,4] y) <int64[1] b = {99}, int64[1] e = {-99}, int64[1] a = {1}, int64[1] s = {-1}>"
+         "{ y = Slice(x, b, e, a, s) }",
+         {},
+         {1, 4}},
         {"(float[5,3,4] x) => (float[5,3,4] y) { y = Relu(x) }", {}, {1, 3, 4}},
         {"(float[N,3,4] x) => (float[N,3,4] y) { y = Relu(x) }", {5, 3, 4}, {1, 3, 4}},
     };

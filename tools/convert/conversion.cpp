@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <set>
 
 #include "convert/evaluate/evaluateGraph.h"
+#include "convert/graph/GraphEditor.h"
 #include "convert/graph/branches.h"
 #include "convert/graph/rewrite.h"
 #include "convert/headInfo.h"
@@ -149,18 +151,47 @@ BatchAxis batchAxisOf(const Dims& one, const std::map<std::string, Value>& more,
     return result;
 }
 
-// Whether the node computes along the axis, and so mixes samples where that is the batch's.
-bool worksAlong(const Node& node, int opset, std::size_t rank, int axis) {
-    const std::string& type = node.type();
-    const bool isSoftmax = type == "Softmax" || type == "LogSoftmax";
-    if (!isSoftmax && type != "LpNormalization" && type != "LayerNormalization") return false;
+// LayerNormalization, and Softmax before opset 13, take all axes from theirs on together.
+bool normalizesAlong(const Node& node, int opset, std::size_t rank, int axis) {
     constexpr int kSingleAxis = 13;
-    const bool isFlattening = (isSoftmax && opset < kSingleAxis) || type == "LayerNormalization";
-    std::int64_t given = isSoftmax && opset < kSingleAxis ? 1 : -1;
-    for (const auto& attribute : node.proto.attribute())
-        if (attribute.name() == "axis") given = attribute.i();
+    const bool isOldSoftmax =
+        node.type() != "LpNormalization" && node.type() != "LayerNormalization" && opset < kSingleAxis;
+    std::int64_t given = integerOf(node, "axis", isOldSoftmax ? 1 : -1);
     if (given < 0) given += static_cast<std::int64_t>(rank);
-    return isFlattening ? axis >= given : axis == given;
+    return isOldSoftmax || node.type() == "LayerNormalization" ? axis >= given : axis == given;
+}
+
+// Whether a Slice turns the order along the axis round; also where nobody knows.
+bool hasNegativeStepAlong(const Graph& graph, const Node& node, int axis) {
+    constexpr std::size_t kAxes = 3, kSteps = 4;
+    if (node.inputs.size() <= kSteps || node.inputs[kSteps] < 0) return false;
+    const Array *axes = graph.known(node.inputs[kAxes]), *steps = graph.known(node.inputs[kSteps]);
+    if (steps == nullptr || steps->isFloat() || (axes == nullptr && node.inputs[kAxes] >= 0)) return true;
+    if (axes != nullptr && axes->isFloat()) return true;
+    const auto rank = static_cast<std::int64_t>(graph.dimsOf(node.inputs[0]).size());
+    for (std::size_t i = 0; i < steps->ints().size(); ++i) {
+        std::int64_t at = axes != nullptr && i < axes->ints().size() ? axes->ints()[i] : static_cast<std::int64_t>(i);
+        if (at < 0) at += rank;
+        if (at == axis && steps->ints()[i] < 0) return true;
+    }
+    return false;
+}
+
+// Whether the node computes along the axis of its first input, and so mixes samples where that is the batch's.
+bool worksAlong(const Graph& graph, const Node& node, int axis) {
+    static const std::set<std::string> kNormalizations{"LayerNormalization", "LogSoftmax", "LpNormalization",
+                                                       "Softmax"};
+    static const std::set<std::string> kRecurrent{"GRU", "LSTM", "RNN"};
+    // The batch has to be their first axis.
+    static const std::set<std::string> kBatchFirst{
+        "AveragePool",           "Conv",   "ConvTranspose", "DepthToSpace", "GlobalAveragePool", "GlobalMaxPool",
+        "InstanceNormalization", "LpPool", "MaxPool",       "SpaceToDepth"};
+    const std::string& type = node.type();
+    if (kNormalizations.count(type) != 0)
+        return normalizesAlong(node, graph.opset, graph.dimsOf(node.inputs[0]).size(), axis);
+    if (kRecurrent.count(type) != 0) return axis != (integerOf(node, "layout", 0) == 0 ? 1 : 0);
+    if (kBatchFirst.count(type) != 0) return axis != 0;
+    return type == "Slice" && hasNegativeStepAlong(graph, node, axis);
 }
 
 struct Batches {
@@ -184,8 +215,7 @@ Batches batchesOf(const Model& model, const Graph& graph, const InputDims& input
         for (const int output : node.outputs) note(output);
         const int x = node.inputs.empty() ? -1 : node.inputs[0];
         if (x < 0 || !batches.axes[static_cast<std::size_t>(x)].isKnown) continue;
-        if (worksAlong(node, graph.opset, graph.dimsOf(x).size(), batches.axes[static_cast<std::size_t>(x)].axis))
-            batches.isClean = false;
+        if (worksAlong(graph, node, batches.axes[static_cast<std::size_t>(x)].axis)) batches.isClean = false;
     }
     return batches;
 }
