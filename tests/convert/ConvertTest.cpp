@@ -327,6 +327,16 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ResizeOpset10", "(float[N,2,3,4] x) => (float[N,2,6,8] y) <float[4] s = {1,1,2,2}> { y = Resize(x, s) }",
              10}));
 
+TEST(ConvertBatch, IsNotTheFirstAxisWhereAnotherIsCalledSo) {
+    const convert::Model model = modelOfText("(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }");
+    try {
+        convert::convertModel(model, {});
+        FAIL() << "converted";
+    } catch (const convert::OnnxError& error) {
+        EXPECT_STREQ(error.what(), "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N");
+    }
+}
+
 // Which extents of x a sample has; taking the length of a sequence for a batch would make another network.
 TEST(ConvertBatch, IsTheAxisThatTheModelMeans) {
     struct Row {

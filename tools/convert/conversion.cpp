@@ -23,10 +23,15 @@ bool isCalledBatch(const ModelInput& input, std::size_t axis) {
     return name == "N" || name == "n" || name.rfind("batch", 0) == 0;
 }
 
-// Whether a free extent is the batch's: the first, one that is called so, or the second of a sequence [t, n, d] whose
-// length is fixed. dims: the input's extents as far as they are known.
+// Whether a free extent is the batch's: the first unless only another one is called so, one that is called so, or the
+// second of a sequence [t, n, d] whose length is fixed. dims: the input's extents as far as they are known.
 bool isBatch(const ModelInput& input, const Dims& dims, std::size_t axis) {
-    if (axis == 0 || isCalledBatch(input, axis)) return true;
+    if (isCalledBatch(input, axis)) return true;
+    if (axis == 0) {
+        for (std::size_t other = 1; other < input.dims.size(); ++other)
+            if (input.dims[other] < 0 && isCalledBatch(input, other)) return false;
+        return true;
+    }
     return axis == 1 && dims.size() == 3 && dims[0] > 1 && !isCalledBatch(input, 0);
 }
 
