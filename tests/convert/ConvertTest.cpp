@@ -327,6 +327,21 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"ResizeOpset10", "(float[N,2,3,4] x) => (float[N,2,6,8] y) <float[4] s = {1,1,2,2}> { y = Resize(x, s) }",
              10}));
 
+// Each folding sees what the ones before it have left.
+TEST(ConvertFolding, TakesAWholeChainIntoTheConvolution) {
+    const auto operationsOf = [](const std::string& rest) {
+        const std::string text =
+            "(float[N,3,4,5] x) => (float[N,4,4,5] y) <float[4,3,1,1] wk = {0}, float f = {1.5},"
+            "float[4,1,1] wa = {0}, float[4] w = {0}, float[4] wv = {0}> { c = Conv(x, wk) " +
+            rest + " }";
+        return convert::convertModel(convert::modelOf(withWeights(protoOfText(text)), {}), {}).operations;
+    };
+    EXPECT_EQ(operationsOf("m = Mul(c, f) a = Add(m, wa) d = Mul(f, a) b = BatchNormalization(d, w, w, w, wv) "
+                           "y = Sub(b, wa)"),
+              operationsOf("y = Add(c, wa)"));
+    EXPECT_NE(operationsOf("m = Mul(c, f) y = Add(m, c)"), operationsOf("y = Add(c, wa)"));
+}
+
 TEST(ConvertBatch, IsNotTheFirstAxisWhereAnotherIsCalledSo) {
     const convert::Model model = modelOfText("(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }");
     try {
