@@ -241,11 +241,12 @@ struct Plan {
     InputDims inputs;
     Graph graph;
     Batches batches;
+    bool hasFreedBatch = false;
 };
 
 Plan planFor(const Model& model, const InputDims& inputs) {
     constexpr std::int64_t kProbe = 3;
-    Plan plan{inputs, graphOf(model, inputs), {}};
+    Plan plan{inputs, graphOf(model, inputs), {}, false};
     plan.batches = batchesOf(model, plan.graph, inputs, kProbe);
     return plan;
 }
@@ -255,11 +256,12 @@ Plan planFor(const Model& model, const InputDims& inputs) {
 Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims given = givenDims(model, options);
     const std::int64_t batch = fixedBatch(model, given);
-    if (batch <= 1) return planFor(model, given);
+    if (batch <= 1 || options.keepsBatch) return planFor(model, given);
     InputDims single = given;
     for (auto& [name, dims] : single) dims[0] = 1;
     try {
         Plan plan = planFor(model, single);
+        plan.hasFreedBatch = true;
         const bool allHaveIt = std::all_of(plan.graph.outputs.begin(), plan.graph.outputs.end(), [&](int tensor) {
             return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
         });
@@ -331,6 +333,7 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     Conversion conversion;
     conversion.inputDims = plan.inputs;
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
+    conversion.hasFreedBatch = plan.hasFreedBatch;
     conversion.remarks = model.remarks;
     conversion.findings = lowered.findings;
     conversion.unseenNodes = lowered.unseenNodes;
