@@ -30,7 +30,7 @@ protected:
     }
 
     std::string modelFile(const std::string& graph) const {
-        return write("net.onnx", modelOfText(graph).proto.SerializeAsString());
+        return write("net.onnx", protoOfText(graph).SerializeAsString());
     }
 
     std::string read(const std::string& name) const {
@@ -122,6 +122,17 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
     }
     EXPECT_EQ(filesInFolder(), 1U);
     EXPECT_EQ(run({in, out, "--shape", shape}), 0) << errors_;
+}
+
+// The Reshape mixes samples without a trace in the extents.
+TEST_F(ConvertCommand, KeepsAFixedBatchThatTheCheckFindsJoined) {
+    const std::string in = modelFile(
+        "(float[4,2,3] x) => (float[4,2,3] y) <int64[3] s = {-1,2,3}>"
+        "{ t = Transpose<perm=[1,0,2]>(x) y = Reshape(t, s) }");
+    ASSERT_EQ(run({in, path("net.cm"), "--report", path("report.json")}), 0) << errors_;
+    const auto report = nlohmann::json::parse(read("report.json"));
+    EXPECT_EQ(report["inputs"][0]["shape"], nlohmann::json({4, 2, 3}));
+    EXPECT_EQ(report["check"]["passed"], true);
 }
 
 TEST_F(ConvertCommand, RefusesChecksThatTakeTooMuchMemory) {

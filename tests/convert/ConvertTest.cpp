@@ -318,8 +318,101 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"LinearAlignCorners",
              "(float[N,2,3,4] x) => (float[N,2,5,9] y) <int64[4] s = {1,2,5,9}>"
              "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"align_corners\">(x, , , s) }"},
+        Case{"KeepsTheRatio",
+             "(float[N,2,6,7] x) => (float[N,2,12,12] y) <int64[2] s = {12,10}, int64[2] r = {9,13}>"
+             "{ a = Resize<mode=\"linear\", axes=[2,3], keep_aspect_ratio_policy=\"not_larger\">(x, , , s) "
+             "y = Resize<mode=\"linear\", axes=[-2,-1], keep_aspect_ratio_policy=\"not_smaller\">(a, , , r) }",
+             18},
         Case{"Upsample", "(float[N,2,3,4] x) => (float[N,2,6,8] y) { y = Upsample<scales=[1.0,1.0,2.0,2.0]>(x) }", 7},
         Case{"ResizeOpset10", "(float[N,2,3,4] x) => (float[N,2,6,8] y) <float[4] s = {1,1,2,2}> { y = Resize(x, s) }",
              10}));
+
+// Each folding sees what the ones before it have left.
+TEST(ConvertFolding, TakesAWholeChainIntoTheConvolution) {
+    const auto operationsOf = [](const std::string& rest) {
+        const std::string text =
+            "(float[N,3,4,5] x) => (float[N,4,4,5] y) <float[4,3,1,1] wk = {0}, float f = {1.5},"
+            "float[4,1,1] wa = {0}, float[4] w = {0}, float[4] wv = {0}> { c = Conv(x, wk) " +
+            rest + " }";
+        return convert::convertModel(convert::modelOf(withWeights(protoOfText(text)), {}), {}).operations;
+    };
+    EXPECT_EQ(operationsOf("m = Mul(c, f) a = Add(m, wa) d = Mul(f, a) b = BatchNormalization(d, w, w, w, wv) "
+                           "y = Sub(b, wa)"),
+              operationsOf("y = Add(c, wa)"));
+    EXPECT_NE(operationsOf("m = Mul(c, f) y = Add(m, c)"), operationsOf("y = Add(c, wa)"));
+}
+
+TEST(ConvertBatch, IsNotTheFirstAxisWhereAnotherIsCalledSo) {
+    const convert::Model model = modelOfText("(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }");
+    try {
+        convert::convertModel(model, {});
+        FAIL() << "converted";
+    } catch (const convert::OnnxError& error) {
+        EXPECT_STREQ(error.what(), "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N");
+    }
+}
+
+// Which extents of x a sample has; taking the length of a sequence for a batch would make another network.
+TEST(ConvertBatch, IsTheAxisThatTheModelMeans) {
+    struct Row {
+        const char* graph;
+        convert::Dims given;  // by --shape; empty: nothing
+        convert::Dims sample;
+    };
+    const char* kLastState =
+        "(float[20,batch,3] x) => (float[batch,4] y) <float[1,16,3] w = {0}, float[1,16,4] wr = {0}, int64[1] a = {0}>"
+        "{ q, h = LSTM<hidden_size=4>(x, w, wr) y = Squeeze(h, a) }";
+    const char* kMean = "(float[20,N,4] x) => (float[N,4] y) { y = ReduceMean<axes=[0], keepdims=0>(x) }";
+    const char* kAllFree = "(float[T,N,4] x) => (float[N,4] y) { y = ReduceMean<axes=[0], keepdims=0>(x) }";
+    const Row kRows[] = {
+        {kLastState, {}, {20, 1, 3}},
+        {kLastState, {20, 1, 3}, {20, 1, 3}},
+        {kMean, {}, {20, 1, 4}},
+        {kMean, {20, 1, 4}, {20, 1, 4}},
+        {kAllFree, {20, 1, 4}, {20, 1, 4}},
+        {"(float[20,N,4] x) => (float[N,20,4] y)"
+         "{ b = Transpose<perm=[1,0,2]>(x) t = Transpose<perm=[0,2,1]>(b) s = MatMul(b, t) p = Softmax(s) "
+         "y = MatMul(p, b) }",
+         {},
+         {20, 1, 4}},
+        {"(float[20,N,4] x, float[20,N,4] z) => (float[N,20,4] y)"
+         "{ q = Add(x, z) y = Transpose<perm=[1,0,2]>(q) }",
+         {},
+         {20, 1, 4}},
+        {"(float[20,4] x) => (float[5,4] y) <int64[1] b = {-5}, int64[1] e = {99}, int64[1] a = {0}>"
+         "{ y = Slice(x, b, e, a) }",
+         {},
+         {20, 4}},
+        {"(float[7,1,4] x) => (float[7,1,3] y) <float[1,12,4] w = {0}, float[1,12,3] wr = {0}, int64[1] a = {1}>"
+         "{ h = LSTM<hidden_size=3>(x, w, wr) y = Squeeze(h, a) }",
+         {},
+         {7, 1, 4}},
+        {"(float[7,3,5] x) => (float[7,3,5] y)"
+         "{ t = Transpose<perm=[1,2,0]>(x) p = MaxPool<kernel_shape=[3], pads=[1,1]>(t) "
+         "y = Transpose<perm=[2,0,1]>(p) }",
+         {},
+         {7, 3, 5}},
+        {"(float[7,4] x) => (float[7,4] y) <int64[1] b = {99}, int64[1] e = {-99}, int64[1] a = {0}, int64[1] s = {-1}>"
+         "{ y = Slice(x, b, e, a, s) }",
+         {},
+         {7, 4}},
+        {"(float[7,4] x) => (float[7,4] y) <int64[1] b = {99}, int64[1] e = {-99}, int64[1] a = {1}, int64[1] s = {-1}>"
+         "{ y = Slice(x, b, e, a, s) }",
+         {},
+         {1, 4}},
+        {"(float[5,3,4] x) => (float[5,3,4] y) { y = Relu(x) }", {}, {1, 3, 4}},
+        {"(float[N,3,4] x) => (float[N,3,4] y) { y = Relu(x) }", {5, 3, 4}, {1, 3, 4}},
+    };
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.graph);
+        const convert::Model model = convert::modelOf(withWeights(protoOfText(row.graph)), {});
+        convert::ConvertOptions options;
+        if (!row.given.empty()) options.shapes["x"] = row.given;
+        const convert::Conversion made = convert::convertModel(model, options);
+        ASSERT_TRUE(made.findings.empty()) << made.findings[0].why;
+        EXPECT_EQ(made.inputDims.at("x"), row.sample);
+        EXPECT_EQ(convert::check(model, made.file, convert::checkOptionsFor(model, options, made)).failure, "");
+    }
+}
 
 }  // namespace

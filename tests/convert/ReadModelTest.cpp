@@ -139,6 +139,38 @@ TEST_F(ReadModel, TakesWeightsFromAFileBesideIt) {
     EXPECT_EQ(convert::readModel(path).initializers.at("w").floats(), (Floats{1, 2}));
 }
 
+// Also below a branch; the data is not looked for in the current directory.
+TEST_F(ReadModel, TakesConstantsOfNodesFromAFileBesideIt) {
+    const auto withConstant = [](const std::string& location) {
+        const TensorProto stored = withExternalData(location, "4", "8").graph().initializer(0);
+        onnx::ModelProto proto = protoOfText("(float[N,2] x) => (float[N,2] y) { y = Mul(x, w) }");
+        onnx::NodeProto constant;
+        constant.set_op_type("Constant");
+        constant.add_output("w");
+        onnx::AttributeProto& value = *constant.add_attribute();
+        value.set_name("value");
+        value.set_type(onnx::AttributeProto::TENSOR);
+        *value.mutable_t() = stored;
+        onnx::NodeProto& branch = *proto.mutable_graph()->add_node();
+        branch.set_op_type("If");
+        onnx::AttributeProto& taken = *branch.add_attribute();
+        taken.set_name("then_branch");
+        taken.set_type(onnx::AttributeProto::GRAPH);
+        *taken.mutable_g()->add_node() = constant;
+        *proto.mutable_graph()->add_node() = constant;
+        return proto.SerializeAsString();
+    };
+    const float kBytes[] = {9, 1, 2};
+    write(std::string(reinterpret_cast<const char*>(kBytes), sizeof kBytes), "net/w.bin");
+    const convert::Model model = convert::readModel(write(withConstant("w.bin")));
+    const TensorProto& outer = model.graph().node(2).attribute(0).t();
+    const TensorProto& inner = model.graph().node(1).attribute(0).g().node(0).attribute(0).t();
+    EXPECT_EQ(convert::arrayOf(outer, {}).floats(), (Floats{1, 2}));
+    EXPECT_EQ(convert::arrayOf(inner, {}).floats(), (Floats{1, 2}));
+    EXPECT_EQ(refusalOf(withConstant("../w.bin")),
+              "tensor 'w': external data '../w.bin' is not below the model's folder");
+}
+
 TEST_F(ReadModel, RefusesExternalDataThatLies) {
     write(std::string(12, '\0'), "net/w.bin");
     write(std::string(12, '\0'), "outside.bin");

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
+#include <set>
 
 #include "convert/evaluate/evaluateGraph.h"
+#include "convert/graph/GraphEditor.h"
 #include "convert/graph/branches.h"
 #include "convert/graph/rewrite.h"
 #include "convert/headInfo.h"
@@ -16,13 +18,21 @@ namespace {
 
 using InputDims = std::map<std::string, Dims>;
 
-// Whether a free extent is the batch's: the first, one that is called so, or the second of a sequence [t, n, d] whose
-// length is fixed.
-bool isBatch(const ModelInput& input, std::size_t axis) {
-    if (axis == 0) return true;
+bool isCalledBatch(const ModelInput& input, std::size_t axis) {
     const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
-    if (name == "N" || name == "n" || name.rfind("batch", 0) == 0) return true;
-    return axis == 1 && input.dims.size() == 3 && input.dims[0] > 1;
+    return name == "N" || name == "n" || name.rfind("batch", 0) == 0;
+}
+
+// Whether a free extent is the batch's: the first unless only another one is called so, one that is called so, or the
+// second of a sequence [t, n, d] whose length is fixed. dims: the input's extents as far as they are known.
+bool isBatch(const ModelInput& input, const Dims& dims, std::size_t axis) {
+    if (isCalledBatch(input, axis)) return true;
+    if (axis == 0) {
+        for (std::size_t other = 1; other < input.dims.size(); ++other)
+            if (input.dims[other] < 0 && isCalledBatch(input, other)) return false;
+        return true;
+    }
+    return axis == 1 && dims.size() == 3 && dims[0] > 1 && !isCalledBatch(input, 0);
 }
 
 // "image=1,3,N,N"
@@ -61,7 +71,7 @@ Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
                         printableName(input.name) + "=1,3,224,224");
     Dims dims = input.dims;
     for (std::size_t axis = 0; axis < dims.size(); ++axis)
-        if (dims[axis] < 0 && isBatch(input, axis)) dims[axis] = 1;
+        if (dims[axis] < 0 && isBatch(input, input.dims, axis)) dims[axis] = 1;
     return dims;
 }
 
@@ -87,8 +97,17 @@ InputDims givenDims(const Model& model, const ConvertOptions& options) {
     return result;
 }
 
+// Whether an input has a free batch behind its first axis, which then is no batch.
+bool hasBatchBehindFirst(const Model& model, const InputDims& given) {
+    for (const ModelInput& input : inputsOf(model))
+        for (std::size_t axis = 1; axis < input.dims.size(); ++axis)
+            if (input.dims[axis] < 0 && isBatch(input, given.at(input.name), axis)) return true;
+    return false;
+}
+
 // The batch that all inputs have in front, if it is above 1.
-std::int64_t fixedBatch(const InputDims& inputs) {
+std::int64_t fixedBatch(const Model& model, const InputDims& inputs) {
+    if (hasBatchBehindFirst(model, inputs)) return 1;
     std::int64_t batch = 0;
     for (const auto& [name, dims] : inputs) {
         if (dims.empty() || dims[0] == 1 || (batch != 0 && dims[0] != batch)) return 1;
@@ -103,7 +122,7 @@ InputDims withBatch(const Model& model, InputDims inputs, std::int64_t batch) {
         Dims& dims = inputs.at(input.name);
         std::size_t axis = 0;
         for (std::size_t i = input.dims.size(); i-- > 0;)
-            if (input.dims[i] < 0 && dims[i] == 1 && isBatch(input, i)) axis = i;
+            if (input.dims[i] < 0 && dims[i] == 1 && isBatch(input, dims, i)) axis = i;
         if (!dims.empty()) dims[axis] *= batch;
     }
     return inputs;
@@ -137,18 +156,47 @@ BatchAxis batchAxisOf(const Dims& one, const std::map<std::string, Value>& more,
     return result;
 }
 
-// Whether the node computes along the axis, and so mixes samples where that is the batch's.
-bool worksAlong(const Node& node, int opset, std::size_t rank, int axis) {
-    const std::string& type = node.type();
-    const bool isSoftmax = type == "Softmax" || type == "LogSoftmax";
-    if (!isSoftmax && type != "LpNormalization" && type != "LayerNormalization") return false;
+// LayerNormalization, and Softmax before opset 13, take all axes from theirs on together.
+bool normalizesAlong(const Node& node, int opset, std::size_t rank, int axis) {
     constexpr int kSingleAxis = 13;
-    const bool isFlattening = (isSoftmax && opset < kSingleAxis) || type == "LayerNormalization";
-    std::int64_t given = isSoftmax && opset < kSingleAxis ? 1 : -1;
-    for (const auto& attribute : node.proto.attribute())
-        if (attribute.name() == "axis") given = attribute.i();
+    const bool isOldSoftmax =
+        node.type() != "LpNormalization" && node.type() != "LayerNormalization" && opset < kSingleAxis;
+    std::int64_t given = integerOf(node, "axis", isOldSoftmax ? 1 : -1);
     if (given < 0) given += static_cast<std::int64_t>(rank);
-    return isFlattening ? axis >= given : axis == given;
+    return isOldSoftmax || node.type() == "LayerNormalization" ? axis >= given : axis == given;
+}
+
+// Whether a Slice turns the order along the axis round; also where nobody knows.
+bool hasNegativeStepAlong(const Graph& graph, const Node& node, int axis) {
+    constexpr std::size_t kAxes = 3, kSteps = 4;
+    if (node.inputs.size() <= kSteps || node.inputs[kSteps] < 0) return false;
+    const Array *axes = graph.known(node.inputs[kAxes]), *steps = graph.known(node.inputs[kSteps]);
+    if (steps == nullptr || steps->isFloat() || (axes == nullptr && node.inputs[kAxes] >= 0)) return true;
+    if (axes != nullptr && axes->isFloat()) return true;
+    const auto rank = static_cast<std::int64_t>(graph.dimsOf(node.inputs[0]).size());
+    for (std::size_t i = 0; i < steps->ints().size(); ++i) {
+        std::int64_t at = axes != nullptr && i < axes->ints().size() ? axes->ints()[i] : static_cast<std::int64_t>(i);
+        if (at < 0) at += rank;
+        if (at == axis && steps->ints()[i] < 0) return true;
+    }
+    return false;
+}
+
+// Whether the node computes along the axis of its first input, and so mixes samples where that is the batch's.
+bool worksAlong(const Graph& graph, const Node& node, int axis) {
+    static const std::set<std::string> kNormalizations{"LayerNormalization", "LogSoftmax", "LpNormalization",
+                                                       "Softmax"};
+    static const std::set<std::string> kRecurrent{"GRU", "LSTM", "RNN"};
+    // The batch has to be their first axis.
+    static const std::set<std::string> kBatchFirst{
+        "AveragePool",           "Conv",   "ConvTranspose", "DepthToSpace", "GlobalAveragePool", "GlobalMaxPool",
+        "InstanceNormalization", "LpPool", "MaxPool",       "SpaceToDepth"};
+    const std::string& type = node.type();
+    if (kNormalizations.count(type) != 0)
+        return normalizesAlong(node, graph.opset, graph.dimsOf(node.inputs[0]).size(), axis);
+    if (kRecurrent.count(type) != 0) return axis != (integerOf(node, "layout", 0) == 0 ? 1 : 0);
+    if (kBatchFirst.count(type) != 0) return axis != 0;
+    return type == "Slice" && hasNegativeStepAlong(graph, node, axis);
 }
 
 struct Batches {
@@ -156,16 +204,15 @@ struct Batches {
     bool isClean = true;          // every tensor has one axis that follows the batch, and no node mixes samples
 };
 
-constexpr std::int64_t kProbe = 3;
-
-Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs) {
-    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, kProbe));
+// Compares the extents with those for `probe` times the batch.
+Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs, std::int64_t probe) {
+    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, probe));
     Batches batches;
     batches.axes.resize(graph.tensors.size());
     const auto note = [&](int tensor) {
         if (tensor < 0) return;
         const auto at = static_cast<std::size_t>(tensor);
-        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, kProbe);
+        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, probe);
         batches.isClean = batches.isClean && batches.axes[at].isKnown;
     };
     for (const int input : graph.inputs) note(input);
@@ -173,8 +220,7 @@ Batches batchesOf(const Model& model, const Graph& graph, const InputDims& input
         for (const int output : node.outputs) note(output);
         const int x = node.inputs.empty() ? -1 : node.inputs[0];
         if (x < 0 || !batches.axes[static_cast<std::size_t>(x)].isKnown) continue;
-        if (worksAlong(node, graph.opset, graph.dimsOf(x).size(), batches.axes[static_cast<std::size_t>(x)].axis))
-            batches.isClean = false;
+        if (worksAlong(graph, node, batches.axes[static_cast<std::size_t>(x)].axis)) batches.isClean = false;
     }
     return batches;
 }
@@ -195,11 +241,13 @@ struct Plan {
     InputDims inputs;
     Graph graph;
     Batches batches;
+    bool hasFreedBatch = false;
 };
 
 Plan planFor(const Model& model, const InputDims& inputs) {
-    Plan plan{inputs, graphOf(model, inputs), {}};
-    plan.batches = batchesOf(model, plan.graph, inputs);
+    constexpr std::int64_t kProbe = 3;
+    Plan plan{inputs, graphOf(model, inputs), {}, false};
+    plan.batches = batchesOf(model, plan.graph, inputs, kProbe);
     return plan;
 }
 
@@ -207,16 +255,18 @@ Plan planFor(const Model& model, const InputDims& inputs) {
 // sample.
 Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims given = givenDims(model, options);
-    const std::int64_t batch = fixedBatch(given);
-    if (batch <= 1) return planFor(model, given);
+    const std::int64_t batch = fixedBatch(model, given);
+    if (batch <= 1 || options.keepsBatch) return planFor(model, given);
     InputDims single = given;
     for (auto& [name, dims] : single) dims[0] = 1;
     try {
         Plan plan = planFor(model, single);
+        plan.hasFreedBatch = true;
         const bool allHaveIt = std::all_of(plan.graph.outputs.begin(), plan.graph.outputs.end(), [&](int tensor) {
             return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
         });
-        if (plan.batches.isClean && allHaveIt) return plan;
+        // Extents for the file's own batch show what is cut or padded to a fixed length.
+        if (plan.batches.isClean && allHaveIt && batchesOf(model, plan.graph, single, batch).isClean) return plan;
     } catch (const OnnxError&) {
         // The graph takes its own batch only.
     }
@@ -283,6 +333,7 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     Conversion conversion;
     conversion.inputDims = plan.inputs;
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
+    conversion.hasFreedBatch = plan.hasFreedBatch;
     conversion.remarks = model.remarks;
     conversion.findings = lowered.findings;
     conversion.unseenNodes = lowered.unseenNodes;

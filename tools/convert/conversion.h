@@ -21,12 +21,14 @@ struct ConvertOptions {
     std::map<std::string, Dims> shapes;  // of inputs whose extents the model leaves free
     int version = 4;
     bool lossy = false;
+    bool keepsBatch = false;  // a batch above 1 that the file fixes stays a part of every sample
 };
 
 struct Conversion {
     ConvertedFile file;                     // without bytes when there are findings
     std::map<std::string, Dims> inputDims;  // of ONNX's inputs, for one sample
     bool evaluateSamplesAlone = false;      // the ONNX graph itself takes one sample only
+    bool hasFreedBatch = false;             // a batch above 1 that the file fixes was taken for a free one
     std::vector<std::string> remarks;       // lines for the user
     std::vector<Finding> findings;          // what cannot be converted
     int unseenNodes = 0;                    // behind findings, with inputs whose shapes nobody knows

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <map>
+#include <optional>
 
 #include "ProgressBar.h"
 #include "convert/arguments.h"
@@ -82,16 +83,32 @@ CheckResult checked(const Model& model, const ConvertedFile& file, CheckOptions 
     return check(model, file, options);
 }
 
-bool isChecked(const Model& model, const ConvertOptions& options, const Arguments& a, const Conversion& conversion,
-               Report& report) {
-    if (a.noCheck) return true;
+CheckResult checked(const Model& model, const ConvertOptions& options, const Arguments& a,
+                    const Conversion& conversion) {
     CheckOptions checking = checkOptionsFor(model, options, conversion);
     checking.inputs = checkInputsOf(a, conversion);
     // A small file must not take much memory: with the program's own, 1 GiB.
     constexpr std::int64_t kFree = std::int64_t{768} << 20, kForEachByte = 16;
     checking.memoryBytes = kFree + kForEachByte * static_cast<std::int64_t>(conversion.file.bytes.size());
-    const CheckResult result = checked(model, conversion.file, std::move(checking));
-    report.setCheck(result);
+    return checked(model, conversion.file, std::move(checking));
+}
+
+// Checks the file. Where samples of a batch that the model fixes turn out to be joined, a file that takes the whole
+// batch as one sample replaces it.
+CheckResult checkedOrRemade(const Model& model, ConvertOptions options, const Arguments& a, Conversion& conversion) {
+    CheckResult result = checked(model, options, a, conversion);
+    // Arrays of a user's were meant for the samples of the first file.
+    if (result.passed || !conversion.hasFreedBatch || !a.checkInputs.empty()) return result;
+    options.keepsBatch = true;
+    Conversion whole = convertModel(model, options);
+    if (!whole.findings.empty()) return result;
+    CheckResult resultOfWhole = checked(model, options, a, whole);
+    if (!resultOfWhole.passed) return result;
+    conversion = std::move(whole);
+    return resultOfWhole;
+}
+
+bool isGoodCheck(const CheckResult& result, const Arguments& a) {
     for (const OutputDifference& output : result.outputs)
         std::fprintf(lines(a), "output %s: differs by at most %.3g, %.3g of its largest value\n",
                      inQuotes(output.name).c_str(), output.absolute, output.relative);
@@ -107,13 +124,18 @@ int convertFile(const Arguments& a) {
     Model model = readModel(a.in);
     takeBranches(model, options);
     // A check needs the weights once more.
-    const Conversion conversion = a.noCheck ? convertModel(std::move(model), options) : convertModel(model, options);
+    Conversion conversion = a.noCheck ? convertModel(std::move(model), options) : convertModel(model, options);
+    bool isGood = conversion.findings.empty();
+    std::optional<CheckResult> check;
+    // NOLINTNEXTLINE(bugprone-use-after-move): without a check the model is not read again.
+    if (isGood && !a.noCheck) check = checkedOrRemade(model, options, a, conversion);
     Report report(a.in, a.out, conversion);
     for (const std::string& remark : conversion.remarks) std::fprintf(lines(a), "%s\n", remark.c_str());
-    bool isGood = conversion.findings.empty();
     if (!isGood) printFindings(a, conversion);
-    // NOLINTNEXTLINE(bugprone-use-after-move): without a check the model is not read again.
-    isGood = isGood && isChecked(model, options, a, conversion, report);
+    if (check) {
+        report.setCheck(*check);
+        isGood = isGoodCheck(*check, a);
+    }
     if (!a.report.empty()) writeText(a.report, report.text());
     if (!isGood) return kFailure;
     const std::vector<unsigned char>& bytes = conversion.file.bytes;

@@ -57,7 +57,10 @@ int GraphEditor::addConstant(Array array) {
     tensor.hasShape = true;
     tensor.dims = array.dims();
     tensor.known = std::make_shared<const Array>(std::move(array));
-    return graph_.add(std::move(tensor));
+    const int place = graph_.add(std::move(tensor));
+    makers_.resize(graph_.tensors.size(), -1);
+    uses_.resize(graph_.tensors.size(), 0);
+    return place;
 }
 
 void GraphEditor::release(int constant) {
@@ -67,7 +70,22 @@ void GraphEditor::release(int constant) {
 void GraphEditor::become(Node& node, const std::string& type, std::vector<int> inputs) {
     node.proto.set_op_type(type);
     node.proto.clear_attribute();
+    setInputs(node, std::move(inputs));
+}
+
+void GraphEditor::setInputs(Node& node, std::vector<int> inputs) {
+    for (const int input : node.inputs)
+        if (input >= 0) --uses_[static_cast<std::size_t>(input)];
     node.inputs = std::move(inputs);
+    for (const int input : node.inputs)
+        if (input >= 0) ++uses_[static_cast<std::size_t>(input)];
+}
+
+void GraphEditor::drop(Node& node) {
+    setInputs(node, {});
+    for (const int output : node.outputs)
+        if (output >= 0) makers_[static_cast<std::size_t>(output)] = -1;
+    node.outputs.clear();
 }
 
 const onnx::AttributeProto* findAttribute(const Node& node, const std::string& name) {

@@ -1,8 +1,9 @@
 // A graph while rules look for patterns in it and replace nodes.
 //   for (Node* node : editor.nodes())
-//       if (rule(editor, *node)) editor.refresh();
-// Nodes keep their addresses until the editor goes; a rule turns the last node of its pattern into the new one, and
-// those that nobody uses any more are dropped at the end.
+//       rule(editor, *node);
+// Rules change inputs and outputs through the editor only, which knows who makes and who uses a tensor. Nodes keep
+// their addresses until the editor goes; a rule turns the last node of its pattern into the new one, and those that
+// nobody uses any more are dropped at the end.
 #pragma once
 
 #include <map>
@@ -21,7 +22,7 @@ public:
     std::vector<Node>& nodes() { return graph_.nodes; }
     int opset() const { return graph_.opset; }
 
-    // After a change of a node's inputs or outputs.
+    // After a change of the graph that the editor has not made itself; takes a look at all nodes.
     void refresh();
 
     const Dims& dimsOf(int tensor) const { return graph_.dimsOf(tensor); }
@@ -46,6 +47,9 @@ public:
     void release(int constant);
     // Turns a node into another one with the same result.
     void become(Node& node, const std::string& type, std::vector<int> inputs);
+    void setInputs(Node& node, std::vector<int> inputs);
+    // Takes the inputs and outputs from a node whose results nobody uses any more.
+    void drop(Node& node);
 
 private:
     Graph& graph_;

@@ -83,9 +83,8 @@ bool fold(GraphEditor& editor, Node& node, int x, const Affine& affine) {
     const std::string name = node.proto.name();
     node.proto = convolution.proto;
     node.proto.set_name(convolution.proto.name().empty() ? name : convolution.proto.name());
-    node.inputs = {convolution.inputs[0], newWeights, editor.addConstant(newBias)};
-    before->inputs.clear();  // nobody uses its result any more
-    before->outputs.clear();
+    editor.setInputs(node, {convolution.inputs[0], newWeights, editor.addConstant(newBias)});
+    editor.drop(*before);
     return true;
 }
 

@@ -44,10 +44,7 @@ void rewrite(Graph& graph) {
     while (changed) {
         changed = false;
         for (Node& node : graph.nodes)
-            while (hasAllShapes(graph, node) && applyOne(editor, node)) {
-                editor.refresh();
-                changed = true;
-            }
+            while (hasAllShapes(graph, node) && applyOne(editor, node)) changed = true;
         removeUnused(graph);
         editor.refresh();
     }

@@ -142,6 +142,22 @@ std::vector<double> scalesOf(const NodeLowering& n, std::size_t rank) {
     return scales;
 }
 
+// keep_aspect_ratio_policy: the axes that sizes are given for have one scale, which the rounded extents do not tell.
+void keepRatio(const NodeLowering& n, std::vector<AxisSize>& sizes) {
+    const std::string policy = n.text("keep_aspect_ratio_policy", "stretch");
+    constexpr std::size_t kSizes = 3;
+    if (policy == "stretch" || !n.has(kSizes)) return;
+    const std::vector<std::int64_t> wanted = n.integers(kSizes, "sizes");
+    std::vector<std::size_t> axes;
+    for (const std::int64_t axis : n.integerList("axes")) axes.push_back(n.axis(axis, sizes.size()));
+    for (std::size_t i = axes.size(); i < wanted.size(); ++i) axes.push_back(i);
+    std::vector<double> scales;
+    for (std::size_t i = 0; i < wanted.size(); ++i)
+        scales.push_back(static_cast<double>(wanted[i]) / static_cast<double>(sizes.at(axes[i]).in));
+    const auto [least, most] = std::minmax_element(scales.begin(), scales.end());
+    for (const std::size_t axis : axes) sizes[axis].scale = policy == "not_larger" ? *least : *most;
+}
+
 Rule ruleOf(const NodeLowering& n) {
     constexpr int kCoordinates = 11;  // the opset that brought the choice of coordinates
     const bool isOld = n.type() == "Upsample" || n.opset() < kCoordinates;
@@ -213,6 +229,7 @@ void lowerResize(NodeLowering& n) {
         const double scale = scales.empty() ? static_cast<double>(out[i]) / static_cast<double>(in[i]) : scales[i];
         sizes.push_back({in[i], out[i], scale});
     }
+    if (scales.empty()) keepRatio(n, sizes);
     if (const auto direct = resizedDirectly(n, x, rule, sizes)) return n.result(*direct);
     Placed result = x;
     for (std::size_t i = 0; i < in.size(); ++i) {

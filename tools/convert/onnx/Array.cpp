@@ -208,8 +208,7 @@ fs::path externalPath(const TensorProto& tensor, const std::string& location, co
     return path;
 }
 
-Array ofExternalData(const TensorProto& tensor, Dims dims, std::int64_t count, int elementBytes,
-                     const fs::path& folder) {
+std::string externalBytes(const TensorProto& tensor, std::int64_t count, int elementBytes, const fs::path& folder) {
     const External external = externalOf(tensor);
     const fs::path path = externalPath(tensor, external.location, folder);
     const std::uint64_t need = static_cast<std::uint64_t>(count) * static_cast<std::uint64_t>(elementBytes);
@@ -222,12 +221,30 @@ Array ofExternalData(const TensorProto& tensor, Dims dims, std::int64_t count, i
                            (external.hasLength && external.length != need
                                 ? "the model gives it " + std::to_string(external.length)
                                 : "the file has " + std::to_string(size)));
-    std::vector<char> bytes(static_cast<std::size_t>(need));
+    std::string bytes(static_cast<std::size_t>(need), '\0');
     std::ifstream file(path, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(external.offset));
     if (!file.read(bytes.data(), static_cast<std::streamsize>(need)))
         refuse(tensor, "external data " + inQuotes(external.location) + " cannot be read");
-    return ofBytes(tensor.data_type(), std::move(dims), bytes.data(), static_cast<std::size_t>(count));
+    return bytes;
+}
+
+// Throws OnnxError for a type that is not read.
+const Type& readTypeOf(const TensorProto& tensor) {
+    const Type* type = typeOf(tensor.data_type());
+    if (type == nullptr || type->bytes == 0)
+        refuse(tensor, "values of " + typeName(tensor.data_type()) + " are not read");
+    return *type;
+}
+
+std::int64_t countOf(const TensorProto& tensor) {
+    constexpr int kMostDims = 16;
+    if (tensor.dims_size() > kMostDims) refuse(tensor, "has " + std::to_string(tensor.dims_size()) + " dimensions");
+    try {
+        return elementCount(Dims(tensor.dims().begin(), tensor.dims().end()));
+    } catch (const OnnxError& error) {
+        refuse(tensor, error.what());
+    }
 }
 
 }  // namespace
@@ -301,26 +318,27 @@ std::string describeDims(const Dims& dims) {
 }
 
 Array arrayOf(const TensorProto& tensor, const fs::path& folder) {
-    const Type* type = typeOf(tensor.data_type());
-    if (type == nullptr || type->bytes == 0)
-        refuse(tensor, "values of " + typeName(tensor.data_type()) + " are not read");
-    constexpr int kMostDims = 16;
-    if (tensor.dims_size() > kMostDims) refuse(tensor, "has " + std::to_string(tensor.dims_size()) + " dimensions");
+    const Type& type = readTypeOf(tensor);
+    const std::int64_t count = countOf(tensor);
     Dims dims(tensor.dims().begin(), tensor.dims().end());
-    std::int64_t count = 0;
-    try {
-        count = elementCount(dims);
-    } catch (const OnnxError& error) {
-        refuse(tensor, error.what());
+    if (tensor.data_location() == TensorProto::EXTERNAL) {
+        const std::string bytes = externalBytes(tensor, count, type.bytes, folder);
+        return ofBytes(tensor.data_type(), std::move(dims), bytes.data(), static_cast<std::size_t>(count));
     }
-    if (tensor.data_location() == TensorProto::EXTERNAL)
-        return ofExternalData(tensor, std::move(dims), count, type->bytes, folder);
     if (!tensor.has_raw_data()) return ofFields(tensor, std::move(dims), count);
     const std::size_t have = tensor.raw_data().size();
-    if (have != static_cast<std::size_t>(count) * static_cast<std::size_t>(type->bytes))
+    if (have != static_cast<std::size_t>(count) * static_cast<std::size_t>(type.bytes))
         refuse(tensor,
-               "has " + std::to_string(have) + " bytes, its dimensions need " + std::to_string(count * type->bytes));
+               "has " + std::to_string(have) + " bytes, its dimensions need " + std::to_string(count * type.bytes));
     return ofBytes(tensor.data_type(), std::move(dims), tensor.raw_data().data(), static_cast<std::size_t>(count));
+}
+
+void takeExternalData(TensorProto& tensor, const fs::path& folder) {
+    if (tensor.data_location() != TensorProto::EXTERNAL) return;
+    const Type& type = readTypeOf(tensor);
+    tensor.set_raw_data(externalBytes(tensor, countOf(tensor), type.bytes, folder));
+    tensor.clear_external_data();
+    tensor.clear_data_location();
 }
 
 }  // namespace convert

@@ -60,4 +60,7 @@ std::string describeDims(const Dims& dims);  // "[1, 3, 224, 224]"
 // tensor's name, when the values are not all there.
 Array arrayOf(const onnx::TensorProto& tensor, const std::filesystem::path& folder);
 
+// Stores external data in the tensor itself; throws like arrayOf.
+void takeExternalData(onnx::TensorProto& tensor, const std::filesystem::path& folder);
+
 }  // namespace convert

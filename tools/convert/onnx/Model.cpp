@@ -100,6 +100,17 @@ void takeInitializers(Model& model) {
                                 (count == 1 ? " becomes float32" : " become float32"));
 }
 
+// External data of tensors that are attributes, as of Constant: nodes do not know the model's folder.
+void takeConstants(onnx::GraphProto& graph, const fs::path& folder) {
+    for (auto& node : *graph.mutable_node())
+        for (auto& attribute : *node.mutable_attribute()) {
+            if (attribute.has_t()) takeExternalData(*attribute.mutable_t(), folder);
+            for (TensorProto& tensor : *attribute.mutable_tensors()) takeExternalData(tensor, folder);
+            if (attribute.has_g()) takeConstants(*attribute.mutable_g(), folder);
+            for (auto& inner : *attribute.mutable_graphs()) takeConstants(inner, folder);
+        }
+}
+
 }  // namespace
 
 Model readModel(const fs::path& path) {
@@ -115,6 +126,7 @@ Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
     model.folder = folder;
     model.opset = defaultOpset(model.proto);
     takeInitializers(model);
+    takeConstants(*model.proto.mutable_graph(), model.folder);
     return model;
 }
 
