@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "builder/shapes.h"
+
 namespace {
 
 using nolk::TensorShape;
-
-bool isFull(const TensorShape& s) { return std::min({s.n, s.c, s.h, s.w}) > 0; }
 
 int limited(std::int64_t extent) { return static_cast<int>(std::clamp<std::int64_t>(extent, 0, INT32_MAX)); }
 
@@ -33,11 +33,11 @@ int readBehind(int out, int stride, int before, int in) {
 FastConvolutionKind kindOf(const FastConvolution& op, const TensorShape& in, const TensorShape& out) {
     const nolk::Weights& w = op.weights;
     const nolk::Padding& p = op.padding;
-    const bool regular = isFull(in) && isFull(out) && std::min({w.groups, w.inChannels, w.outChannels}) > 0 &&
-                         std::min({w.kernelH, w.kernelW, op.stride.h, op.stride.w}) > 0 &&
-                         std::min({op.dilation.h, op.dilation.w}) > 0 &&
-                         std::min({p.top, p.bottom, p.left, p.right}) >= 0 &&
-                         in.c >= std::int64_t{w.groups} * w.inChannels;
+    const bool regular =
+        elementCount(in) > 0 && elementCount(out) > 0 && std::min({w.groups, w.inChannels, w.outChannels}) > 0 &&
+        std::min({w.kernelH, w.kernelW, op.stride.h, op.stride.w}) > 0 &&
+        std::min({op.dilation.h, op.dilation.w}) > 0 && std::min({p.top, p.bottom, p.left, p.right}) >= 0 &&
+        in.c >= std::int64_t{w.groups} * w.inChannels;
     if (!regular || !isReasonable(borderOf(op, in, out), in)) return FastConvolutionKind::gathered;
     const bool depthwise = w.inChannels == 1 && w.outChannels == 1 && w.groups > 1;
     return depthwise ? FastConvolutionKind::depthwise : FastConvolutionKind::direct;

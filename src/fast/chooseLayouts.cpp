@@ -17,8 +17,6 @@ using nolk::TensorShape;
 // Blocks of fewer channels than this are mostly unused lanes, so a convolution reads them from a plain tensor.
 constexpr int kFewChannels = 8;
 
-bool isFull(const TensorShape& s) { return std::min({s.n, s.c, s.h, s.w}) > 0; }
-
 class Layouts {
 public:
     explicit Layouts(FastGraph& graph) : graph_(graph), uses_(graph.countUses()) {}
@@ -28,7 +26,7 @@ public:
         graph_.nodes.clear();
         for (FastNode& node : recorded) {
             // A built-in layer may print something, or write more than its output has.
-            if (isFull(graph_.at(node.output).shape) || std::holds_alternative<FastBuiltIn>(node.operation))
+            if (elementCount(graph_.at(node.output).shape) > 0 || std::holds_alternative<FastBuiltIn>(node.operation))
                 place(node);
         }
     }

@@ -14,12 +14,8 @@ struct Links {
     std::vector<int> producer;  // index of the node of each value, or -1
     std::vector<int> uses;
 
-    explicit Links(const FastGraph& graph) : producer(graph.values.size(), -1), uses(graph.values.size(), 0) {
-        for (std::size_t i = 0; i < graph.nodes.size(); ++i) {
-            producer[at(graph.nodes[i].output)] = static_cast<int>(i);
-            forEachSource(graph.nodes[i], [this](int value) { ++uses[at(value)]; });
-        }
-        for (const int value : graph.outputs) ++uses[at(value)];
+    explicit Links(const FastGraph& graph) : producer(graph.values.size(), -1), uses(graph.countUses()) {
+        for (std::size_t i = 0; i < graph.nodes.size(); ++i) producer[at(graph.nodes[i].output)] = static_cast<int>(i);
     }
 
     static std::size_t at(int value) { return static_cast<std::size_t>(value); }
@@ -162,7 +158,7 @@ void moveFactors(FastGraph& graph) {
     removeNodes(graph, removed);
 }
 
-// Multiplies rows of weights and the bias: w *= factor, b = b * factor + addend. `rowOf` gives the channel of a row.
+// A factor and an addend for each output channel: w *= factor, b = b * factor + addend.
 struct Scaling {
     std::vector<float> factor, addend;
 
@@ -194,27 +190,27 @@ Scaling combined(std::vector<FastNodeStep>::const_iterator step, std::vector<Fas
     return scaling;
 }
 
-// Weights [in, out, kernelH, kernelW].
-void fold(FastDeconvolution& op, const Scaling& scaling, int inChannels) {
-    const auto kernel = static_cast<std::size_t>(op.weights.kernelH) * static_cast<std::size_t>(op.weights.kernelW);
+// Neighbouring weights of one output channel are runLength floats; the next ones are those of the next channel.
+template <typename Operation>
+void fold(Operation& op, const Scaling& scaling, std::size_t count, std::size_t runLength) {
     const auto outputs = static_cast<std::size_t>(op.weights.outChannels);
-    op.scaledWeight.resize(static_cast<std::size_t>(inChannels) * outputs * kernel);
-    for (std::size_t i = 0; i < op.scaledWeight.size(); ++i)
-        op.scaledWeight[i] = op.weights.weight[i] * scaling.factor[i / kernel % outputs];
+    op.scaledWeight.resize(count);
+    for (std::size_t i = 0; i < count; ++i)
+        op.scaledWeight[i] = op.weights.weight[i] * scaling.factor[i / runLength % outputs];
     op.scaledBias = scaling.bias(op.weights);
     op.weights.weight = op.scaledWeight.data();
     op.weights.bias = op.scaledBias.data();
 }
 
+// Weights [in, out, kernelH, kernelW].
+void fold(FastDeconvolution& op, const Scaling& scaling, std::size_t inChannels) {
+    const auto kernel = static_cast<std::size_t>(op.weights.kernelH) * static_cast<std::size_t>(op.weights.kernelW);
+    fold(op, scaling, inChannels * static_cast<std::size_t>(op.weights.outChannels) * kernel, kernel);
+}
+
 // Weights [out, in].
-void fold(FastConnection& op, const Scaling& scaling, int inChannels) {
-    const auto inputs = static_cast<std::size_t>(inChannels);
-    op.scaledWeight.resize(static_cast<std::size_t>(op.weights.outChannels) * inputs);
-    for (std::size_t i = 0; i < op.scaledWeight.size(); ++i)
-        op.scaledWeight[i] = op.weights.weight[i] * scaling.factor[i / inputs];
-    op.scaledBias = scaling.bias(op.weights);
-    op.weights.weight = op.scaledWeight.data();
-    op.weights.bias = op.scaledBias.data();
+void fold(FastConnection& op, const Scaling& scaling, std::size_t inChannels) {
+    fold(op, scaling, inChannels * static_cast<std::size_t>(op.weights.outChannels), inChannels);
 }
 
 void foldScalings(FastGraph& graph) {
@@ -222,7 +218,7 @@ void foldScalings(FastGraph& graph) {
         const auto end = std::find_if_not(node.steps.begin(), node.steps.end(), isScaling);
         if (end != node.steps.begin()) {
             const Scaling scaling = combined(node.steps.begin(), end);
-            const int inChannels = graph.values[Links::at(node.inputs.front())].shape.c;
+            const auto inChannels = static_cast<std::size_t>(graph.at(node.inputs.front()).shape.c);
             if (auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
                 fold(*deconvolution, scaling, inChannels);
             else if (auto* connection = std::get_if<FastConnection>(&node.operation);

@@ -49,8 +49,6 @@ namespace {
 using Tensors = std::vector<nolk::Tensor>;
 using nolk::TensorShape;
 
-bool isFull(const TensorShape& s) { return std::min({s.n, s.c, s.h, s.w}) > 0; }
-
 bool sameExtents(const TensorShape& a, const TensorShape& b) {
     return a.n == b.n && a.c == b.c && a.h == b.h && a.w == b.w;
 }
@@ -71,8 +69,10 @@ FastBuiltIn builtInOfTwo(const LayerFactory& factory, Args... args) {
             elementCount(factory.output()->shape)};
 }
 
+FastNode nodeWith(FastOperation operation) { return {std::move(operation), {}, -1, {}, -1}; }
+
 FastNode elementwise(FastNodeStep step) {
-    FastNode node{FastElementwise{}, {}, -1, {}, -1};
+    FastNode node = nodeWith(FastElementwise{});
     node.steps.push_back(std::move(step));
     return node;
 }
@@ -83,14 +83,14 @@ constexpr int kFewChannels = 4;
 // Each function makes the node of one factory; inputs, output and call are filled in later.
 
 FastNode convolution(const RawConvolutionLayerFactory& f) {
-    return {FastConvolution{f.padding, f.stride(), f.dilation(), f.weights}, {}, -1, {}, -1};
+    return nodeWith(FastConvolution{f.padding, f.stride(), f.dilation(), f.weights});
 }
 
 FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
     const TensorShape& in = f.input()->shape;
     const TensorShape& out = f.output()->shape;
     const nolk::Weights& w = f.weights();
-    const bool reads = isFull(out) && RawDeConvolutionLayer::hasProducts(in, out, w);
+    const bool reads = elementCount(out) > 0 && RawDeConvolutionLayer::hasProducts(in, out, w);
     const nolk::Padding& p = f.padding();
     // A dilation below 1 makes the output too small for some of the products, which the built-in layer leaves out.
     const bool allProducts =
@@ -99,33 +99,27 @@ FastNode deconvolution(const RawDeConvolutionLayerFactory& f) {
     FastDeconvolution op{f.padding(), f.stride(), w, {}, {}};
     // With a large stride there would be very many phases, each with weights of its own.
     const bool fewPhases = f.stride().h > 0 && f.stride().w > 0 && std::int64_t{f.stride().h} * f.stride().w <= 64;
-    const bool regular =
-        isFull(in) && reads && w.groups == 1 && fewPhases && allProducts && isReasonable(borderOf(op, in, out), in);
-    if (regular) return {std::move(op), {}, -1, {}, -1};
+    const bool regular = elementCount(in) > 0 && reads && w.groups == 1 && fewPhases && allProducts &&
+                         isReasonable(borderOf(op, in, out), in);
+    if (regular) return nodeWith(std::move(op));
     // The layer may be created long after the caller has freed the arrays, so it gets copies of them.
     auto weight = std::make_shared<std::vector<float>>();
     auto bias = std::make_shared<std::vector<float>>();
     if (reads) weight->assign(w.weight, w.weight + std::ptrdiff_t{in.c} * out.c * w.kernelH * w.kernelW);
-    if (w.bias && w.groups > 0 && isFull(out)) bias->assign(w.bias, w.bias + biasCount(w));
+    if (w.bias && w.groups > 0 && elementCount(out) > 0) bias->assign(w.bias, w.bias + biasCount(w));
     const auto padding = f.padding();
     const auto stride = f.stride();
-    return {FastBuiltIn{[=](const Tensors& tensors, nolk::Tensor output) -> std::unique_ptr<Layer> {
-                            nolk::Weights own = w;
-                            own.weight = weight->empty() ? nullptr : weight->data();
-                            own.bias = bias->empty() ? nullptr : bias->data();
-                            return std::make_unique<RawDeConvolutionLayer>(tensors[0], output, padding, stride, own,
-                                                                           nullptr);
-                        },
-                        elementCount(out)},
-            {},
-            -1,
-            {},
-            -1};
+    return nodeWith(FastBuiltIn{[=](const Tensors& tensors, nolk::Tensor output) -> std::unique_ptr<Layer> {
+                                    nolk::Weights own = w;
+                                    own.weight = weight->empty() ? nullptr : weight->data();
+                                    own.bias = bias->empty() ? nullptr : bias->data();
+                                    return std::make_unique<RawDeConvolutionLayer>(tensors[0], output, padding, stride,
+                                                                                   own, nullptr);
+                                },
+                                elementCount(out)});
 }
 
-FastNode connection(const RawFullConnectionLayerFactory& f) {
-    return {FastConnection{f.weights(), {}, {}}, {}, -1, {}, -1};
-}
+FastNode connection(const RawFullConnectionLayerFactory& f) { return nodeWith(FastConnection{f.weights(), {}, {}}); }
 
 FastNode activation(const RawActLayerFactory& f) {
     const TensorShape& in = f.input()->shape;
@@ -157,13 +151,13 @@ FastNode activation(const RawActLayerFactory& f) {
             return elementwise(step);
         case ACT_PRELU:
             // In a batch above 1 the slopes do not follow the channels; the built-in layer has the rule.
-            if (in.n != 1 || !isFull(in)) break;
+            if (in.n != 1 || elementCount(in) == 0) break;
             step.step = {FastStepKind::prelu, 0.0f, 0.0f};
             step.kind = FastOperandKind::constants;
             step.first.assign(f.slopes().begin(), f.slopes().begin() + in.c);
             return elementwise(step);
     }
-    return {builtIn<RawActLayer>(f, f.type(), f.slopes(), f.p0(), f.p1(), f.p2(), f.p3()), {}, -1, {}, -1};
+    return nodeWith(builtIn<RawActLayer>(f, f.type(), f.slopes(), f.p0(), f.p1(), f.p2(), f.p3()));
 }
 
 FastNode eltwise(const RawEltwiseLayerFactory& f) {
@@ -179,8 +173,8 @@ FastNode eltwise(const RawEltwiseLayerFactory& f) {
     else if (a.n == b.n && b.h == 1 && b.w == 1 && b.c == 1)
         step.kind = FastOperandKind::sample;
     const bool known = f.type() >= ELTWISE_ADD && f.type() <= ELTWISE_MAX;
-    if (!known || !isFull(a) || !isFull(b) || step.kind == FastOperandKind::none)
-        return {builtInOfTwo<RawEltwiseLayer>(f, f.type()), {}, -1, {}, -1};
+    if (!known || elementCount(a) == 0 || elementCount(b) == 0 || step.kind == FastOperandKind::none)
+        return nodeWith(builtInOfTwo<RawEltwiseLayer>(f, f.type()));
     step.step.kind = kKinds[f.type()];
     return elementwise(step);
 }
@@ -188,8 +182,8 @@ FastNode eltwise(const RawEltwiseLayerFactory& f) {
 // y = factor * x + addend, for each channel. In double, so that each is rounded once.
 FastNode batchNormalization(const RawBatchNormalizationLayerFactory& f) {
     const TensorShape& in = f.input()->shape;
-    if (!isFull(in))
-        return {builtIn<RawBatchNormalizationLayer>(f, f.scale, f.bias, f.mean, f.variance, f.epsilon), {}, -1, {}, -1};
+    if (elementCount(in) == 0)
+        return nodeWith(builtIn<RawBatchNormalizationLayer>(f, f.scale, f.bias, f.mean, f.variance, f.epsilon));
     FastNodeStep step;
     step.step.kind = FastStepKind::scaleAdd;
     step.kind = FastOperandKind::constants;
@@ -205,11 +199,11 @@ FastNode batchNormalization(const RawBatchNormalizationLayerFactory& f) {
 
 FastNode pooling(const RawPoolingLayerFactory& f) {
     const nolk::Padding& p = f.padding;
-    const bool regular = isFull(f.input()->shape) && isFull(f.output()->shape) && f.kernel.h > 0 && f.kernel.w > 0 &&
-                         f.stride.h > 0 && f.stride.w > 0 && std::min({p.top, p.bottom, p.left, p.right}) >= 0 &&
-                         f.input()->shape.c >= kFewChannels;
-    if (regular) return {FastPooling{f.type, f.kernel, f.stride, f.padding}, {}, -1, {}, -1};
-    return {builtIn<RawPoolingLayer>(f, f.type, f.kernel, f.padding, f.stride), {}, -1, {}, -1};
+    const bool regular = elementCount(f.input()->shape) > 0 && elementCount(f.output()->shape) > 0 && f.kernel.h > 0 &&
+                         f.kernel.w > 0 && f.stride.h > 0 && f.stride.w > 0 &&
+                         std::min({p.top, p.bottom, p.left, p.right}) >= 0 && f.input()->shape.c >= kFewChannels;
+    if (regular) return nodeWith(FastPooling{f.type, f.kernel, f.stride, f.padding});
+    return nodeWith(builtIn<RawPoolingLayer>(f, f.type, f.kernel, f.padding, f.stride));
 }
 
 FastNode reduction(const RawReductionLayerFactory& f) {
@@ -219,20 +213,20 @@ FastNode reduction(const RawReductionLayerFactory& f) {
     const bool known = f.op() >= nolk::BasicOp::maximum && f.op() <= nolk::BasicOp::minimum;
     // Channels and columns without the rows between them are not one extent.
     const bool apart = in.c != out.c && in.h == out.h && in.h > 1 && in.w != out.w;
-    const bool regular = known && isFull(in) && isFull(out) && in.n == out.n && fits(in.c, out.c) &&
+    const bool regular = known && elementCount(in) > 0 && elementCount(out) > 0 && in.n == out.n && fits(in.c, out.c) &&
                          fits(in.h, out.h) && fits(in.w, out.w) && !sameExtents(in, out) && !apart;
-    if (regular) return {FastReduce{f.op()}, {}, -1, {}, -1};
-    return {builtIn<RawReductionLayer>(f, f.op()), {}, -1, {}, -1};
+    if (regular) return nodeWith(FastReduce{f.op()});
+    return nodeWith(builtIn<RawReductionLayer>(f, f.op()));
 }
 
 FastNode instanceNormalization(const RawInstanceNormalizationLayerFactory& f) {
-    if (isFull(f.input()->shape)) return {FastInstanceNorm{f.scale(), f.bias(), f.epsilon()}, {}, -1, {}, -1};
-    return {builtIn<RawInstanceNormalizationLayer>(f, f.scale(), f.bias(), f.epsilon()), {}, -1, {}, -1};
+    if (elementCount(f.input()->shape) > 0) return nodeWith(FastInstanceNorm{f.scale(), f.bias(), f.epsilon()});
+    return nodeWith(builtIn<RawInstanceNormalizationLayer>(f, f.scale(), f.bias(), f.epsilon()));
 }
 
 FastNode l2Normalization(const RawL2NormalizationLayerFactory& f) {
-    if (isFull(f.input()->shape)) return {FastL2Norm{}, {}, -1, {}, -1};
-    return {builtIn<RawL2NormalizationLayer>(f), {}, -1, {}, -1};
+    if (elementCount(f.input()->shape) > 0) return nodeWith(FastL2Norm{});
+    return nodeWith(builtIn<RawL2NormalizationLayer>(f));
 }
 
 // The softmax of an unknown axis: the built-in layer only prints a message, and leaves the values as they are.
@@ -253,46 +247,44 @@ private:
 
 FastNode softmax(const RawSoftMaxLayerFactory& f) {
     const bool known = f.axis() >= 1 && f.axis() <= 3;
-    if (known && isFull(f.input()->shape)) return {FastSoftmaxAlong{f.axis()}, {}, -1, {}, -1};
-    if (known) return {builtIn<RawSoftMaxLayer>(f, f.axis()), {}, -1, {}, -1};
-    return {builtIn<FastUnknownSoftmaxLayer>(f, f.axis()), {}, -1, {}, -1};
+    if (known && elementCount(f.input()->shape) > 0) return nodeWith(FastSoftmaxAlong{f.axis()});
+    if (known) return nodeWith(builtIn<RawSoftMaxLayer>(f, f.axis()));
+    return nodeWith(builtIn<FastUnknownSoftmaxLayer>(f, f.axis()));
 }
 
 FastNode resize(const RawResizeLayerFactory& f) {
     const TensorShape& in = f.input()->shape;
     const TensorShape& out = f.output()->shape;
     const bool known = f.mode() == nolk::ResizeMode::linear || f.mode() == nolk::ResizeMode::nearest;
-    if (known && isFull(in) && isFull(out) && in.n == out.n && in.c == out.c && in.c >= kFewChannels)
-        return {FastResize{f.mode(), f.transMode()}, {}, -1, {}, -1};
-    return {builtIn<RawResizeLayer>(f, f.mode(), f.transMode()), {}, -1, {}, -1};
+    if (known && elementCount(in) > 0 && elementCount(out) > 0 && in.n == out.n && in.c == out.c &&
+        in.c >= kFewChannels)
+        return nodeWith(FastResize{f.mode(), f.transMode()});
+    return nodeWith(builtIn<RawResizeLayer>(f, f.mode(), f.transMode()));
 }
 
 FastNode matmul(const RawMatmulLayerFactory& f) {
     const TensorShape& a = f.inputs[0]->shape;
     const TensorShape& b = f.inputs[1]->shape;
-    if (isFull(a) && isFull(b) && a.n == b.n && a.c == b.c && a.w == b.h) return {FastMatmul{}, {}, -1, {}, -1};
-    return {builtInOfTwo<RawMatmulLayer>(f), {}, -1, {}, -1};
+    if (elementCount(a) > 0 && elementCount(b) > 0 && a.n == b.n && a.c == b.c && a.w == b.h)
+        return nodeWith(FastMatmul{});
+    return nodeWith(builtInOfTwo<RawMatmulLayer>(f));
 }
 
-FastNode lstm(const RawLstmLayerFactory& f) { return {FastLstm{f.weights()}, {}, -1, {}, -1}; }
+FastNode lstm(const RawLstmLayerFactory& f) { return nodeWith(FastLstm{f.weights()}); }
 
 FastNode concat(const RawConcatLayerFactory& f) {
     const TensorShape& out = f.output()->shape;
-    bool regular = (f.axis() == 1 || f.axis() == -3) && isFull(out);
+    bool regular = (f.axis() == 1 || f.axis() == -3) && elementCount(out) > 0;
     for (const nolk::TensorX* t : f.inputs) {
         const TensorShape& s = t->shape;
-        regular = regular && isFull(s) && s.n == out.n && s.h == out.h && s.w == out.w;
+        regular = regular && elementCount(s) > 0 && s.n == out.n && s.h == out.h && s.w == out.w;
     }
-    if (regular) return {FastConcat{}, {}, -1, {}, -1};
+    if (regular) return nodeWith(FastConcat{});
     const int axis = f.axis();
-    return {FastBuiltIn{[axis](const Tensors& in, nolk::Tensor o) -> std::unique_ptr<Layer> {
-                            return std::make_unique<RawConcatLayer>(in, o, axis);
-                        },
-                        elementCount(out)},
-            {},
-            -1,
-            {},
-            -1};
+    return nodeWith(FastBuiltIn{[axis](const Tensors& in, nolk::Tensor o) -> std::unique_ptr<Layer> {
+                                    return std::make_unique<RawConcatLayer>(in, o, axis);
+                                },
+                                elementCount(out)});
 }
 
 // A reshape to another number of elements: copies as many as fit, in plain order, and adds zeros.
@@ -313,9 +305,9 @@ private:
 FastNode reshape(const RawReshapeLayerFactory& f) {
     const int count = elementCount(f.input()->shape);
     const bool nchw = f.layout() != nolk::TensorLayout::nhwc;
-    if (nchw && count > 0 && count == elementCount(f.output()->shape)) return {FastReshape{}, {}, -1, {}, -1};
-    if (nchw) return {builtIn<FastPartLayer>(f), {}, -1, {}, -1};
-    return {builtIn<RawReshapeLayer>(f, f.layout()), {}, -1, {}, -1};
+    if (nchw && count > 0 && count == elementCount(f.output()->shape)) return nodeWith(FastReshape{});
+    if (nchw) return nodeWith(builtIn<FastPartLayer>(f));
+    return nodeWith(builtIn<RawReshapeLayer>(f, f.layout()));
 }
 
 FastNode slice(const RawSliceLayerFactory& f) {
@@ -323,26 +315,26 @@ FastNode slice(const RawSliceLayerFactory& f) {
     layer.outputFloats = std::max(layer.outputFloats, f.writtenFloats());
     const nolk::SlicePos pos = f.pos();
     const TensorShape& out = f.output()->shape;
-    const bool channels = pos.axis == 1 && pos.step == 1 && f.input()->shape.dims == 3 && isFull(f.input()->shape) &&
-                          isFull(out) && out.c == pos.end - pos.start;
-    if (channels) return {FastSlice{pos.start, std::move(layer)}, {}, -1, {}, -1};
-    return {std::move(layer), {}, -1, {}, -1};
+    const bool channels = pos.axis == 1 && pos.step == 1 && f.input()->shape.dims == 3 &&
+                          elementCount(f.input()->shape) > 0 && elementCount(out) > 0 && out.c == pos.end - pos.start;
+    if (channels) return nodeWith(FastSlice{pos.start, std::move(layer)});
+    return nodeWith(std::move(layer));
 }
 
-FastNode padding(const RawPaddingLayerFactory& f) { return {builtIn<RawPaddingLayer>(f, f.padding), {}, -1, {}, -1}; }
+FastNode padding(const RawPaddingLayerFactory& f) { return nodeWith(builtIn<RawPaddingLayer>(f, f.padding)); }
 
 FastNode transpose(const RawTransposeLayerFactory& f) {
     bool found[4] = {false, false, false, false};
     for (const int axis : f.perm().axes) found[axis] = true;
-    if (found[0] && found[1] && found[2] && found[3] && isFull(f.input()->shape))
-        return {FastTransposition{f.perm()}, {}, -1, {}, -1};
-    return {builtIn<RawTransposeLayer>(f, f.perm()), {}, -1, {}, -1};
+    if (found[0] && found[1] && found[2] && found[3] && elementCount(f.input()->shape) > 0)
+        return nodeWith(FastTransposition{f.perm()});
+    return nodeWith(builtIn<RawTransposeLayer>(f, f.perm()));
 }
 
 // Tries one function after the other; the first whose factory it is makes the node.
 template <typename... Factories>
 FastNode nodeOf(LayerFactory& factory, FastNode (*... make)(Factories&)) {
-    FastNode node{FastElementwise{}, {}, -1, {}, -1};
+    FastNode node = nodeWith(FastElementwise{});
     const bool found = ([&] {
         auto* const typed = dynamic_cast<std::remove_const_t<Factories>*>(&factory);
         if (typed) node = make(*typed);

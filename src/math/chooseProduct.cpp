@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "math/x86Level.h"
+
 #ifdef __x86_64__
 namespace x86_64_v2 {
 extern const Product product;
@@ -20,17 +22,12 @@ extern const Product product;
 
 namespace {
 
-// Finds the instruction sets that this processor supports. Only the newest features of each level are tested, because
-// every processor that has them has the rest too.
+// Finds the instruction sets that this processor supports.
 std::vector<const Product*> findSupported() {
 #ifdef __x86_64__
     std::vector<const Product*> found{&x86_64_v2::product};
-    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma") || !__builtin_cpu_supports("bmi2"))
-        return found;
-    found.push_back(&x86_64_v3::product);
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512cd") &&
-        __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl"))
-        found.push_back(&x86_64_v4::product);
+    if (x86Level() >= 3) found.push_back(&x86_64_v3::product);
+    if (x86Level() >= 4) found.push_back(&x86_64_v4::product);
     return found;
 #else
     return {&baseline::product};

@@ -1,6 +1,7 @@
 #include <atomic>
 
 #include "fast/kernels/FastKernels.h"
+#include "math/x86Level.h"
 
 #ifdef __x86_64__
 namespace fast_x86_64_v3 {
@@ -18,16 +19,12 @@ extern const FastKernels kernels;
 namespace {
 
 // Finds the instruction sets that this processor supports. A library that was built for older processors finds none on
-// them. Of v4, every feature is tested.
+// them.
 std::vector<const FastKernels*> findSupported() {
 #ifdef __x86_64__
     std::vector<const FastKernels*> found;
-    if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma") || !__builtin_cpu_supports("bmi2"))
-        return found;
-    found.push_back(&fast_x86_64_v3::kernels);
-    if (__builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512cd") &&
-        __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl"))
-        found.push_back(&fast_x86_64_v4::kernels);
+    if (x86Level() >= 3) found.push_back(&fast_x86_64_v3::kernels);
+    if (x86Level() >= 4) found.push_back(&fast_x86_64_v4::kernels);
     return found;
 #else
     return {&fast_baseline::kernels};
