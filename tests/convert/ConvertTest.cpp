@@ -28,7 +28,6 @@ TEST_P(Convert, GivesTheGraphsResults) {
         ADD_FAILURE() << finding.node << " (" << finding.type << "): " << finding.why;
     if (!made.findings.empty()) return;
     const convert::CheckOptions options = convert::checkOptionsFor(model, {}, made);
-    EXPECT_FALSE(options.batchIsFixed);
     const convert::CheckResult result = convert::check(model, made.file, options);
     EXPECT_EQ(result.failure, "");
     for (const convert::OutputDifference& output : result.outputs) EXPECT_LT(output.relative, 2e-6) << output.name;

@@ -41,12 +41,12 @@ public:
     CheckResult run() {
         CheckResult result;
         for (const TensorPlace& place : converted_.outputs) result.outputs.push_back({place.name, 0, 0});
-        const int last = options_.batchIsFixed ? 1 : 2;
-        result.failure = excess(last);
+        constexpr int kLast = 2;
+        result.failure = excess(kLast);
         if (!result.failure.empty()) return result;
-        for (int batch = 1; batch <= last; ++batch) {
+        for (int batch = 1; batch <= kLast; ++batch) {
             begin_ = batch == 1 ? 0 : 1.0 / 3;
-            share_ = last == 1 ? 1 : batch / 3.0;
+            share_ = batch / 3.0;
             const Reference reference = evaluate(batch, {});
             if (!compare(reference, batch, result)) return result;
         }

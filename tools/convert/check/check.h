@@ -31,7 +31,6 @@ struct ConvertedFile {
 struct CheckOptions {
     std::map<std::string, Dims> inputDims;             // for batch 1, in ONNX's order
     std::map<std::string, Array> inputs;               // a user's; random ones stand in for those that are missing
-    bool batchIsFixed = false;                         // check batch 1 alone
     bool evaluateSamplesAlone = false;                 // the ONNX graph itself takes batch 1 only
     std::function<ConvertedFile()> withAllTensors;     // the same file, with every tensor that has a place as output
     std::function<void(double)> progress;              // 0 to 1
