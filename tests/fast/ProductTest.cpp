@@ -116,6 +116,35 @@ TEST(FastProduct, CarriedSumsEqualTheWholeChain) {
     }
 }
 
+// Weights that do not fit into a cache are read in chunks; the sums wait in y, unless y holds what is added.
+TEST(FastProduct, ManyWeightsEqualThePlainChain) {
+    constexpr int kTaps = 9000, kBlocks = 3, kPixels = 60;
+    Values values(74);
+    auto x = values.reals(kTaps + kPixels);
+    x.front() = kInfinity;  // of the first pixel only
+    const auto weights = values.reals(kTaps * kBlocks * kFastBlock), bias = values.reals(kBlocks * kFastBlock);
+    const auto residual = values.reals(kBlocks * kPixels * kFastBlock);
+    std::vector<std::int32_t> taps;
+    for (int k = 0; k < kTaps; ++k) taps.push_back(k);
+    FastProduct c;
+    c.x = x.data(), c.xStep = 1, c.taps = taps.data(), c.tapCount = kTaps;
+    c.weights = weights.data(), c.bias = bias.data(), c.added = residual.data();
+    c.blocks = kBlocks, c.rows = 1, c.pixels = kPixels, c.lanes = 5, c.low = -1.0f, c.high = 0.5f;
+    c.yStep = c.addedStep = kFastBlock, c.yBlock = c.addedBlock = kPixels * kFastBlock;
+    std::vector<float> expected = residual;
+    plainProduct(c, expected);
+    for (const FastKernels* kernels : supportedFastKernels()) {
+        SCOPED_TRACE(kernels->name);
+        std::vector<float> y = residual, inPlace = residual;
+        c.y = y.data(), c.added = residual.data();
+        kernels->product(c);
+        expectSameBits(y, expected);
+        c.added = c.y = inPlace.data();
+        kernels->product(c);
+        expectSameBits(inPlace, expected);
+    }
+}
+
 TEST(FastDepthwise, EqualsThePlainChainOfFusedStepsOnEveryInstructionSet) {
     const struct {
         int kernelH, kernelW, strideH, strideW, dilationH, dilationW;

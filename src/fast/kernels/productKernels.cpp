@@ -22,20 +22,24 @@ constexpr int mostPixels(int blocks) {
 #if defined(__AVX512F__)
     return blocks == 8 ? 2 : blocks == 4 ? 5 : blocks == 3 ? 9 : 14;
 #elif defined(__AVX2__) && defined(__FMA__)
-    return blocks == 4 ? 1 : blocks == 2 ? 3 : blocks == 1 ? 6 : 0;
+    return blocks == 4 ? 1 : blocks == 2 ? 3 : 6;
 #else
-    return blocks == 4 ? 1 : blocks == 2 ? 2 : blocks == 1 ? 6 : 0;
+    return blocks == 4 ? 1 : blocks == 2 ? 2 : 6;
 #endif
 }
+
+constexpr int kMostBlocks = kLanes == kFastBlock ? 8 : 4;  // of a tile, a power of 2
 
 // Where a tile begins.
 struct Corner {
     const float* x;
     const float* weights;
+    std::ptrdiff_t weightsBlock;  // from a block to the next one
     const float* bias;
     float* y;
     const float* added;
-    const float* next;  // as many weights as a block has, which will be needed later
+    const float* next;        // weights that will be needed later
+    std::ptrdiff_t nextStep;  // floats of them for each tap
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
@@ -44,7 +48,6 @@ template <int kRows, int kPixels, int kBlocks, int kStep>
 void productTile(const FastProduct& call, const Corner& at) {
     constexpr int kPlaces = kRows * kPixels, kWidth = kBlocks * kVectors;  // a place is a pixel of a row
     const std::ptrdiff_t xStep = kStep ? kStep : call.xStep;
-    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
     Vector sums[kPlaces * kWidth];
     NOLK_UNROLL
     for (int i = 0; i < kPlaces * kWidth; ++i) {
@@ -57,13 +60,13 @@ void productTile(const FastProduct& call, const Corner& at) {
     const float* w = at.weights;
     const float* next = at.next;
     const std::int32_t* const end = call.taps + call.tapCount;
-    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += kFastBlock) {
+    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += at.nextStep) {
         // With narrower registers a tap has less work to hide the prefetch behind.
         if constexpr (kLanes == kFastBlock) __builtin_prefetch(next, 0, 2);
         const float* const x = at.x + *tap;
         Vector weights[kWidth];
         NOLK_UNROLL
-        for (int v = 0; v < kWidth; ++v) weights[v] = load(w + v / kVectors * weightsBlock + v % kVectors * kLanes);
+        for (int v = 0; v < kWidth; ++v) weights[v] = load(w + v / kVectors * at.weightsBlock + v % kVectors * kLanes);
         NOLK_UNROLL
         for (int place = 0; place < kPlaces; ++place) {
             const Vector factor = broadcast(x[place / kPixels * call.xRow + place % kPixels * xStep]);
@@ -100,11 +103,11 @@ template <int kRows, int kStep>
 Tile tileOf(int pixels, int blocks) {
     switch (blocks) {
         case 8:
-            return tileOf<kRows, 8, kStep>(pixels);
+            return tileOf<kRows, kMostBlocks, kStep>(pixels);
         case 4:
             return tileOf<kRows, 4, kStep>(pixels);
         case 3:
-            return tileOf<kRows, 3, kStep>(pixels);
+            return tileOf < kRows, kMostBlocks == 8 ? 3 : 1, kStep > (pixels);
         case 2:
             return tileOf<kRows, 2, kStep>(pixels);
         default:
@@ -115,6 +118,8 @@ Tile tileOf(int pixels, int blocks) {
 Tile tileOf(int rows, int pixels, int blocks, std::ptrdiff_t step) {
     if (step == kFastBlock)
         return rows == 2 ? tileOf<2, kFastBlock>(pixels, blocks) : tileOf<1, kFastBlock>(pixels, blocks);
+    if (step == 2 * kFastBlock)
+        return rows == 2 ? tileOf<2, 2 * kFastBlock>(pixels, blocks) : tileOf<1, 2 * kFastBlock>(pixels, blocks);
     return rows == 2 ? tileOf<2, 0>(pixels, blocks) : tileOf<1, 0>(pixels, blocks);
 }
 
@@ -149,26 +154,23 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
     if (call.added)
         copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
-    tile(copy, {at.x, at.weights, at.bias, y, call.added ? added : nullptr, at.next});
+    tile(copy, {at.x, at.weights, at.weightsBlock, at.bias, y, call.added ? added : nullptr, at.next, at.nextStep});
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
 int quotientUp(int a, int b) { return (a + b - 1) / b; }
 
+// Weights of the next blocks, which come from far: each tile asks for its part of them.
+struct Prefetch {
+    const float* first;
+    std::ptrdiff_t floats;
+    std::ptrdiff_t step;  // floats for each tap
+    const float* next;
+};
+
 // All rows and pixels of a few blocks.
-void productOfBlocks(const FastProduct& call, int firstBlock, int blocks) {
-    static const float zeros[8 * kFastBlock] = {};
-    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
-    const float* const weights = call.weights + firstBlock * weightsBlock;
-    const float* const bias = call.bias ? call.bias + firstBlock * kFastBlock : zeros;
-    float* const y = call.y + firstBlock * call.yBlock;
-    const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
-    const bool isLast = firstBlock + blocks == call.blocks;
-    const int lanes = isLast ? call.lanes : kFastBlock;
+void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, Prefetch& prefetch) {
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
-    // Weights of the next blocks. They come from far, so each tile asks for those of one block; after the last blocks,
-    // for weights that are near.
-    int prefetched = 0;
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
@@ -176,31 +178,72 @@ void productOfBlocks(const FastProduct& call, int firstBlock, int blocks) {
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
             for (int r = row; r < row + rowsLeft; r += rows) {
                 const Corner at{call.x + r * call.xRow + pixel * call.xStep,
-                                weights,
-                                bias,
-                                y + r * call.yRow + pixel * call.yStep,
-                                added ? added + r * call.addedRow + pixel * call.addedStep : nullptr,
-                                weights + (isLast ? 0 : blocks + prefetched) * weightsBlock};
-                prefetched = prefetched + 1 < blocks ? prefetched + 1 : 0;
-                if (lanes == kFastBlock)
+                                call.weights,
+                                weightsBlock,
+                                call.bias,
+                                call.y + r * call.yRow + pixel * call.yStep,
+                                call.added ? call.added + r * call.addedRow + pixel * call.addedStep : nullptr,
+                                prefetch.next,
+                                prefetch.step};
+                prefetch.next += prefetch.step * call.tapCount;
+                if (prefetch.next >= prefetch.first + prefetch.floats) prefetch.next = prefetch.first;
+                if (call.lanes == kFastBlock)
                     tile(call, at);
                 else
-                    partialTile(call, at, {rows, pixels, blocks, lanes}, tile);
+                    partialTile(call, at, {rows, pixels, blocks, call.lanes}, tile);
             }
         }
+}
+
+// If the blocks have very many weights, it takes some taps at a time and keeps the sums in y: the weights then come
+// from memory all along the way, not at once for the first tile.
+void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
+    constexpr int kMostWeights = 1 << 17, kChunkWeights = 1 << 14;
+    static const float zeros[8 * kFastBlock] = {};
+    const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
+    const bool isLast = firstBlock + blocks == call.blocks;
+    FastProduct some = call;
+    some.bias = call.bias ? call.bias + firstBlock * kFastBlock : zeros;
+    some.y = call.y + firstBlock * call.yBlock;
+    some.lanes = isLast ? call.lanes : kFastBlock;
+    const float* const weights = call.weights + firstBlock * weightsBlock;
+    const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
+
+    const int places = call.rows * call.pixels, tiles = quotientUp(places, mostPixels(blocks));
+    const int part = quotientUp(blocks * kFastBlock, tiles);
+    // After the last blocks, tiles ask for weights that are near.
+    Prefetch prefetch{weights + (isLast ? 0 : blocks * weightsBlock), blocks * weightsBlock,
+                      isLast              ? 0
+                      : part < kFastBlock ? part
+                                          : kFastBlock,
+                      nullptr};
+    prefetch.next = prefetch.first;
+    const bool inChunks = blocks * weightsBlock > kMostWeights && tiles >= 4 && added != some.y;
+    const int chunks = inChunks ? quotientUp(call.tapCount, kChunkWeights / (blocks * kFastBlock)) : 1;
+    for (int c = 0, tap = 0; c < chunks; ++c, tap += some.tapCount) {
+        const bool isLastChunk = c + 1 == chunks;
+        some.taps = call.taps + tap;
+        some.tapCount = quotientUp(call.tapCount - tap, chunks - c);
+        some.weights = weights + static_cast<std::ptrdiff_t>(tap) * kFastBlock;
+        some.carryOn = call.carryOn || c > 0;
+        some.added = isLastChunk ? added : nullptr;
+        some.low = isLastChunk ? call.low : -__builtin_inff();
+        some.high = isLastChunk ? call.high : __builtin_inff();
+        productOfBlocks(some, blocks, weightsBlock, prefetch);
+    }
 }
 
 // Blocks are the outer loop, so that the weights of a few stay in the cache.
 void productOfStrip(const FastProduct& call) {
     const int columns = quotientUp(call.pixels, quotientUp(call.pixels, mostPixels(1)));
     const int pixels = call.rows > 1 && 2 * columns <= mostPixels(1) ? 2 * columns : columns;
-    int group = 8;
+    int group = kMostBlocks;
     while (group > 1 && mostPixels(group) < pixels) group /= 2;
     for (int block = 0; block < call.blocks; block += group) {
         const int left = call.blocks - block;
         while (group > left) group /= 2;
-        if (group == 2 && left == 3 && mostPixels(3) > 0) group = 3;
-        productOfBlocks(call, block, group);
+        if (group == 2 && left == 3 && kMostBlocks == 8) group = 3;
+        productOfChunks(call, block, group);
     }
 }
 
