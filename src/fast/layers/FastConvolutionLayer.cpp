@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "builder/shapes.h"
+
 namespace {
 
 // Input floats that should stay in the second cache while all output blocks are computed from them.
@@ -13,7 +15,26 @@ constexpr int kTilePixels = 84;
 // Weights that each core can have in its second cache.
 constexpr std::int64_t kFewWeights = 128 * 1024;
 
+// A float that another core has computed takes as long to read as so many weights, which are fetched ahead.
+constexpr std::int64_t kReuse = 16;
+
 int divideUp(int a, int b) { return (a + b - 1) / b; }
+
+// The length of a piece, at most `longest` or one unit, for which the threads finish together as nearly as possible.
+int evenLength(int length, int longest, int unit, int samples, int threads) {
+    constexpr int kTries = 16;
+    int best = 0;
+    std::int64_t least = 0;
+    const int most = std::max(divideUp(longest, unit), 1);
+    for (int units = most; units >= divideUp(most, 2) && units > most - kTries; --units) {
+        const std::int64_t pieces = std::int64_t{samples} * divideUp(length, units * unit);
+        const std::int64_t time = (pieces + threads - 1) / threads * units;
+        if (best > 0 && time >= least) continue;
+        best = units * unit;
+        least = time;
+    }
+    return best;
+}
 
 }  // namespace
 
@@ -28,18 +49,19 @@ FastConvolutionLayer::FastConvolutionLayer(const FastNode& node, const FastConvo
       stride_(op.stride),
       window_(-op.padding.top * input.strides.row - op.padding.left * input.strides.pixel),
       parts_(FastProductParts::pack(op.weights, tapsOf(op, input))),
+      weights_(static_cast<std::int64_t>(parts_.taps.front().size()) * output.strides.planes * kFastBlock),
       epilogue_(node, views, output) {
     const bool pointwise =
         op.weights.kernelH == 1 && op.weights.kernelW == 1 && stride_.h == 1 && stride_.w == 1 && window_ == 0;
     joinsRows_ = pointwise && input.isDense() && output.isDense() && epilogue_.isDense();
+    // A smaller part of the input would have all the weights read more often.
+    const std::ptrdiff_t cached = weights_ <= kFewWeights ? kCachedFloats : 4 * kCachedFloats;
     const std::ptrdiff_t rowFloats = input.strides.row * stride_.h * input.strides.planes;
     const std::ptrdiff_t pixelFloats = input.strides.pixel * input.strides.planes;
     if (joinsRows_)
-        pieceLength_ =
-            static_cast<int>(std::max<std::ptrdiff_t>(kCachedFloats / pixelFloats / kTilePixels, 1)) * kTilePixels;
+        pieceLength_ = static_cast<int>(std::max<std::ptrdiff_t>(cached / pixelFloats / kTilePixels, 1)) * kTilePixels;
     else
-        pieceLength_ =
-            static_cast<int>(std::max<std::ptrdiff_t>(kCachedFloats / std::max<std::ptrdiff_t>(rowFloats, 1), 1));
+        pieceLength_ = static_cast<int>(std::max<std::ptrdiff_t>(cached / std::max<std::ptrdiff_t>(rowFloats, 1), 1));
 }
 
 std::int64_t FastConvolutionLayer::scratchFloats(const FastConvolution& op) {
@@ -68,34 +90,46 @@ void FastConvolutionLayer::scaleWeights(const FastRun& run, int sample) const {
     });
 }
 
+// A thread should compute rows whose inputs it has computed before, so the plane is divided first, unless there are
+// many weights, which each thread would have to read, or it does not come out even.
+FastConvolutionLayer::Division FastConvolutionLayer::divide(int samples, int threads) const {
+    const nolk::TensorShape& out = output_.shape;
+    const int length = joinsRows_ ? out.h * out.w : out.h, planes = output_.strides.planes;
+    if (threads == 1) return {joinsRows_ ? pieceLength_ : divideUp(length, divideUp(length, pieceLength_)), planes};
+
+    const auto inPieces = [&](int pieces) {
+        const int longest = std::min(pieceLength_, divideUp(length, divideUp(pieces, samples)));
+        return evenLength(length, longest, joinsRows_ ? kTilePixels / 6 : 1, samples, threads);
+    };
+    int pieceLength = pieceLength_, ranges = 1;
+    if (weights_ <= kFewWeights) {
+        pieceLength = inPieces(4 * threads);
+    } else if (weights_ <= kReuse * (std::max(elementCount(input_.shape), elementCount(out)) / out.n)) {
+        const int part = inPieces(threads);
+        const int partsOfThread = divideUp(samples * divideUp(length, part), threads);
+        const bool isEven = std::int64_t{partsOfThread} * part * threads <= std::int64_t{samples} * length * 21 / 20;
+        if (isEven) pieceLength = part;
+    }
+    const int pieces = samples * divideUp(length, pieceLength);
+    if (pieces < threads) ranges = std::clamp(divideUp(4 * threads, pieces), 1, divideUp(planes, 2));
+    if (pieces * ranges < threads) pieceLength = inPieces(4 * threads);
+    return {pieceLength, divideUp(divideUp(planes, ranges), 2) * 2};
+}
+
 void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int samples) const {
     const nolk::TensorShape& out = output_.shape;
-    const int length = joinsRows_ ? out.h * out.w : out.h;
-    const int planes = output_.strides.planes;
-    const auto taps = static_cast<std::int64_t>(parts_.taps.front().size());
-    const int threads = run.team.size();
-    int pieceLength = pieceLength_, ranges = 1;
-    if (threads > 1) {
-        // Few weights: the plane is divided. A thread then computes rows whose inputs it has computed before.
-        const int unit = joinsRows_ ? kTilePixels / 6 : 1;
-        const bool fewWeights = taps * planes * kFastBlock <= kFewWeights;
-        const int shorter = divideUp(divideUp(length, divideUp(4 * threads, samples)), unit) * unit;
-        if (fewWeights) pieceLength = std::min(pieceLength, shorter);
-        // Otherwise, or if there are not enough pieces: blocks of outputs too, in pairs.
-        const int pieces = samples * divideUp(length, pieceLength);
-        if (pieces < 2 * threads) ranges = std::clamp(divideUp(4 * threads, pieces), 1, divideUp(planes, 2));
-        if (pieces * ranges < 2 * threads) pieceLength = std::min(pieceLength, shorter);
-    }
-    const int blocksInRange = divideUp(divideUp(planes, ranges), 2) * 2;
-    ranges = divideUp(planes, blocksInRange);
-    const int pieces = divideUp(length, pieceLength);
+    const int length = joinsRows_ ? out.h * out.w : out.h, planes = output_.strides.planes;
+    const auto [pieceLength, blocks] = divide(samples, run.team.size());
+    const int pieces = divideUp(length, pieceLength), ranges = divideUp(planes, blocks);
     const std::int64_t places = std::int64_t{pieceLength} * (joinsRows_ ? 1 : out.w);
-    run.team.forEach(samples * pieces * ranges, taps * places * blocksInRange * kFastBlock / 4, [&](int task) {
-        const int range = task % ranges, piece = task / ranges % pieces;
-        compute(run, {firstSample + task / ranges / pieces, range * blocksInRange,
-                      std::min((range + 1) * blocksInRange, planes), piece * pieceLength,
-                      std::min((piece + 1) * pieceLength, length)});
-    });
+    const auto taps = static_cast<std::int64_t>(parts_.taps.front().size());
+    run.team.forEach(
+        samples * pieces * ranges, taps * places * blocks * kFastBlock / 4,
+        [&, pieceLength = pieceLength, blocks = blocks](int task) {
+            const int range = task % ranges, piece = task / ranges % pieces;
+            compute(run, {firstSample + task / ranges / pieces, range * blocks, std::min((range + 1) * blocks, planes),
+                          piece * pieceLength, std::min((piece + 1) * pieceLength, length)});
+        });
 }
 
 void FastConvolutionLayer::compute(const FastRun& run, const Piece& piece) const {

@@ -26,6 +26,12 @@ private:
         int sample, firstBlock, lastBlock, begin, end;
     };
 
+    // Tasks compute so many rows or pixels of so many blocks.
+    struct Division {
+        int pieceLength, blocks;
+    };
+
+    Division divide(int samples, int threads) const;
     void runSamples(const FastRun& run, int firstSample, int samples) const;
     void scaleWeights(const FastRun& run, int sample) const;
     void compute(const FastRun& run, const Piece& piece) const;
@@ -38,7 +44,8 @@ private:
     nolk::DimsHW stride_;
     std::ptrdiff_t window_;  // from the first pixel of the input to the first window
     FastProductParts parts_;
+    std::int64_t weights_;  // that all outputs read
     FastEpilogue epilogue_;
     bool joinsRows_;
-    int pieceLength_;  // rows or pixels of a task
+    int pieceLength_;  // the most rows or pixels of a task
 };
