@@ -5,6 +5,7 @@
 
 #include "builder/shapes.h"
 #include "fast/FastSettings.h"
+#include "fast/hugePages.h"
 #include "fast/layers/FastBuiltInLayer.h"
 #include "fast/layers/FastCopyLayer.h"
 #include "fast/makeLayers.h"
@@ -106,7 +107,7 @@ bool FastRunner::compute(nolk::Tensor* inputs, int inputCount, nolk::Tensor* out
 
 std::unique_ptr<FastArena> FastRunner::newArena() const {
     auto arena = std::make_unique<FastArena>();
-    arena->floats.growTo(static_cast<int>(std::max<std::int64_t>(arenaFloats_, 1)));
+    arena->floats = zerosInHugePages(static_cast<std::size_t>(arenaFloats_));
     for (const auto& layer : layers_)
         if (const auto* builtIn = dynamic_cast<const FastBuiltInLayer*>(layer.get()))
             arena->builtIn.push_back(builtIn->make(*arena));

@@ -1,11 +1,11 @@
 #include "fast/layers/FastPackedWeights.h"
 
-#include <climits>
 #include <cstdint>
 #include <cstring>
 #include <mutex>
-#include <new>
 #include <unordered_map>
+
+#include "fast/hugePages.h"
 
 namespace {
 
@@ -34,10 +34,7 @@ std::unordered_multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>& k
 
 }  // namespace
 
-FastPackedFloats::FastPackedFloats(std::size_t n) : count(n) {
-    if (n > INT_MAX) throw std::bad_alloc();
-    memory.growTo(static_cast<int>(n > 0 ? n : 1));
-}
+FastPackedFloats::FastPackedFloats(std::size_t n) : memory(zerosInHugePages(n)), count(n) {}
 
 FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats) {
     const std::uint64_t hash = hashOf(*floats);

@@ -9,7 +9,7 @@
 #include "memory/AlignedMemory.h"
 
 struct FastPackedFloats {
-    AlignedMemory<float> memory{16};
+    AlignedMemory<float> memory;
     std::size_t count = 0;
 
     explicit FastPackedFloats(std::size_t n);

@@ -25,8 +25,7 @@ struct FastProductParts {
     FastPacked weights;                           // [block, tap, 16] of each part
     FastPacked bias;                              // [block, 16] of each part
 
-    // w: weights [group, out, in, kernelH, kernelW]. taps: of each group. plain: whether outputs are planes of their
-    // own.
+    // w: weights [group, out, in, kernelH, kernelW]. taps: of each group, or of all.
     static FastProductParts pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> taps);
 
     // The blocks [begin, end) of part, in terms of the kernel: sets taps, weights, bias, blocks and lanes.
