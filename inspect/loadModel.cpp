@@ -2,10 +2,12 @@
 #include <stdexcept>
 
 #include "builder/ArenaLimit.h"
+#include "builder/MemoryLimit.h"
 #include "inspect/ModelRecords.h"
 #include "inspect/RecordWalk.h"
 #include "inspect/entryPoints.h"
 #include "inspect/limits.h"
+#include "memory/optionalInterface.h"
 
 namespace {
 
@@ -17,9 +19,11 @@ nolk::Owned<nolk::RunnerBuilder> newBuilder(const char* implementation) {
 }
 
 // The cost leaves out the gaps in the arena. The rounding of each tensor to a cache line is not held against it.
-void limitArena(nolk::RunnerBuilder& builder, const ModelRecords& records, const nolk::ModelLimits& limits) {
-    ArenaLimit* const arena = arenaLimitOf(builder);
-    if (!arena || limits.memoryBytes == nolk::ModelLimits::kNone) return;
+void limitMemory(nolk::RunnerBuilder& builder, const ModelRecords& records, const nolk::ModelLimits& limits) {
+    if (limits.memoryBytes == nolk::ModelLimits::kNone) return;
+    if (auto* const memory = optionalInterface<MemoryLimit>(builder)) return memory->limitMemory(limits.memoryBytes);
+    auto* const arena = optionalInterface<ArenaLimit>(builder);
+    if (!arena) return;
     const nolk::ModelCost& cost = records.cost();
     const auto tensors = static_cast<std::int64_t>(records.operations().size());
     arena->limitArena((limits.memoryBytes - cost.weightBytes - cost.scratchBytes) / 4 + 16 * tensors);
@@ -37,7 +41,7 @@ nolk::Runner* loadFile(const void* data, std::size_t size, int batch, const char
         throw nolk::LimitExceeded(why, records.cost());
 
     const nolk::Owned<nolk::RunnerBuilder> builder = newBuilder(implementation);
-    limitArena(*builder, records, limits);
+    limitMemory(*builder, records, limits);
     RecordWalk walk(file, batch, *builder);
     while (walk.next()) file.releaseBefore(walk.record().end);
     walk.finish();

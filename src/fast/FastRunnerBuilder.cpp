@@ -1,5 +1,9 @@
 #include "fast/FastRunnerBuilder.h"
 
+#include <stdexcept>
+#include <string>
+
+#include "builder/shapes.h"
 #include "fast/FastRunner.h"
 #include "fast/chooseLayouts.h"
 #include "fast/fuseSteps.h"
@@ -13,8 +17,20 @@ nolk::Runner* FastRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     chooseLayouts(graph);
     graph.keepConstants();
     const FastPlan plan = planMemory(graph, scratchFloatsOf(graph, settings_.numThreads));
-    checkArena(plan.floats);
+    checkMemory(graph, plan.floats);
     auto runner = std::make_unique<FastRunner>(std::move(graph), plan, settings_, givenArrays());
     givenArrays().clear();
     return runner.release();
+}
+
+// Doubles, because a file may announce weights whose product is no 64-bit number.
+void FastRunnerBuilder::checkMemory(const FastGraph& graph, std::int64_t arenaFloats) const {
+    checkArena(arenaFloats);
+    double floats = static_cast<double>(arenaFloats) * settings_.arenas + packedFloats(graph);
+    for (const FastValue& value : graph.values)
+        if (value.constant) floats += static_cast<double>(elementCount(value.shape));
+    const double bytes = floats * sizeof(float);
+    if (bytes > static_cast<double>(mostBytes_))
+        throw std::length_error("build: NolkFast needs " + std::to_string(static_cast<std::int64_t>(bytes)) +
+                                " bytes of memory, at most " + std::to_string(mostBytes_) + " are allowed");
 }

@@ -1,8 +1,10 @@
 #include "fast/FastSettings.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include <charconv>
+#include <set>
+#include <sstream>
 #include <string>
+#include <system_error>
 
 #include "builder/refuse.h"
 #include "builder/utils.h"
@@ -27,23 +29,31 @@ const Setting* find(const std::string& key) {
     return nullptr;
 }
 
+int numberOf(const Setting& setting, const std::string& text) {
+    int number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error != std::errc() || stop != end || number < setting.smallest || number > setting.largest)
+        refuse("setting %s must be a number from %d to %d, is '%s'", setting.key, setting.smallest, setting.largest,
+               text.c_str());
+    return number;
+}
+
 }  // namespace
 
 FastSettings FastSettings::parse(const char* cfg) {
     FastSettings settings;
-    for (const auto& [text, value] : cfgToMap(cfg)) {
-        const std::string key = trim(text);
-        if (key.empty() && value.empty()) continue;
+    std::set<std::string> seen;
+    std::istringstream texts(cfg ? cfg : "");
+    for (std::string text; std::getline(texts, text, ',');) {
+        if (trim(text).empty()) continue;
+        const std::size_t equals = text.find('=');
+        const std::string key = trim(text.substr(0, equals));
         const Setting* const setting = find(key);
         if (!setting) refuse("unknown setting '%s' (NolkFast has num_threads, spin_us and arenas)", key.c_str());
-        char* end = nullptr;
-        errno = 0;
-        const long number = std::strtol(value.c_str(), &end, 10);
-        const bool isNumber = errno == 0 && end != value.c_str() && *end == '\0';
-        if (!isNumber || number < setting->smallest || number > setting->largest)
-            refuse("setting %s must be a number from %d to %d, is '%s'", key.c_str(), setting->smallest,
-                   setting->largest, value.c_str());
-        settings.*(setting->member) = static_cast<int>(number);
+        if (!seen.insert(key).second) refuse("setting %s is given twice", key.c_str());
+        settings.*(setting->member) =
+            numberOf(*setting, equals == std::string::npos ? "" : trim(text.substr(equals + 1)));
     }
     return settings;
 }

@@ -6,7 +6,7 @@ struct FastSettings {
     int spinUs = 20;     // microseconds that a worker waits for the next task before it sleeps
     int arenas = 1;      // runs at the same time that allocate nothing
 
-    // Null gives the defaults. Throws std::invalid_argument for an unknown key, and for a value that is not a number in
-    // the setting's range.
+    // Null gives the defaults. Throws std::invalid_argument for an unknown key, for one that is given twice, and for a
+    // value that is not a number in the setting's range.
     static FastSettings parse(const char* cfg);
 };

@@ -137,7 +137,50 @@ void release(const FastLstm& op, FloatArrays& given) {
     given.take(op.weights.recurrentWeights);
 }
 
+// Floats that a node's layer packs. Doubles, because some products of extents are bounded by nothing but memory.
+struct PackedFloats {
+    const nolk::TensorShape& in;
+    const nolk::TensorShape& out;
+    const FastValue* second;  // input, or null
+
+    double operator()(const FastConvolution& op) const {
+        const nolk::Weights& w = op.weights;
+        if (kindOf(op, in, out) != FastConvolutionKind::depthwise)
+            return static_cast<double>(FastProductParts::packedFloats(w));
+        return double(blocksOf(out.c)) * kFastBlock * (double(w.kernelH) * w.kernelW + 1);
+    }
+    double operator()(const FastDeconvolution& op) const {
+        const nolk::Weights& w = op.weights;
+        return double(blocksOf(w.outChannels)) * kFastBlock * w.kernelH * w.kernelW * (double(in.c) + 1);
+    }
+    double operator()(const FastConnection& op) const {
+        return double(blocksOf(op.weights.outChannels)) * kFastBlock * (double(in.c) + 1);
+    }
+    double operator()(const FastLstm& op) const {
+        const nolk::LstmWeights& w = op.weights;
+        return w.numDirections * double(blocksOf(4 * w.hiddenSize)) * kFastBlock *
+               (double(w.inputSize) + w.hiddenSize + 2);
+    }
+    double operator()(const FastMatmul&) const {
+        return second->constant ? double(out.n) * out.c * blocksOf(out.w) * kFastBlock * in.w : 0.0;
+    }
+    template <typename Operation>
+    double operator()(const Operation&) const {
+        return 0.0;
+    }
+};
+
 }  // namespace
+
+double packedFloats(const FastGraph& graph) {
+    double floats = 0.0;
+    for (const FastNode& node : graph.nodes) {
+        const FastValue* const second = node.inputs.size() > 1 ? &graph.at(node.inputs[1]) : nullptr;
+        floats += std::visit(PackedFloats{graph.at(node.inputs.front()).shape, graph.at(node.output).shape, second},
+                             node.operation);
+    }
+    return floats;
+}
 
 std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads) {
     std::vector<std::int64_t> floats;
@@ -152,8 +195,8 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
             count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
         if (const auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
             count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
-        if (std::holds_alternative<FastMatmul>(node.operation))
-            count = FastMatmulLayer::scratchFloats(graph.at(node.inputs[1]).shape, numThreads);
+        if (std::holds_alternative<FastMatmul>(node.operation) && !graph.at(node.inputs[1]).constant)
+            count = FastMatmulLayer::scratchFloats(out, in.w, numThreads);
         if (const auto* lstm = std::get_if<FastLstm>(&node.operation))
             count = FastLstmLayer::scratchFloats(lstm->weights, out);
         floats.push_back(count);

@@ -12,6 +12,9 @@
 // What each node's layer needs while it runs.
 std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads);
 
+// Floats that the layers' packed weights take.
+double packedFloats(const FastGraph& graph);
+
 // One layer for each node. Packs the weights; arrays in `given` are freed as soon as they are packed.
 std::vector<std::unique_ptr<FastLayer>> makeLayers(const FastGraph& graph, const FastPlan& plan, int numThreads,
                                                    FloatArrays& given);

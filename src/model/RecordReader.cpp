@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "memory/FloatKeeper.h"
+#include "memory/optionalInterface.h"
 
 namespace {
 
@@ -109,12 +110,12 @@ nolk::Tensor RecordReader::constant() {
     return {shape, samples};
 }
 
-bool RecordReader::isForHost() const { return samples_ == Samples::all && !floatKeeperOf(builder_); }
+bool RecordReader::isForHost() const { return samples_ == Samples::all && !optionalInterface<FloatKeeper>(builder_); }
 
 // Never null, because a null bias means that there is no bias.
 float* RecordReader::newArray(int count) {
     FloatBuffer array = zeroedFloats(static_cast<std::size_t>(std::max(count, 0)));
-    if (FloatKeeper* const keeper = floatKeeperOf(builder_)) return keeper->keep(std::move(array));
+    if (FloatKeeper* const keeper = optionalInterface<FloatKeeper>(builder_)) return keeper->keep(std::move(array));
     model_.arrays.push_back(std::move(array));
     return model_.arrays.back().get();
 }

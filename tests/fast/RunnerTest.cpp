@@ -5,7 +5,11 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
+#include <memory>
 #include <stdexcept>
+#include <string>
+#include <utility>
 
 #include "fast/FastRunnerBuilder.h"
 #include "fast/FastTeam.h"
@@ -41,6 +45,7 @@ void* realloc(void* old, std::size_t bytes) {
 namespace {
 
 TEST(FastSettings, UnknownKeysAndMeaninglessValuesAreNamed) {
+    const std::string longText = std::string(600, ' ') + ",bogus=1";
     const struct {
         const char* cfg;
         const char* text;  // null: accepted
@@ -55,6 +60,10 @@ TEST(FastSettings, UnknownKeysAndMeaninglessValuesAreNamed) {
         {"num_threads=many", "is 'many'"},
         {"num_threads=2x", "is '2x'"},
         {"num_threads", "is ''"},
+        {"num_threads=+2", "is '+2'"},
+        {"num_threads=2,num_threads=2", "setting num_threads is given twice"},
+        {"=", "unknown setting ''"},
+        {longText.c_str(), "unknown setting 'bogus'"},
         {"num_threads=99999999999999999999", "is '99999999999999999999'"},
         {"spin_us=21", "setting spin_us must be a number from 0 to 20, is '21'"},
         {"num_threads=2, arenas=0", "setting arenas must be a number from 1 to 1024, is '0'"},
@@ -152,16 +161,73 @@ TEST(FastRunner, ARunAllocatesNothing) {
         }
 }
 
+// What make returns, and the bytes that it has allocated and kept.
+template <typename F>
+std::pair<nolk::Runner*, std::int64_t> grown(const F& make) {
+    const struct mallinfo2 before = mallinfo2();
+    nolk::Runner* const runner = make();
+    const struct mallinfo2 after = mallinfo2();
+    return {runner, static_cast<std::int64_t>(after.uordblks + after.hblkhd) -
+                        static_cast<std::int64_t>(before.uordblks + before.hblkhd)};
+}
+
+// A builder tells what its runner would take before it takes it: here in the refusal, then in the heap.
+TEST(FastRunner, TheMemoryThatIsLimitedIsTheMemoryThatIsTaken) {
+    using Record = std::function<X(Builder*, X, Arrays&)>;
+    const struct {
+        nolk::TensorShape in;
+        Record record;
+    } cases[] = {
+        {{1, 2000, 40, 1, 3},
+         [](Builder* b, X x, Arrays& a) {
+             return b->convolve(x, {}, {1, 1}, {1, 1}, a.weights(1, 1, 2000, 1, 1, true));
+         }},
+        {{1, 128, 9, 9, 3},
+         [](Builder* b, X x, Arrays& a) {
+             return b->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, a.weights(64, 2, 2, 3, 3, true));
+         }},
+        {{1, 400, 9, 9, 3},
+         [](Builder* b, X x, Arrays& a) {
+             return b->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, a.weights(400, 1, 1, 3, 3, true));
+         }},
+        {{1, 64, 9, 9, 3},
+         [](Builder* b, X x, Arrays& a) {
+             return b->deConvolve(x, {}, {2, 2}, {1, 1}, a.weights(1, 40, 64, 5, 5, true));
+         }},
+        {{1, 999, 1, 1, 1},
+         [](Builder* b, X x, Arrays& a) { return b->fullConnect(x, a.weights(1, 77, 999, 1, 1, true)); }},
+        {{1, 1, 20, 300, 3},
+         [](Builder* b, X x, Arrays& a) {
+             nolk::Tensor constant{{1, 1, 300, 500, 3}, a.weights(1, 300, 500, 1, 1, false).weight};
+             return b->matMul(x, b->constTensor(&constant));
+         }},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        const auto build = [&c](std::int64_t limit) {
+            Arrays arrays(5);
+            FastRunnerBuilder* const builder = new FastRunnerBuilder("arenas=3");
+            const std::shared_ptr<Builder> owner(builder, [](Builder* b) { b->destroy(); });
+            builder->limitMemory(limit);
+            X y = c.record(builder, builder->input(c.in), arrays);
+            return builder->build(&y, 1);
+        };
+        std::int64_t told = 0;
+        try {
+            build(1);
+            ADD_FAILURE() << "not refused";
+        } catch (const std::length_error& e) {
+            told = std::stoll(std::string(e.what()).substr(std::string("build: NolkFast needs ").size()));
+        }
+        const auto [runner, taken] = grown([&] { return build(told); });
+        runner->destroy();
+        EXPECT_LT(taken, told + told / 20 + 20000);
+        EXPECT_LT(told, taken + taken / 20 + 20000);
+    }
+}
+
 TEST(FastRunner, RunnersOfTheSameWeightsShareThem) {
     constexpr std::int64_t kWeightBytes = 3 * 64 * 64 * 9 * 4;
-    const auto grown = [](auto make) {
-        const struct mallinfo2 before = mallinfo2();
-        nolk::Runner* const runner = make();
-        const struct mallinfo2 after = mallinfo2();
-        const auto bytes = static_cast<std::int64_t>(after.uordblks + after.hblkhd) -
-                           static_cast<std::int64_t>(before.uordblks + before.hblkhd);
-        return std::pair(runner, bytes);
-    };
     const auto [first, firstBytes] = grown([] { return convolutions(1, 1); });
     const auto [second, secondBytes] = grown([] { return convolutions(2, 1); });
     EXPECT_GE(firstBytes, kWeightBytes);

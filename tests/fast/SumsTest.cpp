@@ -73,8 +73,12 @@ TEST(FastSums, MatrixProductsAddAlongTheRows) {
                                         {{2, 3, 7, 5, 3}, {2, 3, 5, 33, 3}},
                                         {{1, 2, 31, 67, 3}, {1, 2, 67, 16, 3}},
                                         {{1, 1, 3, 200, 3}, {1, 1, 200, 47, 3}}};
-    for (const std::vector<Shape>& pair : pairs)
+    for (const std::vector<Shape>& pair : pairs) {
         expectChains(pair, [](Recording& r) { return r->matMul(r.x[0], r.x[1]); });
+        std::vector<float> values = Values(3).reals(ReferenceBuilder::count(pair[1]));
+        nolk::Tensor constant{pair[1], values.data()};
+        expectChains({pair[0]}, [&](Recording& r) { return r->matMul(r.x[0], r->constTensor(&constant)); });
+    }
 }
 
 TEST(FastSums, FullConnectionsAddBiasThenInputs) {

@@ -13,6 +13,7 @@
 #include "inspect/ModelWriterImpl.h"
 #include "layers/ownedFloats.h"
 #include "memory/FloatKeeper.h"
+#include "memory/optionalInterface.h"
 #include "model/ModelReaderImpl.h"
 #include "support/CallLog.h"
 #include "support/values.h"
@@ -115,10 +116,12 @@ TEST(FloatArrays, AnArrayThatIsUsedTwiceIsCopiedTheSecondTime) {
 // Its slots stand behind a null pointer.
 TEST(FloatKeeper, ABuilderWithoutTypeInformationIsNone) {
     CallLog typed;
-    EXPECT_EQ(floatKeeperOf(typed), nullptr);
+    EXPECT_EQ(optionalInterface<FloatKeeper>(typed), nullptr);
     const void* const table[] = {nullptr, nullptr, nullptr};
     const void* const* const untyped = table + 2;
-    EXPECT_EQ(floatKeeperOf(*reinterpret_cast<nolk::RunnerBuilder*>(const_cast<const void***>(&untyped))), nullptr);
+    EXPECT_EQ(
+        optionalInterface<FloatKeeper>(*reinterpret_cast<nolk::RunnerBuilder*>(const_cast<const void***>(&untyped))),
+        nullptr);
 }
 
 }  // namespace

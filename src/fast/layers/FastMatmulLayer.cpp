@@ -8,14 +8,25 @@
 namespace {
 
 constexpr int kBlocksOfTask = 2;  // columns of b that are packed at a time, in blocks
+constexpr int kPackedBlocksOfTask = 8;
 
-// Copies columns [first, first + count) of b, k rows of width w, to rows of whole blocks.
+// Copies columns [first, first + count) of b, k rows of width w, to rows of whole blocks, whose other lanes are zeros.
 void packBlock(const float* b, int k, int w, int first, float* packed) {
     const int count = std::min(kFastBlock, w - first);
     for (int i = 0; i < k; ++i, packed += kFastBlock) {
         std::memcpy(packed, b + std::ptrdiff_t{i} * w + first, static_cast<std::size_t>(count) * sizeof(float));
         std::fill(packed + count, packed + kFastBlock, 0.0f);
     }
+}
+
+int divideUp(int a, int b) { return (a + b - 1) / b; }
+
+// Threads that can work at the same time. Whether a network fits must not depend on the number of threads.
+int packingThreads(const nolk::TensorShape& out, int k, int numThreads) {
+    constexpr std::int64_t kMostFloats = 1 << 24;
+    const std::int64_t tasks = std::int64_t{out.n} * out.c * divideUp(blocksOf(out.w), kBlocksOfTask);
+    const std::int64_t fitting = kMostFloats / (std::int64_t{kBlocksOfTask} * kFastBlock * std::max(k, 1));
+    return static_cast<int>(std::clamp<std::int64_t>(std::min(tasks, fitting), 1, numThreads));
 }
 
 }  // namespace
@@ -28,47 +39,72 @@ FastMatmulLayer::FastMatmulLayer(const FastNode& node, const FastView& a, const 
       steps_(node.steps, views, output),
       taps_(static_cast<std::size_t>(a.shape.w)),
       scratch_(scratch),
-      threads_(numThreads) {
+      threads_(packingThreads(output.shape, a.shape.w, numThreads)) {
     std::iota(taps_.begin(), taps_.end(), 0);
+    if (!b.constant) return;
+    const int k = b.shape.h, blocks = blocksOf(b.shape.w), planes = b.shape.n * b.shape.c;
+    const std::size_t blockFloats = static_cast<std::size_t>(k) * kFastBlock;
+    auto packed = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(planes) *
+                                                     static_cast<std::size_t>(blocks) * blockFloats);
+    float* to = packed->data();
+    for (int plane = 0; plane < planes; ++plane)
+        for (int block = 0; block < blocks; ++block, to += blockFloats)
+            packBlock(b.constant + plane * b.strides.plane, k, b.shape.w, block * kFastBlock, to);
+    packed_ = shareFloats(std::move(packed));
 }
 
-std::int64_t FastMatmulLayer::scratchFloats(const nolk::TensorShape& b, int numThreads) {
-    return std::int64_t{kBlocksOfTask} * kFastBlock * b.h * numThreads;
+std::int64_t FastMatmulLayer::scratchFloats(const nolk::TensorShape& output, int k, int numThreads) {
+    return std::int64_t{kBlocksOfTask} * kFastBlock * k * packingThreads(output, k, numThreads);
 }
 
 void FastMatmulLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
-    const int k = a_.shape.w, ranges = (blocksOf(out.w) + kBlocksOfTask - 1) / kBlocksOfTask;
-    const int tasks = out.n * out.c * ranges;
-    // Each thread has packed columns of its own, and every threads_-th task.
-    run.team.forEach(threads_, std::int64_t{out.n} * out.c * out.h * out.w * k / (4 * threads_), [&](int thread) {
-        float* const packed =
-            run.arena.floats.data() + scratch_ + std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock * k;
-        for (int task = thread; task < tasks; task += threads_) {
-            const std::ptrdiff_t plane = task / ranges;
-            const int first = task % ranges * kBlocksOfTask * kFastBlock;
-            FastProduct call;
-            call.blocks = std::min(kBlocksOfTask, blocksOf(out.w - first));
-            const float* const b = b_.base(run) + plane * b_.strides.plane;
-            for (int block = 0; block < call.blocks; ++block)
-                packBlock(b, k, out.w, first + block * kFastBlock, packed + std::ptrdiff_t{block} * k * kFastBlock);
-            call.x = a_.base(run) + plane * a_.strides.plane;
-            call.xStep = k;
-            call.taps = taps_.data();
-            call.tapCount = k;
-            call.weights = packed;
-            call.y = output_.base(run) + plane * output_.strides.plane + first;
-            call.yStep = out.w;
-            call.yBlock = kFastBlock;
-            call.rows = 1;
-            call.pixels = out.h;
-            call.lanes = std::min(kFastBlock, out.w - first - (call.blocks - 1) * kFastBlock);
-            call.low = -std::numeric_limits<float>::infinity();
-            call.high = std::numeric_limits<float>::infinity();
-            run.kernels.product(call);
-        }
-    });
+    const int k = a_.shape.w, planes = out.n * out.c, blocks = blocksOf(out.w);
+    const int step = packed_ ? kPackedBlocksOfTask : kBlocksOfTask, ranges = divideUp(blocks, step);
+    const std::int64_t products = std::int64_t{planes} * out.h * out.w * k;
+    const auto part = [&](int task, const float* packed) {
+        const int firstBlock = task % ranges * step;
+        return Part{task / ranges, firstBlock * kFastBlock, std::min(step, blocks - firstBlock), packed};
+    };
+    if (packed_)
+        run.team.forEach(planes * ranges, products / (std::int64_t{planes} * ranges * 4), [&](int task) {
+            const std::ptrdiff_t block = std::ptrdiff_t{task / ranges} * blocks + task % ranges * step;
+            multiply(run, part(task, packed_->data() + block * k * kFastBlock));
+        });
+    else
+        // Each thread has packed columns of its own, and every threads_-th task.
+        run.team.forEach(threads_, products / (std::int64_t{4} * threads_), [&](int thread) {
+            float* const packed =
+                run.arena.floats.data() + scratch_ + std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock * k;
+            for (int task = thread; task < planes * ranges; task += threads_) {
+                const Part columns = part(task, packed);
+                const float* const b = b_.base(run) + columns.plane * b_.strides.plane;
+                for (int block = 0; block < columns.blocks; ++block)
+                    packBlock(b, k, out.w, columns.firstColumn + block * kFastBlock,
+                              packed + std::ptrdiff_t{block} * k * kFastBlock);
+                multiply(run, columns);
+            }
+        });
     if (!steps_.empty())
-        run.team.forEach(out.n * out.c, output_.strides.plane,
+        run.team.forEach(planes, output_.strides.plane,
                          [&](int task) { steps_.applyRows(run, task / out.c, task % out.c, 0, out.h); });
+}
+
+void FastMatmulLayer::multiply(const FastRun& run, const Part& part) const {
+    const nolk::TensorShape& out = output_.shape;
+    FastProduct call;
+    call.blocks = part.blocks;
+    call.x = a_.base(run) + part.plane * a_.strides.plane;
+    call.xStep = call.tapCount = a_.shape.w;
+    call.taps = taps_.data();
+    call.weights = part.packed;
+    call.y = output_.base(run) + part.plane * output_.strides.plane + part.firstColumn;
+    call.yStep = out.w;
+    call.yBlock = kFastBlock;
+    call.rows = 1;
+    call.pixels = out.h;
+    call.lanes = std::min(kFastBlock, out.w - part.firstColumn - (part.blocks - 1) * kFastBlock);
+    call.low = -std::numeric_limits<float>::infinity();
+    call.high = std::numeric_limits<float>::infinity();
+    run.kernels.product(call);
 }

@@ -27,24 +27,36 @@ std::vector<FastProductPart> partsOf(const nolk::Weights& w, std::size_t lists) 
     return parts;
 }
 
+std::ptrdiff_t tapsOf(const nolk::Weights& w) { return std::ptrdiff_t{w.inChannels} * w.kernelH * w.kernelW; }
+
+// Gives each part its place in the packed arrays, and returns the number of their blocks. Groups that share their
+// weights share the packed ones too, where they are divided in the same way.
+std::ptrdiff_t placeParts(const nolk::Weights& w, std::vector<FastProductPart>& parts) {
+    std::map<std::pair<int, int>, std::ptrdiff_t> places;
+    std::ptrdiff_t blocks = 0;
+    for (FastProductPart& part : parts) {
+        const int first = part.firstBlock * kFastBlock + part.firstLane;
+        std::ptrdiff_t place = blocks;
+        if (w.shared) place = places.emplace(std::pair(first % w.outChannels, part.lanes), blocks).first->second;
+        if (place == blocks) blocks += part.blocks;
+        part.weights = place * tapsOf(w) * kFastBlock;
+        part.bias = place * kFastBlock;
+    }
+    return blocks;
+}
+
 }  // namespace
+
+std::int64_t FastProductParts::packedFloats(const nolk::Weights& w) {
+    std::vector<FastProductPart> parts = partsOf(w, 1);
+    return placeParts(w, parts) * (tapsOf(w) + 1) * kFastBlock;
+}
 
 FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> tapLists) {
     FastProductParts packed;
     packed.taps = std::move(tapLists);
     packed.parts = partsOf(w, packed.taps.size());
-    const std::ptrdiff_t tapCount = std::ptrdiff_t{w.inChannels} * w.kernelH * w.kernelW;
-    // Groups that share their weights share the packed ones too, where they are divided in the same way.
-    std::map<std::pair<int, int>, std::ptrdiff_t> places;
-    std::ptrdiff_t blocks = 0;
-    for (FastProductPart& part : packed.parts) {
-        const int first = part.firstBlock * kFastBlock + part.firstLane;
-        std::ptrdiff_t place = blocks;
-        if (w.shared) place = places.emplace(std::pair(first % w.outChannels, part.lanes), blocks).first->second;
-        if (place == blocks) blocks += part.blocks;
-        part.weights = place * tapCount * kFastBlock;
-        part.bias = place * kFastBlock;
-    }
+    const std::ptrdiff_t tapCount = tapsOf(w), blocks = placeParts(w, packed.parts);
     auto weights = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * tapCount * kFastBlock));
     auto bias = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * kFastBlock));
     for (const FastProductPart& part : packed.parts) {

@@ -28,6 +28,9 @@ struct FastProductParts {
     // w: weights [group, out, in, kernelH, kernelW]. taps: of each group, or of all.
     static FastProductParts pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> taps);
 
+    // Floats that `pack` allocates.
+    static std::int64_t packedFloats(const nolk::Weights& w);
+
     // The blocks [begin, end) of part, in terms of the kernel: sets taps, weights, bias, blocks and lanes.
     void set(FastProduct& call, const FastProductPart& part, int begin, int end) const;
 };
