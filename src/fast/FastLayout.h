@@ -31,7 +31,9 @@ inline bool sameBorder(const FastBorder& a, const FastBorder& b) {
     return a.top == b.top && a.bottom == b.bottom && a.left == b.left && a.right == b.right;
 }
 
-inline int blocksOf(int channels) { return (channels + kFastBlock - 1) / kFastBlock; }
+inline int divideUp(int a, int b) { return (a + b - 1) / b; }
+
+inline int blocksOf(int channels) { return divideUp(channels, kFastBlock); }
 
 // Distances in floats. A plane is one channel or one block of channels.
 struct FastStrides {

@@ -15,7 +15,7 @@ namespace {
 using nolk::TensorShape;
 
 // Blocks of fewer channels than this are mostly unused lanes, so a convolution reads them from a plain tensor.
-constexpr int kFewChannels = 8;
+constexpr int kFewForBlocks = 8;
 
 class Layouts {
 public:
@@ -60,7 +60,7 @@ private:
         if (const auto* op = std::get_if<FastConvolution>(&node.operation)) {
             const FastConvolutionKind kind = kindOf(*op, in.shape, out.shape);
             if (kind == FastConvolutionKind::gathered) return FastLayout::plain;
-            const bool few = in.layout == FastLayout::plain && in.shape.c < kFewChannels;
+            const bool few = in.layout == FastLayout::plain && in.shape.c < kFewForBlocks;
             return few && kind == FastConvolutionKind::direct ? FastLayout::plain : FastLayout::blocks;
         }
         if (std::holds_alternative<FastDeconvolution>(node.operation) ||
@@ -98,7 +98,7 @@ private:
     FastLayout layoutOfConcat(const FastNode& node) const {
         bool anyBlocks = false;
         for (const int input : node.inputs) anyBlocks = anyBlocks || graph_.at(input).layout == FastLayout::blocks;
-        return anyBlocks && graph_.at(node.output).shape.c >= kFewChannels ? FastLayout::blocks : FastLayout::plain;
+        return anyBlocks && graph_.at(node.output).shape.c >= kFewForBlocks ? FastLayout::blocks : FastLayout::plain;
     }
 
     // Whether each part begins with a block.

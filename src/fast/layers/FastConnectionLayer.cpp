@@ -38,7 +38,7 @@ FastConnectionLayer::FastConnectionLayer(const FastNode& node, const FastConnect
 
 void FastConnectionLayer::run(const FastRun& run) const {
     const FastProductPart& part = parts_.parts.front();
-    const int tasks = (part.blocks + kBlocksOfTask - 1) / kBlocksOfTask;
+    const int tasks = divideUp(part.blocks, kBlocksOfTask);
     const auto products = static_cast<std::int64_t>(parts_.taps.front().size()) * rows_ * kBlocksOfTask * kFastBlock;
     run.team.forEach(tasks, products / 4, [&](int task) {
         const int begin = task * kBlocksOfTask, end = std::min(begin + kBlocksOfTask, part.blocks);

@@ -9,8 +9,9 @@ namespace {
 // Input floats that should stay in the second cache while all output blocks are computed from them.
 constexpr std::ptrdiff_t kCachedFloats = 64 * 1024;
 
-// Pixels that a task computes at least; a multiple of the pixels that kernels keep in registers.
-constexpr int kTilePixels = 84;
+// Pixels that kernels keep in registers, with 16 lanes or with fewer: 14 and 6. A task has a multiple of both, at
+// least.
+constexpr int kRegisterPixels = 14, kTilePixels = 84;
 
 // Weights that each core can have in its second cache.
 constexpr std::int64_t kFewWeights = 128 * 1024;
@@ -18,9 +19,8 @@ constexpr std::int64_t kFewWeights = 128 * 1024;
 // A float that another core has computed takes as long to read as so many weights, which are fetched ahead.
 constexpr std::int64_t kReuse = 16;
 
-int divideUp(int a, int b) { return (a + b - 1) / b; }
-
-// The length of a piece, at most `longest` or one unit, for which the threads finish together as nearly as possible.
+// The length of a piece for which the threads finish together as nearly as possible: a multiple of `unit`, and about
+// `longest` at most.
 int evenLength(int length, int longest, int unit, int samples, int threads) {
     constexpr int kTries = 16;
     int best = 0;
@@ -99,7 +99,7 @@ FastConvolutionLayer::Division FastConvolutionLayer::divide(int samples, int thr
 
     const auto inPieces = [&](int pieces) {
         const int longest = std::min(pieceLength_, divideUp(length, divideUp(pieces, samples)));
-        return evenLength(length, longest, joinsRows_ ? kTilePixels / 6 : 1, samples, threads);
+        return evenLength(length, longest, joinsRows_ ? kRegisterPixels : 1, samples, threads);
     };
     int pieceLength = pieceLength_, ranges = 1;
     if (weights_ <= kFewWeights) {

@@ -93,7 +93,7 @@ std::vector<FastDeconvolutionLayer::Phase> FastDeconvolutionLayer::phasesOf(int 
     for (int first = 0; first < std::min(stride, out); ++first) {
         Phase phase;
         phase.first = first;
-        phase.positions = (out - first + stride - 1) / stride;
+        phase.positions = divideUp(out - first, stride);
         const int smallest = ((first + before) % stride + stride) % stride;
         for (int k = smallest; k < kernel; k += stride) phase.kernel.push_back(k);
         phase.source = (first + before - smallest) / stride;
@@ -142,11 +142,11 @@ void FastDeconvolutionLayer::run(const FastRun& run) const {
     }
     const int planes = output_.strides.planes, threads = run.team.size();
     const int blocks = threads > 1 && planes >= 2 * threads ? 2 : planes;
-    const int ranges = (planes + blocks - 1) / blocks;
+    const int ranges = divideUp(planes, blocks);
     // A task computes some source rows of all phases, so that it finishes its output rows.
     const int sourceRows = rows_.front().positions;
     const int pieceRows = std::clamp(sourceRows / (threads > 1 ? 4 * threads : 1), 1, 16);
-    const int pieces = (sourceRows + pieceRows - 1) / pieceRows;
+    const int pieces = divideUp(sourceRows, pieceRows);
     run.team.forEach(
         out.n * ranges * pieces, std::int64_t{pieceRows} * out.w * input_.shape.c * blocks * 4, [&](int task) {
             const int piece = task % pieces, range = task / pieces % ranges, sample = task / pieces / ranges;

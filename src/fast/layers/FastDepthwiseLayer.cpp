@@ -36,7 +36,7 @@ FastDepthwiseLayer::FastDepthwiseLayer(const FastNode& node, const FastConvoluti
 void FastDepthwiseLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int rows = std::clamp(kPiecePixels / out.w, 1, out.h);
-    const int pieces = (out.h + rows - 1) / rows, planes = output_.strides.planes;
+    const int pieces = divideUp(out.h, rows), planes = output_.strides.planes;
     const std::int64_t products = std::int64_t{rows} * out.w * kFastBlock * std::min(kernel_.h * kernel_.w, 256);
     run.team.forEach(out.n * planes * pieces, products / 4, [&](int task) {
         const int piece = task % pieces, plane = task / pieces % planes;

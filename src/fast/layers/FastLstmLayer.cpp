@@ -84,7 +84,7 @@ void FastLstmLayer::runChunk(const FastRun& run, int first, int count) const {
     const int n = output_.shape.n, passes = static_cast<int>(passes_.size());
     const std::ptrdiff_t floats = passFloats(hidden_, steps_), row = std::ptrdiff_t{passes} * hidden_;
     float* const scratch = run.arena.floats.data() + scratch_;
-    const int blocks = gateFloats_ / kFastBlock, ranges = (blocks + kBlocksOfTask - 1) / kBlocksOfTask;
+    const int blocks = gateFloats_ / kFastBlock, ranges = divideUp(blocks, kBlocksOfTask);
     const std::int64_t units = std::int64_t{count} * gateFloats_;
     const auto passOf = [&](int chain) -> const Pass& { return passes_[static_cast<std::size_t>(chain % passes)]; };
     // The earliest of these steps in time.

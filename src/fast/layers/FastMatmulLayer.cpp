@@ -19,8 +19,6 @@ void packBlock(const float* b, int k, int w, int first, float* packed) {
     }
 }
 
-int divideUp(int a, int b) { return (a + b - 1) / b; }
-
 // Threads that can work at the same time. Whether a network fits must not depend on the number of threads.
 int packingThreads(const nolk::TensorShape& out, int k, int numThreads) {
     constexpr std::int64_t kMostFloats = 1 << 24;
