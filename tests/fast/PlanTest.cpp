@@ -87,6 +87,7 @@ TEST(FastPlan, WhatIsNeededAtTheSameTimeDoesNotOverlap) {
             EXPECT_LE(sum, plan.lowerBound);
         }
         EXPECT_LE(plan.lowerBound, plan.floats);
+        EXPECT_LE(plan.floats, plan.lowerBound + plan.lowerBound / 4);
     }
 }
 
