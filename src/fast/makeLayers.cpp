@@ -84,7 +84,7 @@ LayerPtr make(const FastSoftmaxAlong& op, const Place& at) {
 }
 
 LayerPtr make(const FastResize& op, const Place& at) {
-    return named<FastResizeLayer>("resize", at.node, op, at.input(), at.output(), at.views);
+    return named<FastResizeLayer>("resize", at.node, op, at.input(), at.output(), at.views, at.scratch);
 }
 
 LayerPtr make(const FastMatmul&, const Place& at) {
@@ -154,6 +154,7 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
             count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
         if (std::holds_alternative<FastMatmul>(node.operation))
             count = FastMatmulLayer::scratchFloats(graph.at(node.inputs[1]).shape, numThreads);
+        if (std::holds_alternative<FastResize>(node.operation)) count = FastResizeLayer::scratchFloats(out);
         if (const auto* lstm = std::get_if<FastLstm>(&node.operation))
             count = FastLstmLayer::scratchFloats(lstm->weights, out);
         floats.push_back(count);
