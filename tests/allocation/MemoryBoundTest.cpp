@@ -216,6 +216,13 @@ const Row kRows[] = {
              return w.transpose(w.reduce(y, {1, kExtent, 1, 1, 3}, nolk::BasicOp::sum), {{0, 2, 3, 1}});
          });
      }},
+    {"matMul of long rows",
+     [](Writer& w) {
+         X const a = w.input({1, 1, 1, kExtent, 3}), b = w.input({1, 1, kExtent, 1, 3});
+         std::vector<X> outputs;
+         for (int i = 0; i < kCount; ++i) outputs.push_back(w.matMul(a, b));
+         w.build(outputs.data(), kCount);
+     }},
     {"matMul and avgPool",
      [](Writer& w) {
          X const a = w.input({1, 1, 64, 64, 3});

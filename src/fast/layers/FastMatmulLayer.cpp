@@ -22,28 +22,24 @@ void packBlock(const float* b, int k, int w, int first, float* packed) {
 
 FastMatmulLayer::FastMatmulLayer(const FastNode& node, const FastView& a, const FastView& b, const FastView& output,
                                  const std::vector<FastView>& views, std::ptrdiff_t scratch, int numThreads)
-    : a_(a),
-      b_(b),
-      output_(output),
-      steps_(node.steps, views, output),
-      taps_(static_cast<std::size_t>(a.shape.w)),
-      scratch_(scratch),
-      threads_(numThreads) {
-    std::iota(taps_.begin(), taps_.end(), 0);
-}
+    : a_(a), b_(b), output_(output), steps_(node.steps, views, output), scratch_(scratch), threads_(numThreads) {}
 
 std::int64_t FastMatmulLayer::scratchFloats(const nolk::TensorShape& b, int numThreads) {
-    return std::int64_t{kBlocksOfTask} * kFastBlock * b.h * numThreads;
+    static_assert(sizeof(std::int32_t) == sizeof(float));
+    return (std::int64_t{kBlocksOfTask} * kFastBlock * numThreads + 1) * b.h;  // packed columns, and the taps
 }
 
 void FastMatmulLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int k = a_.shape.w, ranges = (blocksOf(out.w) + kBlocksOfTask - 1) / kBlocksOfTask;
     const int tasks = out.n * out.c * ranges;
+    float* const scratch = run.arena.floats.data() + scratch_;
+    auto* const taps =
+        reinterpret_cast<std::int32_t*>(scratch + std::ptrdiff_t{threads_} * kBlocksOfTask * kFastBlock * k);
+    std::iota(taps, taps + k, 0);
     // Each thread has packed columns of its own, and every threads_-th task.
     run.team.forEach(threads_, std::int64_t{out.n} * out.c * out.h * out.w * k / (4 * threads_), [&](int thread) {
-        float* const packed =
-            run.arena.floats.data() + scratch_ + std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock * k;
+        float* const packed = scratch + std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock * k;
         for (int task = thread; task < tasks; task += threads_) {
             const std::ptrdiff_t plane = task / ranges;
             const int first = task % ranges * kBlocksOfTask * kFastBlock;
@@ -54,7 +50,7 @@ void FastMatmulLayer::run(const FastRun& run) const {
                 packBlock(b, k, out.w, first + block * kFastBlock, packed + std::ptrdiff_t{block} * k * kFastBlock);
             call.x = a_.base(run) + plane * a_.strides.plane;
             call.xStep = k;
-            call.taps = taps_.data();
+            call.taps = taps;
             call.tapCount = k;
             call.weights = packed;
             call.y = output_.base(run) + plane * output_.strides.plane + first;

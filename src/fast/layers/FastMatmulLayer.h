@@ -18,7 +18,6 @@ public:
 private:
     FastView a_, b_, output_;
     FastSteps steps_;
-    std::vector<std::int32_t> taps_;
     std::ptrdiff_t scratch_;
     int threads_;
 };
