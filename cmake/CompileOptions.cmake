@@ -18,6 +18,7 @@ if(NOLK_SANITIZE)
 endif()
 if(NOLK_BUILD_FUZZERS)
   target_compile_options(nolk_any_level INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(nolk_any_level INTERFACE -fsanitize=fuzzer-no-link)
   # Sanitizers see accesses beyond a tensor only if it has a heap block of its own.
   target_compile_definitions(nolk_any_level INTERFACE NOLK_SEPARATE_TENSORS)
 endif()

@@ -46,6 +46,13 @@ nolk::TensorX* Network::pick() {
 
 int Network::small(int most) { return choose_.oneIn(40) ? choose_.edge() : choose_.below(most) + 1; }
 
+// From 1 to most, or whole blocks of 16, for which the fast back end has code of its own.
+int Network::channels(int most) {
+    if (choose_.oneIn(40)) return choose_.edge();
+    const int number = choose_.below(most + 2) + 1;
+    return number > most ? 16 * (number - most) : number;
+}
+
 // Never null. A count that is too large for a small network makes the operation be left out.
 float* Network::floats(std::int64_t count) {
     fits_ = fits_ && count <= kMaxFloats;
@@ -96,7 +103,7 @@ T Network::make(const nolk::TensorShape& x) {
     } else if constexpr (std::is_same_v<T, nolk::TensorShape>) {
         nolk::TensorShape shape = x;
         const int way = x.n == 0 ? 0 : choose_.below(5);
-        if (way == 0) shape = {batch_, small(6), small(6), small(6), 3};
+        if (way == 0) shape = {batch_, channels(6), small(6), small(6), 3};
         if (way == 1) shape = {x.n, x.c * x.h * x.w, 1, 1, 1};  // wraps for extents at the edge
         if (way == 2) std::swap(shape.c, choose_.below(2) == 0 ? shape.h : shape.w);
         if (way == 3) shape.h = small(8), shape.w = small(8);
@@ -136,7 +143,7 @@ T Network::make(const nolk::TensorShape& x) {
 nolk::Weights Network::weights(const nolk::TensorShape& x, bool shared) {
     nolk::Weights w;
     w.groups = choose_.below(3) == 2 ? x.c : small(2);
-    w.outChannels = small(4);
+    w.outChannels = channels(4);
     w.inChannels = choose_.oneIn(16) ? small(4) : x.c / std::max(w.groups, 1);
     w.kernelH = small(3);
     w.kernelW = small(3);

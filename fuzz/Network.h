@@ -29,6 +29,7 @@ private:
     nolk::TensorX* pick();
     nolk::Weights weights(const nolk::TensorShape& x, bool shared);
     int small(int most);
+    int channels(int most);
     float* floats(std::int64_t count);
 
     Choices& choose_;

@@ -7,9 +7,9 @@
 #include <stdexcept>
 #include <vector>
 
+#include "fuzz/HostRun.h"
 #include "fuzz/Network.h"
 #include "fuzz/Outline.h"
-#include "fuzz/runTwice.h"
 #include "fuzz/target.h"
 #include "inspect/OperationLog.h"
 

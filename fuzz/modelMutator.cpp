@@ -180,7 +180,8 @@ extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t s
     random.discard(3);
     const unsigned way = (random() >> 8) % 64;
     if (way == 0 || size < 8) return stored(newFile(random), data, size, maxSize);
-    if (way == 1) return LLVMFuzzerMutate(data, size, maxSize);  // mostly breaks the checksum
+    const bool isFile = data[0] == 'C' && data[1] == 'M';                   // one target also takes other bytes
+    if (way == 1 || !isFile) return LLVMFuzzerMutate(data, size, maxSize);  // mostly breaks the checksum
     const Bytes decisions = randomBytes(random, 128);
     Choices choose(decisions.data(), decisions.size());
     ModelText model(data, size);

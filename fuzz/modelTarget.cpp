@@ -6,8 +6,8 @@
 #include <new>
 #include <vector>
 
+#include "fuzz/HostRun.h"
 #include "fuzz/Outline.h"
-#include "fuzz/runTwice.h"
 #include "fuzz/target.h"
 
 namespace {

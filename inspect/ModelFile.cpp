@@ -51,13 +51,16 @@ void ModelFile::open() {
     if (version_ < 1 || version_ > 4)
         return report(Severity::error, "version", 2, "must be 1 to 4, is " + std::to_string(version_));
     if (version_ >= 2) readHeadInfo(in);
-    if (in.overflowed()) return report(Severity::error, "head info", kHeadBytes, "the file ends within it");
+    const bool endsInHeadInfo = in.overflowed();
+    if (endsInHeadInfo) report(Severity::error, "head info", kHeadBytes, "the file ends within it");
+    if (isScrambled() && !endsInHeadInfo) checkSum();
     if (isScrambled()) unscramble();
     // The library reads the head info once more when the body is unscrambled. Where lengths in it are negative, the
     // body begins within it, and the second reading comes to another end.
     recordsBegin_ = kHeadBytes;
     BinReader body = records();
     if (version_ >= 2) getHeadInfo(body);
+    if (endsInHeadInfo && body.overflowed()) return;
     const std::int64_t begin = version_ >= 2 ? offsetOf(body) : kHeadBytes;
     recordsBegin_ = begin;
     body = records();
@@ -81,10 +84,13 @@ void ModelFile::readHeadInfo(BinReader& in) {
     }
 }
 
-void ModelFile::unscramble() {
+void ModelFile::checkSum() {
     MessageCollector messages;
     if (!checkCrc(data_, size_, messages))
         report(Severity::error, "checksum", recordsEnd(), "it is not that of the bytes before it");
+}
+
+void ModelFile::unscramble() {
     unscrambled_.assign(data_, data_ + size_);
     const std::int64_t body = std::max<std::int64_t>(kHeadBytes + headInfoLength_, 0);
     scramble(unscrambled_.data(), body, recordsEnd());

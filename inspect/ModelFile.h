@@ -48,6 +48,7 @@ private:
     bool isScrambled() const { return version_ == 3 || version_ == 4; }
     void open();
     void readHeadInfo(BinReader& in);
+    void checkSum();
     void unscramble();
     void report(nolk::Severity severity, const char* part, std::int64_t offset, const std::string& text);
 

@@ -127,10 +127,11 @@ void checkEnum(LoggedOperation& operation, bool isError, const std::string& what
                                                   ", is " + std::to_string(value) + ": " + consequence});
 }
 
-// Along an axis that is taken twice, only the diagonal of the output is written.
+// Along an axis that is taken twice, only the diagonal of the output is written; nothing at all if an axis that is left
+// out has no element.
 void checkPermutation(LoggedOperation& operation, nolk::Perm perm, const nolk::TensorShape& x) {
     const int extents[] = {x.n, x.c, x.h, x.w};
-    bool isPermutation = true, leavesUnwritten = false;
+    bool isPermutation = true, leavesUnwritten = elementsOf(x) == 0;
     for (int axis = 0; axis < 4; ++axis) {
         const auto uses = std::count(perm.axes, perm.axes + 4, axis);
         isPermutation = isPermutation && uses == 1;

@@ -11,6 +11,12 @@
 #include "fast/makeLayers.h"
 #include "runner/checkTensors.h"
 
+#ifdef NOLK_SEPARATE_TENSORS
+#include <sanitizer/asan_interface.h>
+
+#include "memory/MemoryPool.h"
+#endif
+
 namespace {
 
 std::int64_t nanoseconds() {
@@ -38,6 +44,9 @@ FastRunner::FastRunner(FastGraph graph, const FastPlan& plan, const FastSettings
       arenaLowerBound_(plan.lowerBound),
       constants_(std::move(graph.constants)),
       team_(settings.numThreads, settings.spinUs) {
+#ifdef NOLK_SEPARATE_TENSORS
+    gaps_ = plan.gaps;
+#endif
     for (const int input : graph.inputs) {
         inputs_.push_back(plan.views[static_cast<std::size_t>(input)]);
         inputShapes_.push_back(inputs_.back().shape);
@@ -108,6 +117,11 @@ bool FastRunner::compute(nolk::Tensor* inputs, int inputCount, nolk::Tensor* out
 std::unique_ptr<FastArena> FastRunner::newArena() const {
     auto arena = std::make_unique<FastArena>();
     arena->floats = zerosInHugePages(static_cast<std::size_t>(arenaFloats_));
+#ifdef NOLK_SEPARATE_TENSORS
+    std::fill_n(arena->floats.data(), arena->floats.size(), MemoryPool::firstValue);
+    for (const std::int64_t gap : gaps_)
+        ASAN_POISON_MEMORY_REGION(arena->floats.data() + gap, kFastGap * sizeof(float));
+#endif
     for (const auto& layer : layers_)
         if (const auto* builtIn = dynamic_cast<const FastBuiltInLayer*>(layer.get()))
             arena->builtIn.push_back(builtIn->make(*arena));

@@ -46,6 +46,9 @@ private:
     // fixed after construction
     const FastKernels& kernels_;
     std::int64_t arenaFloats_, arenaLowerBound_;
+#ifdef NOLK_SEPARATE_TENSORS
+    std::vector<std::int64_t> gaps_;
+#endif
     std::vector<FastView> inputs_, outputs_;
     std::vector<nolk::TensorShape> inputShapes_, outputShapes_;
     std::vector<FloatBuffer> constants_;

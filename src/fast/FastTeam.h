@@ -50,7 +50,11 @@ public:
         }
 
     private:
+#ifdef NOLK_SEPARATE_TENSORS
+        static constexpr std::int64_t kFloatsWorthSharing = 16;  // fuzzers have small networks only
+#else
         static constexpr std::int64_t kFloatsWorthSharing = 16384;
+#endif
 
         FastTeam& team_;
         bool hasWorkers_;

@@ -84,7 +84,7 @@ LayerPtr make(const FastSoftmaxAlong& op, const Place& at) {
 }
 
 LayerPtr make(const FastResize& op, const Place& at) {
-    return named<FastResizeLayer>("resize", at.node, op, at.input(), at.output(), at.views);
+    return named<FastResizeLayer>("resize", at.node, op, at.input(), at.output(), at.views, at.scratch);
 }
 
 LayerPtr make(const FastMatmul&, const Place& at) {
@@ -195,8 +195,9 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
             count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
         if (const auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
             count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
-        if (std::holds_alternative<FastMatmul>(node.operation) && !graph.at(node.inputs[1]).constant)
-            count = FastMatmulLayer::scratchFloats(out, in.w, numThreads);
+        if (std::holds_alternative<FastMatmul>(node.operation))
+            count = FastMatmulLayer::scratchFloats(out, in.w, graph.at(node.inputs[1]).constant, numThreads);
+        if (std::holds_alternative<FastResize>(node.operation)) count = FastResizeLayer::scratchFloats(out);
         if (const auto* lstm = std::get_if<FastLstm>(&node.operation))
             count = FastLstmLayer::scratchFloats(lstm->weights, out);
         floats.push_back(count);

@@ -112,8 +112,19 @@ FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scr
     for (const int output : graph.outputs) rangeOf(output).extend(nodes);
 
     FastPlan plan;
+#ifdef NOLK_SEPARATE_TENSORS
+    for (Range& range : ranges) {
+        range.extend(-1);
+        range.extend(nodes);
+        if (range.size > 0) range.size += kFastGap;
+    }
+#endif
     plan.lowerBound = largestSum(ranges, nodes);
     plan.floats = place(ranges);
+#ifdef NOLK_SEPARATE_TENSORS
+    for (const Range& range : ranges)
+        if (range.size > 0) plan.gaps.push_back(range.offset + range.size - kFastGap);
+#endif
     if (plan.floats > INT_MAX) throw std::bad_alloc();
     for (std::size_t v = 0; v < graph.values.size(); ++v)
         plan.views.push_back(viewOf(graph, static_cast<int>(v), ranges));

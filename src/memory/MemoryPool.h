@@ -6,6 +6,7 @@
 // be reserved. The pool owns the block.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "memory/AlignedMemory.h"
@@ -49,11 +50,15 @@ public:
 
 #ifdef NOLK_SEPARATE_TENSORS
     // A block of n floats outside the pool's range, owned by the pool. Fuzzers are built like this: sanitizers notice
-    // accesses beyond a block, but not those from one tensor into another.
+    // accesses beyond a block, but not those from one tensor into another. Blocks hold firstValue before a run writes
+    // to them; no result may depend on it.
     float* ownBlock(int n) {
-        blocks_.push_back(zeroedFloats(static_cast<std::size_t>(n > 0 ? n : 0)));
+        const auto count = static_cast<std::size_t>(n > 0 ? n : 0);
+        blocks_.push_back(zeroedFloats(count));
+        if (firstValue != 0.0f) std::fill_n(blocks_.back().get(), count, firstValue);
         return blocks_.back().get();
     }
+    static inline float firstValue = 0.0f;
 #endif
 
 private:

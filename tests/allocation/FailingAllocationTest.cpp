@@ -2,8 +2,12 @@
 // std::bad_alloc, null or false tells the host.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
+#ifdef HAS_FAST_BACK_END
+#include "fast/FastRunnerBuilder.h"
+#endif
 #include "inspect/ModelWriterImpl.h"
 #include "support/Allocations.h"
 #include "support/messages.h"
@@ -57,12 +61,33 @@ Bytes fileOf(const Network& record) {
     return writer.bytes();
 }
 
-nolk::Runner* load(Bytes& file) { return nolk_new_runner(nullptr, file.data(), static_cast<int>(file.size()), 1); }
+#ifdef HAS_FAST_BACK_END
+nolk::RunnerBuilder* newFastBuilder() { return new FastRunnerBuilder(nullptr); }
+nolk::RunnerBuilder* newThreadedFastBuilder() { return new FastRunnerBuilder("num_threads=3, arenas=2"); }
+#endif
+
+const struct {
+    const char* name;
+    nolk::RunnerBuilder* (*newBuilder)();  // null: the exported function that loads a file
+} kBackEnds[] = {
+    {"exported", nullptr},
+#ifdef HAS_FAST_BACK_END
+    {"fast", newFastBuilder},
+    {"fast, three threads", newThreadedFastBuilder},
+#endif
+};
+
+nolk::Runner* load(Bytes& file, nolk::RunnerBuilder* (*newBuilder)()) {
+    if (!newBuilder) return nolk_new_runner(nullptr, file.data(), static_cast<int>(file.size()), 1);
+    const nolk::Owned<nolk::ModelReader> reader(nolk_new_model_reader());
+    const nolk::Owned<nolk::RunnerBuilder> builder(newBuilder());
+    return reader->readFromMemory(builder.get(), 1, file.data(), static_cast<int>(file.size()));
+}
 
 // Loads a file, runs it through a batch runner of size 1 and releases it.
-void useOnce(Bytes& file, const nolk::TensorShape& output) {
+void useOnce(Bytes& file, const nolk::TensorShape& output, nolk::RunnerBuilder* (*newBuilder)()) {
     std::vector<float> in(64, 0.5f), out(64, 0.0f);
-    nolk::Runner* runner = load(file);
+    nolk::Runner* runner = load(file, newBuilder);
     if (!runner) return;
     if (nolk::Runner* const wrapped = nolk_wrap_batch_runner(runner, 1)) runner = wrapped;
     nolk::Tensor inputs{{1, 4, 4, 4, 3}, in.data()}, outputs{output, out.data()};
@@ -75,39 +100,46 @@ void useOnce(Bytes& file, const nolk::TensorShape& output) {
     runner->destroy();
 }
 
-TEST(FailingAllocation, NothingIsLostInLoadingAndRunning) {
-    for (const auto& network : kNetworks) {
-        SCOPED_TRACE(network.name);
-        const Bytes original = fileOf(network.record);
-        Bytes file = original;
-        useOnce(file, network.output);  // what is allocated once for the process
-        bool isReached = true;
-        int failures = 0;
-        for (int number = 1; isReached; ++number) {
-            testing::internal::CaptureStderr();
-            bool isThrown = false;
-            {
-                const Allocations allocations(number);
-                try {
-                    useOnce(file, network.output);
-                } catch (const std::bad_alloc&) {
-                    isThrown = true;
-                }
-                isReached = allocations.hasFailed();
-                for (char text[8]; nolk_pop_error_message(text, sizeof text), *text != 0;) {
-                }
-                EXPECT_EQ(allocations.now(), 0) << "allocation " << number;
+// After each failure the file is used once more: that must succeed, and leave the same as before. The fast back end
+// remembers which packed weights exist, which takes a little memory until the next load of equal ones.
+void letEachFail(const Bytes& original, const nolk::TensorShape& output, nolk::RunnerBuilder* (*newBuilder)()) {
+    Bytes file = original;
+    useOnce(file, output, newBuilder);  // what is allocated once for the process
+    int failures = 0;
+    for (bool isReached = true; isReached;) {
+        SCOPED_TRACE(testing::Message() << "allocation " << failures + 1);
+        testing::internal::CaptureStderr();
+        bool isThrown = false;
+        {
+            const Allocations allocations(failures + 1);
+            try {
+                useOnce(file, output, newBuilder);
+            } catch (const std::bad_alloc&) {
+                isThrown = true;
             }
-            testing::internal::GetCapturedStderr();
-            failures += isReached;
+            isReached = allocations.hasFailed();
             // nolk.h: the bytes are not restored if reading a record throws.
             if (!isThrown) {
-                EXPECT_EQ(file, original) << "allocation " << number;
+                EXPECT_EQ(file, original);
             }
-            file = original;
+            std::copy(original.begin(), original.end(), file.begin());
+            if (isReached) useOnce(file, output, newBuilder);
+            for (char text[8]; nolk_pop_error_message(text, sizeof text), *text != 0;) {
+            }
+            EXPECT_EQ(allocations.blocks(), 0);
         }
-        EXPECT_GT(failures, 50);
+        testing::internal::GetCapturedStderr();
+        failures += isReached;
     }
+    EXPECT_GT(failures, 50);
+}
+
+TEST(FailingAllocation, NothingIsLostInLoadingAndRunning) {
+    for (const auto& network : kNetworks)
+        for (const auto& backEnd : kBackEnds) {
+            SCOPED_TRACE(testing::Message() << network.name << ", " << backEnd.name);
+            letEachFail(fileOf(network.record), network.output, backEnd.newBuilder);
+        }
 }
 
 TEST(FailingAllocation, AMessageWithoutMemoryIsDropped) {

@@ -2,10 +2,18 @@
 // that is known. NOLK_PRINT_BOUNDS=1 prints the figures.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 
+#ifdef HAS_FAST_BACK_END
+#include "fast/FastRunner.h"
+#include "fast/FastRunnerBuilder.h"
+#endif
 #include "inspect/ModelWriterImpl.h"
 #include "support/Allocations.h"
 #include "support/modelBytes.h"
@@ -18,7 +26,8 @@ using Writer = nolk::ModelWriter;
 // Loading takes at most kConstant bytes, kLoadedRecord for each record, kFile for each byte of the file and kDeclared
 // for each byte of arena and weights. Looking into a file takes kSeenRecord for each record. A file has at most 32767
 // records, so this is less than 64 MB and what is in proportion.
-constexpr std::int64_t kConstant = 1 << 16, kLoadedRecord = 800, kSeenRecord = 1800, kFile = 25, kDeclared = 3;
+constexpr std::int64_t kConstant = 1 << 16, kLoadedRecord = 800, kSeenRecord = 1800, kFastRecord = 4000, kFastFile = 80,
+                       kFile = 25, kDeclared = 3;
 
 X chain(Writer& w, X x, int count, const std::function<X(X)>& next) {
     for (int i = 0; i < count; ++i) x = next(x);
@@ -58,6 +67,18 @@ const Row kRows[] = {
      [](Writer& w) {
          const std::vector<X> outputs(20000, w.input({1, 1, 64, 64, 3}));
          w.build(const_cast<X*>(outputs.data()), 20000);
+     }},
+    {"inputs of one element",
+     [](Writer& w) {
+         X x = nullptr;
+         for (int i = 0; i < 16000; ++i) x = w.input({1, 1, 1, 1, 3});
+         w.build(&x, 1);
+     }},
+    {"inputs of 64 KB",
+     [](Writer& w) {
+         X x = nullptr;
+         for (int i = 0; i < 1000; ++i) x = w.input({1, 1, 128, 128, 3});
+         w.build(&x, 1);
      }},
     {"pad and maxPool, fused",
      [](Writer& w) {
@@ -144,6 +165,20 @@ const Row kRows[] = {
              return w.resize(x, {1, 1, kExtent, 1, 3}, nolk::ResizeMode::nearest, nolk::ResizeTransMode::halfPixel);
          });
      }},
+    {"resize of 16 channels",
+     [](Writer& w) {
+         chain(w, w.input({1, 16, 1, kExtent, 3}), kCount, [&](X x) {
+             return w.resize(x, {1, 16, 1, kExtent, 3}, nolk::ResizeMode::linear, nolk::ResizeTransMode::halfPixel);
+         });
+     }},
+    {"convolve and avgPool of 16 channels",
+     [](Writer& w) {
+         auto v = ones(16 * 16);
+         chain(w, w.input({1, 16, 1, kExtent, 3}), kCount, [&](X x) {
+             X const y = w.convolve(x, {}, {1, 1}, {1, 1}, {16, 1, 1, 1, 1, false, v.data(), nullptr});
+             return w.avgPool(y, {1, 1}, {}, {1, 1});
+         });
+     }},
     {"lstm with one unit",
      [](Writer& w) {
          auto v = ones(200000);
@@ -181,6 +216,13 @@ const Row kRows[] = {
              return w.transpose(w.reduce(y, {1, kExtent, 1, 1, 3}, nolk::BasicOp::sum), {{0, 2, 3, 1}});
          });
      }},
+    {"matMul of long rows",
+     [](Writer& w) {
+         X const a = w.input({1, 1, 1, kExtent, 3}), b = w.input({1, 1, kExtent, 1, 3});
+         std::vector<X> outputs;
+         for (int i = 0; i < kCount; ++i) outputs.push_back(w.matMul(a, b));
+         w.build(outputs.data(), kCount);
+     }},
     {"matMul and avgPool",
      [](Writer& w) {
          X const a = w.input({1, 1, 64, 64, 3});
@@ -192,6 +234,17 @@ std::int64_t mostOf(const std::function<void()>& use) {
     const Allocations allocations;
     use();
     return allocations.most();
+}
+
+struct Use {
+    std::int64_t bytes = 0, milliseconds = 0;
+};
+
+Use measure(const std::function<void()>& use) {
+    const auto begin = std::chrono::steady_clock::now();
+    const std::int64_t bytes = mostOf(use);
+    const auto passed = std::chrono::steady_clock::now() - begin;
+    return {bytes, std::chrono::duration_cast<std::chrono::milliseconds>(passed).count()};
 }
 
 TEST(MemoryBound, HoldsForTheWorstFileOfEachOperation) {
@@ -210,20 +263,84 @@ TEST(MemoryBound, HoldsForTheWorstFileOfEachOperation) {
             return kConstant + record * info.recordCount + kFile * size + kDeclared * declared;
         };
 
-        const std::int64_t loading = mostOf([&] {
+        const Use loading = measure([&] {
             nolk::Runner* const runner = nolk_new_runner(nullptr, file.data(), static_cast<int>(size), row.batch);
             if (runner) runner->destroy();
         });
         const std::int64_t checking = mostOf([&] { nolk::checkModel(file.data(), file.size()); });
-        EXPECT_LE(loading, boundFor(kLoadedRecord));
+        EXPECT_LE(loading.bytes, boundFor(kLoadedRecord));
         EXPECT_LE(checking, boundFor(kSeenRecord));
         EXPECT_LE(inspecting, boundFor(kSeenRecord));
         if (std::getenv("NOLK_PRINT_BOUNDS"))
-            std::printf("%-50s %6d records %9lld file %10lld declared: load %10lld, check %10lld, inspect %10lld\n",
-                        row.name, info.recordCount, static_cast<long long>(size), static_cast<long long>(declared),
-                        static_cast<long long>(loading), static_cast<long long>(checking),
-                        static_cast<long long>(inspecting));
+            std::printf(
+                "%-50s %6d records %9lld file %10lld declared: load %10lld in %lld ms, check %10lld, inspect "
+                "%10lld\n",
+                row.name, info.recordCount, static_cast<long long>(size), static_cast<long long>(declared),
+                static_cast<long long>(loading.bytes), static_cast<long long>(loading.milliseconds),
+                static_cast<long long>(checking), static_cast<long long>(inspecting));
     }
+}
+
+#ifdef HAS_FAST_BACK_END
+// The fast back end packs weights and rounds channels up to blocks of 16; its own arena counts as what is declared.
+TEST(MemoryBound, HoldsForTheFastBackEnd) {
+    for (const Row& row : kRows) {
+        SCOPED_TRACE(row.name);
+        const nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter();
+        row.record(*writer);
+        Bytes file = writer->bytes();
+        const auto size = static_cast<std::int64_t>(file.size());
+        const nolk::ModelInfo info =
+            nolk::inspectModel(file.data(), file.size(), {row.batch, nolk::InspectionDepth::records, {}});
+        std::int64_t declared = info.cost.weightBytes;
+        const Use loading = measure([&] {
+            const nolk::Owned<nolk::ModelReader> reader(nolk_new_model_reader());
+            const nolk::Owned<nolk::RunnerBuilder> builder(new FastRunnerBuilder(nullptr));
+            const nolk::Owned<nolk::Runner> runner(
+                reader->readFromMemory(builder.get(), row.batch, file.data(), static_cast<int>(size)));
+            ASSERT_NE(runner, nullptr);
+            declared += 4 * dynamic_cast<const FastRunner&>(*runner).arenaFloats();
+        });
+        EXPECT_LE(loading.bytes, kConstant + kFastRecord * info.recordCount + kFastFile * size + kDeclared * declared);
+        if (std::getenv("NOLK_PRINT_BOUNDS"))
+            std::printf("NolkFast: %-50s %6d records %9lld file %10lld declared: load %10lld in %lld ms\n", row.name,
+                        info.recordCount, static_cast<long long>(size), static_cast<long long>(declared),
+                        static_cast<long long>(loading.bytes), static_cast<long long>(loading.milliseconds));
+    }
+}
+#endif
+
+// Files that once took memory or time out of proportion, damaged ones among them.
+TEST(MemoryBound, HoldsForEveryFinding) {
+    int files = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(FINDINGS_FOLDER)) {
+        if (!entry.is_regular_file()) continue;
+        SCOPED_TRACE(entry.path().filename());
+        std::ifstream stream(entry.path(), std::ios::binary);
+        const Bytes file{std::istreambuf_iterator<char>(stream), {}};
+        const auto size = static_cast<std::int64_t>(file.size());
+        std::int64_t declared = 0;
+        const Use loading = measure([&] {
+            try {
+                nolk::loadModel(file.data(), file.size(), 1);
+            } catch (const nolk::ModelError&) {
+            }
+        });
+        try {
+            const nolk::ModelInfo info =
+                nolk::inspectModel(file.data(), file.size(), {1, nolk::InspectionDepth::build, {}});
+            declared = info.isBuilt ? info.arenaBytes + info.cost.weightBytes : info.cost.memoryBytes();
+        } catch (const nolk::ModelError&) {
+        }
+        // No record has fewer than four bytes.
+        EXPECT_LE(loading.bytes, kConstant + kSeenRecord * (size / 4) + kFile * size + kDeclared * declared);
+        if (std::getenv("NOLK_PRINT_BOUNDS"))
+            std::printf("%-35s %7lld file %10lld declared: load %10lld in %lld ms\n", entry.path().filename().c_str(),
+                        static_cast<long long>(size), static_cast<long long>(declared),
+                        static_cast<long long>(loading.bytes), static_cast<long long>(loading.milliseconds));
+        ++files;
+    }
+    EXPECT_GE(files, 31);
 }
 
 // Entries of the head info need no record.

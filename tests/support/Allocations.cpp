@@ -10,7 +10,7 @@
 namespace {
 
 std::atomic<bool> isCounting{false};
-std::atomic<std::int64_t> bytes{0}, mostBytes{0};
+std::atomic<std::int64_t> bytes{0}, mostBytes{0}, blockCount{0};
 std::atomic<int> left{0};  // allocations up to the failing one
 std::atomic<bool> failed{false};
 
@@ -22,6 +22,7 @@ bool mayAllocate() {
 
 void* counted(void* block) {
     if (!block || !isCounting) return block;
+    ++blockCount;
     const std::int64_t now = bytes += static_cast<std::int64_t>(malloc_usable_size(block));
     for (std::int64_t most = mostBytes; now > most && !mostBytes.compare_exchange_weak(most, now);) {
     }
@@ -39,7 +40,10 @@ void* __wrap_calloc(std::size_t count, std::size_t size) {
 }
 
 void __wrap_free(void* block) {
-    if (block && isCounting) bytes -= static_cast<std::int64_t>(malloc_usable_size(block));
+    if (block && isCounting) {
+        bytes -= static_cast<std::int64_t>(malloc_usable_size(block));
+        --blockCount;
+    }
     __real_free(block);
 }
 }
@@ -54,13 +58,25 @@ void* operator new(std::size_t size) {
     return block;
 }
 void* operator new[](std::size_t size) { return operator new(size); }
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    const auto bytes = static_cast<std::size_t>(alignment);
+    void* const block =
+        mayAllocate() ? counted(std::aligned_alloc(bytes, (size + bytes - 1) / bytes * bytes)) : nullptr;
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) { return operator new(size, alignment); }
 void operator delete(void* block) noexcept { __wrap_free(block); }
 void operator delete[](void* block) noexcept { __wrap_free(block); }
 void operator delete(void* block, std::size_t) noexcept { __wrap_free(block); }
 void operator delete[](void* block, std::size_t) noexcept { __wrap_free(block); }
+void operator delete(void* block, std::align_val_t) noexcept { __wrap_free(block); }
+void operator delete[](void* block, std::align_val_t) noexcept { __wrap_free(block); }
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept { __wrap_free(block); }
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept { __wrap_free(block); }
 
 Allocations::Allocations(int failing) {
-    bytes = mostBytes = 0;
+    bytes = mostBytes = blockCount = 0;
     left = failing;
     failed = false;
     isCounting = true;
@@ -69,5 +85,6 @@ Allocations::Allocations(int failing) {
 Allocations::~Allocations() { isCounting = false; }
 
 std::int64_t Allocations::now() const { return bytes; }
+std::int64_t Allocations::blocks() const { return blockCount; }
 std::int64_t Allocations::most() const { return mostBytes; }
 bool Allocations::hasFailed() const { return failed; }

@@ -15,9 +15,13 @@ public:
     Allocations(const Allocations&) = delete;
     Allocations& operator=(const Allocations&) = delete;
 
-    // Bytes that are allocated now and were not when this object was made; the most of them so far.
+    // Bytes that are allocated now and were not when this object was made; the most of them so far. A block may have a
+    // few bytes more than were asked for.
     std::int64_t now() const;
     std::int64_t most() const;
+
+    // Blocks that are allocated now and were not when this object was made.
+    std::int64_t blocks() const;
 
     // Whether the allocation that should fail has been reached.
     bool hasFailed() const;

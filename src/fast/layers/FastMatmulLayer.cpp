@@ -35,10 +35,8 @@ FastMatmulLayer::FastMatmulLayer(const FastNode& node, const FastView& a, const 
       b_(b),
       output_(output),
       steps_(node.steps, views, output),
-      taps_(static_cast<std::size_t>(a.shape.w)),
       scratch_(scratch),
       threads_(packingThreads(output.shape, a.shape.w, numThreads)) {
-    std::iota(taps_.begin(), taps_.end(), 0);
     if (!b.constant) return;
     const int k = b.shape.h, blocks = blocksOf(b.shape.w), planes = b.shape.n * b.shape.c;
     const std::size_t blockFloats = static_cast<std::size_t>(k) * kFastBlock;
@@ -51,18 +49,24 @@ FastMatmulLayer::FastMatmulLayer(const FastNode& node, const FastView& a, const 
     packed_ = shareFloats(std::move(packed));
 }
 
-std::int64_t FastMatmulLayer::scratchFloats(const nolk::TensorShape& output, int k, int numThreads) {
-    return std::int64_t{kBlocksOfTask} * kFastBlock * k * packingThreads(output, k, numThreads);
+// The taps, then the packed columns of each thread.
+std::int64_t FastMatmulLayer::scratchFloats(const nolk::TensorShape& output, int k, bool constant, int numThreads) {
+    static_assert(sizeof(std::int32_t) == sizeof(float));
+    const int threads = constant ? 0 : packingThreads(output, k, numThreads);
+    return (std::int64_t{kBlocksOfTask} * kFastBlock * threads + 1) * k;
 }
 
 void FastMatmulLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int k = a_.shape.w, planes = out.n * out.c, blocks = blocksOf(out.w);
     const int step = packed_ ? kPackedBlocksOfTask : kBlocksOfTask, ranges = divideUp(blocks, step);
+    float* const scratch = run.arena.floats.data() + scratch_;
+    auto* const taps = reinterpret_cast<std::int32_t*>(scratch);
+    std::iota(taps, taps + k, 0);
     const std::int64_t products = std::int64_t{planes} * out.h * out.w * k;
     const auto part = [&](int task, const float* packed) {
         const int firstBlock = task % ranges * step;
-        return Part{task / ranges, firstBlock * kFastBlock, std::min(step, blocks - firstBlock), packed};
+        return Part{task / ranges, firstBlock * kFastBlock, std::min(step, blocks - firstBlock), packed, taps};
     };
     if (packed_)
         run.team.forEach(planes * ranges, products / (std::int64_t{planes} * ranges * 4), [&](int task) {
@@ -72,8 +76,7 @@ void FastMatmulLayer::run(const FastRun& run) const {
     else
         // Each thread has packed columns of its own, and every threads_-th task.
         run.team.forEach(threads_, products / (std::int64_t{4} * threads_), [&](int thread) {
-            float* const packed =
-                run.arena.floats.data() + scratch_ + std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock * k;
+            float* const packed = scratch + (std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock + 1) * k;
             for (int task = thread; task < planes * ranges; task += threads_) {
                 const Part columns = part(task, packed);
                 const float* const b = b_.base(run) + columns.plane * b_.strides.plane;
@@ -94,7 +97,7 @@ void FastMatmulLayer::multiply(const FastRun& run, const Part& part) const {
     call.blocks = part.blocks;
     call.x = a_.base(run) + part.plane * a_.strides.plane;
     call.xStep = call.tapCount = a_.shape.w;
-    call.taps = taps_.data();
+    call.taps = part.taps;
     call.weights = part.packed;
     call.y = output_.base(run) + part.plane * output_.strides.plane + part.firstColumn;
     call.yStep = out.w;

@@ -9,11 +9,11 @@
 
 class FastMatmulLayer final : public FastLayer {
 public:
-    // scratch: offset in the arena of scratchFloats(output, k, numThreads), unless b is constant.
+    // scratch: offset in the arena of scratchFloats.
     FastMatmulLayer(const FastNode& node, const FastView& a, const FastView& b, const FastView& output,
                     const std::vector<FastView>& views, std::ptrdiff_t scratch, int numThreads);
 
-    static std::int64_t scratchFloats(const nolk::TensorShape& output, int k, int numThreads);
+    static std::int64_t scratchFloats(const nolk::TensorShape& output, int k, bool constant, int numThreads);
 
     void run(const FastRun& run) const override;
 
@@ -22,13 +22,13 @@ private:
     struct Part {
         int plane, firstColumn, blocks;
         const float* packed;
+        const std::int32_t* taps;
     };
 
     void multiply(const FastRun& run, const Part& part) const;
 
     FastView a_, b_, output_;
     FastSteps steps_;
-    std::vector<std::int32_t> taps_;
     std::ptrdiff_t scratch_;
     int threads_;        // that pack columns at the same time
     FastPacked packed_;  // [plane, block, k, 16] of a constant b, or null

@@ -55,9 +55,12 @@ FastInstanceNormalizationLayer::FastInstanceNormalizationLayer(const FastNode& n
       epsilon_(op.epsilon),
       steps_(node.steps, views, output) {
     const auto lanes = static_cast<std::size_t>(blocksOf(output.shape.c)) * kFastBlock;
-    scale_.resize(std::max(lanes, scale_.size()), 1.0f);
-    bias_.resize(std::max(lanes, bias_.size()), 0.0f);
+    if (!scale_.empty()) scale_.resize(std::max(lanes, scale_.size()), 1.0f);
+    if (!bias_.empty()) bias_.resize(std::max(lanes, bias_.size()), 0.0f);
 }
+
+const float FastInstanceNormalizationLayer::kOnes[] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
+const float FastInstanceNormalizationLayer::kZeros[] = {};
 
 void FastInstanceNormalizationLayer::run(const FastRun& run) const {
     const nolk::TensorShape& s = output_.shape;
@@ -70,8 +73,8 @@ void FastInstanceNormalizationLayer::run(const FastRun& run) const {
             call.y = output_.plane(run, n, plane);
             call.outer = 1;
             call.extent = s.h * s.w;
-            call.scale = scale_.data() + plane;
-            call.bias = bias_.data() + plane;
+            call.scale = scaleOf(plane);
+            call.bias = biasOf(plane);
             call.epsilon = epsilon_;
             run.kernels.normalizeRows(call);
         } else {
@@ -82,8 +85,8 @@ void FastInstanceNormalizationLayer::run(const FastRun& run) const {
             call.yRow = output_.strides.row;
             call.rows = s.h;
             call.pixels = s.w;
-            call.scale = scale_.data() + plane * kFastBlock;
-            call.bias = bias_.data() + plane * kFastBlock;
+            call.scale = scaleOf(plane * kFastBlock);
+            call.bias = biasOf(plane * kFastBlock);
             call.epsilon = epsilon_;
             run.kernels.normalizePlane(call);
         }
@@ -93,54 +96,59 @@ void FastInstanceNormalizationLayer::run(const FastRun& run) const {
 }
 
 FastResizeLayer::FastResizeLayer(const FastNode& node, const FastResize& op, const FastView& input,
-                                 const FastView& output, const std::vector<FastView>& views)
+                                 const FastView& output, const std::vector<FastView>& views, std::ptrdiff_t scratch)
     : input_(input),
       output_(output),
-      rows_(axisOf(modeOf(op, input.shape), op.transMode, input.shape.h, output.shape.h)),
-      columns_(axisOf(modeOf(op, input.shape), op.transMode, input.shape.w, output.shape.w)),
+      mode_(modeOf(op, input.shape)),
+      transMode_(op.transMode),
+      scratch_(scratch),
       steps_(node.steps, views, output) {}
+
+std::int64_t FastResizeLayer::scratchFloats(const nolk::TensorShape& output) {
+    static_assert(sizeof(int) == sizeof(float));
+    return 4 * (std::int64_t{output.h} + output.w);
+}
 
 // A single pixel is copied.
 nolk::ResizeMode FastResizeLayer::modeOf(const FastResize& op, const nolk::TensorShape& in) {
     return in.h == 1 && in.w == 1 ? nolk::ResizeMode::nearest : op.mode;
 }
 
-FastResizeLayer::Axis FastResizeLayer::axisOf(nolk::ResizeMode mode, nolk::ResizeTransMode transMode, int in, int out) {
-    Axis axis;
-    const auto count = static_cast<std::size_t>(out);
-    axis.first.resize(count);
-    if (mode == nolk::ResizeMode::nearest) {
+FastResizeLayer::Axis FastResizeLayer::axisIn(float* scratch, int in, int out) const {
+    int* const first = reinterpret_cast<int*>(scratch);
+    if (mode_ == nolk::ResizeMode::nearest) {
         const double scale = static_cast<double>(in) / out;
-        for (int i = 0; i < out; ++i)
-            axis.first[static_cast<std::size_t>(i)] = std::min(static_cast<int>(i * scale), in - 1);
-        axis.second = axis.first;
-        return axis;
+        for (int i = 0; i < out; ++i) first[i] = std::min(static_cast<int>(i * scale), in - 1);
+        return {first, first, nullptr};
     }
-    std::vector<float> pairs(2 * count);
-    RawResizeLayer::linear_coeffs(in, out, axis.first.data(), pairs.data(), static_cast<int>(transMode));
-    for (std::size_t i = 0; i < count; ++i) {
-        axis.weight.push_back(pairs[2 * i + 1]);
-        axis.second.push_back(std::min(axis.first[i] + 1, in - 1));
+    int* const second = first + out;
+    float* const weights = scratch + 2 * std::ptrdiff_t{out};  // at first both weights of each index
+    RawResizeLayer::linear_coeffs(in, out, first, weights, static_cast<int>(transMode_));
+    for (std::ptrdiff_t i = 0; i < out; ++i) {
+        second[i] = std::min(first[i] + 1, in - 1);
+        weights[i] = weights[2 * i + 1];
     }
-    return axis;
+    return {first, second, weights};
 }
 
 void FastResizeLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
     const int planes = output_.strides.planes;
+    float* const scratch = run.arena.floats.data() + scratch_;
+    const Axis rows = axisIn(scratch, input_.shape.h, out.h);
+    const Axis columns = axisIn(scratch + 4 * std::ptrdiff_t{out.h}, input_.shape.w, out.w);
     run.team.forEach(out.n * planes, 2 * output_.strides.plane, [&](int task) {
         const int n = task / planes, plane = task % planes;
         const float* const x = input_.plane(run, n, plane);
         float* const y = output_.plane(run, n, plane);
         for (int row = 0; row < out.h; ++row) {
-            const auto r = static_cast<std::size_t>(row);
             FastResizeRow call;
-            call.x0 = rows_.first[r] < 0 ? nullptr : x + rows_.first[r] * input_.strides.row;
-            call.x1 = x + rows_.second[r] * input_.strides.row;
-            call.rowWeight = rows_.weight.empty() ? 0.0f : rows_.weight[r];
-            call.left = columns_.first.front() < 0 ? nullptr : columns_.first.data();
-            call.right = columns_.second.data();
-            call.columnWeight = columns_.weight.empty() ? nullptr : columns_.weight.data();
+            call.x0 = rows.first[row] < 0 ? nullptr : x + rows.first[row] * input_.strides.row;
+            call.x1 = x + rows.second[row] * input_.strides.row;
+            call.rowWeight = rows.weight ? rows.weight[row] : 0.0f;
+            call.left = columns.first[0] < 0 ? nullptr : columns.first;
+            call.right = columns.second;
+            call.columnWeight = columns.weight;
             call.y = y + row * output_.strides.row;
             call.pixels = out.w;
             run.kernels.resizeRow(call);

@@ -45,8 +45,13 @@ public:
     void run(const FastRun& run) const override;
 
 private:
+    // All channels read one block of 16 if the operation has no values of its own.
+    const float* scaleOf(int channel) const { return scale_.empty() ? kOnes : scale_.data() + channel; }
+    const float* biasOf(int channel) const { return bias_.empty() ? kZeros : bias_.data() + channel; }
+
+    static const float kOnes[kFastBlock], kZeros[kFastBlock];
     FastView input_, output_;
-    std::vector<float> scale_, bias_;  // whole blocks
+    std::vector<float> scale_, bias_;  // whole blocks, or empty
     float epsilon_;
     FastSteps steps_;
 };
@@ -55,22 +60,29 @@ private:
 //   in [n, c, h, w], out [n, c, oh, ow], both in blocks
 class FastResizeLayer final : public FastLayer {
 public:
+    // scratch: offset in the arena of scratchFloats(output).
     FastResizeLayer(const FastNode& node, const FastResize& op, const FastView& input, const FastView& output,
-                    const std::vector<FastView>& views);
+                    const std::vector<FastView>& views, std::ptrdiff_t scratch);
 
     void run(const FastRun& run) const override;
 
+    static std::int64_t scratchFloats(const nolk::TensorShape& output);
+
 private:
     // For each output index: the two source indices, and the weight of the second. If there is a single source, the
-    // first index is -1 and has weight 0.
+    // first index is -1 and has weight 0. A run computes them in scratch memory: kept by the layer, the tables of many
+    // layers would take more memory than their tensors, which share theirs.
     struct Axis {
-        std::vector<int> first, second;
-        std::vector<float> weight;  // empty for nearest
+        const int* first = nullptr;
+        const int* second = nullptr;
+        const float* weight = nullptr;  // null for nearest
     };
     static nolk::ResizeMode modeOf(const FastResize& op, const nolk::TensorShape& in);
-    static Axis axisOf(nolk::ResizeMode mode, nolk::ResizeTransMode transMode, int in, int out);
+    Axis axisIn(float* scratch, int in, int out) const;
 
     FastView input_, output_;
-    Axis rows_, columns_;
+    nolk::ResizeMode mode_;
+    nolk::ResizeTransMode transMode_;
+    std::ptrdiff_t scratch_;
     FastSteps steps_;
 };
