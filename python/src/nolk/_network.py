@@ -8,7 +8,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _nolk
-from ._source import Model, errors_name, read, require_batch
+from ._source import Model, errors_name, read, require_batch, require_limit, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -98,6 +98,8 @@ class Network:
         self._network.close()
 
     def __enter__(self) -> "Network":
+        if self.closed:
+            raise _nolk.Error("the network is closed")
         return self
 
     def __exit__(
@@ -146,8 +148,12 @@ class Network:
         return self._network.is_closed
 
     def __repr__(self) -> str:
+        inputs, outputs = (
+            ", ".join(f"{tensor.name} {list(tensor.shape)}" for tensor in tensors)
+            for tensors in (self._inputs, self._outputs)
+        )
         state = ", closed" if self.closed else ""
-        return f"<nolk.Network {self._inputs} to {self._outputs}, {self.implementation}{state}>"
+        return f"<nolk.Network {inputs} -> {outputs}; {self.implementation}{state}>"
 
 
 def load(
@@ -189,12 +195,17 @@ def load(
     OSError
         If the file cannot be read.
     TypeError, ValueError
-        For a batch that is not an integer, below 1 or above 2**31 - 1.
+        For arguments of another type, and for numbers out of range.
     """
     batch = require_batch(batch)
+    if implementation is not None:
+        require_string("implementation", implementation)
+    if not isinstance(shared, (bool, numpy.bool_)):
+        raise TypeError(f"shared: expected a bool, got {type(shared).__name__}")
+    limits = require_limit("memory_bytes", memory_bytes), require_limit("multiply_adds", multiply_adds)
     data = read(model)
     with errors_name(model):
-        return Network(_nolk.Network(data, batch, implementation, shared, memory_bytes, multiply_adds))
+        return Network(_nolk.Network(data, batch, implementation, bool(shared), *limits))
 
 
 def has_implementation(name: str) -> bool:
@@ -209,4 +220,4 @@ def has_implementation(name: str) -> bool:
     -------
     bool
     """
-    return _nolk.has_implementation(name)
+    return _nolk.has_implementation(require_string("name", name))
