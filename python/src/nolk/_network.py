@@ -174,9 +174,9 @@ def load(
     batch : int
         The number of samples that one run of the network computes. Memory grows with it.
     implementation : str, optional
-        A name with settings: "NolkFast:num_threads=2". By default NolkFast where it is installed, since its results do
-        not depend on the machine, else the built-in NolkRaw. It names a library to be loaded, so it must never come from
-        the same source as an untrusted model.
+        A name with settings: "NolkFast:num_threads=2". By default NolkFast, whose results are the same on every
+        machine, or the built-in NolkRaw if that is not installed. It names a library to be loaded, so it must never
+        come from the same source as an untrusted model.
     shared : bool
         Whether several threads may call the network at once. With a batch above 1, samples of concurrent callers run
         together.
