@@ -22,8 +22,8 @@ INPUT_NAME, OUTPUT_NAME = 1, 2
 class Recorder:
     """Records a network, operation by operation, builds it, and saves it as a model file.
 
-    Every operation returns the tensor that it makes. Its class `Tensor` has the shape of one sample; the batch comes with
-    `build`. Weights are numpy arrays, float32 and C-contiguous, and are copied by the call::
+    Every operation returns the tensor that it makes. Its class `Tensor` has the shape of one sample; the batch comes
+    with `build`. Weights are numpy arrays, float32 and C-contiguous, and are copied by the call::
 
         b = nolk.Builder()
         x = b.input(1, 28, 28)

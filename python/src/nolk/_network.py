@@ -33,9 +33,9 @@ class Network:
         with nolk.load("digits.cm", batch=16) as net:
             scores = net(pictures)  # float32 [n, 1, 28, 28] to float32 [n, 10]
 
-    Arrays are float32 and C-contiguous; others are refused, never converted. They hold any number of samples n, the same
-    for all inputs: the network runs on as many at a time as its batch, and fills up the last ones with zeros, whose
-    results are cut off. A network that mixes samples, see `mixes_samples`, takes exactly one batch.
+    Arrays are float32 and C-contiguous; others are refused, never converted. They hold any number of samples n, the
+    same for all inputs: the network runs on as many at a time as its batch, and fills up the last ones with zeros,
+    whose results are cut off. A network that mixes samples, see `mixes_samples`, takes exactly one batch.
 
     Python's global lock is released while the network runs. Only one thread may use a network at a time: a second call
     raises `Error`. A network that was loaded with ``shared=True`` may be called from many threads.
@@ -80,8 +80,8 @@ class Network:
         inputs : sequence of numpy.ndarray
             As for a call.
         out : sequence of numpy.ndarray
-            For each output a writable array, float32 [n, ...], that shares no memory with another one. After an error its
-            values are undefined.
+            For each output a writable array, float32 [n, ...], that shares no memory with another one. After an error
+            its values are undefined.
 
         Raises
         ------

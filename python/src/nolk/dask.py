@@ -87,7 +87,7 @@ def _run_block(name: str, *blocks: Any) -> Array | tuple[Array, ...]:
 
 
 def _load_late(name: str) -> None:
-    """Load the model of a plugin whose setup has failed: Dask only logs why, so the task repeats it and fails with it."""
+    """Load the model of a plugin whose setup failed: Dask only logs why, so the task repeats it and fails with it."""
     try:
         plugin = get_worker().plugins[name]
     except (KeyError, ValueError):  # no such plugin, no worker
@@ -157,10 +157,10 @@ def predict(
     model : str, os.PathLike, bytes, bytearray or memoryview
         The path of a model file on this machine, or its bytes.
     *arrays : dask.array.Array
-        For each input of the network, float32 [n, c, h, w], or [n, c] for a matrix. They are computed block by block. The
-        blocks are the first array's chunks, as far as these are multiples of the batch. Other chunks are cut anew, at the
-        multiple before their end, so that only the last block needs filling up; that copies them. So does joining chunks
-        of part of a sample, and adapting other inputs to the first one's blocks.
+        For each input of the network, float32 [n, c, h, w], or [n, c] for a matrix. They are computed block by block.
+        The blocks are the first array's chunks, as far as these are multiples of the batch. Other chunks are cut anew,
+        at the multiple before their end, so that only the last block needs filling up; that copies them. So does
+        joining chunks of part of a sample, and adapting other inputs to the first one's blocks.
     batch : int
         The number of samples that one run of the network computes.
     implementation : str, optional
