@@ -134,10 +134,10 @@ def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threadi
     blocks = futures_of(scores)
 
     def wait_and_kill() -> None:
-        while sum(block.done() for block in blocks) < len(blocks) / 2:
+        while (done := sum(block.done() for block in blocks)) < len(blocks) / 2:
             time.sleep(0.01)
         worker.send_signal(signal.SIGKILL)
-        print(f"\nkilled worker {worker.pid}")
+        print(f"\nkilled worker {worker.pid} when {done} of {len(blocks)} blocks were done")
 
     thread = threading.Thread(target=wait_and_kill, daemon=True)  # a failed job must not wait for it
     thread.start()

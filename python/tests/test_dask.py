@@ -116,7 +116,7 @@ def test_a_network_that_mixes_samples_is_refused(client):
 def test_a_job_survives_a_killed_worker():
     example = DIGITS.parent / "cluster/cluster.py"
     # SIGTERM, of which the example ends its processes too
-    command = ["timeout", "100", sys.executable, str(example), "--pictures=6000", "--block=200", "--kill"]
+    command = ["timeout", "100", sys.executable, str(example), "--pictures=20000", "--block=200", "--kill"]
     result = subprocess.run(command, capture_output=True, text=True)
     assert result.returncode == 0, result.stdout + result.stderr
     assert "killed worker" in result.stdout and "% Completed" in result.stdout
