@@ -185,6 +185,7 @@ def described(type_: str) -> str:
 
 
 def docstring(text: str, parameters: list[Parameter]) -> str:
+    text = re.sub(r"[^.]*\bprints\b[^.]*\.", "", text)  # of networks that cannot be recorded or loaded here
     text = text[0].upper() + text[1:] if re.match(r"[a-z]\w+ ", text) else text
     lines = textwrap.wrap(text, 100, break_long_words=False) or ["An operation."]
     if lines[0][0] != '"':

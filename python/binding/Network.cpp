@@ -68,9 +68,14 @@ std::string asText(const std::string& name) {
 std::vector<ArrayForm> formsOf(const nolk::ModelInfo& info, const std::vector<int>& places,
                                const std::vector<std::string>& names, const std::string& kind) {
     std::vector<ArrayForm> forms;
-    for (std::size_t i = 0; i < places.size(); ++i)
+    for (std::size_t i = 0; i < places.size(); ++i) {
         forms.push_back({names.empty() ? kind + " " + std::to_string(i) : asText(names[i]),
                          info.operations[static_cast<std::size_t>(places[i])].output});
+        const nolk::TensorShape& s = forms.back().shape;
+        if (std::min({s.c, s.h, s.w}) < 0)  // a window larger than its input, for example
+            throw nolk::ModelError(forms.back().name + ": its extents are [" + std::to_string(s.c) + ", " +
+                                   std::to_string(s.h) + ", " + std::to_string(s.w) + "], some below 0");
+    }
     return forms;
 }
 
@@ -103,6 +108,7 @@ py::sequence requireList(py::handle arrays, const std::vector<ArrayForm>& forms,
 // Views of `count` samples from `first` on, or of as many as the network has.
 void pointTo(std::vector<nolk::Tensor>& tensors, const std::vector<ArrayForm>& forms, const std::vector<float*>& data,
              py::ssize_t first, int count) {
+    tensors.reserve(1);  // so that the pointer is not null, without inputs either
     tensors.resize(forms.size());
     for (std::size_t i = 0; i < forms.size(); ++i) {
         tensors[i] = {forms[i].shape, data[i] + static_cast<std::size_t>(first) * forms[i].sampleSize()};

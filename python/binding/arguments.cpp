@@ -103,7 +103,7 @@ struct Converter {
         if (place < -4 || place > 3)
             throw py::value_error(name + ": expected one of 'n', 'c', 'h', 'w' or -4 to 3, got " +
                                   std::to_string(place));
-        axis = static_cast<nolk::Axis>(place);
+        axis = static_cast<nolk::Axis>(place < 0 ? place + 4 : place);  // some records hold no negative ones
     }
 
     void read(nolk::BasicOp& op) const {

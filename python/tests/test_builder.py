@@ -128,7 +128,7 @@ CASES = {
         [X, Y],
         X + Y * per_channel(VECTOR),
     ),
-    "softmax": (lambda b, x: b.softmax(x, "c"), [X], exps(X.astype(float), 1)),
+    "softmax": (lambda b, x: b.softmax(x, -3), [X], exps(X.astype(float), 1)),
     "reduce": (lambda b, x: b.reduce(x, (4, 1, 1), "mean"), [X], X.mean((2, 3), keepdims=True)),
     "reshape": (
         lambda b, x: b.reshape(x, numpy.array([168]), layout="nhwc"),
@@ -214,6 +214,7 @@ OTHER = nolk.Builder().input(4, 7, 6)
         (lambda b, x: b.build(x), TypeError, "outputs: expected a list of tensors, got nolk"),
         (lambda b, x: b.build({7: x}), TypeError, "outputs: expected a string, got int"),
         (lambda b, x: b.build([b.convolve(x, KERNEL[:, :3].copy())]), nolk.Error, "convolve"),
+        (lambda b, x: b.build([b.max_pool(x, 9, 1)]), nolk.Error, r"output 0: its extents are \[4, -1, -2\]"),
         (lambda b, x: b.build([x] * 40_000), nolk.Error, "at most 32767 records"),
         (lambda b, x: b.save("own.cm"), nolk.Error, "not built"),
     ],

@@ -66,6 +66,12 @@ def test_several_inputs_and_outputs_have_names_and_come_as_a_tuple():
         assert (twice == 2 * left).all() and (size == -right).all()
 
 
+def test_a_network_may_have_no_inputs():
+    b = nolk.Builder()
+    with b.build([b.const_tensor(numpy.float32([1, 2, 3]))], batch=2) as net:
+        assert net().tolist() == [[1, 2, 3]] * 2
+
+
 def test_names_may_hold_any_bytes():
     recording = nolk._nolk.Recording()
     recording.finish([recording.call(0, [], [(3,)])])
