@@ -165,7 +165,27 @@ def signature(name: str, placed: list[Parameter], named: list[Parameter]) -> str
     return f"    def {name}(\n" + "".join(f"        {word},\n" for word in words) + "    ) -> Tensor:\n"
 
 
+# The types in the docstrings, for those whose names mean nothing to users.
+DESCRIBED = {
+    "Array": "numpy.ndarray",
+    BIAS: "numpy.ndarray",
+    "Axis": "int or str",
+    "Border": "int or (int, int, int, int)",
+    "Pair": "int or (int, int)",
+    "Sequence[Tensor]": "sequence of Tensor",
+    "Sequence[int]": "sequence of int",
+    "Shape": "sequence of int",
+}
+
+
+def described(type_: str) -> str:
+    if type_.startswith("Literal"):
+        return "{" + type_[len("Literal[") : -1].replace('"', "'") + "}"
+    return DESCRIBED.get(type_, type_)
+
+
 def docstring(text: str, parameters: list[Parameter]) -> str:
+    text = re.sub(r"[^.]*\bprints\b[^.]*\.", "", text)  # of networks that cannot be recorded or loaded here
     text = text[0].upper() + text[1:] if re.match(r"[a-z]\w+ ", text) else text
     lines = textwrap.wrap(text, 100, break_long_words=False) or ["An operation."]
     if lines[0][0] != '"':
@@ -173,7 +193,7 @@ def docstring(text: str, parameters: list[Parameter]) -> str:
     lines += ["", "Parameters", "----------"]
     for parameter in parameters:
         optional = ", optional" if parameter.default else ""
-        lines += [f"{parameter.name} : {parameter.type.replace('Array', 'numpy.ndarray')}{optional}"]
+        lines += [f"{parameter.name} : {described(parameter.type)}{optional}"]
         lines += ["    " + line for line in textwrap.wrap(parameter.text, 96)]
     lines += ["", "Returns", "-------", "Tensor", '"""']
     return "".join(("        " + line).rstrip() + "\n" for line in lines)

@@ -12,6 +12,7 @@ import sys
 import tempfile
 import threading
 import time
+import uuid
 from collections.abc import Iterator
 from contextlib import ExitStack, contextmanager
 from pathlib import Path
@@ -37,22 +38,26 @@ def known_pictures(path: str) -> numpy.ndarray:
 def pictures(path: str, first: int, last: int) -> numpy.ndarray:
     """float32 [last - first, 1, 28, 28]: the known pictures, over and over, each time shifted in another way."""
     known = known_pictures(path)
-    result = numpy.empty((last - first, 1, 28, 28), numpy.float32)
-    for i in range(first, last):
-        shift = SHIFTS[i // len(known) % len(SHIFTS)]
-        result[i - first] = numpy.roll(known[i % len(known)], shift, axis=(1, 2))
-    return result / numpy.float32(255)
+    parts = []
+    for start in range(first - first % len(known), last, len(known)):
+        shift = SHIFTS[start // len(known) % len(SHIFTS)]
+        parts.append(numpy.roll(known[max(first - start, 0) : last - start], shift, axis=(2, 3)))
+    return numpy.concatenate(parts) / numpy.float32(255)
 
 
 def lazy_pictures(path: str, count: int, block: int) -> dask.array.Array:
-    """The same as a Dask array, whose blocks the workers make themselves."""
+    """The same as a Dask array, whose blocks the workers make themselves.
+
+    Its name is new, since Dask takes results of an array of the same name from an earlier round.
+    """
 
     def make(block_id: tuple[int, ...]) -> numpy.ndarray:
         first = block_id[0] * block
         return pictures(path, first, min(first + block, count))
 
     chunks = dask.array.core.normalize_chunks((block, 1, 28, 28), (count, 1, 28, 28))
-    return dask.array.map_blocks(make, chunks=chunks, dtype=numpy.float32, meta=numpy.empty((0,) * 4, numpy.float32))
+    name, meta = f"pictures-{uuid.uuid4().hex}", numpy.empty((0,) * 4, numpy.float32)
+    return dask.array.map_blocks(make, name=name, chunks=chunks, dtype=numpy.float32, meta=meta)
 
 
 def read_alone(model: Path, path: str, count: int, block: int, batch: int) -> numpy.ndarray:
@@ -129,48 +134,57 @@ def kill_half_way(scores: dask.array.Array, worker: subprocess.Popen) -> threadi
     blocks = futures_of(scores)
 
     def wait_and_kill() -> None:
-        while sum(block.done() for block in blocks) < len(blocks) / 2:
+        while (done := sum(block.done() for block in blocks)) < len(blocks) / 2:
             time.sleep(0.01)
         worker.send_signal(signal.SIGKILL)
-        print(f"\nkilled worker {worker.pid}")
+        print(f"\nkilled worker {worker.pid} when {done} of {len(blocks)} blocks were done")
 
     thread = threading.Thread(target=wait_and_kill, daemon=True)  # a failed job must not wait for it
     thread.start()
     return thread
 
 
-def read_digits(cluster: Cluster, options: argparse.Namespace) -> bool:
-    """The job: whether the cluster gives what one process gives."""
-    count, model, path = options.pictures, DIGITS / "digits.cm", str(DIGITS / "test-images.idx")
-    block = max(1, options.block // options.batch) * options.batch
-    digits = numpy.frombuffer((DIGITS / "test-labels.idx").read_bytes(), numpy.uint8, offset=8)
-
-    start, processor = time.perf_counter(), time.process_time()
-    alone = read_alone(model, path, count, block, options.batch)
-    alone_seconds, processor = time.perf_counter() - start, time.process_time() - processor
-    print(f"one process: {count / alone_seconds:.0f} pictures per second, {processor:.2f} s of processor time")
-
-    lazy = lazy_pictures(path, count, block)
-    scores = nolk.dask.predict(model, lazy, batch=options.batch, client=cluster.client)
-    start, before = time.perf_counter(), cluster.processor_seconds()
+def read_on_cluster(cluster: Cluster, lazy: dask.array.Array, options: argparse.Namespace) -> numpy.ndarray:
+    scores = nolk.dask.predict(DIGITS / "digits.cm", lazy, batch=options.batch, client=cluster.client)
     scores = cluster.client.persist(scores)
     killing = kill_half_way(scores, cluster.workers[0]) if options.kill else None
     progress(scores, notebook=False)
+    print()
     result = scores.compute()
-    seconds = time.perf_counter() - start
-    print(f"\n{options.workers} workers: {count / seconds:.0f} pictures per second, ", end="")
-    print(f"{alone_seconds / seconds:.2f} times one process")
     if killing:
         killing.join()
-    else:
-        workers, scheduler = numpy.subtract(cluster.processor_seconds(), before)
-        print(f"processor time: workers {workers:.2f} s, scheduler {scheduler:.2f} s")
+    return result
 
+
+def read_digits(cluster: Cluster, options: argparse.Namespace) -> bool:
+    """The job, in turns with one process: whether the cluster always gives what that gives."""
+    count, model, path = options.pictures, DIGITS / "digits.cm", str(DIGITS / "test-images.idx")
+    block = max(1, options.block // options.batch) * options.batch
+    digits = numpy.frombuffer((DIGITS / "test-labels.idx").read_bytes(), numpy.uint8, offset=8)
+    alone_seconds, alone_processor, seconds, processor = [], [], [], []
+    is_same = True
+    for _ in range(options.rounds):
+        start, before = time.perf_counter(), time.process_time()
+        alone = read_alone(model, path, count, block, options.batch)
+        alone_seconds.append(time.perf_counter() - start)
+        alone_processor.append(time.process_time() - before)
+
+        start, before = time.perf_counter(), cluster.processor_seconds()
+        result = read_on_cluster(cluster, lazy_pictures(path, count, block), options)
+        seconds.append(time.perf_counter() - start)
+        if not options.kill:
+            processor.append(numpy.subtract(cluster.processor_seconds(), before))
+        is_same = is_same and result.shape == alone.shape and result.tobytes() == alone.tobytes()
+
+    one, many = numpy.median(alone_seconds), numpy.median(seconds)
+    print(f"one process: {count / one:.0f} per second, {numpy.median(alone_processor):.2f} s of processor time")
+    print(f"{options.workers} workers: {count / many:.0f} per second, {one / many:.2f} times one process")
+    if processor:
+        print("processor time: workers {:.2f} s, scheduler {:.2f} s".format(*numpy.median(processor, axis=0)))
     right = (result.argmax(axis=1) == numpy.resize(digits, count)).sum()
-    is_same = result.shape == alone.shape and (result.view(numpy.uint32) == alone.view(numpy.uint32)).all()
     print(f"{right} of {count} right, {right / count:.1%}")
     print("every picture has the result of the single process" if is_same else "the results differ")
-    return bool(is_same)
+    return is_same
 
 
 def loopback_bytes() -> int:
@@ -196,14 +210,15 @@ def arguments() -> argparse.Namespace:
     parser.add_argument("--workers", type=int, default=2, metavar="N", help="default: 2")
     parser.add_argument("--batch", type=int, default=16, metavar="N", help="default: 16")
     parser.add_argument("--block", type=int, default=1000, metavar="N", help="pictures of one task, default: 1000")
+    parser.add_argument("--rounds", type=int, default=1, metavar="N", help="repeat it, and print medians")
     parser.add_argument("--kill", action="store_true", help="kill a worker half way")
     parser.add_argument("--tasks", type=int, metavar="N", help="measure instead what N tasks cost the scheduler")
     parser.add_argument("--dashboard", action="store_true", help="show what happens at http://127.0.0.1:8787")
     options = parser.parse_args()
-    if options.workers < (2 if options.kill else 1):
-        parser.error(
-            "--kill needs 2 workers, one of which goes on" if options.kill else "--workers: expected 1 or more"
-        )
+    if min(options.workers, options.rounds, options.pictures, options.batch) < 1:
+        parser.error("expected numbers of 1 or more")
+    if options.kill and (options.workers < 2 or options.rounds > 1):
+        parser.error("--kill needs 2 workers, one of which goes on, and a single round")
     return options
 
 

@@ -68,9 +68,14 @@ std::string asText(const std::string& name) {
 std::vector<ArrayForm> formsOf(const nolk::ModelInfo& info, const std::vector<int>& places,
                                const std::vector<std::string>& names, const std::string& kind) {
     std::vector<ArrayForm> forms;
-    for (std::size_t i = 0; i < places.size(); ++i)
+    for (std::size_t i = 0; i < places.size(); ++i) {
         forms.push_back({names.empty() ? kind + " " + std::to_string(i) : asText(names[i]),
                          info.operations[static_cast<std::size_t>(places[i])].output});
+        const nolk::TensorShape& s = forms.back().shape;
+        if (std::min({s.c, s.h, s.w}) < 0)  // a window larger than its input, for example
+            throw nolk::ModelError(forms.back().name + ": its extents are [" + std::to_string(s.c) + ", " +
+                                   std::to_string(s.h) + ", " + std::to_string(s.w) + "], some below 0");
+    }
     return forms;
 }
 
@@ -89,15 +94,21 @@ void requireDistinct(const std::vector<py::array>& inputs, const std::vector<py:
     }
 }
 
-void requireCount(const py::sequence& arrays, const std::vector<ArrayForm>& forms, const char* kind) {
-    if (arrays.size() != forms.size())
-        throw py::type_error("expected " + std::to_string(forms.size()) + " " + kind + " arrays, got " +
-                             std::to_string(arrays.size()));
+// A list or tuple with an array for each input or output. An array is a sequence, too, but of its samples.
+py::sequence requireList(py::handle arrays, const std::vector<ArrayForm>& forms, const std::string& kind) {
+    if (!PySequence_Check(arrays.ptr()) || py::isinstance<py::array>(arrays))
+        throw py::type_error(kind + ": expected a list of arrays, got " + Py_TYPE(arrays.ptr())->tp_name);
+    auto list = py::reinterpret_borrow<py::sequence>(arrays);
+    if (list.size() != forms.size())
+        throw py::type_error("expected " + std::to_string(forms.size()) + " " + kind + " array" +
+                             (forms.size() == 1 ? "" : "s") + ", got " + std::to_string(list.size()));
+    return list;
 }
 
 // Views of `count` samples from `first` on, or of as many as the network has.
 void pointTo(std::vector<nolk::Tensor>& tensors, const std::vector<ArrayForm>& forms, const std::vector<float*>& data,
              py::ssize_t first, int count) {
+    tensors.reserve(1);  // so that the pointer is not null, without inputs either
     tensors.resize(forms.size());
     for (std::size_t i = 0; i < forms.size(); ++i) {
         tensors[i] = {forms[i].shape, data[i] + static_cast<std::size_t>(first) * forms[i].sampleSize()};
@@ -161,7 +172,7 @@ struct Network::Loaded {
 Network::Network(const void* data, std::size_t size, const LoadOptions& options)
     : batch_(options.batch),
       shared_(options.shared),
-      implementation_(options.implementation ? *options.implementation : defaultImplementation()) {
+      implementation_(options.implementation ? inFull(*options.implementation) : defaultImplementation()) {
     const py::gil_scoped_release unlocked;
     addForms(nolk::inspectModel(data, size, {batch_, nolk::InspectionDepth::records, options.limits}));
     nolk::Owned<nolk::Runner> runner = load(data, size, implementation_, options);
@@ -177,8 +188,14 @@ void Network::addForms(const nolk::ModelInfo& info) {
     isDivisible_ = !::mixesSamples(info, batch_);
 }
 
-std::vector<py::array> Network::requireInputs(const py::sequence& arrays) const {
-    requireCount(arrays, inputs_, "input");
+std::shared_ptr<Network::Loaded> Network::requireLoaded() const {
+    if (!loaded_) throw nolk::ModelError("the network is closed");
+    if (!loaded_->isUsable()) throw nolk::ModelError("a network with threads works only in the process that loaded it");
+    return loaded_;
+}
+
+std::vector<py::array> Network::requireInputs(py::handle list) const {
+    const py::sequence arrays = requireList(list, inputs_, "input");
     std::vector<py::array> inputs;
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
         // The first input tells the number of samples.
@@ -192,36 +209,36 @@ py::ssize_t Network::sampleCount(const std::vector<py::array>& inputs) const {
     return isDivisible_ ? inputs[0].shape(0) : batch_;
 }
 
-void Network::run(const py::sequence& inputArrays, const py::sequence& outputArrays) {
-    const std::vector<py::array> inputs = requireInputs(inputArrays);
-    requireCount(outputArrays, outputs_, "output");
+void Network::run(py::handle inputList, py::handle outputList) {
+    std::shared_ptr<Loaded> loaded = requireLoaded();
+    const std::vector<py::array> inputs = requireInputs(inputList);
+    const py::sequence outputArrays = requireList(outputList, outputs_, "output");
     std::vector<py::array> outputs;
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
         const py::ssize_t n = isDivisible_ ? sampleCount(inputs) : outputs_[i].shape.n;
         outputs.push_back(requireTensor(outputArrays[i], outputs_[i], n, true));
     }
     requireDistinct(inputs, outputs);
-    runArrays(inputs, outputs);
+    runArrays(std::move(loaded), inputs, outputs);
 }
 
 py::object Network::call(const py::args& inputArrays) {
+    std::shared_ptr<Loaded> loaded = requireLoaded();
     const std::vector<py::array> inputs = requireInputs(inputArrays);
     std::vector<py::array> outputs;
     for (const ArrayForm& form : outputs_) {
         const py::ssize_t n = isDivisible_ ? sampleCount(inputs) : form.shape.n;
         outputs.push_back(py::array_t<float>(form.extents(n)));
     }
-    runArrays(inputs, outputs);
+    runArrays(std::move(loaded), inputs, outputs);
     if (outputs.size() == 1) return outputs[0];
     py::tuple all(outputs.size());
     for (std::size_t i = 0; i < outputs.size(); ++i) all[i] = outputs[i];
     return std::move(all);
 }
 
-void Network::runArrays(const std::vector<py::array>& inputs, const std::vector<py::array>& outputs) {
-    std::shared_ptr<Loaded> loaded = loaded_;
-    if (!loaded) throw nolk::ModelError("the network is closed");
-    if (!loaded->isUsable()) throw nolk::ModelError("a network with threads works only in the process that loaded it");
+void Network::runArrays(std::shared_ptr<Loaded> loaded, const std::vector<py::array>& inputs,
+                        const std::vector<py::array>& outputs) const {
     const std::vector<float*> in = dataOf(inputs), out = dataOf(outputs);
     const py::ssize_t n = sampleCount(inputs);
 

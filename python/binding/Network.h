@@ -30,10 +30,10 @@ public:
     Network& operator=(const Network&) = delete;
 
     // Runs the network on the arrays, in chunks of the batch. All arrays have the same number of samples, any.
-    void run(const py::sequence& inputs, const py::sequence& outputs);
+    void run(py::handle inputList, py::handle outputList);
 
     // The same into new arrays: one array for one output, else a tuple.
-    py::object call(const py::args& inputs);
+    py::object call(const py::args& inputArrays);
 
     void close();
     bool isClosed() const { return !loaded_; }
@@ -50,9 +50,11 @@ private:
     using Data = std::vector<float*>;  // of each input or output
 
     void addForms(const nolk::ModelInfo& info);
-    std::vector<py::array> requireInputs(const py::sequence& arrays) const;
+    std::shared_ptr<Loaded> requireLoaded() const;
+    std::vector<py::array> requireInputs(py::handle list) const;
     py::ssize_t sampleCount(const std::vector<py::array>& inputs) const;
-    void runArrays(const std::vector<py::array>& inputs, const std::vector<py::array>& outputs);
+    void runArrays(std::shared_ptr<Loaded> loaded, const std::vector<py::array>& inputs,
+                   const std::vector<py::array>& outputs) const;
     void runShared(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const;
     void runAlone(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const;
     void runLast(Loaded& loaded, const Data& in, const Data& out, py::ssize_t first, py::ssize_t count) const;

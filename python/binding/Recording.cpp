@@ -11,13 +11,14 @@ std::vector<int> Tensor::shape() const {
     return {s.c, s.h, s.w};
 }
 
-Tensor Recording::call(int code, const std::vector<Tensor>& inputs, const py::sequence& arguments) {
+Tensor Recording::call(int code, py::handle inputs, const py::sequence& arguments) {
     const Operation* const operation = findOperation(code);
-    if (!operation || !operation->call || operation->fieldCount != arguments.size() ||
-        (operation->inputCount != kListOfInputs && operation->inputCount != static_cast<int>(inputs.size())))
+    if (!operation || !operation->call || operation->fieldCount != arguments.size())
         throw py::type_error("no such operation");
     if (isFinished()) throw nolk::ModelError("the network is built: a builder builds once");
-    Call call{*operation, own(inputs), {}};
+    Call call{*operation, own(operation->name, inputs), {}};
+    if (operation->inputCount != kListOfInputs && operation->inputCount != static_cast<int>(call.inputs.size()))
+        throw py::type_error("no such operation");
     for (std::size_t i = 0; i < operation->fieldCount; ++i)
         call.arguments.push_back(argumentOf(*operation, operation->fields[i], arguments[i]));
     try {
@@ -27,10 +28,10 @@ Tensor Recording::call(int code, const std::vector<Tensor>& inputs, const py::se
     }
 }
 
-void Recording::finish(const std::vector<Tensor>& outputs) {
+void Recording::finish(py::handle outputs) {
     if (isFinished()) throw nolk::ModelError("the network is built: a builder builds once");
-    if (outputs.empty()) throw py::value_error("a network needs an output");
-    std::vector<nolk::TensorX*> x = own(outputs);
+    std::vector<nolk::TensorX*> x = own("outputs", outputs);
+    if (x.empty()) throw py::value_error("a network needs an output");
     try {
         writer_->build(x.data(), static_cast<int>(x.size()));
     } catch (const std::out_of_range& e) {
@@ -52,10 +53,17 @@ std::vector<unsigned char> Recording::file(const nolk::ModelFileOptions& options
     }
 }
 
-std::vector<nolk::TensorX*> Recording::own(const std::vector<Tensor>& tensors) const {
+std::vector<nolk::TensorX*> Recording::own(const std::string& user, py::handle tensors) const {
+    if (!PySequence_Check(tensors.ptr()))
+        throw py::type_error(user + ": expected a list of tensors, got " + Py_TYPE(tensors.ptr())->tp_name);
     std::vector<nolk::TensorX*> x;
-    for (const Tensor& tensor : tensors) {
-        if (tensor.recording.get() != this) throw py::value_error("the tensor belongs to another builder");
+    const auto items = py::reinterpret_borrow<py::sequence>(tensors);
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const py::object item = items[i];
+        if (!py::isinstance<Tensor>(item))
+            throw py::type_error(user + ": expected a nolk.Tensor, got " + Py_TYPE(item.ptr())->tp_name);
+        const auto& tensor = item.cast<const Tensor&>();
+        if (tensor.recording.get() != this) throw py::value_error(user + ": the tensor belongs to another builder");
         x.push_back(tensor.x);
     }
     return x;

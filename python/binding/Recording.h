@@ -6,6 +6,7 @@
 #include <nolk_model.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "arrays.h"
@@ -24,10 +25,10 @@ class Recording : public std::enable_shared_from_this<Recording> {
 public:
     // A call of the operation with that code, see model/operations.h. Throws TypeError or ValueError for arguments that
     // the operation does not have, and nolk::ModelError once the recording is finished.
-    Tensor call(int code, const std::vector<Tensor>& inputs, const py::sequence& arguments);
+    Tensor call(int code, py::handle inputs, const py::sequence& arguments);
 
     // Names the outputs of the network. Nothing can be recorded afterwards.
-    void finish(const std::vector<Tensor>& outputs);
+    void finish(py::handle outputs);
     bool isFinished() const { return !writer_->bytes().empty(); }
 
     // The model file in a format, once finished.
@@ -36,7 +37,7 @@ public:
     nolk::TensorShape shapeOf(nolk::TensorX* x) const { return writer_->shapeOf(x); }
 
 private:
-    std::vector<nolk::TensorX*> own(const std::vector<Tensor>& tensors) const;
+    std::vector<nolk::TensorX*> own(const std::string& user, py::handle tensors) const;
 
     nolk::Owned<nolk::ModelWriter> writer_ = nolk::newModelWriter();
 };

@@ -18,17 +18,22 @@ static_assert(std::size(kKinds) == std::variant_size_v<Argument>, "a name for ea
 int intOf(const std::string& name, py::handle value) {
     if (!PyIndex_Check(value.ptr())) throw py::type_error(name + ": expected an integer");
     const auto number = py::reinterpret_steal<py::object>(PyNumber_Index(value.ptr()));
-    const long long result = number ? PyLong_AsLongLong(number.ptr()) : -1;
-    if (PyErr_Occurred()) throw py::error_already_set();
-    if (result < INT_MIN || result > INT_MAX) throw py::value_error(name + ": does not fit 32 bits");
+    if (!number) throw py::error_already_set();
+    int overflow = 0;
+    const long long result = PyLong_AsLongLongAndOverflow(number.ptr(), &overflow);
+    if (overflow != 0 || result < INT_MIN || result > INT_MAX) throw py::value_error(name + ": does not fit 32 bits");
     return static_cast<int>(result);
 }
 
 std::vector<int> intsOf(const std::string& name, py::handle value) {
     if (!py::isinstance<py::sequence>(value) || py::isinstance<py::str>(value))
         throw py::type_error(name + ": expected integers");
+    const auto items = py::reinterpret_borrow<py::sequence>(value);
     std::vector<int> numbers;
-    for (const py::handle item : py::reinterpret_borrow<py::sequence>(value)) numbers.push_back(intOf(name, item));
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        const py::object item = items[i];  // an array makes it only now
+        numbers.push_back(intOf(name, item));
+    }
     return numbers;
 }
 
@@ -83,12 +88,22 @@ struct Converter {
 
     void read(float& result) const {
         result = static_cast<float>(PyFloat_AsDouble(value.ptr()));
-        if (PyErr_Occurred()) throw py::error_already_set();
+        if (!PyErr_Occurred()) return;
+        PyErr_Clear();
+        throw py::type_error(name + ": expected a number, got " + Py_TYPE(value.ptr())->tp_name);
     }
 
     void read(nolk::Axis& axis) const {
         static constexpr const char* kAxes[] = {"n", "c", "h", "w"};
-        axis = static_cast<nolk::Axis>(PyIndex_Check(value.ptr()) ? intOf(name, value) : wordOf(name, kAxes, value));
+        if (!PyIndex_Check(value.ptr())) {
+            axis = static_cast<nolk::Axis>(wordOf(name, kAxes, value));
+            return;
+        }
+        const int place = intOf(name, value);
+        if (place < -4 || place > 3)
+            throw py::value_error(name + ": expected one of 'n', 'c', 'h', 'w' or -4 to 3, got " +
+                                  std::to_string(place));
+        axis = static_cast<nolk::Axis>(place < 0 ? place + 4 : place);  // some records hold no negative ones
     }
 
     void read(nolk::BasicOp& op) const {

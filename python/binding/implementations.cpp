@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <nolk_model.h>
 
+#include <algorithm>
+
 namespace {
 
 constexpr const char* kBuiltIn = "NolkRaw";
@@ -38,6 +40,11 @@ std::string loadingProblem(const std::string& name) {
 std::string implementationName(const std::string& nameAndSettings) {
     const std::string name = nameAndSettings.substr(0, nameAndSettings.find(':'));
     return name.empty() ? kBuiltIn : name;
+}
+
+std::string inFull(const std::string& nameAndSettings) {
+    return implementationName(nameAndSettings) +
+           nameAndSettings.substr(std::min(nameAndSettings.find(':'), nameAndSettings.size()));
 }
 
 bool hasImplementation(const std::string& name) { return name == kBuiltIn || loadingProblem(name).empty(); }

@@ -8,6 +8,9 @@
 // The name without its settings; "NolkRaw" for "".
 std::string implementationName(const std::string& nameAndSettings);
 
+// The name with its settings; "NolkRaw:num_threads=2" for ":num_threads=2".
+std::string inFull(const std::string& nameAndSettings);
+
 // Whether libX.so can be loaded and has the entry point of an implementation. It stays loaded.
 bool hasImplementation(const std::string& name);
 

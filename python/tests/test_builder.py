@@ -128,9 +128,13 @@ CASES = {
         [X, Y],
         X + Y * per_channel(VECTOR),
     ),
-    "softmax": (lambda b, x: b.softmax(x, "c"), [X], exps(X.astype(float), 1)),
+    "softmax": (lambda b, x: b.softmax(x, -3), [X], exps(X.astype(float), 1)),
     "reduce": (lambda b, x: b.reduce(x, (4, 1, 1), "mean"), [X], X.mean((2, 3), keepdims=True)),
-    "reshape": (lambda b, x: b.reshape(x, (168,), layout="nhwc"), [X], X.transpose(0, 2, 3, 1).reshape(2, 168)),
+    "reshape": (
+        lambda b, x: b.reshape(x, numpy.array([168]), layout="nhwc"),
+        [X],
+        X.transpose(0, 2, 3, 1).reshape(2, 168),
+    ),
     "clip": (lambda b, x: b.clip(x, -0.5, 0.25), [X], X.clip(-0.5, 0.25)),
     "batch_normalize": (
         lambda b, x: b.batch_normalize(x, VECTOR, BIAS[:4], VECTOR, VECTOR**2, epsilon=0.1),
@@ -189,7 +193,10 @@ OTHER = nolk.Builder().input(4, 7, 6)
     "record, error, text",
     [
         (lambda b, x: b.relu(OTHER), ValueError, "another builder"),
-        (lambda b, x: b.relu(X), TypeError, ""),
+        (lambda b, x: b.relu(X), TypeError, "relu: expected a nolk.Tensor, got numpy.ndarray"),
+        (lambda b, x: b.concat(x, "c"), TypeError, "concat: expected a list of tensors, got nolk"),
+        (lambda b, x: b.input(0), ValueError, "input: expected 1 to 2147483647, got 0"),
+        (lambda b, x: b.input(3, name=7), TypeError, "name: expected a string, got int"),
         (lambda b, x: b.convolve(x, KERNEL.astype(float)), TypeError, "convolve: weights weight: expected float32"),
         (lambda b, x: b.convolve(x, KERNEL.T), ValueError, "expected a C-contiguous array"),
         (lambda b, x: b.convolve(x, MATRIX), ValueError, r"expected \[out, in, kh, kw\], got shape \(5, 12\)"),
@@ -197,13 +204,17 @@ OTHER = nolk.Builder().input(4, 7, 6)
         (lambda b, x: b.convolve(x, KERNEL, groups=4), ValueError, "6 output channels do not divide into 4"),
         (lambda b, x: b.convolve(x, KERNEL, stride=1.5), TypeError, "convolve: stride: expected integers"),
         (lambda b, x: b.convolve(x, KERNEL, padding=(1, 2)), ValueError, "expected an integer or .top, bottom"),
-        (lambda b, x: b.convolve(x, KERNEL, stride=1 << 40), ValueError, "does not fit 32 bits"),
+        (lambda b, x: b.convolve(x, KERNEL, stride=1 << 70), ValueError, "does not fit 32 bits"),
         (lambda b, x: b.pad(x, -1), ValueError, "pad: "),
         (lambda b, x: b.softmax(x, "d"), ValueError, "softmax: axis: expected one of 'n', 'c', 'h', 'w'"),
+        (lambda b, x: b.softmax(x, -5), ValueError, "softmax: axis: expected one of .* or -4 to 3, got -5"),
         (lambda b, x: b.concat([], "c"), ValueError, "concat"),
-        (lambda b, x: b.clip(x, "low", 1), TypeError, ""),
+        (lambda b, x: b.clip(x, "low", 1), TypeError, "clip: min: expected a number, got str"),
         (lambda b, x: b.build([]), ValueError, "needs an output"),
+        (lambda b, x: b.build(x), TypeError, "outputs: expected a list of tensors, got nolk"),
+        (lambda b, x: b.build({7: x}), TypeError, "outputs: expected a string, got int"),
         (lambda b, x: b.build([b.convolve(x, KERNEL[:, :3].copy())]), nolk.Error, "convolve"),
+        (lambda b, x: b.build([b.max_pool(x, 9, 1)]), nolk.Error, r"output 0: its extents are \[4, -1, -2\]"),
         (lambda b, x: b.build([x] * 40_000), nolk.Error, "at most 32767 records"),
         (lambda b, x: b.save("own.cm"), nolk.Error, "not built"),
     ],
@@ -217,6 +228,8 @@ def test_what_cannot_be_recorded_is_refused(record, error, text):
 def test_a_builder_builds_once():
     b = nolk.Builder()
     x = b.input(3)
+    with pytest.raises(ValueError, match="batch"):  # which does not count
+        b.build([x], batch=0)
     b.build([x]).close()
     for again in (lambda: b.relu(x), lambda: b.build([x])):
         with pytest.raises(nolk.Error, match="built"):

@@ -11,6 +11,7 @@ from numpy.typing import NDArray
 from . import _nolk
 from ._network import Network, load
 from ._nolk import Tensor
+from ._source import require_batch, require_integer, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -21,8 +22,8 @@ INPUT_NAME, OUTPUT_NAME = 1, 2
 class Recorder:
     """Records a network, operation by operation, builds it, and saves it as a model file.
 
-    Every operation returns the tensor that it makes. Its class `Tensor` has the shape of one sample; the batch comes with
-    `build`. Weights are numpy arrays, float32 and C-contiguous, and are copied by the call::
+    Every operation returns the tensor that it makes. Its class `Tensor` has the shape of one sample; the batch comes
+    with `build`. Weights are numpy arrays, float32 and C-contiguous, and are copied by the call::
 
         b = nolk.Builder()
         x = b.input(1, 28, 28)
@@ -56,7 +57,9 @@ class Recorder:
         -------
         Tensor
         """
-        tensor = self._recording.call(0, [], [shape])
+        extents = [require_integer("input", extent, 1, 2**31 - 1) for extent in shape]
+        name = require_string("name", name)
+        tensor = self._recording.call(0, [], [extents])
         self._input_names.append(name)
         return tensor
 
@@ -86,8 +89,10 @@ class Recorder:
         Error
             If an operation does not fit its input, with the operation and the reason.
         """
-        self._recording.finish(list(outputs.values() if isinstance(outputs, Mapping) else outputs))
-        self._output_names = list(outputs) if isinstance(outputs, Mapping) else []
+        batch = require_batch(batch)
+        names = [require_string("outputs", name) for name in outputs] if isinstance(outputs, Mapping) else []
+        self._recording.finish(list(outputs.values()) if isinstance(outputs, Mapping) else outputs)
+        self._output_names = names
         return load(self.to_bytes(), batch=batch, implementation=implementation, shared=shared)
 
     def to_bytes(self, *, version: int = 4, lossy: bool = False) -> bytes:
@@ -104,6 +109,7 @@ class Recorder:
         -------
         bytes
         """
+        version = require_integer("version", version, 1, 4)
         head_info: list[tuple[int, bytes]] = []
         for key, names in ((INPUT_NAME, self._input_names), (OUTPUT_NAME, self._output_names)):
             if version > 1 and all(names):

@@ -8,7 +8,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _nolk
-from ._source import Model, errors_name, read, require_batch
+from ._source import Model, errors_name, read, require_batch, require_limit, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -33,9 +33,9 @@ class Network:
         with nolk.load("digits.cm", batch=16) as net:
             scores = net(pictures)  # float32 [n, 1, 28, 28] to float32 [n, 10]
 
-    Arrays are float32 and C-contiguous; others are refused, never converted. They hold any number of samples n, the same
-    for all inputs: the network runs on as many at a time as its batch, and fills up the last ones with zeros, whose
-    results are cut off. A network that mixes samples, see `mixes_samples`, takes exactly one batch.
+    Arrays are float32 and C-contiguous; others are refused, never converted. They hold any number of samples n, the
+    same for all inputs: the network runs on as many at a time as its batch, and fills up the last ones with zeros,
+    whose results are cut off. A network that mixes samples, see `mixes_samples`, takes exactly one batch.
 
     Python's global lock is released while the network runs. Only one thread may use a network at a time: a second call
     raises `Error`. A network that was loaded with ``shared=True`` may be called from many threads.
@@ -80,8 +80,8 @@ class Network:
         inputs : sequence of numpy.ndarray
             As for a call.
         out : sequence of numpy.ndarray
-            For each output a writable array, float32 [n, ...], that shares no memory with another one. After an error its
-            values are undefined.
+            For each output a writable array, float32 [n, ...], that shares no memory with another one. After an error
+            its values are undefined.
 
         Raises
         ------
@@ -98,6 +98,8 @@ class Network:
         self._network.close()
 
     def __enter__(self) -> "Network":
+        if self.closed:
+            raise _nolk.Error("the network is closed")
         return self
 
     def __exit__(
@@ -146,8 +148,12 @@ class Network:
         return self._network.is_closed
 
     def __repr__(self) -> str:
+        inputs, outputs = (
+            ", ".join(f"{tensor.name} {list(tensor.shape)}" for tensor in tensors)
+            for tensors in (self._inputs, self._outputs)
+        )
         state = ", closed" if self.closed else ""
-        return f"<nolk.Network {self._inputs} to {self._outputs}, {self.implementation}{state}>"
+        return f"<nolk.Network {inputs} -> {outputs}; {self.implementation}{state}>"
 
 
 def load(
@@ -168,9 +174,9 @@ def load(
     batch : int
         The number of samples that one run of the network computes. Memory grows with it.
     implementation : str, optional
-        A name with settings: "NolkFast:num_threads=2". By default NolkFast where it is installed, since its results do
-        not depend on the machine, else the built-in NolkRaw. It names a library to be loaded, so it must never come from
-        the same source as an untrusted model.
+        A name with settings: "NolkFast:num_threads=2". By default NolkFast, whose results are the same on every
+        machine, or the built-in NolkRaw if that is not installed. It names a library to be loaded, so it must never
+        come from the same source as an untrusted model.
     shared : bool
         Whether several threads may call the network at once. With a batch above 1, samples of concurrent callers run
         together.
@@ -189,12 +195,17 @@ def load(
     OSError
         If the file cannot be read.
     TypeError, ValueError
-        For a batch that is not an integer, below 1 or above 2**31 - 1.
+        For arguments of another type, and for numbers out of range.
     """
     batch = require_batch(batch)
+    if implementation is not None:
+        require_string("implementation", implementation)
+    if not isinstance(shared, (bool, numpy.bool_)):
+        raise TypeError(f"shared: expected a bool, got {type(shared).__name__}")
+    limits = require_limit("memory_bytes", memory_bytes), require_limit("multiply_adds", multiply_adds)
     data = read(model)
     with errors_name(model):
-        return Network(_nolk.Network(data, batch, implementation, shared, memory_bytes, multiply_adds))
+        return Network(_nolk.Network(data, batch, implementation, bool(shared), *limits))
 
 
 def has_implementation(name: str) -> bool:
@@ -209,4 +220,4 @@ def has_implementation(name: str) -> bool:
     -------
     bool
     """
-    return _nolk.has_implementation(name)
+    return _nolk.has_implementation(require_string("name", name))

@@ -36,12 +36,28 @@ def errors_name(model: Model) -> Iterator[None]:
         raise type(error)(f"{path}: {error}" if path else str(error)) from None
 
 
+def require_integer(name: str, value: object, least: int, most: int) -> int:
+    """The value of an argument, if it is an integer of that range; numpy's are, too."""
+    try:
+        number = operator.index(value)  # type: ignore[arg-type]  # any object may come
+    except TypeError:
+        raise TypeError(f"{name}: expected an integer, got {type(value).__name__}") from None
+    if not least <= number <= most:
+        raise ValueError(f"{name}: expected {least} to {most}, got {number}")
+    return number
+
+
 def require_batch(value: object) -> int:
     """The number of samples that is meant."""
-    try:
-        batch = operator.index(value)  # type: ignore[arg-type]  # any object may come
-    except TypeError:
-        raise TypeError(f"batch: expected an integer, got {type(value).__name__}") from None
-    if not 1 <= batch < 2**31:
-        raise ValueError(f"batch: expected 1 to {2**31 - 1}, got {batch}")
-    return batch
+    return require_integer("batch", value, 1, 2**31 - 1)
+
+
+def require_limit(name: str, value: object) -> int | None:
+    """A limit of a network's memory or work; None for no limit."""
+    return None if value is None else require_integer(name, value, 0, 2**63 - 1)
+
+
+def require_string(name: str, value: object) -> str:
+    if not isinstance(value, str):
+        raise TypeError(f"{name}: expected a string, got {type(value).__name__}")
+    return value

@@ -10,13 +10,14 @@
 Needs dask and distributed (Debian: python3-dask and python3-distributed), on the workers too.
 """
 
+import hashlib
 import threading
+from itertools import accumulate, pairwise
 from operator import getitem
 from typing import Any
 
 import dask.array
 import numpy
-from dask.base import tokenize
 from distributed import WorkerPlugin, get_client, get_worker
 
 from ._network import Array, Network, TensorInfo, load
@@ -59,10 +60,11 @@ class ModelPlugin(WorkerPlugin):  # type: ignore[misc]  # distributed has no typ
 
     def __init__(self, model: bytes, batch: int, implementation: str) -> None:
         self.model, self.batch, self.implementation = model, batch, implementation
-        self.name = "nolk-" + tokenize(model, batch, implementation)
+        self.name = f"nolk-{hashlib.sha256(model).hexdigest()}-{batch}-{implementation}"
 
     def setup(self, worker: Any) -> None:
         self.load()
+        self.model = b""  # this copy came with a message, and the network has what it needs
 
     def load(self) -> None:
         """Load the model into this process, unless it is there."""
@@ -85,7 +87,7 @@ def _run_block(name: str, *blocks: Any) -> Array | tuple[Array, ...]:
 
 
 def _load_late(name: str) -> None:
-    """Load the model of a plugin whose setup has failed: Dask only logs why, so the task repeats it and fails with it."""
+    """Load the model of a plugin whose setup failed: Dask only logs why, so the task repeats it and fails with it."""
     try:
         plugin = get_worker().plugins[name]
     except (KeyError, ValueError):  # no such plugin, no worker
@@ -103,16 +105,38 @@ def _client_of_process() -> Any:
 
 
 def _require_form(info: TensorInfo, array: dask.array.Array) -> None:
+    if not isinstance(array, dask.array.Array):
+        raise TypeError(f"{info.name}: expected a Dask array, got {type(array).__name__}")
     if array.dtype != numpy.float32:
         raise TypeError(f"{info.name}: expected float32, got {array.dtype}")
+    if numpy.isnan(array.shape[:1]).any():
+        raise ValueError(f"{info.name}: the number of samples is not known; array.compute_chunk_sizes() finds it")
     if array.shape[1:] != info.shape[1:]:
         extents = ", ".join(["n", *map(str, info.shape[1:])])
         raise ValueError(f"{info.name}: expected float32 [{extents}], got shape {array.shape}")
 
 
-def _in_blocks(array: dask.array.Array, block: int) -> dask.array.Array:
-    """The array in blocks of so many samples, each with whole samples; the last one may be smaller."""
-    return array.rechunk({0: block, **dict.fromkeys(range(1, array.ndim), -1)})
+def _blocks(array: dask.array.Array, batch: int) -> tuple[int, ...]:
+    """Its chunks along the first axis with every cut moved back to a multiple of the batch, so that all but the last
+    hold whole batches, and hardly a sample moves to another chunk."""
+    count = array.shape[0]
+    cuts = {end // batch * batch for end in accumulate(array.chunks[0][:-1])} | {0, count}
+    return tuple(after - before for before, after in pairwise(sorted(cuts))) or (0,)
+
+
+def _in_blocks(array: dask.array.Array, blocks: tuple[int, ...]) -> dask.array.Array:
+    """The array in these blocks, each with whole samples; itself if it has them already."""
+    return array.rechunk((blocks, *array.shape[1:]))
+
+
+def _register(client: Any, plugin: ModelPlugin) -> None:
+    """Gives the plugin to the scheduler and the workers, unless they have it: the scheduler keeps a note."""
+    if client.asynchronous:
+        raise ValueError("predict needs a client that is not asynchronous")
+    note = ["nolk", plugin.name]
+    if not client.get_metadata(note, default=False):
+        client.register_worker_plugin(plugin)
+        client.set_metadata(note, True)
 
 
 def predict(
@@ -125,16 +149,18 @@ def predict(
     """Map a network over the first axis of Dask arrays.
 
     Nothing is computed yet, except that the workers load the model: each process once, and those that join later, too.
-    The model's bytes travel with it, so the workers need no access to the file.
+    They get the model's bytes from the scheduler when they load it, not with the tasks, so they need no access to the
+    file. Another call for the same model, batch and implementation sends nothing.
 
     Parameters
     ----------
     model : str, os.PathLike, bytes, bytearray or memoryview
         The path of a model file on this machine, or its bytes.
     *arrays : dask.array.Array
-        For each input of the network, float32 [n, c, h, w], or [n, c] for a matrix. They are computed block by block. A
-        block has as many samples as the first array's first chunk, down to a multiple of the batch. Chunks should be
-        such multiples: else Dask puts blocks together from several chunks, and copies them.
+        For each input of the network, float32 [n, c, h, w], or [n, c] for a matrix. They are computed block by block.
+        The blocks are the first array's chunks, as far as these are multiples of the batch. Other chunks are cut anew,
+        at the multiple before their end, so that only the last block needs filling up; that copies them. So does
+        joining chunks of part of a sample, and adapting other inputs to the first one's blocks.
     batch : int
         The number of samples that one run of the network computes.
     implementation : str, optional
@@ -150,30 +176,30 @@ def predict(
     Raises
     ------
     TypeError, ValueError
-        For arrays that the network does not take.
+        For arrays that the network does not take, or whose number of samples is not known yet.
     Error
         If the model cannot be loaded, here or by a worker.
     """
     data = bytes(read(model))
     with load(model, batch=batch, implementation=implementation) as network:
-        inputs, outputs, implementation = network.inputs, network.outputs, network.implementation
-        mixes_samples = network.mixes_samples
+        inputs, outputs, mixes_samples = network.inputs, network.outputs, network.mixes_samples
+        batch, implementation = network.batch, network.implementation
     if len(arrays) != len(inputs):
-        raise TypeError(f"expected {len(inputs)} arrays, got {len(arrays)}")
+        raise TypeError(f"expected {len(inputs)} {'array' if len(inputs) == 1 else 'arrays'}, got {len(arrays)}")
     if mixes_samples:
         raise ValueError("the network mixes samples, so its input cannot be cut into blocks")
     for info, array in zip(inputs, arrays):
         _require_form(info, array)
 
-    block = max(batch, arrays[0].chunks[0][0] // batch * batch)
-    arrays = tuple(_in_blocks(array, block) for array in arrays)
-    if any(array.chunks[0] != arrays[0].chunks[0] for array in arrays):
+    if len({array.shape[0] for array in arrays}) > 1:
         raise ValueError("the arrays have different numbers of samples")
+    blocks = _blocks(arrays[0], batch)
+    arrays = tuple(_in_blocks(array, blocks) for array in arrays)
 
     plugin = ModelPlugin(data, batch, implementation)
     client = client or _client_of_process()
     if client:
-        client.register_worker_plugin(plugin)
+        _register(client, plugin)
     else:
         plugin.load()
     return _results(plugin.name, arrays, outputs)
