@@ -145,6 +145,17 @@ TEST_F(ConvertCommand, RefusesChecksThatTakeTooMuchMemory) {
     EXPECT_EQ(run({in, path("net.cm"), "--no-check"}), 0) << errors_;
 }
 
+// The loss is no excuse for a file that is wrong, and is measured.
+TEST_F(ConvertCommand, ChecksLossyFilesToo) {
+    const std::string in = write("net.onnx", withWeights(protoOfText("(float[N,8,6,6] x) => (float[N,64,6,6] y)"
+                                                                     "<float[64,8,3,3] w = {0}>"
+                                                                     "{ y = Conv<pads=[1,1,1,1]>(x, w) }"))
+                                                 .SerializeAsString());
+    ASSERT_EQ(run({in, path("net.cm"), "--lossy", "--report", path("report.json")}), 0) << errors_;
+    const double difference = nlohmann::json::parse(read("report.json"))["check"]["outputs"][0]["relative"];
+    EXPECT_LT(difference, 0.25);
+}
+
 TEST_F(ConvertCommand, ReportsAFileThatCannotBeRead) {
     EXPECT_EQ(run({write("net.onnx", "no model"), path("net.cm"), "--report", path("report.json")}), 1);
     const auto report = nlohmann::json::parse(read("report.json"));
