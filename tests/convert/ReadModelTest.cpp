@@ -113,7 +113,7 @@ TEST_F(ReadModel, SaysWhatBecomesFloat32) {
     weights.add_int32_data(0x4000);
     const convert::Model model = convert::readModel(write(proto.SerializeAsString()));
     EXPECT_EQ(model.remarks,
-              (std::vector<std::string>{"1 tensor of float16 becomes float32", "1 tensor of double becomes float32"}));
+              (std::vector<std::string>{"1 tensor of float16 becomes float32", "1 tensor of float64 becomes float32"}));
     EXPECT_EQ(model.initializers.at("w").floats(), (Floats{1, 2}));
     EXPECT_EQ(inputsOf(model).at(0).dims, (Dims{-1, 2}));
     EXPECT_EQ(inputsOf(model).at(0).parameters, (std::vector<std::string>{"N", ""}));

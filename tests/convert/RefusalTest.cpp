@@ -59,14 +59,14 @@ TEST(Refusal, SaysWhy) {
          "{ x = Transpose<perm=[1,0,2]>(z) y = LSTM<hidden_size=3, clip=1.0>(x, w, r) }",
          "LSTM: clip"},
         {"(float[1,2,4,4,4] x) => (float[1,1,3,3,3] y) <float[1,2,2,2,2] w = {0}> { y = Conv(x, w) }",
-         "Conv: input [1, 2, 4, 4, 4] should have one or two spatial dimensions"},
-        {"(float[2,2,4,4] x, float[1,2,2,2] z) => (float[2,1,3,3] y) <float[1,2,2,2] w = {0}>"
+         "Conv: input of shape [1, 2, 4, 4, 4], instead of 3 or 4 dimensions"},
+        {"(float[2,2,4,4] x, float[1,1,3,3] z) => (float[2,1,3,3] y) <float[1,2,2,2] w = {0}>"
          "{ a = Conv(x, w) y = Add(a, z) }",
          "Conv: input [2, 2, 4, 4] has a fixed batch of 2"},
         {"(float[1,2,4] x) => (float[1,2,4] y) <float[2] s = {1,1}> { y, m, v = BatchNormalization<training_mode=1>"
          "(x, s, s, s, s) }",
          "BatchNormalization: training_mode is set"},
-        {"(float[1,2,4] x) => (float[1,2,4] y) <float[4] s = {0}>"
+        {"(float[1,2,4] x) => (float[1,2,4] w) <float[4] s = {0}>"
          "{ y, m = LayerNormalization(x, s) z = Relu(m) w = Add(y, z) }",
          "LayerNormalization: the outputs Mean or InvStdDev are used"},
         {"(float[1,4] x) => (float[1,4] y) { y = LpNormalization<p=1>(x) }", "LpNormalization: p = 1"},
