@@ -113,11 +113,16 @@ CheckResult checkedLossy(const Model& model, ConvertOptions options, const Argum
     ConvertOptions exactOptions = options;
     exactOptions.lossy = false;
     Conversion exact = convertModel(model, exactOptions);
-    const CheckResult result = checkedOrRemade(model, exactOptions, a, exact);
+    CheckResult result = checkedOrRemade(model, exactOptions, a, exact);
     if (!result.passed) return result;
     options.keepsBatch = conversion.hasFreedBatch && !exact.hasFreedBatch;
     if (options.keepsBatch) conversion = convertModel(model, options);
     return checked(model, options, a, conversion);
+}
+
+CheckResult checkedAsAsked(const Model& model, const ConvertOptions& options, const Arguments& a,
+                           Conversion& conversion) {
+    return options.lossy ? checkedLossy(model, options, a, conversion) : checkedOrRemade(model, options, a, conversion);
 }
 
 bool isGoodCheck(const CheckResult& result, const Arguments& a) {
@@ -140,9 +145,7 @@ int convertFile(const Arguments& a) {
     bool isGood = conversion.findings.empty();
     std::optional<CheckResult> check;
     // NOLINTNEXTLINE(bugprone-use-after-move): without a check the model is not read again.
-    if (isGood && !a.noCheck)
-        check = options.lossy ? checkedLossy(model, options, a, conversion)
-                              : checkedOrRemade(model, options, a, conversion);
+    if (isGood && !a.noCheck) check = checkedAsAsked(model, options, a, conversion);
     Report report(a.in, a.out, conversion);
     for (const std::string& remark : conversion.remarks) std::fprintf(lines(a), "%s\n", remark.c_str());
     if (!isGood) printFindings(a, conversion);
