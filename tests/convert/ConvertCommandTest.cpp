@@ -105,6 +105,7 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
         {{}, 2, "IN.onnx is required"},
         {{in, out, "--verison", "3"}, 2, "--verison: no such option; see nolk-convert --help"},
         {{in, out, "--version", "5"}, 2, "not in range 1 to 4"},
+        {{in, out, "--lossy", "--version", "3"}, 2, "--lossy needs version 4 of the model file"},
         {{in, out, "--shape", "x"}, 2, "--shape x: expected NAME=1,3,320,320"},
         {{in, out, "--shape", shape, shape}, 2, "this input has a shape already"},
         {{in, out, "--check-input", "x.npy", "--no-check"}, 2, "--check-input has no use with --no-check"},
@@ -143,6 +144,17 @@ TEST_F(ConvertCommand, RefusesChecksThatTakeTooMuchMemory) {
         << errors_;
     EXPECT_FALSE(fs::exists(path("net.cm")));
     EXPECT_EQ(run({in, path("net.cm"), "--no-check"}), 0) << errors_;
+}
+
+// The loss is no excuse for a file that is wrong, and is measured.
+TEST_F(ConvertCommand, ChecksLossyFilesToo) {
+    const std::string in = write("net.onnx", withWeights(protoOfText("(float[N,8,6,6] x) => (float[N,64,6,6] y)"
+                                                                     "<float[64,8,3,3] w = {0}>"
+                                                                     "{ y = Conv<pads=[1,1,1,1]>(x, w) }"))
+                                                 .SerializeAsString());
+    ASSERT_EQ(run({in, path("net.cm"), "--lossy", "--report", path("report.json")}), 0) << errors_;
+    const double difference = nlohmann::json::parse(read("report.json"))["check"]["outputs"][0]["relative"];
+    EXPECT_LT(difference, 0.1);
 }
 
 TEST_F(ConvertCommand, ReportsAFileThatCannotBeRead) {

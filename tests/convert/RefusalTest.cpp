@@ -58,11 +58,99 @@ TEST(Refusal, SaysWhy) {
         {"(float[N,5,4] z) => (float[5,1,N,3] y) <float[1,12,4] w = {0}, float[1,12,3] r = {0}>"
          "{ x = Transpose<perm=[1,0,2]>(z) y = LSTM<hidden_size=3, clip=1.0>(x, w, r) }",
          "LSTM: clip"},
+        {"(float[1,2,4,4,4] x) => (float[1,1,3,3,3] y) <float[1,2,2,2,2] w = {0}> { y = Conv(x, w) }",
+         "Conv: input of shape [1, 2, 4, 4, 4], instead of 3 or 4 dimensions"},
+        {"(float[2,2,4,4] x, float[1,1,3,3] z) => (float[2,1,3,3] y) <float[1,2,2,2] w = {0}>"
+         "{ a = Conv(x, w) y = Add(a, z) }",
+         "Conv: input [2, 2, 4, 4] has a fixed batch of 2"},
+        {"(float[1,2,4] x) => (float[1,2,4] y) <float[2] s = {1,1}> { y, m, v = BatchNormalization<training_mode=1>"
+         "(x, s, s, s, s) }",
+         "BatchNormalization: training_mode is set"},
+        {"(float[1,2,4] x) => (float[1,2,4] w) <float[4] s = {0}>"
+         "{ y, m = LayerNormalization(x, s) z = Relu(m) w = Add(y, z) }",
+         "LayerNormalization: the outputs Mean or InvStdDev are used"},
+        {"(float[1,4] x) => (float[1,4] y) { y = LpNormalization<p=1>(x) }", "LpNormalization: p = 1"},
+        {"(float[1,4] x, int64[1,2] i) => (float[1,1,2] y) { y = Gather<axis=1>(x, i) }",
+         "Gather: the indices depend on the network's input"},
+        {"(float[1,4] x, bool[1,4] c) => (float[1,4] y) { y = Where(c, x, x) }",
+         "Where: the condition must not depend on the network's input"},
+        {"(float[1,1,8,8] x) => (float[1,1,4,4] y) { y = AveragePool<kernel_shape=[2,2], strides=[2,2], "
+         "dilations=[2,2]>(x) }",
+         "AveragePool: dilations"},
+        {"(float[1,5,4] z) => (float[5,1,1,3] y) <float[1,12,4] w = {0}, float[1,12,3] r = {0}>"
+         "{ x = Transpose<perm=[1,0,2]>(z) y = LSTM<hidden_size=3, activations=[\"Tanh\",\"Tanh\",\"Tanh\"]>(x, w, r) "
+         "}",
+         "LSTM: the activation Tanh"},
+        {"(float[1,5,4] z) => (float[5,1,1,3] y) <float[1,12,4] w = {0}, float[1,12,3] r = {0}, "
+         "float[1,1,3] h = {1,1,1}> { x = Transpose<perm=[1,0,2]>(z) y = LSTM<hidden_size=3>(x, w, r, , , h) }",
+         "LSTM: initial_h is not zero"},
+        {"(float[1,5,4] z) => (float[5,1,1,3] y, float[1,1,3] c) <float[1,12,4] w = {0}, float[1,12,3] r = {0}>"
+         "{ x = Transpose<perm=[1,0,2]>(z) y, h, c = LSTM<hidden_size=3>(x, w, r) }",
+         "LSTM: the output Y_c is used"},
     };
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.graph);
         EXPECT_EQ(findingsOf(refusal.graph), std::vector<std::string>{refusal.text});
     }
+}
+
+// A small file does not become a huge model, whatever extents and attributes it has.
+TEST(Refusal, KeepsABudgetOfWhatItMakes) {
+    const Refusal kRefusals[] = {
+        {"(float[1,1,4,4] x) => (float[1,1,10003,10003] y) <float[1,1,2,2] w = {1,2,3,4}>"
+         "{ y = ConvTranspose<dilations=[9999,9999]>(x, w) }",
+         "ConvTranspose: makes 100000000 floats"},
+        {"(float[1,1,4096] x) => (float[1,1,9000] y) <float[3] s = {1,1,2.197265625}>"
+         "{ y = Resize<mode=\"cubic\">(x, , s) }",
+         "Resize: makes 36864000 floats"},
+        {"(float[1,1,1,40000000] x) => (float[1,1,1,40000000] y) <int64[1] b = {-1}, int64[1] e = {-50000000}, "
+         "int64[1] a = {3}, int64[1] s = {-1}> { y = Slice(x, b, e, a, s) }",
+         "Slice: makes 80000000 floats"},
+        {"(float[1,40000000,1] x) => (float[1,40000000,1] y) <float[1] s = {2}>"
+         "{ y = GroupNormalization<num_groups=1>(x, s, s) }",
+         "GroupNormalization: makes 40000000 floats"},
+    };
+    for (const Refusal& refusal : kRefusals) {
+        SCOPED_TRACE(refusal.graph);
+        const std::vector<std::string> findings = findingsOf(refusal.graph);
+        ASSERT_EQ(findings.size(), 1U);
+        EXPECT_EQ(findings[0].rfind(refusal.text, 0), 0U) << findings[0];
+    }
+    // Many nodes that share weights each get a copy of their own, of which 100 fit.
+    std::string nodes;
+    std::string last = "x";
+    for (int i = 0; i < 200; ++i) {
+        const std::string next = "t" + std::to_string(i);
+        nodes += next + " = Conv<pads=[" + std::to_string(i % 2) + ",0,0,0]>(" + last + ", w) ";
+        last = next;
+    }
+    const std::string graph = "(float[1,600,1,1] x) => (float[1,600,101,1] y) <float[600,600,1,1] w = {0}> { " + nodes +
+                              "y = Relu(" + last + ") }";
+    const std::vector<std::string> findings = findingsOf(graph.c_str());
+    EXPECT_GT(findings.size(), 90U);
+    EXPECT_LT(findings.size(), 110U);
+}
+
+// Whatever does not fit into a file is told at once, with the operators that are missing.
+TEST(Refusal, NamesEveryNodeThatDoesNotFitIntoTheFile) {
+    const char kNodes[] =
+        "{ a = Conv<strides=[1,40000]>(x, w) b = MaxPool<kernel_shape=[1,40000]>(x) c = Conv<strides=[1,32767]>(x, w) "
+        "d = Sin(x) e = Conv<strides=[1,50000]>(d, w) }";
+    const std::string graph = std::string(
+                                  "(float[1,1,1,70000] x) => (float[1,1,1,2] a, float[1,1,1,30001] b, "
+                                  "float[1,1,1,3] c, float[1,1,1,2] e) <float[1,1,1,1] w = {0}>") +
+                              kNodes;
+    EXPECT_EQ(findingsOf(graph.c_str()),
+              (std::vector<std::string>{"Sin: no operation of nolk's does this to [1, 1, 1, 70000]",
+                                        "Conv: convolve: stride w must be -32768 to 32767 in this file, is 40000",
+                                        "MaxPool: maxPool: kernel w must be -32768 to 32767 in this file, is 40000",
+                                        "Conv: convolve: stride w must be -32768 to 32767 in this file, is 50000"}));
+    convert::ConvertOptions options;
+    options.version = 1;
+    EXPECT_EQ(
+        findingsOf("(float[1,1,1,70000] x) => (float[1,1,70000,1] y) { y = Transpose<perm=[0,1,3,2]>(x) }", options)
+            .size(),
+        2U);
 }
 
 // A node whose result nobody can compute hides nothing where the file tells the result's shape, and is counted where it

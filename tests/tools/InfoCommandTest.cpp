@@ -99,6 +99,24 @@ TEST(InfoCommand, DrawingsAreWrittenAndTextTellsTheSame) {
     EXPECT_EQ(runProgram({"info", kDigitsModel, "--memory", "-"}).out, svg);
 }
 
+TEST(InfoCommand, CallsHeadInfoByItsMeaning) {
+    const auto bytes = [](const std::string& text) { return std::vector<unsigned char>(text.begin(), text.end()); };
+    const std::string model = modelFile("named.cm",
+                                        [](nolk::RunnerBuilder& b) {
+                                            return Outputs{b.relu(b.input({1, 4, 1, 1, 1}))};
+                                        },
+                                        {4,
+                                         false,
+                                         {{1, bytes("image")},
+                                          {3, bytes("a trainer 1.0")},
+                                          {4, bytes(std::string("licence\0free", 12))},
+                                          {300, bytes("x")}}});
+    const std::string text = runProgram({"info", model}).out;
+    for (const char* line : {"  input name: \"image\"\n", "  made by: \"a trainer 1.0\"\n",
+                             "  note \"licence\": \"free\"\n", "  key 300, 1 byte: \"x\"\n"})
+        EXPECT_NE(text.find(line), std::string::npos) << text;
+}
+
 TEST(InfoCommand, FailuresAreOneLineThatNamesTheFile) {
     const std::string cut = writeTemporary("cut.cm", fileText(kDigitsModel).substr(0, 50000));
     const std::string model = kDigitsModel;

@@ -74,6 +74,8 @@ void checkPaths(const Arguments& a) {
     if (areSame(a.in, a.out)) throw WrongUsage(a.out + ": is the ONNX file itself: give OUT.cm another name");
     if (!a.report.empty() && (areSame(a.report, a.in) || areSame(a.report, a.out)))
         throw WrongUsage("--report " + a.report + ": is one of the other two files: give it another name");
+    constexpr int kIndexedFloats = 4;  // the version of the model file that has them
+    if (a.lossy && a.version < kIndexedFloats) throw WrongUsage("--lossy needs version 4 of the model file");
     if (a.noCheck && !a.checkInputs.empty()) throw WrongUsage("--check-input has no use with --no-check");
     checkWritable(a.out);
     if (!a.report.empty()) checkWritable(a.report);

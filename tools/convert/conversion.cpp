@@ -18,6 +18,9 @@ namespace {
 
 using InputDims = std::map<std::string, Dims>;
 
+// Results of the networks of scripts/zoo change by up to 2.5 % of an output's largest value.
+constexpr double kLossyTolerance = 0.1;
+
 bool isCalledBatch(const ModelInput& input, std::size_t axis) {
     const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
     return name == "N" || name == "n" || name.rfind("batch", 0) == 0;
@@ -273,7 +276,7 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
     return planFor(model, given);
 }
 
-void addRemarks(const Plan& plan, Conversion& conversion) {
+void addRemarks(const Model& model, const Plan& plan, Conversion& conversion) {
     for (const int tensor : plan.graph.outputs) {
         const auto at = static_cast<std::size_t>(tensor);
         const std::string& name = plan.graph.tensors[at].name;
@@ -282,27 +285,47 @@ void addRemarks(const Plan& plan, Conversion& conversion) {
             conversion.remarks.push_back("output " + inQuotes(name) + " has the batch at axis " +
                                          std::to_string(axis.axis) + " in ONNX, and first in the file");
     }
-    if (!plan.batches.isClean)
+    const std::int64_t batch = fixedBatch(model, plan.inputs);
+    if (batch > 1)
+        conversion.remarks.push_back("the model has fixed a batch of " + std::to_string(batch) +
+                                     ": in the file these are one sample together");
+    else if (!plan.batches.isClean)
         conversion.remarks.push_back(
             "the model has fixed its batch or joins samples: in the file every sample is computed on its own, as the "
             "model does for a batch of 1");
 }
 
-// The graph's constants are freed: what is written is in the program.
-void writeProgram(const Model& model, const ConvertOptions& options, Plan& plan, Lowered& lowered,
-                  Conversion& conversion) {
+nolk::ModelFileOptions fileOptionsOf(const ConvertOptions& options) {
     nolk::ModelFileOptions file;
     file.version = options.version;
     file.lossy = options.lossy;
+    return file;
+}
+
+// Operations that the file has no form for.
+void addHindrances(const Lowered& lowered, const ConvertOptions& options, Conversion& conversion) {
+    std::vector<int> ends = lowered.outputs;
+    ends.insert(ends.end(), lowered.ends.begin(), lowered.ends.end());
+    const char* const advice = options.version == 1
+                                   ? "use --version 4, which has wider numbers, or make the network smaller"
+                                   : "make the network smaller there";
+    for (const Hindrance& hindrance : lowered.program.hindrances(ends, fileOptionsOf(options)))
+        conversion.findings.push_back({hindrance.origin.node, hindrance.origin.type, hindrance.why,
+                                       hindrance.origin.node.empty() ? "convert the network in parts" : advice});
+}
+
+// The graph's constants are freed: what is written is in the program.
+void writeProgram(const Model& model, const ConvertOptions& options, Plan& plan, Lowered& lowered,
+                  Conversion& conversion) {
+    nolk::ModelFileOptions file = fileOptionsOf(options);
     if (options.version >= 2) file.headInfo = headInfoOf(model, plan.graph);
     plan.graph = {};
     try {
         conversion.file.bytes = lowered.program.write(lowered.outputs, file);
         conversion.operations = lowered.program.written();
     } catch (const NotWritable& error) {
-        conversion.findings.push_back(
-            {error.origin, "", error.what(),
-             options.version == 1 ? "use --version 4, which has wider numbers" : "make the network smaller there"});
+        addHindrances(lowered, options, conversion);
+        if (conversion.findings.empty()) conversion.findings.push_back({"", "", error.what(), ""});
     }
 }
 
@@ -320,10 +343,11 @@ ConvertedFile withAllTensors(const Model& model, const ConvertOptions& options) 
     ConvertedFile file;
     file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
     file.outputs = placesOf(plan.graph, plan.batches, tensors);
-    nolk::ModelFileOptions fileOptions;
-    fileOptions.version = options.version;
-    fileOptions.lossy = options.lossy;
-    file.bytes = lowered.program.write(lowered.outputs, fileOptions);
+    try {
+        file.bytes = lowered.program.write(lowered.outputs, fileOptionsOf(options));
+    } catch (const NotWritable&) {
+        return {};  // so many outputs are too much for a file
+    }
     return file;
 }
 
@@ -337,10 +361,13 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     conversion.remarks = model.remarks;
     conversion.findings = lowered.findings;
     conversion.unseenNodes = lowered.unseenNodes;
-    if (conversion.findings.empty()) addRemarks(plan, conversion);
+    if (conversion.findings.empty()) addRemarks(model, plan, conversion);
     conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
     conversion.file.outputs = placesOf(plan.graph, plan.batches, plan.graph.outputs);
-    if (conversion.findings.empty()) writeProgram(model, options, plan, lowered, conversion);
+    if (conversion.findings.empty())
+        writeProgram(model, options, plan, lowered, conversion);
+    else
+        addHindrances(lowered, options, conversion);
     return conversion;
 }
 
@@ -363,7 +390,7 @@ CheckOptions checkOptionsFor(const Model& model, const ConvertOptions& options, 
     result.inputDims = conversion.inputDims;
     result.evaluateSamplesAlone = conversion.evaluateSamplesAlone;
     result.withAllTensors = [&model, options] { return withAllTensors(model, options); };
-    if (options.lossy) result.tolerance = 1;  // nothing is promised
+    if (options.lossy) result.tolerance = kLossyTolerance;
     return result;
 }
 

@@ -4,7 +4,8 @@
 
 Operations are those of the converted file. The difference is the largest between nolk's outputs and PyTorch's, of an
 output's largest value. The time is the conversion's on the processor, without its check. With --check nolk-convert
-compares with its own evaluator too. The exit status is 1 when a network was refused or differs by more than 1e-4.
+compares with its own evaluator too. Refusals are counted in the table and listed below it, as nolk-convert gives them.
+The exit status is 1 when a network was refused or differs by more than 1e-4.
 """
 import argparse
 import pathlib
@@ -37,23 +38,28 @@ def difference(model, folder, nolk, scratch):
     return largest
 
 
-def line(folder, arguments, scratch):
-    model = scratch / "net.cm"
+def operations_in(text):
+    words = [row.split() for row in text.splitlines()]
+    return next((count for row in words for count, unit in zip(row, row[1:]) if unit.startswith("operations")), "?")
+
+
+def convert(folder, arguments, scratch):
+    """A line of the table, and what stands in the way, if anything does."""
+    model, source = scratch / "net.cm", folder / "model.onnx"
     begin = resource.getrusage(resource.RUSAGE_CHILDREN)
-    status, text = run(arguments.convert, folder / "model.onnx", model, "--no-check")
+    status, text = run(arguments.convert, source, model, "--no-check")
     end = resource.getrusage(resource.RUSAGE_CHILDREN)
     seconds = end.ru_utime + end.ru_stime - begin.ru_utime - begin.ru_stime
     if status != 0:
-        return f"| {folder.name} | | | | {text.splitlines()[-1] if text else 'no text'} |", False
-    operations = next((word for row in text.splitlines() for word, unit in zip(row.split(), row.split()[1:])
-                       if unit.startswith("operations")), "?")
+        refused = sum(row.startswith("  node") for row in text.splitlines())
+        return f"| {folder.name} | | | | {refused or 'the file'} |", text
+    operations = operations_in(text)
     far = difference(model, folder, arguments.nolk, scratch)
-    checked = ""
+    wrong = "" if far <= 1e-4 else f"differs from PyTorch by {far:.1e}"
     if arguments.check:
-        status, text = run(arguments.convert, folder / "model.onnx", model)
-        checked = "" if status == 0 else text.splitlines()[-1]
-    good = far <= 1e-4 and status == 0
-    return f"| {folder.name} | {operations} | {far:.1e} | {seconds:.2f} s | {checked} |", good
+        status, text = run(arguments.convert, source, model)
+        wrong = wrong if status == 0 else text
+    return f"| {folder.name} | {operations} | {far:.1e} | {seconds:.2f} s | 0 |", wrong
 
 
 def main():
@@ -64,19 +70,21 @@ def main():
     parser.add_argument("names", nargs="*")
     parser.add_argument("--check", action="store_true")
     arguments = parser.parse_intermixed_args()
-    print("| network | operations | difference | conversion | remark |\n|---|---|---|---|---|")
-    all_good = True
+    print("| network | operations | difference | conversion | refusals |\n|---|---|---|---|---|")
+    wrong = {}
     for folder in sorted(path for path in arguments.folder.iterdir() if (path / "model.onnx").exists()):
         if arguments.names and folder.name not in arguments.names:
             continue
         with tempfile.TemporaryDirectory() as scratch:
             try:
-                text, good = line(folder, arguments, pathlib.Path(scratch))
+                text, wrong[folder.name] = convert(folder, arguments, pathlib.Path(scratch))
             except RuntimeError as error:
-                text, good = f"| {folder.name} | | | | {error} |", False
+                text, wrong[folder.name] = f"| {folder.name} | | | | |", str(error)
         print(text, flush=True)
-        all_good = all_good and good
-    sys.exit(0 if all_good else 1)
+    for name, text in wrong.items():
+        if text:
+            print(f"\n{name}:\n{text}")
+    sys.exit(1 if any(wrong.values()) else 0)
 
 
 main()

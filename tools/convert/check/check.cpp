@@ -199,6 +199,7 @@ private:
         std::string failure = "the results depart from those of the ONNX graph at the output " + output;
         if (!options_.withAllTensors) return failure;
         const ConvertedFile all = options_.withAllTensors();
+        if (all.bytes.empty()) return failure;
         std::set<std::string> names;
         for (const TensorPlace& place : all.outputs) names.insert(place.name);
         const Reference reference = evaluate(batch, names);

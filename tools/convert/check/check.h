@@ -32,7 +32,7 @@ struct CheckOptions {
     std::map<std::string, Dims> inputDims;             // for batch 1, in ONNX's order
     std::map<std::string, Array> inputs;               // a user's; random ones stand in for those that are missing
     bool evaluateSamplesAlone = false;                 // the ONNX graph itself takes batch 1 only
-    std::function<ConvertedFile()> withAllTensors;     // the same file, with every tensor that has a place as output
+    std::function<ConvertedFile()> withAllTensors;     // the same with every tensor that has a place as output, or none
     std::function<void(double)> progress;              // 0 to 1
     std::int64_t memoryBytes = std::int64_t{4} << 30;  // that either network may need for batch 2
     std::int64_t steps = 1'000'000'000'000;            // and the multiply-adds

@@ -113,6 +113,7 @@ void changeChannels(std::vector<double>& values, const Dims& dims, Change&& chan
 }
 
 Values batchShapes(const Call& call) {
+    need(call.intAttribute("spatial", 1) != 0, "spatial is 0: every element has statistics of its own");
     needChannels(call, 1, 4);
     Values results{valueOf(call.in(0).type, call.dims(0))};
     results.resize(std::max<std::size_t>(1, call.outputCount()), valueOf(call.in(0).type, call.dims(3)));
@@ -121,7 +122,6 @@ Values batchShapes(const Call& call) {
 
 Arrays computeBatch(const Call& call, const Values& results) {
     need(call.intAttribute("training_mode", 0) == 0, "training_mode is not supported");
-    need(call.intAttribute("spatial", 1) != 0, "spatial 0 is not supported");
     for (std::size_t i = 1; i < call.outputCount(); ++i)
         need(!call.wants(i), "the outputs of training are not supported");
     const double epsilon = call.floatAttribute("epsilon", 1e-5F);

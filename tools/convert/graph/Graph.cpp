@@ -10,18 +10,16 @@ namespace convert {
 
 namespace {
 
-// Constants that are computed in advance may have as many elements together, and so many for each of the file's own: a
-// small file must not take much memory.
-constexpr std::int64_t kFreeElements = std::int64_t{1} << 24, kElementsForEach = 4;
-
 class GraphMaker {
 public:
     GraphMaker(const Model& model, const std::map<std::string, Dims>& inputDims) : model_(model) {
         graph_.opset = model.opset;
+        std::int64_t ownFloats = 0;
         for (const auto& [name, array] : model.initializers) {
             addKnown(name, array);
-            left_ += kElementsForEach * array.count();
+            ownFloats += array.count();
         }
+        graph_.budget = FloatBudget(ownFloats);
         for (const ModelInput& input : inputsOf(model)) addInput(input, inputDims);
         for (const auto& value : model.graph().value_info()) declared_.emplace(value.name(), &value);
         for (const auto& value : model.graph().output()) declared_.emplace(value.name(), &value);
@@ -78,12 +76,17 @@ private:
                 useDeclaredShape(tensor);
             }
             isKnown = isKnown && tensor.known;
-            if (tensor.known) left_ -= tensor.known->count();
+            if (tensor.known) take(tensor.known->count());
             node.outputs.push_back(addTensor(std::move(tensor)));
         }
         node.proto.clear_input();
         node.proto.clear_output();
         if (!isKnown) graph_.nodes.push_back(std::move(node));
+    }
+
+    // Small ones, such as shapes, are computed even when nothing is left.
+    void take(std::int64_t count) {
+        if (graph_.budget.allows(count)) graph_.budget.take(count);
     }
 
     // What the file says of a result that cannot be evaluated, so that the nodes behind it can be judged. A free batch
@@ -129,7 +132,7 @@ private:
         }
         try {
             return evaluateShapes(node.proto, model_.opset, pointers, work_,
-                                  allKnown ? std::max(left_, kLargestKnown) : kLargestKnown);
+                                  allKnown ? std::max(graph_.budget.left(), kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
             const std::string name = describeNode(node.proto) + ": ";  // a reader of Node has it already
             const std::string text = error.what();
@@ -143,7 +146,6 @@ private:
     std::map<std::string, int> places_;
     std::map<std::string, const onnx::ValueInfoProto*> declared_;
     Work work_ = kWorkInAdvance;
-    std::int64_t left_ = kFreeElements;  // elements that computed constants may have
 };
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "convert/graph/FloatBudget.h"
 #include "convert/onnx/Array.h"
 #include "convert/onnx/Model.h"
 
@@ -42,6 +43,7 @@ struct Graph {
     std::vector<Node> nodes;  // those that depend on an input
     std::vector<int> inputs;
     std::vector<int> outputs;
+    FloatBudget budget;  // what is left of it
 
     const Dims& dimsOf(int tensor) const { return tensors[static_cast<std::size_t>(tensor)].dims; }
     const Array* known(int tensor) const;  // null when tensor is -1, too

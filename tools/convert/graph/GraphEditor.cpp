@@ -63,6 +63,14 @@ int GraphEditor::addConstant(Array array) {
     return place;
 }
 
+bool GraphEditor::mayCopy(int constant) {
+    if (isUsedOnce(constant)) return true;
+    const std::int64_t count = known(constant)->count();
+    if (!graph_.budget.allows(count)) return false;
+    graph_.budget.take(count);
+    return true;
+}
+
 void GraphEditor::release(int constant) {
     if (isUsedOnce(constant)) graph_.tensors[static_cast<std::size_t>(constant)].known.reset();
 }

@@ -43,6 +43,8 @@ public:
     static int otherInput(const Node& node, int tensor);
 
     int addConstant(Array array);
+    // Whether a changed copy of a constant can be afforded; a copy that takes the place of its only use is free.
+    bool mayCopy(int constant);
     // Frees a constant that had one user, which has turned to another one.
     void release(int constant);
     // Turns a node into another one with the same result.

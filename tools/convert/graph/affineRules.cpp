@@ -73,9 +73,10 @@ bool fold(GraphEditor& editor, Node& node, int x, const Affine& affine) {
     const Array* bias = hasBias ? editor.known(convolution.inputs[2]) : nullptr;
     if (weights.count() % static_cast<std::int64_t>(channels) != 0 && convolution.type() == "Conv") return false;
     if (bias != nullptr && bias->count() != static_cast<std::int64_t>(channels)) return false;
-    const Array newBias = floatArray({static_cast<std::int64_t>(channels)}, movedBias(bias, affine, channels));
     bool isScaled = false;
     for (const double factor : affine.factors) isScaled = isScaled || factor != 1.0;
+    if (!editor.mayCopy(convolution.inputs[1])) return false;
+    const Array newBias = floatArray({static_cast<std::int64_t>(channels)}, movedBias(bias, affine, channels));
     const int newWeights =
         isScaled ? editor.addConstant(floatArray(weights.dims(), scaledWeights(convolution, weights, affine, channels)))
                  : convolution.inputs[1];

@@ -150,10 +150,11 @@ bool findEuclideanNorm(GraphEditor& editor, Node& node) {
     return true;
 }
 
-// x / |x|, with the norm kept from 0 by a limit or an addend that is too small to matter otherwise.
+// x / |x|, with the norm kept from 0 by a limit or an addend that is too small to matter otherwise. Larger ones are
+// converted as they stand.
 bool findEuclideanNormalization(GraphEditor& editor, Node& node) {
     if (node.type() != "Div" || node.inputs.size() != 2) return false;
-    constexpr double kSmall = 1e-4;
+    constexpr double kNegligible = 1.001e-12;  // 1e-12 is usual, and no float
     int norm = node.inputs[1];
     if (const Node* expand = editor.maker(norm, "Expand")) norm = expand->inputs[0];
     if (const Node* clip = editor.maker(norm, "Clip")) {
@@ -161,16 +162,15 @@ bool findEuclideanNormalization(GraphEditor& editor, Node& node) {
                              ? editor.number(clip->inputs[1])
                              : std::optional<double>(numberOf(*clip, "min", 1));
         const bool isOpen = (clip->inputs.size() < 3 || clip->inputs[2] < 0) && numberOf(*clip, "max", 1e30f) > 1e20f;
-        if (!low || *low > kSmall || !isOpen) return false;
+        if (!low || *low > kNegligible || !isOpen) return false;
         norm = clip->inputs[0];
     } else if (const Node* larger = editor.maker(norm, "Max")) {
         for (const int constant : larger->inputs)
-            if (const auto low = editor.number(constant); low && *low <= kSmall && larger->inputs.size() == 2)
+            if (const auto low = editor.number(constant); low && *low <= kNegligible && larger->inputs.size() == 2)
                 norm = GraphEditor::otherInput(*larger, constant);
     } else {
         const Shifted shifted = withoutAddend(editor, norm);
-        constexpr double kTiny = 1e-8;
-        if (shifted.addend < 0 || shifted.addend > kTiny) return false;
+        if (shifted.addend < 0 || shifted.addend > kNegligible) return false;
         norm = shifted.x;
     }
     const auto length = reductionOf(editor, norm, "ReduceL2");

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstring>
 #include <limits>
 #include <map>
@@ -16,8 +17,9 @@ using Builder = nolk::RunnerBuilder;
 using nolk::TensorShape;
 using nolk::TensorX;
 
-constexpr int kMostParts = 255;              // a concat's inputs are counted in a byte
-constexpr std::size_t kComparedFloats = 64;  // constants up to this size are compared by their values
+constexpr int kMostParts = 255;                           // a concat's inputs are counted in a byte
+constexpr std::size_t kMostSteps = std::size_t{1} << 18;  // many times the records that a file holds
+constexpr std::size_t kComparedFloats = 64;               // constants up to this size are compared by their values
 
 std::string text(std::initializer_list<double> values) {
     std::string joined;
@@ -63,6 +65,10 @@ bool sameShape(const TensorShape& a, const TensorShape& b) {
     return a.c == b.c && a.h == b.h && a.w == b.w && a.dims == b.dims;
 }
 
+std::int64_t countOf(const Floats& values) { return values ? static_cast<std::int64_t>(values->size()) : 0; }
+
+std::int64_t countOf(const KernelWeights& weights) { return countOf(weights.weight) + countOf(weights.bias); }
+
 std::int64_t elementsOf(const TensorShape& s) { return std::int64_t{s.c} * s.h * s.w; }
 
 }  // namespace
@@ -79,13 +85,16 @@ TensorShape withExtent(TensorShape shape, nolk::Axis axis, int extent) {
 }
 
 int Program::append(std::string name, const std::string& arguments, std::vector<int> inputs, TensorShape shape,
-                    Record record) {
+                    Record record, std::int64_t floats) {
     std::string key = name + ":" + arguments + ":";
     for (const int x : inputs) key += std::to_string(x) + ",";
     const auto found = places_.find(key);
     if (found != places_.end() && name != "input") return found->second;
     if (elementsOf(shape) < 1 || elementsOf(shape) > std::numeric_limits<int>::max())
         throw std::out_of_range(name + ": a result of " + std::to_string(elementsOf(shape)) + " elements");
+    if (steps_.size() == kMostSteps)
+        throw std::out_of_range(name + ": the network becomes more than " + std::to_string(kMostSteps) + " operations");
+    budget_.take(floats);
     const int place = static_cast<int>(steps_.size());
     places_[key] = place;
     Step step;
@@ -106,11 +115,13 @@ int Program::input(TensorShape shape) {
 int Program::constant(TensorShape shape, const Floats& values) {
     if (elementsOf(shape) != static_cast<std::int64_t>(values->size()))
         throw std::logic_error("a constant has other extents than values");
-    return append("constTensor", shapeKey(shape) + floatsKey(values), {}, shape,
-                  [shape, values](Builder& b, const auto&) {
-                      nolk::Tensor tensor{shape, writable(values)};
-                      return b.constTensor(&tensor);
-                  });
+    return append(
+        "constTensor", shapeKey(shape) + floatsKey(values), {}, shape,
+        [shape, values](Builder& b, const auto&) {
+            nolk::Tensor tensor{shape, writable(values)};
+            return b.constTensor(&tensor);
+        },
+        countOf(values));
 }
 
 int Program::scalar(float value) {
@@ -127,9 +138,10 @@ int Program::view(int x, TensorShape shape) {
 }
 
 int Program::unary(const char* name, const std::string& arguments, int x,
-                   std::function<TensorX*(Builder&, TensorX*)> call) {
-    return append(name, arguments, {x}, shapeOf(x),
-                  [call = std::move(call)](Builder& b, const auto& in) { return call(b, in[0]); });
+                   std::function<TensorX*(Builder&, TensorX*)> call, std::int64_t floats) {
+    return append(
+        name, arguments, {x}, shapeOf(x),
+        [call = std::move(call)](Builder& b, const auto& in) { return call(b, in[0]); }, floats);
 }
 
 int Program::relu(int x) {
@@ -177,7 +189,8 @@ int Program::instanceNormalization(int x, float epsilon) {
 int Program::instanceNormalization(int x, const Floats& scale, const Floats& bias, float epsilon) {
     return unary(
         "instanceNormalization", text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias), x,
-        [=](Builder& b, TensorX* in) { return b.instanceNormalization(in, vectorOf(scale), vectorOf(bias), epsilon); });
+        [=](Builder& b, TensorX* in) { return b.instanceNormalization(in, vectorOf(scale), vectorOf(bias), epsilon); },
+        countOf(scale) + countOf(bias));
 }
 
 int Program::batchNormalize(int x, const Floats& scale, const Floats& bias, const Floats& mean, const Floats& variance,
@@ -185,9 +198,11 @@ int Program::batchNormalize(int x, const Floats& scale, const Floats& bias, cons
     return unary(
         "batchNormalize",
         text({epsilon}) + floatsKey(scale) + "/" + floatsKey(bias) + "/" + floatsKey(mean) + "/" + floatsKey(variance),
-        x, [=](Builder& b, TensorX* in) {
+        x,
+        [=](Builder& b, TensorX* in) {
             return b.batchNormalize(in, vectorOf(scale), vectorOf(bias), vectorOf(mean), vectorOf(variance), epsilon);
-        });
+        },
+        countOf(scale) + countOf(bias) + countOf(mean) + countOf(variance));
 }
 
 int Program::binary(const char* name, int a, int b, TensorX* (Builder::*call)(TensorX*, TensorX*)) {
@@ -222,7 +237,8 @@ int Program::convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::D
     const TensorShape out{1, weights.groups * weights.outChannels, h / stride.h + 1, w / stride.w + 1, 3};
     const int step = append(
         "convolve", paddingKey(padding) + dimsKey(stride) + dimsKey(dilation) + weightsKey(weights), {x}, out,
-        [=](Builder& b, const auto& i) { return b.convolve(i[0], padding, stride, dilation, weightsOf(weights)); });
+        [=](Builder& b, const auto& i) { return b.convolve(i[0], padding, stride, dilation, weightsOf(weights)); },
+        countOf(weights));
     at(step).groups = weights.groups;
     at(step).mixes = weights.inChannels != 1 || weights.outChannels != 1;
     at(step).isPadded = padding.top != 0 || padding.bottom != 0 || padding.left != 0 || padding.right != 0;
@@ -234,15 +250,18 @@ int Program::deConvolve(int x, nolk::Padding padding, nolk::DimsHW stride, const
     const TensorShape out{1, weights.outChannels,
                           weights.kernelH + (in.h - 1) * stride.h - padding.top - padding.bottom,
                           weights.kernelW + (in.w - 1) * stride.w - padding.left - padding.right, 3};
-    return append("deConvolve", paddingKey(padding) + dimsKey(stride) + weightsKey(weights), {x}, out,
-                  [=](Builder& b, const auto& i) {
-                      return b.deConvolve(i[0], padding, stride, {1, 1}, weightsOf(weights));
-                  });
+    return append(
+        "deConvolve", paddingKey(padding) + dimsKey(stride) + weightsKey(weights), {x}, out,
+        [=](Builder& b, const auto& i) {
+            return b.deConvolve(i[0], padding, stride, {1, 1}, weightsOf(weights));
+        },
+        countOf(weights));
 }
 
 int Program::fullConnect(int x, const KernelWeights& weights) {
-    return append("fullConnect", weightsKey(weights), {x}, {1, weights.outChannels, 1, 1, 1},
-                  [=](Builder& b, const auto& in) { return b.fullConnect(in[0], weightsOf(weights)); });
+    return append(
+        "fullConnect", weightsKey(weights), {x}, {1, weights.outChannels, 1, 1, 1},
+        [=](Builder& b, const auto& in) { return b.fullConnect(in[0], weightsOf(weights)); }, countOf(weights));
 }
 
 int Program::matMul(int a, int b) {
@@ -342,7 +361,50 @@ int Program::softmax(int x, nolk::Axis axis) {
                  [=](Builder& b, TensorX* in) { return b.softmax(in, axis); });
 }
 
+namespace {
+
+// The largest divisor of a number up to its root.
+int divisorOf(int number) {
+    int divisor = static_cast<int>(std::sqrt(static_cast<double>(number)));
+    while (number % divisor != 0) --divisor;
+    return divisor;
+}
+
+}  // namespace
+
+// nolk adds floats one after the other, which loses digits in long sums: these are taken in two steps.
 int Program::reduce(int x, TensorShape shape, nolk::BasicOp op) {
+    constexpr std::int64_t kLongSum = 1 << 16;
+    const bool isSum = op == nolk::BasicOp::sum || op == nolk::BasicOp::mean;
+    if (isSum && elementsOf(shapeOf(x)) / elementsOf(shape) > kLongSum) return reducedInSteps(x, shape, op);
+    return reducedAtOnce(x, shape, op);
+}
+
+int Program::reducedInSteps(int x, TensorShape shape, nolk::BasicOp op) {
+    const TensorShape from = shapeOf(x);
+    TensorShape part = from;  // the last axis that is reduced becomes 1
+    if (shape.w != from.w)
+        part.w = 1;
+    else if (shape.h != from.h)
+        part.h = 1;
+    if (!sameShape(part, from) && elementsOf(part) != elementsOf(shape))
+        return reduce(reduce(x, part, op), shape, op);
+    const int extent = static_cast<int>(elementsOf(from) / elementsOf(shape)), inner = divisorOf(extent);
+    if (inner == 1) return reducedAtOnce(x, shape, op);
+    int before = 1, after = 1;  // of the only axis that is left
+    if (shape.w != from.w)
+        before = from.c * from.h;
+    else if (shape.h != from.h)
+        before = from.c, after = from.w;
+    else
+        after = from.h * from.w;
+    const int sums = reducedAtOnce(view(x, {1, before * (extent / inner), inner, after, 3}),
+                                   {1, before * (extent / inner), 1, after, 3}, op);
+    const int sum = reducedAtOnce(view(sums, {1, before, extent / inner, after, 3}), {1, before, 1, after, 3}, op);
+    return view(sum, shape);
+}
+
+int Program::reducedAtOnce(int x, TensorShape shape, nolk::BasicOp op) {
     return append("reduce", shapeKey(shape) + text({double(static_cast<int>(op))}), {x}, shape,
                   [=](Builder& b, const auto& in) { return b.reduce(in[0], shape, op); });
 }
@@ -362,11 +424,13 @@ int Program::lstm(int x, const LstmArrays& arrays) {
     const std::string key = text({double(static_cast<int>(arrays.direction)), double(arrays.hiddenSize)}) +
                             floatsKey(arrays.inputWeights) + floatsKey(arrays.recurrentWeights) +
                             floatsKey(arrays.bias);
-    return append("lstm", key, {x}, out, [=](Builder& b, const auto& i) {
+    const auto call = [=](Builder& b, const auto& i) {
         return b.lstm(i[0],
                       {arrays.direction, directions, arrays.inputSize, arrays.hiddenSize, writable(arrays.inputWeights),
                        writable(arrays.recurrentWeights), writable(arrays.bias), arrays.bias != nullptr});
-    });
+    };
+    return append("lstm", key, {x}, out, call,
+                  countOf(arrays.inputWeights) + countOf(arrays.recurrentWeights) + countOf(arrays.bias));
 }
 
 std::vector<char> Program::usedSteps(const std::vector<int>& outputs) const {
@@ -427,11 +491,7 @@ std::vector<unsigned char> Program::write(const std::vector<int>& outputs, const
         if (tensor) return tensor;
         std::vector<TensorX*> inputs;
         for (const int in : at(step).inputs) inputs.push_back(tensorOf(in));
-        try {
-            tensor = at(step).record(*writer, inputs);
-        } catch (const std::out_of_range& error) {
-            throw NotWritable(error.what(), at(step).origin);
-        }
+        tensor = at(step).record(*writer, inputs);
         at(step).record = nullptr;
         const TensorShape made = writer->shapeOf(tensor);
         if (elementsOf(made) != elementsOf(at(step).shape) || made.c != shapeOf(step).c || made.h != shapeOf(step).h)
@@ -439,16 +499,58 @@ std::vector<unsigned char> Program::write(const std::vector<int>& outputs, const
         written_.push_back(at(step).name);
         return tensor;
     };
-    for (std::size_t i = 0; i < steps_.size(); ++i)
-        if (used[i] != 0) tensorOf(static_cast<int>(i));
-    std::vector<TensorX*> results;
-    for (const int output : outputs) results.push_back(tensorOf(output));
     try {
+        for (std::size_t i = 0; i < steps_.size(); ++i)
+            if (used[i] != 0) tensorOf(static_cast<int>(i));
+        std::vector<TensorX*> results;
+        for (const int output : outputs) results.push_back(tensorOf(output));
         writer->build(results.data(), static_cast<int>(results.size()));
     } catch (const std::out_of_range& error) {
-        throw NotWritable(error.what(), "");
+        throw NotWritable(error.what());
     }
     return writer->bytes();
+}
+
+// A step alone in a file of its own, with inputs of the right shapes: then one that cannot be written hides no other.
+std::string Program::hindranceOf(const Step& step, const nolk::ModelFileOptions& options) const {
+    nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter(options);
+    std::vector<TensorX*> inputs;
+    for (const int in : step.inputs) {
+        try {
+            inputs.push_back(writer->input(shapeOf(in)));
+        } catch (const std::out_of_range&) {
+            // Not every tensor can be an input. Then the record's own numbers are looked at all the same.
+            inputs.push_back(writer->input({1, 1, 1, 1, 3}));
+        }
+    }
+    try {
+        step.record(*writer, inputs);
+    } catch (const std::out_of_range& error) {
+        return error.what();
+    }
+    return "";
+}
+
+std::vector<Hindrance> Program::hindrances(const std::vector<int>& ends, const nolk::ModelFileOptions& options) const {
+    const std::vector<char> used = usedSteps(ends);
+    std::vector<Hindrance> result;
+    std::size_t records = ends.size();
+    for (std::size_t i = 0; i < steps_.size(); ++i) {
+        if (used[i] == 0) continue;
+        ++records;
+        if (!steps_[i].record) continue;  // written before another one could not be
+        const std::string why = hindranceOf(steps_[i], options);
+        const bool isKnown = std::any_of(result.begin(), result.end(), [&](const Hindrance& h) {
+            return h.why == why && h.origin.node == steps_[i].origin.node;
+        });
+        if (!why.empty() && !isKnown) result.push_back({steps_[i].origin, why});
+    }
+    constexpr std::size_t kMostRecords = 32767;
+    if (records > kMostRecords)
+        result.push_back({{},
+                          "the network becomes " + std::to_string(records) + " operations; a file holds at most " +
+                              std::to_string(kMostRecords)});
+    return result;
 }
 
 }  // namespace convert

@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "convert/graph/FloatBudget.h"
+
 namespace convert {
 
 using Floats = std::shared_ptr<const std::vector<float>>;
@@ -42,18 +44,31 @@ struct LstmArrays {
     Floats bias;  // null for none
 };
 
-// An operation that the file has no form for; what() gives the operation and the field.
+// The node that a step is recorded for.
+struct Origin {
+    std::string node;
+    std::string type;
+};
+
+// An operation that the file has no form for, or too many of them.
+struct Hindrance {
+    Origin origin;    // empty where it is none of a single node
+    std::string why;  // the operation and the field
+};
+
 struct NotWritable : std::runtime_error {
-    NotWritable(const std::string& text, std::string stepOrigin)
-        : std::runtime_error(text), origin(std::move(stepOrigin)) {}
-    std::string origin;  // the node that the operation belongs to
+    using std::runtime_error::runtime_error;
 };
 
 class Program {
 public:
+    explicit Program(FloatBudget budget = FloatBudget()) : budget_(budget) {}
+
     const nolk::TensorShape& shapeOf(int step) const { return steps_[static_cast<std::size_t>(step)].shape; }
     // The node for which the following steps are recorded.
-    void setOrigin(std::string origin) { origin_ = std::move(origin); }
+    void setOrigin(Origin origin) { origin_ = std::move(origin); }
+    // Before arrays of that many floats are made; those of recorded steps are counted. Throws OverBudget.
+    void requireFloats(std::int64_t count) const { budget_.require(count); }
 
     int input(nolk::TensorShape shape);
     int constant(nolk::TensorShape shape, const Floats& values);
@@ -101,8 +116,11 @@ public:
     int resize(int x, int h, int w, nolk::ResizeMode mode, nolk::ResizeTransMode transMode);
     int lstm(int x, const LstmArrays& weights);
 
-    // Throws NotWritable, and std::logic_error the second time.
+    // Throws NotWritable at the first operation that the file has no form for, and std::logic_error the second time.
     std::vector<unsigned char> write(const std::vector<int>& outputs, const nolk::ModelFileOptions& options);
+
+    // All that keeps the steps before these ends from being written, also after write has thrown.
+    std::vector<Hindrance> hindrances(const std::vector<int>& ends, const nolk::ModelFileOptions& options) const;
 
     // Names of the operations that were written, in their order.
     const std::vector<std::string>& written() const { return written_; }
@@ -115,18 +133,22 @@ private:
         std::vector<int> inputs;
         nolk::TensorShape shape;
         Record record;
-        std::string origin;
+        Origin origin;
         int groups = 1;      // of a convolution
         bool mixes = false;  // of a convolution: several channels in one group
         bool isPadded = false;
     };
 
+    // floats: of the arrays that the record holds
     int append(std::string name, const std::string& arguments, std::vector<int> inputs, nolk::TensorShape shape,
-               Record record);
+               Record record, std::int64_t floats = 0);
     int unary(const char* name, const std::string& arguments, int x,
-              std::function<nolk::TensorX*(nolk::RunnerBuilder&, nolk::TensorX*)> call);
+              std::function<nolk::TensorX*(nolk::RunnerBuilder&, nolk::TensorX*)> call, std::int64_t floats = 0);
     int binary(const char* name, int a, int b,
                nolk::TensorX* (nolk::RunnerBuilder::*call)(nolk::TensorX*, nolk::TensorX*));
+    int reducedInSteps(int x, nolk::TensorShape shape, nolk::BasicOp op);
+    int reducedAtOnce(int x, nolk::TensorShape shape, nolk::BasicOp op);
+    std::string hindranceOf(const Step& step, const nolk::ModelFileOptions& options) const;
     int joined(const std::vector<int>& parts, nolk::Axis axis);
     Step& at(int step) { return steps_[static_cast<std::size_t>(step)]; }
     std::vector<char> usedSteps(const std::vector<int>& outputs) const;
@@ -134,7 +156,8 @@ private:
 
     std::vector<Step> steps_;
     std::map<std::string, int> places_;  // by key
-    std::string origin_;
+    Origin origin_;
+    FloatBudget budget_;
     std::vector<std::string> written_;
 };
 

@@ -48,6 +48,7 @@ Placed taken(Program& program, const Placed& x, std::size_t axis, std::int64_t s
              std::int64_t step) {
     if (start == 0 && step == 1 && count == x.dims()[axis]) return x;
     if (step < 1 || count == 1) {
+        program.requireFloats(2 * count);  // an index is as large as two floats
         std::vector<std::int64_t> indices;
         for (std::int64_t i = 0; i < count; ++i) indices.push_back(start + i * step);
         if (count > 1) return gathered(program, x, axis, indices);
@@ -65,6 +66,7 @@ Placed gathered(Program& program, const Placed& x, std::size_t axis, const std::
     constexpr std::size_t kMostRuns = 64;
     constexpr std::int64_t kLargestMatrix = 1 << 22;
     if (runs.size() > kMostRuns && static_cast<std::int64_t>(indices.size()) * extent <= kLargestMatrix) {
+        program.requireFloats(static_cast<std::int64_t>(indices.size()) * extent);
         std::vector<float> matrix(indices.size() * static_cast<std::size_t>(extent), 0.0f);
         for (std::size_t i = 0; i < indices.size(); ++i)
             matrix[i * static_cast<std::size_t>(extent) + static_cast<std::size_t>(indices[i])] = 1.0f;

@@ -18,11 +18,13 @@ const Array& kernelOf(const NodeLowering& n) {
 
 // [in, out, kh, kw] of one group of a transposed convolution, with zeros between the taps for a dilation and behind
 // them for output rows that no tap reaches.
-Floats spreadKernel(const Array& kernel, const Windows& windows, int group, int groupInputs, nolk::DimsHW size) {
+Floats spreadKernel(const Program& program, const Array& kernel, const Windows& windows, int group, int groupInputs,
+                    nolk::DimsHW size) {
     const Floats source = floatsOf(kernel);
     const auto outputs = static_cast<std::size_t>(kernel.dims()[1]);
     const auto kh = static_cast<std::size_t>(windows.kernel.h), kw = static_cast<std::size_t>(windows.kernel.w);
     const auto h = static_cast<std::size_t>(size.h), w = static_cast<std::size_t>(size.w);
+    program.requireFloats(std::int64_t{groupInputs} * kernel.dims()[1] * size.h * size.w);
     std::vector<float> spread(static_cast<std::size_t>(groupInputs) * outputs * h * w, 0.0f);
     const float* from =
         source->data() + static_cast<std::size_t>(group) * static_cast<std::size_t>(groupInputs) * outputs * kh * kw;
@@ -122,7 +124,7 @@ void lowerConvTranspose(NodeLowering& n) {
                               groupInputs,
                               size.h,
                               size.w,
-                              spreadKernel(kernel, windows, group, groupInputs, size),
+                              spreadKernel(n.program, kernel, windows, group, groupInputs, size),
                               part(bias, static_cast<std::size_t>(group) * static_cast<std::size_t>(groupOutputs),
                                    static_cast<std::size_t>(groupOutputs))};
         parts.push_back(n.program.deConvolve(share, {rows.before, rows.behind, columns.before, columns.behind},

@@ -107,9 +107,11 @@ private:
         for (std::size_t axis = term.labels.size(); axis-- > 0;) {
             if (contains(other, term.labels[axis]) || isNeeded(term.labels[axis], next)) continue;
             const Dims dims = term.dims();
-            if (dims[axis] != 1)
+            if (dims[axis] != 1) {
+                program_.requireFloats(dims[axis]);
                 term.tensor = mapped(program_, *term.tensor, axis,
                                      std::vector<float>(static_cast<std::size_t>(dims[axis]), 1.0f), 1);
+            }
             term.tensor->axes.erase(term.tensor->axes.begin() + static_cast<std::ptrdiff_t>(axis));
             term.labels.erase(term.labels.begin() + static_cast<std::ptrdiff_t>(axis));
         }

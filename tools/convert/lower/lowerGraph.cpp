@@ -27,7 +27,10 @@ nolk::TensorShape hostShape(const Dims& dims) {
 class GraphLowering {
 public:
     explicit GraphLowering(const Graph& graph)
-        : graph_(graph), values_(graph.tensors.size()), isValue_(graph.tensors.size(), 0) {}
+        : graph_(graph),
+          values_(graph.tensors.size()),
+          isValue_(graph.tensors.size(), 0),
+          lowered_{Program(graph.budget), {}, {}, {}, 0} {}
 
     Lowered lower(const std::vector<int>& wanted) {
         for (const int input : graph_.inputs) addInput(input);
@@ -45,15 +48,14 @@ private:
 
     void addOutput(int tensor) {
         std::optional<Placed>& value = values_[static_cast<std::size_t>(tensor)];
-        if (!value) {
-            if (const Array* known = graph_.known(tensor))
-                value = constantStep(lowered_.program, *known);
-            else if (!lowered_.findings.empty())
-                return;  // behind a node that is named already
-            else
-                throw std::logic_error("nothing makes an output");
+        const Array* known = graph_.known(tensor);
+        if (!value && known == nullptr) {
+            if (lowered_.findings.empty()) throw std::logic_error("nothing makes an output");
+            return;  // behind a node that is named already
         }
         try {
+            lowered_.program.setOrigin({graph_.tensors[static_cast<std::size_t>(tensor)].name, "output"});
+            if (!value) value = constantStep(lowered_.program, *known);
             const Placed ordered = inOrder(lowered_.program, *value);
             lowered_.outputs.push_back(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
         } catch (const std::out_of_range& error) {
@@ -81,11 +83,19 @@ private:
     }
 
     void refuse(const Node& node, const std::string& why, const std::string& advice) {
+        endAt(node);
         lowered_.findings.push_back({nameOf(node), node.type(), why, advice.empty() ? adviceFor(node.type()) : advice});
     }
 
+    // What comes before the node shall be looked at, though no output needs it any more.
+    void endAt(const Node& node) {
+        for (const int input : node.inputs)
+            if (input >= 0 && values_[static_cast<std::size_t>(input)])
+                lowered_.ends.push_back(values_[static_cast<std::size_t>(input)]->step);
+    }
+
     void lowerNode(const Node& node) {
-        lowered_.program.setOrigin(nameOf(node));
+        lowered_.program.setOrigin({nameOf(node), node.type()});
         const LowerFunction function = loweringOf(node.type());
         const std::string& domain = node.proto.domain();
         // What depends on shapes alone is computed in advance, once the nodes before it can be converted.
@@ -107,6 +117,7 @@ private:
             refuse(node, node.error, adviceForShapes(node.type()));
         } else if (!isReady(node)) {
             ++lowered_.unseenNodes;
+            endAt(node);
             return;
         } else {
             carryOut(node, function);
@@ -153,6 +164,8 @@ private:
                     refuse(node, "output " + std::to_string(i) + " is used, which is not converted", "");
         } catch (const Refusal& refusal) {
             refuse(node, refusal.what(), refusal.advice);
+        } catch (const OverBudget& error) {
+            refuse(node, error.what(), "store what the network needs in the file, or use smaller extents there");
         } catch (const std::out_of_range& error) {
             refuse(node, error.what(), "");
         } catch (const OnnxError& error) {

@@ -25,6 +25,7 @@ struct Finding {
 struct Lowered {
     Program program;
     std::vector<int> outputs;  // steps, for the tensors that were wanted
+    std::vector<int> ends;     // steps in front of nodes that cannot be converted
     std::vector<Finding> findings;
     int unseenNodes = 0;  // behind findings, with inputs whose shapes nobody knows
 };

@@ -44,8 +44,9 @@ Placed placedIn(int step, const Dims& dims, const Axes& lines, const Axes& value
 }
 
 // Every [1, c, ...] with c times as many planes for a batch that the file has fixed.
-Floats repeated(const Floats& values, std::int64_t times) {
+Floats repeated(const Program& program, const Floats& values, std::int64_t times) {
     if (times == 1) return values;
+    program.requireFloats(static_cast<std::int64_t>(values->size()) * times);
     std::vector<float> result;
     for (std::int64_t i = 0; i < times; ++i) result.insert(result.end(), values->begin(), values->end());
     return std::make_shared<const std::vector<float>>(std::move(result));
@@ -85,9 +86,10 @@ void lowerInstanceNormalization(NodeLowering& n) {
     for (std::size_t i = 3; i < x.rank(); ++i) plane.push_back(static_cast<int>(i));
     const int step = arranged(n.program, x, {{0, 1}, {2}, plane});
     const std::int64_t samples = x.dims()[0];
-    n.result(placed(n.program.instanceNormalization(step, repeated(n.floats(1, "scale"), samples),
-                                                    repeated(n.floats(2, "B"), samples), n.number("epsilon", 1e-5f)),
-                    n.outDims()));
+    n.result(placed(
+        n.program.instanceNormalization(step, repeated(n.program, n.floats(1, "scale"), samples),
+                                        repeated(n.program, n.floats(2, "B"), samples), n.number("epsilon", 1e-5f)),
+        n.outDims()));
 }
 
 // Each line of the normalised axes is a plane of instance normalisation.
@@ -120,6 +122,7 @@ void lowerGroupNormalization(NodeLowering& n) {
     const int step = n.program.view(ordered.step, {1, asInt(planes), 1, asInt(count / planes), 3});
     const auto perChannel = [&](std::size_t input, const char* name) {
         const Floats values = n.floats(input, name);
+        n.program.requireFloats(channels);
         std::vector<float> result(static_cast<std::size_t>(channels));
         for (std::size_t i = 0; i < result.size(); ++i) result[i] = values->at(i * values->size() / result.size());
         return operandOf(floatArray(channelDims(result.size(), dims.size()), result));

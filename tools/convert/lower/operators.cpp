@@ -106,6 +106,7 @@ const std::map<std::string, const char*>& advice() {
         {"ArgMax", kCut},
         {"ArgMin", kCut},
         {"AveragePool", kFlat},
+        {"BatchNormalization", "export in evaluation mode, with opset 9 or later"},
         {"Conv", kFlat},
         {"ConvInteger", kFloats},
         {"ConvTranspose", kFlat},

@@ -207,6 +207,7 @@ std::vector<std::int64_t> indicesOf(const Matrix& matrix) {
 std::vector<float> dense(const NodeLowering& n, const Matrix& matrix, std::int64_t columns) {
     constexpr std::int64_t kLargest = 1 << 24;
     const auto rows = static_cast<std::int64_t>(matrix.size());
+    n.program.requireFloats(rows * columns);
     if (rows * columns > kLargest)
         n.refuse("from " + std::to_string(columns) + " to " + std::to_string(rows) + " elements",
                  "use half_pixel or align_corners, which need no matrix");

@@ -70,16 +70,19 @@ float padValue(const NodeLowering& n) {
 }
 
 // Indices that Pad copies from: reflect, or edge.
-std::vector<std::int64_t> paddedIndices(std::int64_t extent, std::int64_t before, std::int64_t behind,
-                                        const std::string& mode) {
+std::vector<std::int64_t> paddedIndices(const Program& program, std::int64_t extent, std::int64_t before,
+                                        std::int64_t behind, const std::string& mode) {
+    program.requireFloats(2 * (before + extent + behind));  // an index is as large as two floats
+    const std::int64_t period = std::max<std::int64_t>(2 * (extent - 1), 1);
     std::vector<std::int64_t> indices;
     for (std::int64_t i = -before; i < extent + behind; ++i) {
         std::int64_t at = i;
         if (mode == "edge") at = std::clamp<std::int64_t>(i, 0, extent - 1);
         if (mode == "wrap") at = ((i % extent) + extent) % extent;
-        if (mode == "reflect" && extent > 1)
-            while (at < 0 || at >= extent) at = at < 0 ? -at : 2 * (extent - 1) - at;
-        if (mode == "reflect" && extent == 1) at = 0;
+        if (mode == "reflect") {
+            at = ((i % period) + period) % period;
+            at = std::min(at, period - at);
+        }
         indices.push_back(at);
     }
     return indices;
@@ -94,8 +97,9 @@ int filled(Program& program, nolk::TensorShape shape, float value) {
 
 Placed paddedAlong(NodeLowering& n, const Placed& x, std::size_t axis, int before, int behind, float value) {
     const Along lines = along(n.program, x, axis, LineForm::rows);
-    if (value == 0.0f) {
-        constexpr int kMost = 255;  // a padding is a byte in the file
+    constexpr int kMost = 255;  // a padding is a byte in the file
+    constexpr int kMostPads = 8;
+    if (value == 0.0f && std::max(before, behind) <= kMostPads * kMost) {
         int step = lines.step;
         while (before > 0 || behind > 0) {
             const int top = std::min(before, kMost), bottom = std::min(behind, kMost);
@@ -267,7 +271,7 @@ void lowerPad(NodeLowering& n) {
         if (mode == "constant")
             x = paddedAlong(n, x, i, asInt(before[i]), asInt(behind[i]), value);
         else
-            x = gathered(n.program, x, i, paddedIndices(x.dims()[i], before[i], behind[i], mode));
+            x = gathered(n.program, x, i, paddedIndices(n.program, x.dims()[i], before[i], behind[i], mode));
     }
     n.result(x);
 }

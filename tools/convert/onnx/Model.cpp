@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <fstream>
+#include <set>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -84,31 +85,71 @@ void checkVersions(const onnx::ModelProto& proto) {
     if (proto.graph().sparse_initializer_size() != 0) throw OnnxError("sparse weights are not supported");
 }
 
-void takeInitializers(Model& model) {
-    std::map<int, int> converted;  // type -> tensors
-    for (TensorProto& tensor : *model.proto.mutable_graph()->mutable_initializer()) {
-        Array array = arrayOf(tensor, model.folder);
-        if (array.isFloat() && array.type() != TensorProto::FLOAT) ++converted[array.type()];
-        if (!model.initializers.emplace(tensor.name(), std::move(array)).second)
-            throw OnnxError("two tensors are named " + inQuotes(tensor.name()));
-        TensorProto nameOnly;
-        nameOnly.set_name(tensor.name());
-        tensor.Swap(&nameOnly);
-    }
-    for (const auto& [type, count] : converted)
-        model.remarks.push_back(std::to_string(count) + (count == 1 ? " tensor of " : " tensors of ") + typeName(type) +
-                                (count == 1 ? " becomes float32" : " become float32"));
+// How many tensors of each type become float32.
+using TypeCounts = std::map<int, int>;
+
+void take(Model& model, TensorProto& tensor, const std::string& name, TypeCounts& converted) {
+    Array array = arrayOf(tensor, model.folder);
+    if (array.isFloat() && array.type() != TensorProto::FLOAT) ++converted[array.type()];
+    if (!model.initializers.emplace(name, std::move(array)).second)
+        throw OnnxError("two tensors are named " + inQuotes(name));
+    TensorProto nameOnly;
+    nameOnly.set_name(tensor.name());
+    tensor.Swap(&nameOnly);
 }
 
-// External data of tensors that are attributes, as of Constant: nodes do not know the model's folder.
-void takeConstants(onnx::GraphProto& graph, const fs::path& folder) {
+// The tensor that a Constant of the graph stands for; null for one of other forms, which is evaluated like other nodes.
+TensorProto* constantOf(onnx::NodeProto& node) {
+    const bool isOwn = node.domain().empty() || node.domain() == "ai.onnx";
+    if (!isOwn || node.op_type() != "Constant" || node.input_size() != 0 || node.output_size() != 1 ||
+        node.output(0).empty() || node.attribute_size() != 1 || node.attribute(0).name() != "value" ||
+        !node.attribute(0).has_t())
+        return nullptr;
+    const int type = node.attribute(0).t().data_type();
+    return isFloatType(type) || isIntType(type) ? node.mutable_attribute(0)->mutable_t() : nullptr;
+}
+
+// Some exporters store all weights in nodes.
+void takeConstantNodes(Model& model, TypeCounts& converted) {
+    auto& nodes = *model.proto.mutable_graph()->mutable_node();
+    std::set<std::string> others;  // names that are taken already: whoever orders the nodes says so
+    for (const auto& input : model.graph().input()) others.insert(input.name());
+    for (const onnx::NodeProto& node : nodes)
+        if (node.op_type() != "Constant") others.insert(node.output().begin(), node.output().end());
+    int kept = 0;
+    for (int i = 0; i < nodes.size(); ++i) {
+        TensorProto* tensor = constantOf(*nodes.Mutable(i));
+        const std::string& name = tensor != nullptr ? nodes[i].output(0) : nodes[i].name();
+        if (tensor != nullptr && others.count(name) == 0 && model.initializers.count(name) == 0)
+            take(model, *tensor, name, converted);
+        else
+            nodes.SwapElements(kept++, i);
+    }
+    nodes.DeleteSubrange(kept, nodes.size() - kept);
+}
+
+// External data of tensors that are attributes, as of a Constant in a branch: nodes do not know the model's folder.
+void takeConstants(onnx::GraphProto& graph, const fs::path& folder, TypeCounts& converted) {
     for (auto& node : *graph.mutable_node())
         for (auto& attribute : *node.mutable_attribute()) {
             if (attribute.has_t()) takeExternalData(*attribute.mutable_t(), folder);
             for (TensorProto& tensor : *attribute.mutable_tensors()) takeExternalData(tensor, folder);
-            if (attribute.has_g()) takeConstants(*attribute.mutable_g(), folder);
-            for (auto& inner : *attribute.mutable_graphs()) takeConstants(inner, folder);
+            const int type = attribute.has_t() ? attribute.t().data_type() : 0;
+            if (isFloatType(type) && type != TensorProto::FLOAT) ++converted[type];
+            if (attribute.has_g()) takeConstants(*attribute.mutable_g(), folder, converted);
+            for (auto& inner : *attribute.mutable_graphs()) takeConstants(inner, folder, converted);
         }
+}
+
+void takeTensors(Model& model) {
+    TypeCounts converted;
+    for (TensorProto& tensor : *model.proto.mutable_graph()->mutable_initializer())
+        take(model, tensor, tensor.name(), converted);
+    takeConstantNodes(model, converted);
+    takeConstants(*model.proto.mutable_graph(), model.folder, converted);
+    for (const auto& [type, count] : converted)
+        model.remarks.push_back(std::to_string(count) + (count == 1 ? " tensor of " : " tensors of ") + typeName(type) +
+                                (count == 1 ? " becomes float32" : " become float32"));
 }
 
 }  // namespace
@@ -125,8 +166,7 @@ Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
     model.proto = std::move(proto);
     model.folder = folder;
     model.opset = defaultOpset(model.proto);
-    takeInitializers(model);
-    takeConstants(*model.proto.mutable_graph(), model.folder);
+    takeTensors(model);
     return model;
 }
 

@@ -2,8 +2,8 @@
 //   Model model = readModel("net.onnx");
 //   for (const onnx::NodeProto& node : model.graph().node()) ...
 //   const Array& weights = model.initializers.at("conv1.weight");
-// The initializers' values stand in `initializers` alone: they are taken out of the messages while reading, so that
-// they are in memory once.
+// The values of initializers and of Constant nodes stand in `initializers` alone: they are taken out of the messages
+// while reading, so that they are in memory once.
 #pragma once
 
 #include <onnx/onnx_pb.h>

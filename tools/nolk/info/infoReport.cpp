@@ -40,6 +40,23 @@ std::string shownBytes(const std::vector<unsigned char>& data) {
            (isCut ? "..." : "");
 }
 
+// Keys that have a meaning are called by it; a note begins with its name and a zero byte.
+std::string headInfoText(const nolk::HeadInfo& entry) {
+    constexpr const char* kMeanings[] = {"input name", "output name", "made by", "note"};
+    constexpr int kNote = 4;
+    if (entry.key < 1 || entry.key > kNote)
+        return "key " + std::to_string(entry.key) + ", " +
+               counted(static_cast<std::int64_t>(entry.data.size()), "byte") + shownBytes(entry.data);
+    std::string text = kMeanings[entry.key - 1];
+    std::vector<unsigned char> data = entry.data;
+    const auto zero = std::find(data.begin(), data.end(), 0);
+    if (entry.key == kNote && zero != data.end()) {
+        text += " \"" + printable(std::string(data.begin(), zero)) + "\"";
+        data.erase(data.begin(), zero + 1);
+    }
+    return text + (data.empty() ? ": \"\"" : shownBytes(data));
+}
+
 const ModelOperation& operationAt(const ModelInfo& info, int place) {
     return info.operations[static_cast<std::size_t>(place)];
 }
@@ -52,9 +69,7 @@ std::string headText(const std::string& path, const ModelInfo& info) {
     std::string text = printable(path) + ": version " + std::to_string(info.version) + ", " +
                        bytesText(info.fileBytes) + ", " + counted(info.recordCount, "record") + "\n";
     text += info.headInfo.empty() ? "head info: none\n" : "head info:\n";
-    for (const nolk::HeadInfo& entry : info.headInfo)
-        text += "  key " + std::to_string(entry.key) + ", " +
-                counted(static_cast<std::int64_t>(entry.data.size()), "byte") + shownBytes(entry.data) + "\n";
+    for (const nolk::HeadInfo& entry : info.headInfo) text += "  " + headInfoText(entry) + "\n";
     return text;
 }
 
