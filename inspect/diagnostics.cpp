@@ -142,6 +142,15 @@ void checkPermutation(LoggedOperation& operation, nolk::Perm perm, const nolk::T
                  "axes " + operation.details + " are no permutation");
 }
 
+// A slice of a matrix is a matrix, so it has a row and a column even if it takes none.
+void checkSlice(LoggedOperation& operation, nolk::SlicePos pos, const nolk::TensorShape& x) {
+    const int extents[] = {x.n, x.c, x.h, x.w};
+    const int axis = pos.axis < 0 ? pos.axis + 4 : pos.axis;
+    if (axis < 0 || axis > 3) return;
+    if (std::max(pos.start, 0) >= std::min(pos.end, extents[axis]) && elementsOf(operation.output) > 0)
+        operation.diagnostics.push_back({true, std::string("takes nothing along its axis: ") + kUnwritten});
+}
+
 void checkRange(LoggedOperation& operation, float min, float max) {
     if (!(min <= max)) warn(operation, "no number lies in " + shortText(min) + " to " + shortText(max));
 }
@@ -189,6 +198,8 @@ void addDiagnostics(LoggedOperation& operation, const Call& call, const std::vec
             return checkVariance(operation, std::get<nolk::Vector>(a[3]), std::get<float>(a[4]), x);
         case kCodeOf<&Builder::transpose>:
             return checkPermutation(operation, std::get<nolk::Perm>(a[0]), x);
+        case kCodeOf<&Builder::slice>:
+            return checkSlice(operation, std::get<nolk::SlicePos>(a[0]), x);
         case kCodeOf<&Builder::softmax>:
             return checkEnum(operation, true, "axis", static_cast<int>(std::get<nolk::Axis>(a[0])), 1, 3, kUnwritten);
         case kCodeOf<&operation::concat>: {

@@ -139,6 +139,8 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
          "times"},
         {"0300" + input + "0400 0500 0700 0000 0200 0200 0100 1600 0700",
          "record 2 (transpose): axes 0 2 2 1 are no permutation: a part of the output is left unwritten"},
+        {"0300 0000 00000000 00000000 00000000 0500 0400 0500 0700 0000 0000 0300 0300 1600 0700",
+         "record 2 (transpose): axes 0 0 3 3 are no permutation: a part of the output is left unwritten"},
         {"0300" + input + "1400 0500 0700 03000000 02000000 03000000 00 1600 0700",
          "record 2 (reduce): extents should be 1 or the input's [1, 1, 2, 3], are [1, 3, 2, 3]: a part of the output "
          "is left unwritten"},
