@@ -62,14 +62,19 @@ FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std:
     for (const FastProductPart& part : packed.parts) {
         const int first = part.firstBlock * kFastBlock + part.firstLane;
         const int last = std::min(first + (part.blocks - 1) * kFastBlock + part.lanes, w.groups * w.outChannels);
-        for (int o = first; o < last; ++o) {
-            const std::ptrdiff_t block = (o - first) / kFastBlock, lane = (o - first) % kFastBlock;
-            const int row = w.shared ? o % w.outChannels : o;
-            const float* from = w.weight + row * tapCount;
-            float* to = weights->data() + part.weights + block * tapCount * kFastBlock + lane;
-            for (std::ptrdiff_t k = 0; k < tapCount; ++k) storeNonZero(from[k], to[k * kFastBlock]);
-            if (w.bias) bias->data()[part.bias + block * kFastBlock + lane] = w.bias[row];
-        }
+        // Some taps of all lanes at a time, so that the cache lines they share stay near.
+        constexpr std::ptrdiff_t kTapsAtOnce = 128;
+        for (int begin = first; begin < last; begin += kFastBlock)
+            for (std::ptrdiff_t tap = 0; tap < tapCount; tap += kTapsAtOnce)
+                for (int o = begin; o < std::min(begin + kFastBlock, last); ++o) {
+                    const float* const from = w.weight + (w.shared ? o % w.outChannels : o) * tapCount;
+                    float* const to = weights->data() + part.weights + (begin - first) * tapCount + o - begin;
+                    for (std::ptrdiff_t k = tap; k < std::min(tap + kTapsAtOnce, tapCount); ++k)
+                        storeNonZero(from[k], to[k * kFastBlock]);
+                }
+        if (w.bias)
+            for (int o = first; o < last; ++o)
+                bias->data()[part.bias + o - first] = w.bias[w.shared ? o % w.outChannels : o];
     }
     packed.weights = shareFloats(std::move(weights));
     packed.bias = shareFloats(std::move(bias));
