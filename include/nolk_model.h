@@ -201,8 +201,8 @@ NOLK_API ModelCheck checkModel(const void* data, std::size_t size, const ModelLi
 // Returns a runner for a model file, whose inputs have `batch` samples. implementation is a name with settings as for
 // nolk_new_runner_builder; null means the built-in one. Before it builds anything, it rejects operations that would end
 // the process or leave a part of their result undefined, and arrays that cannot be read, and compares the cost with the
-// limits. The cost is the built-in implementation's; NolkRaw also compares its planned arena, gaps included, and NolkFast
-// all that its runner will take, before they write to it.
+// limits. The cost is that of the built-in implementation. Besides, NolkRaw compares its planned arena, gaps included,
+// and NolkFast all that its runner will take, before they write to it.
 // Throws LimitExceeded, ModelError for any other file that cannot be run, and what nolk_new_runner_builder throws.
 NOLK_API Owned<Runner> loadModel(const void* data, std::size_t size, int batch, const char* implementation = nullptr,
                                  const ModelLimits& limits = {});
