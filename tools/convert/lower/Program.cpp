@@ -387,8 +387,7 @@ int Program::reducedInSteps(int x, TensorShape shape, nolk::BasicOp op) {
         part.w = 1;
     else if (shape.h != from.h)
         part.h = 1;
-    if (!sameShape(part, from) && elementsOf(part) != elementsOf(shape))
-        return reduce(reduce(x, part, op), shape, op);
+    if (!sameShape(part, from) && elementsOf(part) != elementsOf(shape)) return reduce(reduce(x, part, op), shape, op);
     const int extent = static_cast<int>(elementsOf(from) / elementsOf(shape)), inner = divisorOf(extent);
     if (inner == 1) return reducedAtOnce(x, shape, op);
     int before = 1, after = 1;  // of the only axis that is left
