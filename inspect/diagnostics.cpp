@@ -65,16 +65,35 @@ void checkBroadcast(LoggedOperation& operation, const nolk::TensorShape& a, cons
     warnOfShapes(operation, "shapes disagree: the second input is " + shapeText(b) + ", the first " + shapeText(a));
 }
 
+// Whether an input of a concat fills its part of the output, whose extents off the axis are those of the first input.
+bool fillsItsPart(const nolk::TensorShape& s, const nolk::TensorShape& out, int axis) {
+    switch (axis) {
+        case 1:
+            return elementsOf(s) >= productOf({out.n, s.c, out.h, out.w});
+        case 2:
+            return s.w == out.w && productOf({s.n, s.c}) >= productOf({out.n, out.c});
+        case 3:
+            return s.n >= out.n && s.c >= out.c && s.h >= out.h;
+        default:
+            return true;
+    }
+}
+
 void checkJoined(LoggedOperation& operation, const std::vector<nolk::TensorShape>& shapes, int axis) {
     const nolk::TensorShape& first = shapes.front();
+    const nolk::TensorShape& out = operation.output;
     std::int64_t joined = 0;
-    for (const nolk::TensorShape& s : shapes) joined = sumOf(joined, elementsOf(s));
+    bool fills = true;
+    for (const nolk::TensorShape& s : shapes) {
+        joined = sumOf(joined, elementsOf(s));
+        fills = fills && (fillsItsPart(s, out, axis) || elementsOf(out) == 0);
+    }
     for (std::size_t i = 1; i < shapes.size(); ++i) {
         const nolk::TensorShape& s = shapes[i];
         const bool agrees = (axis == 0 || s.n == first.n) && (axis == 1 || s.c == first.c) &&
                             (axis == 2 || s.h == first.h) && (axis == 3 || s.w == first.w);
         if (agrees) continue;
-        reportShapes(operation, joined < elementsOf(operation.output),
+        reportShapes(operation, !fills || joined < elementsOf(out),
                      "shapes disagree off the axis: input " + std::to_string(i) + " is " + shapeText(s) +
                          ", the first " + shapeText(first));
         return;  // one warning is enough

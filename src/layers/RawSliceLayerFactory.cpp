@@ -26,15 +26,17 @@ RawSliceLayerFactory::RawSliceLayerFactory(nolk::TensorX* x, nolk::SlicePos pos)
 
 void RawSliceLayerFactory::check() const {
     if (pos_.axis < 0 || pos_.axis > 3) refuse("slice: axis must be -4 to 3, is %d", pos_.axis);
-    const bool takesElements = pos_.start < pos_.end && elementCount(input()->shape) > 0;
-    if (takesElements && pos_.step < 1) refuse("slice: step must be positive, is %d", pos_.step);
+    if (takesElements() && pos_.step < 1) refuse("slice: step must be positive, is %d", pos_.step);
     if (isRepresentable(output()->shape) && writtenFloats() > INT_MAX)
         refuse("slice: elements must end within 2^31 - 1 floats, end at %.0f", static_cast<double>(writtenFloats()));
 }
 
+// The number of elements is negative for an input that another check refuses.
+bool RawSliceLayerFactory::takesElements() const { return pos_.start < pos_.end && elementCount(input()->shape) > 0; }
+
 std::int64_t RawSliceLayerFactory::writtenFloats() const {
+    if (!takesElements()) return 0;
     const nolk::TensorShape& in = input()->shape;
-    if (elementCount(in) == 0 || pos_.start >= pos_.end) return 0;
     std::int64_t taken[] = {in.n, in.c, in.h, in.w};
     taken[pos_.axis] = (static_cast<std::int64_t>(pos_.end) - pos_.start - 1) / pos_.step + 1;
     const nolk::TensorShape& out = output()->shape;

@@ -20,5 +20,7 @@ public:
     std::int64_t writtenFloats() const;
 
 private:
+    bool takesElements() const;
+
     nolk::SlicePos pos_;  // axis 0 to 3 if it exists, start >= 0, end <= the input's extent
 };

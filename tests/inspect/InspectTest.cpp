@@ -153,6 +153,9 @@ TEST(LoadModel, RefusesWhatNoRunCanGiveAMeaning) {
         {"0400" + input + "0000 01000000 01000000 02000000 0600 0c00 02 0500 0600 0700 02 1600 0700",
          "record 3 (concat): shapes disagree off the axis: input 1 is [1, 1, 1, 2], the first [1, 1, 2, 3]: a part of "
          "the output is left unwritten"},
+        {"0400" + input + "0000 02000000 02000000 02000000 0600 0c00 02 0500 0600 0700 02 1600 0700",
+         "record 3 (concat): shapes disagree off the axis: input 1 is [1, 2, 2, 2], the first [1, 1, 2, 3]: a part of "
+         "the output is left unwritten"},
         {"0300 0000 02000000 01000000 01000000 0500 1800 0500 0700 0000 01000000 01000000"
          "f(1) f(1) f(1) f(1) f(1) f(1) f(1) f(1) 00 1600 0700",
          "record 2 (lstm): the input should have 1 channel, has 2: a part of the output is left unwritten"},
