@@ -143,4 +143,5 @@ PYBIND11_MODULE(_nolk, m) {
     m.def("check", &check);
     m.def("operations", &operations);
     m.def("has_implementation", &hasImplementation);
+    m.def("require_implementation", &requireImplementation);
 }

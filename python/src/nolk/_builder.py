@@ -11,7 +11,7 @@ from numpy.typing import NDArray
 from . import _nolk
 from ._network import Network, load
 from ._nolk import Tensor
-from ._source import require_batch, require_integer, require_string
+from ._source import require_batch, require_bool, require_implementation, require_integer, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -71,7 +71,11 @@ class Recorder:
         implementation: str | None = None,
         shared: bool = False,
     ) -> Network:
-        """Build the network. A builder builds once.
+        """Build the network. A builder builds once, and records nothing afterwards.
+
+        Wrong arguments, which include a missing implementation, leave the builder as it was. If the recorded network
+        cannot be loaded, or not with these settings, the builder is used up; `to_bytes` still returns the network, so
+        that `check` can look at it.
 
         Parameters
         ----------
@@ -89,14 +93,16 @@ class Recorder:
         Error
             If an operation does not fit its input, with the operation and the reason.
         """
-        batch = require_batch(batch)
+        # A builder that is finished takes no second call, so wrong arguments are found before.
+        batch, shared = require_batch(batch), require_bool("shared", shared)
+        implementation = require_implementation(implementation)
         names = [require_string("outputs", name) for name in outputs] if isinstance(outputs, Mapping) else []
         self._recording.finish(list(outputs.values()) if isinstance(outputs, Mapping) else outputs)
         self._output_names = names
         return load(self.to_bytes(), batch=batch, implementation=implementation, shared=shared)
 
     def to_bytes(self, *, version: int = 4, lossy: bool = False) -> bytes:
-        """The network as a model file, once it is built.
+        """The network as a model file, after `build`, even if that could not load the network.
 
         Parameters
         ----------
@@ -117,7 +123,7 @@ class Recorder:
         return self._recording.file(version, lossy, head_info)
 
     def save(self, path: str | os.PathLike[str], *, version: int = 4, lossy: bool = False) -> None:
-        """Write the network to a file, once it is built.
+        """Write the network to a file, after `build`.
 
         Parameters
         ----------

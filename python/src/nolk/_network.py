@@ -8,7 +8,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _nolk
-from ._source import Model, errors_name, read, require_batch, require_limit, require_string
+from ._source import Model, errors_name, read, require_batch, require_bool, require_limit, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -200,12 +200,11 @@ def load(
     batch = require_batch(batch)
     if implementation is not None:
         require_string("implementation", implementation)
-    if not isinstance(shared, (bool, numpy.bool_)):
-        raise TypeError(f"shared: expected a bool, got {type(shared).__name__}")
+    shared = require_bool("shared", shared)
     limits = require_limit("memory_bytes", memory_bytes), require_limit("multiply_adds", multiply_adds)
     data = read(model)
     with errors_name(model):
-        return Network(_nolk.Network(data, batch, implementation, bool(shared), *limits))
+        return Network(_nolk.Network(data, batch, implementation, shared, *limits))
 
 
 def has_implementation(name: str) -> bool:
