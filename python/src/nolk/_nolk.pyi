@@ -50,7 +50,6 @@ class Recording:
 def inspect(
     model: bytes | bytearray | memoryview,
     batch: int,
-    path: str,
     memory_bytes: int | None,
     multiply_adds: int | None,
     /,
