@@ -186,6 +186,13 @@ def test_a_saved_network_is_the_one_that_ran(tmp_path):
     assert len(b.to_bytes(lossy=True)) <= len(b.to_bytes())
 
 
+def test_tensors_without_a_name_have_a_number_beside_those_with_one():
+    b = nolk.Builder()
+    x, y = b.input(3, name="left"), b.input(3)
+    with b.build({"": b.add(x, y), "difference": b.sub(x, y)}) as net:
+        assert [info.name for info in net.inputs + net.outputs] == ["left", "input 1", "output 0", "difference"]
+
+
 OTHER = nolk.Builder().input(4, 7, 6)
 
 
@@ -209,6 +216,10 @@ OTHER = nolk.Builder().input(4, 7, 6)
         (lambda b, x: b.softmax(x, "d"), ValueError, "softmax: axis: expected one of 'n', 'c', 'h', 'w'"),
         (lambda b, x: b.softmax(x, -5), ValueError, "softmax: axis: expected one of .* or -4 to 3, got -5"),
         (lambda b, x: b.concat([], "c"), ValueError, "concat"),
+        (lambda b, x: b.softmax(x, "\udcff"), ValueError, "softmax: axis: expected one of"),
+        (lambda b, x: b.clip(x, 0, 10**400), ValueError, "clip: max: the number is too large for a float"),
+        (lambda b, x: b.instance_normalization(x, VECTOR), TypeError, "expected scale and bias, or neither"),
+        (lambda b, x: b.to_bytes(lossy="no"), TypeError, "lossy: expected a bool, got str"),
         (lambda b, x: b.clip(x, "low", 1), TypeError, "clip: min: expected a number, got str"),
         (lambda b, x: b.build([]), ValueError, "needs an output"),
         (lambda b, x: b.build(x), TypeError, "outputs: expected a list of tensors, got nolk"),

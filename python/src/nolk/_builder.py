@@ -51,7 +51,7 @@ class Recorder:
         *shape : int
             Channels, rows and columns of one sample, or the columns of a matrix alone.
         name : str
-            Its name. It is kept if all inputs have one.
+            Its name; without it the input is called "input 0", "input 1" and so on.
 
         Returns
         -------
@@ -80,7 +80,8 @@ class Recorder:
         Parameters
         ----------
         outputs : sequence or mapping of Tensor
-            The tensors that a run returns, in this order; as a mapping with their names.
+            The tensors that a run returns, in this order; as a mapping with their names, where an empty one stands for
+            "output 0", "output 1" and so on.
         batch, implementation, shared
             As for `load`.
 
@@ -91,7 +92,10 @@ class Recorder:
         Raises
         ------
         Error
-            If an operation does not fit its input, with the operation and the reason.
+            If the network cannot be loaded, with the operation and the reason. Not every operation that does not fit
+            its input is found: some are run and give undefined results. `nolk.check` on `to_bytes` reports those.
+        TypeError, ValueError
+            For arguments of another type, and for numbers out of range.
         """
         # A builder that is finished takes no second call, so wrong arguments are found before.
         batch, shared = require_batch(batch), require_bool("shared", shared)
@@ -115,11 +119,11 @@ class Recorder:
         -------
         bytes
         """
-        version = require_integer("version", version, 1, 4)
+        version, lossy = require_integer("version", version, 1, 4), require_bool("lossy", lossy)
         head_info: list[tuple[int, bytes]] = []
-        for key, names in ((INPUT_NAME, self._input_names), (OUTPUT_NAME, self._output_names)):
-            if version > 1 and all(names):
-                head_info += [(key, name.encode()) for name in names]
+        for key, kind, names in ((INPUT_NAME, "input", self._input_names), (OUTPUT_NAME, "output", self._output_names)):
+            if version > 1 and any(names):  # a file has names for all of a kind or for none
+                head_info += [(key, (name or f"{kind} {place}").encode()) for place, name in enumerate(names)]
         return self._recording.file(version, lossy, head_info)
 
     def save(self, path: str | os.PathLike[str], *, version: int = 4, lossy: bool = False) -> None:
