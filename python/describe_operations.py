@@ -212,8 +212,14 @@ def method(rows: list[tuple], text: str) -> str:
         for parameter in missing:
             parameter.type, parameter.default, parameter.is_positional = BIAS, "None", True
         kept = ", ".join(passed(g) for g, f in zip(groups, fields) if f in short_fields)
-        condition = " and ".join(f"{p.name} is None" for p in missing)
-        body += f"        if {condition}:\n            return self._call({short_code}, {inputs_text}, [{kept}])\n"
+        names = [p.name for p in missing]
+        body += f"        if {' is None and '.join(names)} is None:\n"
+        body += f"            return self._call({short_code}, {inputs_text}, [{kept}])\n"
+        if len(names) > 1:
+            together = " and ".join(names)
+            body += f"        if {' is None or '.join(names)} is None:\n"
+            body += f'            raise TypeError("{snake_case(name)}: expected {together}, or neither")\n'
+            missing[-1].text += f" Only {together} together."
     body += f"        return self._call({code}, {inputs_text}, [{', '.join(passed(g) for g in groups)}])\n"
     parameters = inputs + [p for group in groups for p in group]
     placed, named = in_order(parameters)

@@ -60,7 +60,6 @@ bool mayHaveThreads(const std::string& implementation) {
 
 // A file may hold any bytes as a name, but Python's text must be UTF-8.
 std::string asText(const std::string& name) {
-    const py::gil_scoped_acquire locked;
     const auto size = static_cast<py::ssize_t>(name.size());
     return py::reinterpret_steal<py::str>(PyUnicode_DecodeUTF8(name.data(), size, "replace"));
 }
@@ -94,10 +93,13 @@ void requireDistinct(const std::vector<py::array>& inputs, const std::vector<py:
     }
 }
 
-// A list or tuple with an array for each input or output. An array is a sequence, too, but of its samples.
-py::sequence requireList(py::handle arrays, const std::vector<ArrayForm>& forms, const std::string& kind) {
+// A list or tuple with an array for each input or output, given as that parameter. An array is a sequence, too, but of
+// its samples.
+py::sequence requireList(py::handle arrays, const std::vector<ArrayForm>& forms, const std::string& kind,
+                         const char* parameter) {
     if (!PySequence_Check(arrays.ptr()) || py::isinstance<py::array>(arrays))
-        throw py::type_error(kind + ": expected a list of arrays, got " + Py_TYPE(arrays.ptr())->tp_name);
+        throw py::type_error(std::string(parameter) + ": expected a list of arrays, got " +
+                             Py_TYPE(arrays.ptr())->tp_name);
     auto list = py::reinterpret_borrow<py::sequence>(arrays);
     if (list.size() != forms.size())
         throw py::type_error("expected " + std::to_string(forms.size()) + " " + kind + " array" +
@@ -157,7 +159,9 @@ struct Network::Loaded {
         } catch (const std::exception& e) {
             throw nolk::ModelError(std::string("the run failed: ") + e.what());
         }
-        if (!isDone) throw nolk::ModelError("the run failed");
+        if (isDone) return;
+        const std::string messages = takeMessages();
+        throw nolk::ModelError("the run failed" + (messages.empty() ? "" : ": " + messages));
     }
 
     nolk::Owned<nolk::Runner> runner;
@@ -173,13 +177,21 @@ Network::Network(const void* data, std::size_t size, const LoadOptions& options)
     : batch_(options.batch),
       shared_(options.shared),
       implementation_(options.implementation ? inFull(*options.implementation) : defaultImplementation()) {
-    const py::gil_scoped_release unlocked;
-    addForms(nolk::inspectModel(data, size, {batch_, nolk::InspectionDepth::records, options.limits}));
+    addForms([&] {
+        const Unlocked unlocked;
+        return nolk::inspectModel(data, size, {batch_, nolk::InspectionDepth::records, options.limits});
+    }());
+    const Unlocked unlocked;
+    loaded_ = newLoaded(data, size, options);
+}
+
+std::shared_ptr<Network::Loaded> Network::newLoaded(const void* data, std::size_t size,
+                                                    const LoadOptions& options) const {
     nolk::Owned<nolk::Runner> runner = load(data, size, implementation_, options);
     if (shared_ && !isDivisible_)
         throw nolk::ModelError("the network mixes samples, so its batch cannot be shared by several callers");
     if (shared_) runner = wrapForThreads(std::move(runner), batch_);
-    loaded_ = std::make_shared<Loaded>(std::move(runner), (shared_ && batch_ > 1) || mayHaveThreads(implementation_));
+    return std::make_shared<Loaded>(std::move(runner), (shared_ && batch_ > 1) || mayHaveThreads(implementation_));
 }
 
 void Network::addForms(const nolk::ModelInfo& info) {
@@ -195,7 +207,7 @@ std::shared_ptr<Network::Loaded> Network::requireLoaded() const {
 }
 
 std::vector<py::array> Network::requireInputs(py::handle list) const {
-    const py::sequence arrays = requireList(list, inputs_, "input");
+    const py::sequence arrays = requireList(list, inputs_, "input", "inputs");
     std::vector<py::array> inputs;
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
         // The first input tells the number of samples.
@@ -212,7 +224,7 @@ py::ssize_t Network::sampleCount(const std::vector<py::array>& inputs) const {
 void Network::run(py::handle inputList, py::handle outputList) {
     std::shared_ptr<Loaded> loaded = requireLoaded();
     const std::vector<py::array> inputs = requireInputs(inputList);
-    const py::sequence outputArrays = requireList(outputList, outputs_, "output");
+    const py::sequence outputArrays = requireList(outputList, outputs_, "output", "out");
     std::vector<py::array> outputs;
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
         const py::ssize_t n = isDivisible_ ? sampleCount(inputs) : outputs_[i].shape.n;
@@ -239,53 +251,54 @@ py::object Network::call(const py::args& inputArrays) {
 
 void Network::runArrays(std::shared_ptr<Loaded> loaded, const std::vector<py::array>& inputs,
                         const std::vector<py::array>& outputs) const {
-    const std::vector<float*> in = dataOf(inputs), out = dataOf(outputs);
-    const py::ssize_t n = sampleCount(inputs);
+    const Samples samples{dataOf(inputs), dataOf(outputs), sampleCount(inputs)};
 
-    const py::gil_scoped_release unlocked;
+    Unlocked unlocked;
     if (shared_)
-        runShared(*loaded, in, out, n);
+        runShared(*loaded, samples, unlocked);
     else
-        runAlone(*loaded, in, out, n);
+        runAlone(*loaded, samples, unlocked);
     loaded.reset();  // while unlocked: this may be the last user
 }
 
-void Network::runShared(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const {
+void Network::runShared(Loaded& loaded, const Samples& samples, Unlocked& unlocked) const {
     std::vector<nolk::Tensor> inTensors, outTensors;
-    for (py::ssize_t first = 0; first < n; first += kBatchesOfSharedCall * batch_) {
-        const auto count = static_cast<int>(std::min<py::ssize_t>(n - first, kBatchesOfSharedCall * batch_));
-        pointTo(inTensors, inputs_, in, first, count);
-        pointTo(outTensors, outputs_, out, first, count);
+    for (py::ssize_t first = 0; first < samples.n; first += kBatchesOfSharedCall * batch_) {
+        if (first > 0) unlocked.handleSignals();
+        const auto count = static_cast<int>(std::min<py::ssize_t>(samples.n - first, kBatchesOfSharedCall * batch_));
+        pointTo(inTensors, inputs_, samples.in, first, count);
+        pointTo(outTensors, outputs_, samples.out, first, count);
         loaded.run(inTensors, outTensors);
     }
 }
 
-void Network::runAlone(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const {
+void Network::runAlone(Loaded& loaded, const Samples& samples, Unlocked& unlocked) const {
     if (loaded.isRunning.exchange(true))
         throw nolk::ModelError("the network is running in another thread; load it with shared=True for several");
     const std::unique_ptr<std::atomic<bool>, void (*)(std::atomic<bool>*)> running(
         &loaded.isRunning, [](std::atomic<bool>* flag) { flag->store(false); });
     if (!isDivisible_) {
-        pointTo(loaded.in, inputs_, in, 0, kWholeBatch);
-        pointTo(loaded.out, outputs_, out, 0, kWholeBatch);
+        pointTo(loaded.in, inputs_, samples.in, 0, kWholeBatch);
+        pointTo(loaded.out, outputs_, samples.out, 0, kWholeBatch);
         return loaded.run(loaded.in, loaded.out);
     }
-    py::ssize_t first = 0;
-    for (; n - first >= batch_; first += batch_) {
-        pointTo(loaded.in, inputs_, in, first, batch_);
-        pointTo(loaded.out, outputs_, out, first, batch_);
+    for (py::ssize_t first = 0; first < samples.n; first += batch_) {
+        if (first > 0) unlocked.handleSignals();
+        if (samples.n - first < batch_) return runLast(loaded, samples, first);
+        pointTo(loaded.in, inputs_, samples.in, first, batch_);
+        pointTo(loaded.out, outputs_, samples.out, first, batch_);
         loaded.run(loaded.in, loaded.out);
     }
-    if (first < n) runLast(loaded, in, out, first, n - first);
 }
 
 // Fewer samples than a batch: they are copied to a batch whose other samples are zeros.
-void Network::runLast(Loaded& loaded, const Data& in, const Data& out, py::ssize_t first, py::ssize_t count) const {
+void Network::runLast(Loaded& loaded, const Samples& samples, py::ssize_t first) const {
+    const py::ssize_t count = samples.n - first;
     const Data inBatch = buffersFor(loaded.inBuffers, inputs_, batch_);
     const Data outBatch = buffersFor(loaded.outBuffers, outputs_, batch_);
     for (std::size_t i = 0; i < inputs_.size(); ++i) {
         const std::size_t size = inputs_[i].sampleSize(), used = size * static_cast<std::size_t>(count);
-        std::copy_n(in[i] + static_cast<std::size_t>(first) * size, used, inBatch[i]);
+        std::copy_n(samples.in[i] + static_cast<std::size_t>(first) * size, used, inBatch[i]);
         std::fill(inBatch[i] + used, inBatch[i] + size * static_cast<std::size_t>(batch_), 0.0f);
     }
     pointTo(loaded.in, inputs_, inBatch, 0, batch_);
@@ -294,13 +307,13 @@ void Network::runLast(Loaded& loaded, const Data& in, const Data& out, py::ssize
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
         const std::size_t size = outputs_[i].sampleSize();
         std::copy_n(outBatch[i], size * static_cast<std::size_t>(count),
-                    out[i] + static_cast<std::size_t>(first) * size);
+                    samples.out[i] + static_cast<std::size_t>(first) * size);
     }
 }
 
 void Network::close() {
     std::shared_ptr<Loaded> loaded = std::move(loaded_);
     if (!loaded) return;
-    const py::gil_scoped_release unlocked;
+    const Unlocked unlocked;
     loaded.reset();
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Unlocked.h"
 #include "arrays.h"
 
 struct LoadOptions {
@@ -29,7 +30,8 @@ public:
     Network(const Network&) = delete;
     Network& operator=(const Network&) = delete;
 
-    // Runs the network on the arrays, in chunks of the batch. All arrays have the same number of samples, any.
+    // Runs the network on the arrays, in chunks of the batch. All arrays have the same number of samples, any. Between
+    // chunks it handles signals, and throws what their handlers raise.
     void run(py::handle inputList, py::handle outputList);
 
     // The same into new arrays: one array for one output, else a tuple.
@@ -49,15 +51,21 @@ private:
     struct Loaded;
     using Data = std::vector<float*>;  // of each input or output
 
+    struct Samples {
+        Data in, out;
+        py::ssize_t n;
+    };
+
     void addForms(const nolk::ModelInfo& info);
+    std::shared_ptr<Loaded> newLoaded(const void* data, std::size_t size, const LoadOptions& options) const;
     std::shared_ptr<Loaded> requireLoaded() const;
     std::vector<py::array> requireInputs(py::handle list) const;
     py::ssize_t sampleCount(const std::vector<py::array>& inputs) const;
     void runArrays(std::shared_ptr<Loaded> loaded, const std::vector<py::array>& inputs,
                    const std::vector<py::array>& outputs) const;
-    void runShared(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const;
-    void runAlone(Loaded& loaded, const Data& in, const Data& out, py::ssize_t n) const;
-    void runLast(Loaded& loaded, const Data& in, const Data& out, py::ssize_t first, py::ssize_t count) const;
+    void runShared(Loaded& loaded, const Samples& samples, Unlocked& unlocked) const;
+    void runAlone(Loaded& loaded, const Samples& samples, Unlocked& unlocked) const;
+    void runLast(Loaded& loaded, const Samples& samples, py::ssize_t first) const;
 
     // Fixed after construction.
     int batch_;

@@ -42,7 +42,8 @@ template <std::size_t count>
 int wordOf(const std::string& name, const char* const (&words)[count], py::handle value) {
     std::string expected;
     for (std::size_t i = 0; i < count; ++i) {
-        if (py::isinstance<py::str>(value) && value.cast<std::string>() == words[i]) return static_cast<int>(i);
+        const bool isText = py::isinstance<py::str>(value);  // which may have no UTF-8
+        if (isText && PyUnicode_CompareWithASCIIString(value.ptr(), words[i]) == 0) return static_cast<int>(i);
         expected += (i == 0 ? "" : ", ") + std::string("'") + words[i] + "'";
     }
     throw py::value_error(name + ": expected one of " + expected);
@@ -89,7 +90,9 @@ struct Converter {
     void read(float& result) const {
         result = static_cast<float>(PyFloat_AsDouble(value.ptr()));
         if (!PyErr_Occurred()) return;
+        const bool isTooLarge = PyErr_ExceptionMatches(PyExc_OverflowError) != 0;
         PyErr_Clear();
+        if (isTooLarge) throw py::value_error(name + ": the number is too large for a float");
         throw py::type_error(name + ": expected a number, got " + Py_TYPE(value.ptr())->tp_name);
     }
 

@@ -28,6 +28,12 @@ bool hasShape(const py::array& array, const ArrayForm& form, py::ssize_t n) {
     return sameSample && (n < 0 || array.shape(0) == n);
 }
 
+// Arrays of numpy's own class, which nearly all are, have no mask.
+bool isMasked(const py::array& array) {
+    return Py_TYPE(array.ptr()) != py::detail::npy_api::get().PyArray_Type_ &&
+           py::isinstance(array, py::module_::import("numpy.ma").attr("MaskedArray"));
+}
+
 }  // namespace
 
 std::vector<py::ssize_t> ArrayForm::extents(py::ssize_t n) const {
@@ -45,6 +51,8 @@ py::array requireFloats(py::handle object, const std::string& name) {
     if (!py::isinstance<py::array>(object))
         throw py::type_error(name + ": expected a numpy array, got " + Py_TYPE(object.ptr())->tp_name);
     auto array = py::reinterpret_borrow<py::array>(object);
+    if (isMasked(array))
+        throw py::type_error(name + ": expected an array without a mask, got a masked one; its filled() makes one");
     if (!py::isinstance<py::array_t<float>>(object))
         throw py::type_error(name + ": expected float32, got " + std::string(py::str(array.dtype())));
     if (!(array.flags() & Api::NPY_ARRAY_C_CONTIGUOUS_))

@@ -21,8 +21,8 @@ struct ArrayForm {
     std::size_t sampleSize() const;  // floats
 };
 
-// The array behind the object. Throws TypeError for anything but a numpy array of float32, and ValueError for one that
-// is not C-contiguous or not aligned.
+// The array behind the object. Throws TypeError for anything but a numpy array of float32, and for masked ones, whose
+// mask would be ignored; ValueError for one that is not C-contiguous or not aligned.
 py::array requireFloats(py::handle object, const std::string& name);
 
 // The same for a tensor of n samples; n below 0 accepts any number. Throws ValueError for another shape, and for a

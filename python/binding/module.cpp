@@ -10,6 +10,7 @@
 
 #include "Network.h"
 #include "Recording.h"
+#include "Unlocked.h"
 #include "arguments.h"
 #include "implementations.h"
 #include "model/operations.h"
@@ -47,11 +48,12 @@ std::unique_ptr<Network> load(py::handle model, int batch, std::optional<std::st
     return std::make_unique<Network>(bytes.data(), bytes.size(), options);
 }
 
-std::string inspect(py::handle model, int batch, const std::string& path, Limit memoryBytes, Limit multiplyAdds) {
+// As JSON, whose path is empty.
+std::string inspect(py::handle model, int batch, Limit memoryBytes, Limit multiplyAdds) {
     const Bytes bytes(model);
-    const py::gil_scoped_release unlocked;
+    const Unlocked unlocked;
     const nolk::InspectionOptions options{batch, nolk::InspectionDepth::run, limitsOf(memoryBytes, multiplyAdds)};
-    return infoJson(path, nolk::inspectModel(bytes.data(), bytes.size(), options));
+    return infoJson("", nolk::inspectModel(bytes.data(), bytes.size(), options));
 }
 
 // The findings as (severity, record, operation, offset, text, description), and the remark.
@@ -59,7 +61,7 @@ py::tuple check(py::handle model, Limit memoryBytes, Limit multiplyAdds) {
     const Bytes bytes(model);
     nolk::ModelCheck result;
     {
-        const py::gil_scoped_release unlocked;
+        const Unlocked unlocked;
         result = nolk::checkModel(bytes.data(), bytes.size(), limitsOf(memoryBytes, multiplyAdds));
     }
     py::list findings;
@@ -98,9 +100,7 @@ nolk::ModelFileOptions fileOptions(int version, bool lossy, const std::vector<st
     return options;
 }
 
-}  // namespace
-
-PYBIND11_MODULE(_nolk, m) {
+void define(py::module_& m) {
     py::options options;
     options.disable_function_signatures();
 
@@ -143,4 +143,25 @@ PYBIND11_MODULE(_nolk, m) {
     m.def("check", &check);
     m.def("operations", &operations);
     m.def("has_implementation", &hasImplementation);
+    m.def("require_implementation", &requireImplementation);
+}
+
+}  // namespace
+
+// As PYBIND11_MODULE has it, but for the first check: in another interpreter than the main one, pybind11 and numpy wait
+// for ever.
+extern "C" PYBIND11_EXPORT PyObject* PyInit__nolk() {
+    PYBIND11_CHECK_PYTHON_VERSION
+    if (PyInterpreterState_Get() != PyInterpreterState_Main()) {
+        PyErr_SetString(PyExc_ImportError, "nolk works only in the main interpreter of a process");
+        return nullptr;
+    }
+    PYBIND11_ENSURE_INTERNALS_READY
+    static py::module_::module_def definition;
+    auto module = py::module_::create_extension_module("_nolk", nullptr, &definition);
+    try {
+        define(module);
+        return module.ptr();
+    }
+    PYBIND11_CATCH_INIT_EXCEPTIONS
 }

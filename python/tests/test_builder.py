@@ -186,6 +186,13 @@ def test_a_saved_network_is_the_one_that_ran(tmp_path):
     assert len(b.to_bytes(lossy=True)) <= len(b.to_bytes())
 
 
+def test_tensors_without_a_name_have_a_number_beside_those_with_one():
+    b = nolk.Builder()
+    x, y = b.input(3, name="left"), b.input(3)
+    with b.build({"": b.add(x, y), "difference": b.sub(x, y)}) as net:
+        assert [info.name for info in net.inputs + net.outputs] == ["left", "input 1", "output 0", "difference"]
+
+
 OTHER = nolk.Builder().input(4, 7, 6)
 
 
@@ -209,11 +216,14 @@ OTHER = nolk.Builder().input(4, 7, 6)
         (lambda b, x: b.softmax(x, "d"), ValueError, "softmax: axis: expected one of 'n', 'c', 'h', 'w'"),
         (lambda b, x: b.softmax(x, -5), ValueError, "softmax: axis: expected one of .* or -4 to 3, got -5"),
         (lambda b, x: b.concat([], "c"), ValueError, "concat"),
+        (lambda b, x: b.softmax(x, "\udcff"), ValueError, "softmax: axis: expected one of"),
+        (lambda b, x: b.clip(x, 0, 10**400), ValueError, "clip: max: the number is too large for a float"),
+        (lambda b, x: b.instance_normalization(x, VECTOR), TypeError, "expected scale and bias, or neither"),
+        (lambda b, x: b.to_bytes(lossy="no"), TypeError, "lossy: expected a bool, got str"),
         (lambda b, x: b.clip(x, "low", 1), TypeError, "clip: min: expected a number, got str"),
         (lambda b, x: b.build([]), ValueError, "needs an output"),
         (lambda b, x: b.build(x), TypeError, "outputs: expected a list of tensors, got nolk"),
         (lambda b, x: b.build({7: x}), TypeError, "outputs: expected a string, got int"),
-        (lambda b, x: b.build([b.convolve(x, KERNEL[:, :3].copy())]), nolk.Error, "convolve"),
         (lambda b, x: b.build([b.max_pool(x, 9, 1)]), nolk.Error, r"output 0: its extents are \[4, -1, -2\]"),
         (lambda b, x: b.build([x] * 40_000), nolk.Error, "at most 32767 records"),
         (lambda b, x: b.save("own.cm"), nolk.Error, "not built"),
@@ -225,11 +235,24 @@ def test_what_cannot_be_recorded_is_refused(record, error, text):
         record(b, b.input(4, 7, 6))
 
 
+def test_a_network_that_cannot_be_loaded_can_be_looked_at():
+    b = nolk.Builder()
+    with pytest.raises(nolk.Error, match="convolve"):
+        b.build([b.convolve(b.input(4, 7, 6), KERNEL[:, :3].copy())])
+    assert "error" in {finding.severity for finding in nolk.check(b.to_bytes())}
+
+
 def test_a_builder_builds_once():
     b = nolk.Builder()
     x = b.input(3)
-    with pytest.raises(ValueError, match="batch"):  # which does not count
-        b.build([x], batch=0)
+    for options, error, text in [  # which do not count
+        ({"batch": 0}, ValueError, "batch: "),
+        ({"shared": 1}, TypeError, "shared: expected a bool, got int"),
+        ({"implementation": "Missing"}, nolk.Error, "^dlopen 'libMissing.so' failed"),
+        ({"outputs": {"\udcff": x}}, ValueError, "outputs: expected text without"),
+    ]:
+        with pytest.raises(error, match=text):
+            b.build(**{"outputs": [x], **options})
     b.build([x]).close()
     for again in (lambda: b.relu(x), lambda: b.build([x])):
         with pytest.raises(nolk.Error, match="built"):

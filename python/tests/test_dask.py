@@ -38,6 +38,14 @@ def test_results_are_those_of_one_process(request, model, pictures, with_client)
     assert (lazy.compute(scheduler=None if with_client else "threads") == expected).all()
 
 
+def test_blocks_may_travel_between_processes(model, pictures):
+    with nolk.load(model, batch=16) as net:
+        expected = net(pictures)
+    with distributed.Client(n_workers=1, threads_per_worker=1, processes=True, dashboard_address=None) as client:
+        x = dask_array.from_array(pictures, chunks=(48, 1, 28, 28))  # cut as the network wants them, so not copied
+        assert (client.compute(nolk.dask.predict(model, x, client=client)).result() == expected).all()
+
+
 @pytest.mark.parametrize(
     "chunks, blocks",
     [

@@ -14,7 +14,7 @@ import pytest
 import nolk
 
 
-def test_inspect_tells_what_the_program_tells(model):
+def test_inspect_tells_what_the_program_tells(model, tmp_path):
     info = nolk.inspect(model, batch=2)
     assert info["path"] == str(model) and info["version"] == 4
     assert [tensor["shape"] for tensor in info["inputs"] + info["outputs"]] == [[2, 1, 28, 28], [2, 10, 1, 1]]
@@ -30,6 +30,9 @@ def test_inspect_tells_what_the_program_tells(model):
             each["totals"].pop("peakBytes")  # of the process
         assert info == expected
     assert nolk.inspect(model.read_bytes())["path"] is None
+    strange = tmp_path / "\udcff.cm"  # a byte that is no UTF-8
+    shutil.copy(model, strange)
+    assert nolk.inspect(strange)["path"] == str(strange)
     with pytest.raises(nolk.Error, match="digit-0.pgm: head"):
         nolk.inspect(model.with_name("digit-0.pgm"))
 
@@ -57,8 +60,9 @@ def test_convert_makes_a_model_file(tmp_path):
     with nolk.load(tmp_path / "net.cm") as net:
         assert net.inputs == (("x", (1, 3, 4, 4)),)
         assert (net(numpy.full((1, 3, 4, 4), -2, numpy.float32)) == -1).all()
-    with pytest.raises(nolk.Error, match="nolk-convert: .*missing.onnx"):
-        nolk.convert(tmp_path / "missing.onnx", tmp_path / "net.cm")
+    for missing in (tmp_path / "missing.onnx", "--missing.onnx"):  # a name, not an option
+        with pytest.raises(nolk.Error, match="nolk-convert: .*missing.onnx"):
+            nolk.convert(missing, tmp_path / "net.cm")
 
 
 def test_convert_says_when_the_converter_is_missing(monkeypatch, tmp_path):

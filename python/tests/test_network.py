@@ -99,9 +99,21 @@ UNALIGNED = numpy.frombuffer(bytes(61), numpy.uint8)[1:].view(numpy.float32).res
     [
         ([LEFT], [SUM, SIZE], TypeError, "expected 2 input arrays, got 1"),
         ([LEFT, RIGHT], [SUM], TypeError, "expected 2 output arrays, got 1"),
-        ((array for array in [LEFT, RIGHT]), [SUM, SIZE], TypeError, "input: expected a list of arrays, got generator"),
-        ([LEFT, RIGHT], zeros(2, 3, 5), TypeError, "output: expected a list of arrays, got numpy.ndarray"),
+        (
+            (array for array in [LEFT, RIGHT]),
+            [SUM, SIZE],
+            TypeError,
+            "inputs: expected a list of arrays, got generator",
+        ),
+        ([LEFT, RIGHT], zeros(2, 3, 5), TypeError, "^out: expected a list of arrays, got numpy.ndarray"),
         ([LEFT, RIGHT.tolist()], [SUM, SIZE], TypeError, "right: expected a numpy array, got list"),
+        (
+            [LEFT, numpy.ma.masked_array(RIGHT, mask=True)],
+            [SUM, SIZE],
+            TypeError,
+            "right: expected an array without a mask",
+        ),
+        ([LEFT, RIGHT], [SUM, numpy.ma.masked_array(SIZE)], TypeError, "size: expected an array without a mask"),
         ([LEFT, zeros(3, 5, dtype=float)], [SUM, SIZE], TypeError, "right: expected float32, got float64"),
         ([LEFT, zeros(3, 5, dtype=">f4")], [SUM, SIZE], TypeError, "right: expected float32, got >f4"),
         ([LEFT, UNALIGNED], [SUM, SIZE], ValueError, "right: expected an aligned array"),
@@ -183,6 +195,8 @@ def test_models_that_cannot_be_loaded_are_refused(model, change, error, text):
         ({"batch": 2**31}, ValueError, "batch: expected 1 to 2147483647, got 2147483648"),
         ({"batch": 1.5}, TypeError, "batch: expected an integer, got float"),
         ({"implementation": 1}, TypeError, "implementation: expected a string, got int"),
+        ({"implementation": "NolkRaw\0x"}, ValueError, "implementation: expected text without null characters"),
+        ({"implementation": "\udcff"}, ValueError, "implementation: expected text without null characters and surr"),
         ({"shared": "no"}, TypeError, "shared: expected a bool, got str"),
         ({"memory_bytes": 1e9}, TypeError, "memory_bytes: expected an integer, got float"),
         ({"multiply_adds": -1}, ValueError, "multiply_adds: expected 0 to"),
@@ -195,6 +209,12 @@ def test_models_that_cannot_be_loaded_are_refused(model, change, error, text):
 def test_options_that_cannot_be_are_refused(model, options, error, text):
     with pytest.raises(error, match=text):
         nolk.load(model, **options)
+
+
+def run_script(script, model):
+    """Runs Python code with the path of the model; what became of it."""
+    result = subprocess.run([sys.executable, "-c", script, str(model)], capture_output=True, text=True, timeout=100)
+    return result.returncode, result.stdout, result.stderr
 
 
 ERRORS = """
@@ -218,8 +238,52 @@ for batch in (1, 4):
 
 
 def test_standard_error_stays_empty(model):
-    result = subprocess.run([sys.executable, "-c", ERRORS, str(model)], capture_output=True, text=True)
-    assert (result.returncode, result.stdout, result.stderr) == (0, "", "")
+    assert run_script(ERRORS, model) == (0, "", "")
+
+
+# Makes calls in a thread that Python does not wait for; they are under way when it ends.
+ENDS_DURING_A_CALL = """
+import sys, threading, numpy, nolk
+net, x, started = nolk.load(sys.argv[1], batch=16), numpy.zeros((160, 1, 28, 28), numpy.float32), threading.Event()
+def call_forever():
+    while True:
+        net(x)
+        started.set()
+threading.Thread(target=call_forever, daemon=True).start()
+started.wait()
+"""
+
+# Ctrl-C long before the call is through.
+INTERRUPTED = """
+import os, signal, sys, threading, numpy, nolk
+x, out = numpy.zeros((300_000, 1, 28, 28), numpy.float32), numpy.full((300_000, 10), 7, numpy.float32)
+for options in {}, {"batch": 4, "shared": True}:
+    net = nolk.load(sys.argv[1], **options)
+    threading.Timer(0.1, os.kill, (os.getpid(), signal.SIGINT)).start()
+    try:
+        net.run([x], out=[out])
+    except KeyboardInterrupt:
+        assert (out[-1] == 7).all()
+        assert net(x[:5]).shape == (5, 10)  # the network still works
+    else:
+        raise SystemExit("not interrupted")
+"""
+
+OTHER_INTERPRETER = """
+import _xxsubinterpreters as interpreters
+script = "try: import nolk\\nexcept ImportError as error: assert 'main interpreter' in str(error)\\nelse: assert False"
+interpreters.run_string(interpreters.create(), script)
+"""
+
+
+@pytest.mark.parametrize("script", [ENDS_DURING_A_CALL, INTERRUPTED], ids=["ends during a call", "interrupted"])
+def test_calls_end_with_their_process_and_with_signals(script, model):
+    assert run_script(script, model) == (0, "", "")
+
+
+@pytest.mark.skipif(sys.version_info >= (3, 13), reason="the module for other interpreters has another name")
+def test_another_interpreter_is_refused(model):
+    assert run_script(OTHER_INTERPRETER, model) == (0, "", "")
 
 
 def test_a_closed_network_is_refused(model, pictures):

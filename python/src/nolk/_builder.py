@@ -11,7 +11,7 @@ from numpy.typing import NDArray
 from . import _nolk
 from ._network import Network, load
 from ._nolk import Tensor
-from ._source import require_batch, require_integer, require_string
+from ._source import require_batch, require_bool, require_implementation, require_integer, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -51,7 +51,7 @@ class Recorder:
         *shape : int
             Channels, rows and columns of one sample, or the columns of a matrix alone.
         name : str
-            Its name. It is kept if all inputs have one.
+            Its name; without it the input is called "input 0", "input 1" and so on.
 
         Returns
         -------
@@ -71,12 +71,17 @@ class Recorder:
         implementation: str | None = None,
         shared: bool = False,
     ) -> Network:
-        """Build the network. A builder builds once.
+        """Build the network. A builder builds once, and records nothing afterwards.
+
+        Wrong arguments, which include a missing implementation, leave the builder as it was. If the recorded network
+        cannot be loaded, or not with these settings, the builder is used up; `to_bytes` still returns the network, so
+        that `check` can look at it.
 
         Parameters
         ----------
         outputs : sequence or mapping of Tensor
-            The tensors that a run returns, in this order; as a mapping with their names.
+            The tensors that a run returns, in this order; as a mapping with their names, where an empty one stands for
+            "output 0", "output 1" and so on.
         batch, implementation, shared
             As for `load`.
 
@@ -87,16 +92,21 @@ class Recorder:
         Raises
         ------
         Error
-            If an operation does not fit its input, with the operation and the reason.
+            If the network cannot be loaded, with the operation and the reason. Not every operation that does not fit
+            its input is found: some are run and give undefined results. `nolk.check` on `to_bytes` reports those.
+        TypeError, ValueError
+            For arguments of another type, and for numbers out of range.
         """
-        batch = require_batch(batch)
+        # A builder that is finished takes no second call, so wrong arguments are found before.
+        batch, shared = require_batch(batch), require_bool("shared", shared)
+        implementation = require_implementation(implementation)
         names = [require_string("outputs", name) for name in outputs] if isinstance(outputs, Mapping) else []
         self._recording.finish(list(outputs.values()) if isinstance(outputs, Mapping) else outputs)
         self._output_names = names
         return load(self.to_bytes(), batch=batch, implementation=implementation, shared=shared)
 
     def to_bytes(self, *, version: int = 4, lossy: bool = False) -> bytes:
-        """The network as a model file, once it is built.
+        """The network as a model file, after `build`, even if that could not load the network.
 
         Parameters
         ----------
@@ -109,15 +119,15 @@ class Recorder:
         -------
         bytes
         """
-        version = require_integer("version", version, 1, 4)
+        version, lossy = require_integer("version", version, 1, 4), require_bool("lossy", lossy)
         head_info: list[tuple[int, bytes]] = []
-        for key, names in ((INPUT_NAME, self._input_names), (OUTPUT_NAME, self._output_names)):
-            if version > 1 and all(names):
-                head_info += [(key, name.encode()) for name in names]
+        for key, kind, names in ((INPUT_NAME, "input", self._input_names), (OUTPUT_NAME, "output", self._output_names)):
+            if version > 1 and any(names):  # a file has names for all of a kind or for none
+                head_info += [(key, (name or f"{kind} {place}").encode()) for place, name in enumerate(names)]
         return self._recording.file(version, lossy, head_info)
 
     def save(self, path: str | os.PathLike[str], *, version: int = 4, lossy: bool = False) -> None:
-        """Write the network to a file, once it is built.
+        """Write the network to a file, after `build`.
 
         Parameters
         ----------

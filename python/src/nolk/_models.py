@@ -11,7 +11,7 @@ from typing import Any, Literal, NamedTuple
 
 from . import _nolk
 from ._nolk import Error
-from ._source import Model, errors_name, path_of, read, require_batch
+from ._source import Model, errors_name, path_of, read, require_batch, require_bool, require_integer
 
 # What a file of unknown origin may need while it is examined: bytes in memory, and steps of one run.
 MEMORY_BYTES, MULTIPLY_ADDS = 1 << 32, 1 << 37
@@ -40,11 +40,13 @@ def inspect(model: Model, *, batch: int = 1) -> dict[str, Any]:
     ------
     Error
         If the file cannot be loaded.
+    OSError
+        If the file cannot be read.
     """
     batch = require_batch(batch)
     data, path = read(model), path_of(model)
     with errors_name(model):
-        info: dict[str, Any] = json.loads(_nolk.inspect(data, batch, path, MEMORY_BYTES, MULTIPLY_ADDS))
+        info: dict[str, Any] = json.loads(_nolk.inspect(data, batch, MEMORY_BYTES, MULTIPLY_ADDS))
     info["path"] = path or None
     return info
 
@@ -80,6 +82,11 @@ def check(model: Model) -> list[Finding]:
     -------
     list of Finding
         In the order of the file; empty if all is well.
+
+    Raises
+    ------
+    OSError
+        If the file cannot be read.
     """
     found, remark = _nolk.check(read(model), MEMORY_BYTES, MULTIPLY_ADDS)
     findings = [Finding(*finding) for finding in found]  # type: ignore[arg-type]
@@ -123,14 +130,16 @@ def convert(
     program = shutil.which(CONVERTER)
     if not program:
         raise Error(f"{CONVERTER}: not found; it is in the package {CONVERTER}")
-    command = [program, os.fspath(source), os.fspath(target), f"--version={version}"]
+    options = [f"--version={require_integer('version', version, 1, 4)}"]
     for name, extents in (shapes or {}).items():
-        command += ["--shape", f"{name}={','.join(map(str, extents))}"]
-    command += ["--lossy"] if lossy else []
-    command += [] if check else ["--no-check"]
+        options += ["--shape", f"{name}={','.join(map(str, extents))}"]
+    options += ["--lossy"] if require_bool("lossy", lossy) else []
+    options += [] if require_bool("check", check) else ["--no-check"]
     with tempfile.TemporaryDirectory() as folder:
         report = Path(folder, "report.json")
-        result = subprocess.run([*command, "--report", str(report)], capture_output=True, text=True, errors="replace")
+        # After "--" a path is no option, whatever its first letter.
+        command = [program, *options, "--report", str(report), "--", os.fspath(source), os.fspath(target)]
+        result = subprocess.run(command, capture_output=True, text=True, errors="replace")
         if result.returncode != 0:
             raise Error(result.stderr.strip() or f"{CONVERTER} ended with status {result.returncode}")
         content: dict[str, Any] = json.loads(report.read_text())

@@ -8,7 +8,7 @@ import numpy
 from numpy.typing import NDArray
 
 from . import _nolk
-from ._source import Model, errors_name, read, require_batch, require_limit, require_string
+from ._source import Model, errors_name, read, require_batch, require_bool, require_limit, require_string
 
 Array = NDArray[numpy.float32]
 
@@ -38,7 +38,9 @@ class Network:
     whose results are cut off. A network that mixes samples, see `mixes_samples`, takes exactly one batch.
 
     Python's global lock is released while the network runs. Only one thread may use a network at a time: a second call
-    raises `Error`. A network that was loaded with ``shared=True`` may be called from many threads.
+    raises `Error`. A network that was loaded with ``shared=True`` may be called from many threads. Ctrl-C and other
+    signals are handled between two batches, so in the main thread they interrupt a call of many samples. A thread that
+    is in a call when Python ends stays in it until the process ends.
     """
 
     def __init__(self, network: _nolk.Network) -> None:
@@ -62,7 +64,7 @@ class Network:
         Raises
         ------
         TypeError
-            For a wrong number of arrays, and for anything but numpy arrays of float32.
+            For a wrong number of arrays, and for anything but numpy arrays of float32 without a mask.
         ValueError
             For a wrong shape or an array that is not C-contiguous.
         Error
@@ -170,7 +172,8 @@ def load(
     Parameters
     ----------
     model : str, os.PathLike, bytes, bytearray or memoryview
-        The path of a model file, or its bytes, which are not needed afterwards.
+        The path of a model file, or its bytes. These are read twice, so they must not change before `load` returns;
+        they are not needed afterwards.
     batch : int
         The number of samples that one run of the network computes. Memory grows with it.
     implementation : str, optional
@@ -200,12 +203,11 @@ def load(
     batch = require_batch(batch)
     if implementation is not None:
         require_string("implementation", implementation)
-    if not isinstance(shared, (bool, numpy.bool_)):
-        raise TypeError(f"shared: expected a bool, got {type(shared).__name__}")
+    shared = require_bool("shared", shared)
     limits = require_limit("memory_bytes", memory_bytes), require_limit("multiply_adds", multiply_adds)
     data = read(model)
     with errors_name(model):
-        return Network(_nolk.Network(data, batch, implementation, bool(shared), *limits))
+        return Network(_nolk.Network(data, batch, implementation, shared, *limits))
 
 
 def has_implementation(name: str) -> bool:

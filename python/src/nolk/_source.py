@@ -6,6 +6,9 @@ from collections.abc import Iterator
 from contextlib import contextmanager
 from pathlib import Path
 
+import numpy
+
+from . import _nolk
 from ._nolk import Error
 
 Buffer = bytes | bytearray | memoryview
@@ -58,6 +61,25 @@ def require_limit(name: str, value: object) -> int | None:
 
 
 def require_string(name: str, value: object) -> str:
+    """The value of an argument, if it is text that UTF-8 can hold and that C reads to its end."""
     if not isinstance(value, str):
         raise TypeError(f"{name}: expected a string, got {type(value).__name__}")
+    if "\0" in value or any("\ud800" <= character <= "\udfff" for character in value):
+        raise ValueError(f"{name}: expected text without null characters and surrogates, got {value!r}")
     return value
+
+
+def require_bool(name: str, value: object) -> bool:
+    """The value of an argument, if it is true or false; numpy's are, too."""
+    if not isinstance(value, (bool, numpy.bool_)):
+        raise TypeError(f"{name}: expected a bool, got {type(value).__name__}")
+    return bool(value)
+
+
+def require_implementation(value: object) -> str | None:
+    """The name of an implementation with its settings, if it can be loaded; None for the default."""
+    if value is None:
+        return None
+    implementation = require_string("implementation", value)
+    _nolk.require_implementation(implementation)
+    return implementation

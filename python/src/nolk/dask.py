@@ -34,7 +34,8 @@ class _LoadedModel:
         self._lock = threading.Lock()
 
     def run(self, blocks: list[Array]) -> Array | tuple[Array, ...]:
-        arrays = [numpy.ascontiguousarray(block) for block in blocks]
+        # Blocks of another process may lie anywhere within a message.
+        arrays = [numpy.require(block, requirements=["C", "A"]) for block in blocks]
         with self._lock:
             return self._network(*arrays)
 
