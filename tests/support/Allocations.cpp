@@ -59,9 +59,8 @@ void* operator new(std::size_t size) {
 }
 void* operator new[](std::size_t size) { return operator new(size); }
 void* operator new(std::size_t size, std::align_val_t alignment) {
-    const auto bytes = static_cast<std::size_t>(alignment);
-    void* const block =
-        mayAllocate() ? counted(std::aligned_alloc(bytes, (size + bytes - 1) / bytes * bytes)) : nullptr;
+    const auto step = static_cast<std::size_t>(alignment);
+    void* const block = mayAllocate() ? counted(std::aligned_alloc(step, (size + step - 1) / step * step)) : nullptr;
     if (!block) throw std::bad_alloc();
     return block;
 }
