@@ -344,8 +344,8 @@ TEST(ConvertFolding, TakesAWholeChainIntoTheConvolution) {
 // A limit that a norm may well be below is not left out, and sums of millions of elements keep their digits.
 TEST(ConvertNumbers, AreThoseOfTheGraph) {
     const char* const kGraphs[] = {
-        "(float[N,2,6,4] x) => (float[N,2,6,4] y) <float f = {1e-5}, int64[4] s = {1,2,6,4}>"
-        "{ t = Mul(x, f) n = ReduceL2<axes=[1], keepdims=1>(t) c = Clip(n, f) e = Expand(c, s) y = Div(t, e) }",
+        ("(float[N,2,6,4] x) => (float[N,2,6,4] y) <float f = {1e-5}, int64[4] s = {1,2,6,4}>"
+         "{ t = Mul(x, f) n = ReduceL2<axes=[1], keepdims=1>(t) c = Clip(n, f) e = Expand(c, s) y = Div(t, e) }"),
         "(float[N,1,2000,2000] x) => (float[N,1,1,1] y) { y = GlobalAveragePool(x) }",
         "(float[N,3000000] x) => (float[N,1] y) <int64[1] a = {1}> { y = ReduceSum(x, a) }",
         "(float[N,100000,3] x) => (float[N,1,3] y) { y = ReduceMean<axes=[1]>(x) }",
