@@ -131,6 +131,24 @@ InputDims withBatch(const Model& model, InputDims inputs, std::int64_t batch) {
     return inputs;
 }
 
+// Whether the model leaves the batch of an input free, or says nothing of it.
+bool hasFreeBatch(const Model& model, const InputDims& given) {
+    for (const ModelInput& input : inputsOf(model)) {
+        if (!input.hasShape) return true;
+        for (std::size_t axis = 0; axis < input.dims.size(); ++axis)
+            if (input.dims[axis] < 0 && isBatch(input, given.at(input.name), axis)) return true;
+    }
+    return false;
+}
+
+InputDims withSingleBatch(InputDims inputs) {
+    for (auto& [name, dims] : inputs) dims[0] = 1;
+    return inputs;
+}
+
+// Results for other batches show what follows the batch. The last is a prime that hardly any model compares with.
+constexpr std::int64_t kBatchesToTry[] = {1, 2, 3, 997};
+
 // Which axis of a tensor follows the batch.
 struct BatchAxis {
     bool isKnown = false;
@@ -260,8 +278,7 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims given = givenDims(model, options);
     const std::int64_t batch = fixedBatch(model, given);
     if (batch <= 1 || options.keepsBatch) return planFor(model, given);
-    InputDims single = given;
-    for (auto& [name, dims] : single) dims[0] = 1;
+    const InputDims single = withSingleBatch(given);
     try {
         Plan plan = planFor(model, single);
         plan.hasFreedBatch = true;
@@ -373,7 +390,15 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
 
 }  // namespace
 
-void takeBranches(Model& model, const ConvertOptions& options) { takeBranches(model, givenDims(model, options)); }
+void takeBranches(Model& model, const ConvertOptions& options) {
+    const InputDims given = givenDims(model, options);
+    std::vector<InputDims> shapes{given};
+    if (hasFreeBatch(model, given)) {
+        const InputDims single = fixedBatch(model, given) > 1 ? withSingleBatch(given) : given;
+        for (const std::int64_t batch : kBatchesToTry) shapes.push_back(withBatch(model, single, batch));
+    }
+    takeBranches(model, shapes);
+}
 
 Conversion convertModel(const Model& model, const ConvertOptions& options) {
     return converted(model, options, planFor(model, options));

@@ -107,7 +107,9 @@ private:
                        "store the result in the file instead of computing it");
             return;
         }
-        if (!function || !(domain.empty() || domain == "ai.onnx")) {
+        if (node.type() == "If" && !node.inputs.empty() && graph_.known(node.inputs[0])) {
+            refuse(node, "takes another branch for another batch", "export with a fixed batch of 1");
+        } else if (!function || !(domain.empty() || domain == "ai.onnx")) {
             const bool isForeign = !domain.empty() && domain != "ai.onnx";
             if (isForeign)
                 refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
