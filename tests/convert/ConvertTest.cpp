@@ -224,6 +224,15 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"SeveralInputsAndOutputs",
              "(float[N,4] x, float[N,4] b) => (float[N,4] y, float[N,4] z)"
              "{ y = Sub(x, b) z = Mul(y, x) }"},
+        Case{"BatchThatLooksLikeChannels",
+             "(float[1,3,4,4] x, float[1,4,4] z) => (float[1,3,4,4] y) { y = Mul(x, z) }"},
+        Case{"ConstantsForEachSample",
+             "(float[N,3,4] x) => (float[N,3,4] y) <int64[2] r = {3,4}, int64 z = {0}, int64[1] a = {0}, "
+             "float[1,1,4] w = {0}>"
+             "{ s = Shape(x) n = Gather(s, z) u = Unsqueeze(n, a) t = Concat<axis=0>(u, r) e = Expand(w, t) "
+             "y = Add(x, e) }"},
+        Case{"NodesThatNoOutputNeeds",
+             "(float[N,3,4] x) => (float[N,3,4] y) { y = Relu(x) d = NonMaxSuppression(x, x) e = Reshape(x, d) }"},
         Case{"DropoutAndIdentity", "(float[N,4] x) => (float[N,4] y) { a = Dropout(x) y = Identity(a) }"}));
 
 INSTANTIATE_TEST_SUITE_P(

@@ -102,6 +102,14 @@ TEST(Refusal, NamesNodesThatDependOnTheBatch) {
          "{ s = Shape(x) n = Gather(s, z) c = Equal(n, one) y = If<then_branch = t () => (float[N,3] r) "
          "{ r = Relu(x) }, else_branch = e () => (float[N,3] r) { r = Neg(x) }>(c) }",
          "If: takes another branch for another batch"},
+        {"(float[N,3] x) => (float[N,3] y) <int64 z = {0}>"
+         "{ s = Shape(x) n = Gather(s, z) f = Cast<to=1>(n) m = Mul(x, f) y = Relu(m) }",
+         "Mul: the values of 'f' change with the batch"},
+        {"(float[N,3] x) => (float[N,3] y) <int64 z = {0}, int64 two = {2}, float a = {10}, float b = {1}>"
+         "{ s = Shape(x) n = Gather(s, z) c = Greater(n, two) k = Where(c, a, b) y = Mul(x, k) }",
+         "Mul: the values of 'k' change with the batch"},
+        {"(float[N,3] x) => (float[N,3] y, int64[2] s) { y = Relu(x) s = Shape(x) }",
+         "output: the values of 's' change with the batch"},
     };
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.graph);

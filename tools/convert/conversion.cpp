@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "convert/batchValues.h"
 #include "convert/evaluate/evaluateGraph.h"
 #include "convert/graph/GraphEditor.h"
 #include "convert/graph/branches.h"
@@ -81,6 +82,7 @@ Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
 InputDims givenDims(const Model& model, const ConvertOptions& options) {
     const std::vector<ModelInput> inputs = inputsOf(model);
     if (inputs.empty()) throw OnnxError("the model has no input");
+    if (model.graph().output_size() == 0) throw OnnxError("the model has no output");
     checkGivenShapes(inputs, options);
     InputDims result;
     std::string missing;  // of all inputs, so that one more try is enough
@@ -146,8 +148,8 @@ InputDims withSingleBatch(InputDims inputs) {
     return inputs;
 }
 
-// Results for other batches show what follows the batch. The last is a prime that hardly any model compares with.
-constexpr std::int64_t kBatchesToTry[] = {1, 2, 3, 997};
+// Results for other batches show what follows the batch. Hardly any model compares with the large one.
+constexpr std::int64_t kSmallBatch = 2, kLargeBatch = 997;
 
 // Which axis of a tensor follows the batch.
 struct BatchAxis {
@@ -156,9 +158,9 @@ struct BatchAxis {
 };
 
 // Shapes for another batch, by name; nothing where the model does not take it.
-std::map<std::string, Value> shapesFor(const Model& model, const InputDims& inputs) {
+std::map<std::string, Value> shapesFor(const Model& model, const InputDims& inputs, std::int64_t batch) {
     try {
-        return evaluateGraphShapes(model, inputs);
+        return evaluateGraphShapes(model, withBatch(model, inputs, batch));
     } catch (const OnnxError&) {
         return {};
     }
@@ -225,15 +227,14 @@ struct Batches {
     bool isClean = true;          // every tensor has one axis that follows the batch, and no node mixes samples
 };
 
-// Compares the extents with those for `probe` times the batch.
-Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs, std::int64_t probe) {
-    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, probe));
+// Compares the extents with `more`, those for another batch.
+Batches batchesOf(const Graph& graph, const std::map<std::string, Value>& more, std::int64_t batch) {
     Batches batches;
     batches.axes.resize(graph.tensors.size());
     const auto note = [&](int tensor) {
         if (tensor < 0) return;
         const auto at = static_cast<std::size_t>(tensor);
-        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, probe);
+        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, batch);
         batches.isClean = batches.isClean && batches.axes[at].isKnown;
     };
     for (const int input : graph.inputs) note(input);
@@ -263,12 +264,39 @@ struct Plan {
     Graph graph;
     Batches batches;
     bool hasFreedBatch = false;
+    std::vector<Finding> findings;  // nodes that use values which change with the batch
 };
 
+// A batch that no extent of the graph equals or divides: an equal one could be broadcast against it. A small one, for
+// tensors of a large batch exceed what is evaluated.
+std::int64_t unusedBatch(const Graph& graph) {
+    std::set<std::int64_t> used;
+    for (const GraphTensor& tensor : graph.tensors) used.insert(tensor.dims.begin(), tensor.dims.end());
+    std::int64_t batch = 3;
+    while (
+        std::any_of(used.begin(), used.end(), [&](std::int64_t extent) { return extent > 1 && batch % extent == 0; }))
+        batch += 2;
+    return batch;
+}
+
 Plan planFor(const Model& model, const InputDims& inputs) {
-    constexpr std::int64_t kProbe = 3;
-    Plan plan{inputs, graphOf(model, inputs), {}, false};
-    plan.batches = batchesOf(model, plan.graph, inputs, kProbe);
+    Plan plan{inputs, graphOf(model, inputs), {}, false, {}};
+    std::set<std::string> found;
+    const auto compare = [&](const std::map<std::string, Value>& more, std::int64_t batch) {
+        for (Finding& use : usesOfBatchValues(plan.graph, more, batch))
+            if (found.insert(use.node).second) plan.findings.push_back(std::move(use));
+    };
+    const std::int64_t unused = unusedBatch(plan.graph);
+    const std::map<std::string, Value> more = shapesFor(model, inputs, unused);
+    plan.batches = batchesOf(plan.graph, more, unused);
+    compare(more, unused);
+    compare(shapesFor(model, inputs, kLargeBatch), kLargeBatch);
+    const std::map<std::string, Value> two = shapesFor(model, inputs, kSmallBatch);
+    compare(two, kSmallBatch);
+    // What is computed from a batch that the file leaves free stands in the way; from a fixed one it is a constant.
+    const bool isFree = hasFreeBatch(model, inputs);
+    plan.batches.isClean = plan.batches.isClean && !two.empty() && (isFree || plan.findings.empty());
+    if (!isFree) plan.findings.clear();
     return plan;
 }
 
@@ -286,7 +314,9 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
             return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
         });
         // Extents for the file's own batch show what is cut or padded to a fixed length.
-        if (plan.batches.isClean && allHaveIt && batchesOf(model, plan.graph, single, batch).isClean) return plan;
+        if (plan.batches.isClean && plan.findings.empty() && allHaveIt &&
+            batchesOf(plan.graph, shapesFor(model, single, batch), batch).isClean)
+            return plan;
     } catch (const OnnxError&) {
         // The graph takes its own batch only.
     }
@@ -376,7 +406,8 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
     conversion.hasFreedBatch = plan.hasFreedBatch;
     conversion.remarks = model.remarks;
-    conversion.findings = lowered.findings;
+    conversion.findings = plan.findings;
+    conversion.findings.insert(conversion.findings.end(), lowered.findings.begin(), lowered.findings.end());
     conversion.unseenNodes = lowered.unseenNodes;
     if (conversion.findings.empty()) addRemarks(model, plan, conversion);
     conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
@@ -395,7 +426,8 @@ void takeBranches(Model& model, const ConvertOptions& options) {
     std::vector<InputDims> shapes{given};
     if (hasFreeBatch(model, given)) {
         const InputDims single = fixedBatch(model, given) > 1 ? withSingleBatch(given) : given;
-        for (const std::int64_t batch : kBatchesToTry) shapes.push_back(withBatch(model, single, batch));
+        for (const std::int64_t batch : {std::int64_t{1}, kSmallBatch, std::int64_t{3}, kLargeBatch})
+            shapes.push_back(withBatch(model, single, batch));
     }
     takeBranches(model, shapes);
 }

@@ -154,6 +154,13 @@ const Array* Graph::known(int tensor) const {
     return tensor < 0 ? nullptr : tensors[static_cast<std::size_t>(tensor)].known.get();
 }
 
+std::string Graph::nameOf(const Node& node) const {
+    if (!node.proto.name().empty()) return node.proto.name();
+    for (const int output : node.outputs)
+        if (output >= 0) return nameOf(output);
+    return "";
+}
+
 int Graph::add(GraphTensor tensor) {
     tensors.push_back(std::move(tensor));
     return static_cast<int>(tensors.size()) - 1;

@@ -47,6 +47,8 @@ struct Graph {
 
     const Dims& dimsOf(int tensor) const { return tensors[static_cast<std::size_t>(tensor)].dims; }
     const Array* known(int tensor) const;  // null when tensor is -1, too
+    const std::string& nameOf(int tensor) const { return tensors[static_cast<std::size_t>(tensor)].name; }
+    std::string nameOf(const Node& node) const;  // the node's own, or that of the tensor that it makes
     int add(GraphTensor tensor);
 };
 
