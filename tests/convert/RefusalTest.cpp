@@ -48,6 +48,9 @@ TEST(Refusal, SaysWhy) {
         {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {9000,9000}>"
          "{ a = ConstantOfShape(s) b = ReduceMax<keepdims=0>(a) y = Add(x, b) }",
          "ConstantOfShape: makes [9000, 9000] of constants, which is too large to be computed in advance"},
+        {"(float[1,3] x) => (float[1,3] y) <float b = {0}, float e = {1e9}, float d = {1}>"
+         "{ r = Range(b, e, d) m = ReduceMax<keepdims=0>(r) y = Add(x, m) }",
+         "Range: range of too many elements"},
         {"(float[1,3] x) => (float[1,3] y) { a, b = Relu(x) y = Add(a, b) }",
          "Relu: output 1 is used, which is not converted"},
         {"(float[1,2,4,4] x) => (float[1,2,2,2] y) { a, b = MaxPool<kernel_shape=[2,2], strides=[2,2]>(x) "

@@ -22,21 +22,25 @@ using InputDims = std::map<std::string, Dims>;
 // Results of the networks of scripts/zoo change by up to 2.5 % of an output's largest value.
 constexpr double kLossyTolerance = 0.1;
 
-bool isCalledBatch(const ModelInput& input, std::size_t axis) {
-    const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
-    return name == "N" || name == "n" || name.rfind("batch", 0) == 0;
+// The axis whose free extent is called like a batch, by the clearest of the names; -1 where none is.
+int axisCalledBatch(const ModelInput& input) {
+    const auto isBatchName = [](const std::string& name) { return name.rfind("batch", 0) == 0; };
+    const auto isB = [](const std::string& name) { return name == "B" || name == "b" || name == "bs"; };
+    const auto isN = [](const std::string& name) { return name == "N" || name == "n"; };
+    const std::vector<std::string>& names = input.parameters;
+    for (const auto& found :
+         {std::find_if(names.begin(), names.end(), isBatchName), std::find_if(names.begin(), names.end(), isB),
+          std::find_if(names.begin(), names.end(), isN)})
+        if (found != names.end()) return static_cast<int>(found - names.begin());
+    return -1;
 }
 
-// Whether a free extent is the batch's: the first unless only another one is called so, one that is called so, or the
-// second of a sequence [t, n, d] whose length is fixed. dims: the input's extents as far as they are known.
+// Whether a free extent is the batch's: one that is called so, or the first, or the second of a sequence [t, n, d]
+// whose length is fixed. dims: the input's extents as far as they are known.
 bool isBatch(const ModelInput& input, const Dims& dims, std::size_t axis) {
-    if (isCalledBatch(input, axis)) return true;
-    if (axis == 0) {
-        for (std::size_t other = 1; other < input.dims.size(); ++other)
-            if (input.dims[other] < 0 && isCalledBatch(input, other)) return false;
-        return true;
-    }
-    return axis == 1 && dims.size() == 3 && dims[0] > 1 && !isCalledBatch(input, 0);
+    const int called = axisCalledBatch(input);
+    if (called >= 0) return axis == static_cast<std::size_t>(called);
+    return axis == 0 || (axis == 1 && dims.size() == 3 && dims[0] > 1);
 }
 
 // "image=1,3,N,N"
@@ -225,6 +229,7 @@ bool worksAlong(const Graph& graph, const Node& node, int axis) {
 struct Batches {
     std::vector<BatchAxis> axes;  // for each of the graph's tensors
     bool isClean = true;          // every tensor has one axis that follows the batch, and no node mixes samples
+    std::string mixing;           // the first node that does; empty where none does
 };
 
 // Compares the extents with `more`, those for another batch.
@@ -242,7 +247,9 @@ Batches batchesOf(const Graph& graph, const std::map<std::string, Value>& more, 
         for (const int output : node.outputs) note(output);
         const int x = node.inputs.empty() ? -1 : node.inputs[0];
         if (x < 0 || !batches.axes[static_cast<std::size_t>(x)].isKnown) continue;
-        if (worksAlong(graph, node, batches.axes[static_cast<std::size_t>(x)].axis)) batches.isClean = false;
+        if (!worksAlong(graph, node, batches.axes[static_cast<std::size_t>(x)].axis)) continue;
+        batches.isClean = false;
+        if (batches.mixing.empty()) batches.mixing = inQuotes(graph.nameOf(node)) + " (" + node.type() + ")";
     }
     return batches;
 }
@@ -300,12 +307,32 @@ Plan planFor(const Model& model, const InputDims& inputs) {
     return plan;
 }
 
+// A free extent that nobody calls a batch is none where a node works along it.
+void checkBatchIsNoLength(const Model& model, const ConvertOptions& options, const Plan& plan) {
+    if (plan.batches.mixing.empty()) return;
+    for (const ModelInput& input : inputsOf(model)) {
+        if (options.shapes.count(input.name) != 0 || axisCalledBatch(input) >= 0) continue;
+        Dims dims = plan.inputs.at(input.name);
+        for (std::size_t axis = 0; axis < dims.size(); ++axis) {
+            if (input.dims[axis] >= 0 || !isBatch(input, dims, axis)) continue;
+            dims[axis] = -1;
+            throw OnnxError("node " + plan.batches.mixing + " works along the free extent of input " +
+                            inQuotes(input.name) + ", which is no batch: fix it by " + shapeArgument(input, dims) +
+                            ", with numbers for N");
+        }
+    }
+}
+
 // A batch that the file fixes is taken for a free one where every tensor follows it; otherwise the whole of it is one
 // sample.
 Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims given = givenDims(model, options);
     const std::int64_t batch = fixedBatch(model, given);
-    if (batch <= 1 || options.keepsBatch) return planFor(model, given);
+    if (batch <= 1 || options.keepsBatch) {
+        Plan plan = planFor(model, given);
+        checkBatchIsNoLength(model, options, plan);
+        return plan;
+    }
     const InputDims single = withSingleBatch(given);
     try {
         Plan plan = planFor(model, single);

@@ -29,10 +29,11 @@ struct GraphTensor {
 };
 
 struct Node {
-    onnx::NodeProto proto;     // operator, name and attributes; its inputs and outputs are not used
-    std::vector<int> inputs;   // places in Graph::tensors; -1 where an optional one is left out
-    std::vector<int> outputs;  // likewise
-    std::string error;         // why its shapes cannot be evaluated, without the node; empty when they can
+    onnx::NodeProto proto;        // operator, name and attributes; its inputs and outputs are not used
+    std::vector<int> inputs;      // places in Graph::tensors; -1 where an optional one is left out
+    std::vector<int> outputs;     // likewise
+    std::string error;            // why its shapes cannot be evaluated, without the node; empty when they can
+    bool isKnownOperator = true;  // false where that is because nobody here knows the operator
 
     const std::string& type() const { return proto.op_type(); }
 };

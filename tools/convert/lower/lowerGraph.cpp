@@ -103,14 +103,12 @@ private:
         }
         if (node.type() == "If" && !node.inputs.empty() && graph_.known(node.inputs[0])) {
             refuse(node, "takes another branch for another batch", "export with a fixed batch of 1");
-        } else if (!function || !(domain.empty() || domain == "ai.onnx")) {
-            const bool isForeign = !domain.empty() && domain != "ai.onnx";
-            if (isForeign)
-                refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
-            else
-                refuse(node, "no operation of nolk's does this" + inputShapes(node), "");
-        } else if (!node.error.empty()) {
+        } else if (!domain.empty() && domain != "ai.onnx") {
+            refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
+        } else if (!node.error.empty() && (function || node.isKnownOperator)) {
             refuse(node, node.error, adviceForShapes(node.type()));
+        } else if (!function) {
+            refuse(node, "no operation of nolk's does this" + inputShapes(node), "");
         } else if (!isReady(node)) {
             ++lowered_.unseenNodes;
             endAt(node);

@@ -23,7 +23,8 @@ struct Model {
     std::filesystem::path folder;  // where external data is looked for
     int opset = 0;                 // of the default domain
     std::map<std::string, Array> initializers;
-    std::vector<std::string> remarks;  // "62 tensors of float16 become float32"
+    std::vector<std::filesystem::path> externalFiles;  // that it was read from besides the model's own
+    std::vector<std::string> remarks;                  // "62 tensors of float16 become float32"
 
     const onnx::GraphProto& graph() const { return proto.graph(); }
 };
