@@ -112,6 +112,7 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
         {{in, out, "--shape", shape, "--check-input", "x.npy", "y.npy"}, 1, "x.npy: cannot be opened"},
         {{in, in}, 2, "is the ONNX file itself"},
         {{in, out, "--report", out}, 2, "is one of the other two files"},
+        {{in, out, "--report", "x.npy", "--check-input", "x=x.npy"}, 2, "would overwrite what is read as x=x.npy"},
         {{in, path("no/net.cm")}, 1, "net.cm: cannot be written: No such file or directory"},
         {{in, folder_.string()}, 1, ": cannot be written: Is a directory"},
         {{in, out}, 1, "--shape x=1,3,N,5"},
@@ -123,6 +124,21 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
     }
     EXPECT_EQ(filesInFolder(), 1U);
     EXPECT_EQ(run({in, out, "--shape", shape}), 0) << errors_;
+}
+
+TEST_F(ConvertCommand, LeavesTheModelsWeightsAlone) {
+    onnx::ModelProto proto = protoOfText("(float[N,2] x) => (float[N,2] y) <float[2] w = {1,2}> { y = Mul(x, w) }");
+    onnx::TensorProto& weights = *proto.mutable_graph()->mutable_initializer(0);
+    weights.clear_float_data();
+    weights.set_data_location(onnx::TensorProto::EXTERNAL);
+    auto& location = *weights.add_external_data();
+    location.set_key("location");
+    location.set_value("w.bin");
+    const std::string in = write("net.onnx", proto.SerializeAsString()), bytes = "12345678";
+    write("w.bin", bytes);
+    EXPECT_EQ(run({in, path("w.bin")}), 2);
+    EXPECT_NE(errors_.find("would overwrite what is read as the model's weights"), std::string::npos) << errors_;
+    EXPECT_EQ(read("w.bin"), bytes);
 }
 
 // The Reshape mixes samples without a trace in the extents.

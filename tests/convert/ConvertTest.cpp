@@ -224,6 +224,15 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"SeveralInputsAndOutputs",
              "(float[N,4] x, float[N,4] b) => (float[N,4] y, float[N,4] z)"
              "{ y = Sub(x, b) z = Mul(y, x) }"},
+        Case{"BatchThatLooksLikeChannels",
+             "(float[1,3,4,4] x, float[1,4,4] z) => (float[1,3,4,4] y) { y = Mul(x, z) }"},
+        Case{"ConstantsForEachSample",
+             "(float[N,3,4] x) => (float[N,3,4] y) <int64[2] r = {3,4}, int64 z = {0}, int64[1] a = {0}, "
+             "float[1,1,4] w = {0}>"
+             "{ s = Shape(x) n = Gather(s, z) u = Unsqueeze(n, a) t = Concat<axis=0>(u, r) e = Expand(w, t) "
+             "y = Add(x, e) }"},
+        Case{"NodesThatNoOutputNeeds",
+             "(float[N,3,4] x) => (float[N,3,4] y) { y = Relu(x) d = NonMaxSuppression(x, x) e = Reshape(x, d) }"},
         Case{"DropoutAndIdentity", "(float[N,4] x) => (float[N,4] y) { a = Dropout(x) y = Identity(a) }"}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -359,13 +368,28 @@ TEST(ConvertNumbers, AreThoseOfTheGraph) {
     }
 }
 
-TEST(ConvertBatch, IsNotTheFirstAxisWhereAnotherIsCalledSo) {
-    const convert::Model model = modelOfText("(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }");
-    try {
-        convert::convertModel(model, {});
-        FAIL() << "converted";
-    } catch (const convert::OnnxError& error) {
-        EXPECT_STREQ(error.what(), "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N");
+TEST(ConvertBatch, IsNoExtentThatMeansAnother) {
+    struct Row {
+        const char* graph;
+        const char* text;
+    };
+    const Row kRows[] = {
+        {"(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }",
+         "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N"},
+        {"(float[T,B,3] x) => (float[T,B,3] y) { y = Relu(x) }",
+         "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N"},
+        {"(float[T,1,3] x) => (float[T,1,1,2] y) <float[1,8,3] w = {0}, float[1,8,2] wr = {0}>"
+         "{ y = LSTM<hidden_size=2>(x, w, wr) }",
+         "node 'y' (LSTM) works along the free extent of input 'x', which is no batch: fix it by --shape x=N,1,3, with "
+         "numbers for N"},
+    };
+    for (const Row& row : kRows) {
+        try {
+            convert::convertModel(convert::modelOf(withWeights(protoOfText(row.graph)), {}), {});
+            ADD_FAILURE() << row.graph;
+        } catch (const convert::OnnxError& error) {
+            EXPECT_STREQ(error.what(), row.text);
+        }
     }
 }
 

@@ -387,9 +387,11 @@ TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
          "node that makes 'y' (Reshape): makes [2, 2] of [1, 3], which has another number of elements"},
         {"(float[1,1,2,2] x) => (float[1,1,1,1] y) <float[1,2,1,1] w = {1,2}> { y = Conv(x, w) }",
          "node that makes 'y' (Conv): weights of shape [1, 2, 1, 1] for an input of [1, 1, 2, 2]"},
-        {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {1048576,1048576}> { c = ConstantOfShape(s) y = Add(x, x) }",
+        {"(float[1,3] x) => (float[1,3] y, float[A,A] c) <int64[2] s = {1048576,1048576}> { c = ConstantOfShape(s) y = "
+         "Add(x, x) }",
          "node that makes 'c' (ConstantOfShape): makes [1048576, 1048576], more than 268435456 elements"},
-        {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {16384,8192}> { c = ConstantOfShape(s) y = Add(x, x) }",
+        {"(float[1,3] x) => (float[1,3] y, float[A,B] c) <int64[2] s = {16384,8192}> { c = ConstantOfShape(s) y = "
+         "Add(x, x) }",
          "node that makes 'c' (ConstantOfShape): checking needs too much memory for [16384, 8192]: "
          "leave the check out by --no-check"},
         {"(float[1,3] x) => (float[1,3] y) <int64 i = {5}> { y = Gather<axis=1>(x, i) }",
@@ -402,6 +404,7 @@ TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
          "node that makes 'y' (Add): nothing makes 'nothing'"},
         {"(float[1,3] x) => (float[1,3] y) { y = Relu(x) y = Abs(x) }",
          "node that makes 'y' (Abs): another node or input makes 'y'"},
+        {"(float[1,3] x, float[1,3] x) => (float[1,3] y) { y = Relu(x) }", "two inputs are named 'x'"},
     };
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.graph);

@@ -1,5 +1,6 @@
 // Files that the converter reads, and those that it must refuse.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -250,6 +251,8 @@ TEST_F(ReadModel, SaysWhyAFileIsNotOpened) {
     };
     EXPECT_EQ(why(folder_ / "none.onnx"), "cannot be opened: No such file or directory");
     EXPECT_EQ(why(folder_), "cannot be read: Is a directory");
+    ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), S_IRUSR | S_IWUSR), 0);
+    EXPECT_EQ(why(folder_ / "pipe"), "is no regular file");
 }
 
 }  // namespace

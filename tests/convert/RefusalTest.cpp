@@ -13,8 +13,9 @@ struct Refusal {
 
 // What stands in the way, one after the other: "type: why".
 std::vector<std::string> findingsOf(const char* graph, const convert::ConvertOptions& options = {}) {
-    const convert::Conversion made =
-        convert::convertModel(convert::modelOf(withWeights(protoOfText(graph)), {}), options);
+    convert::Model model = convert::modelOf(withWeights(protoOfText(graph)), {});
+    convert::takeBranches(model, options);
+    const convert::Conversion made = convert::convertModel(model, options);
     EXPECT_EQ(made.file.bytes.empty(), !made.findings.empty());
     std::vector<std::string> texts;
     for (const convert::Finding& finding : made.findings) texts.push_back(finding.type + ": " + finding.why);
@@ -47,6 +48,9 @@ TEST(Refusal, SaysWhy) {
         {"(float[1,3] x) => (float[1,3] y) <int64[2] s = {9000,9000}>"
          "{ a = ConstantOfShape(s) b = ReduceMax<keepdims=0>(a) y = Add(x, b) }",
          "ConstantOfShape: makes [9000, 9000] of constants, which is too large to be computed in advance"},
+        {"(float[1,3] x) => (float[1,3] y) <float b = {0}, float e = {1e9}, float d = {1}>"
+         "{ r = Range(b, e, d) m = ReduceMax<keepdims=0>(r) y = Add(x, m) }",
+         "Range: range of too many elements"},
         {"(float[1,3] x) => (float[1,3] y) { a, b = Relu(x) y = Add(a, b) }",
          "Relu: output 1 is used, which is not converted"},
         {"(float[1,2,4,4] x) => (float[1,2,2,2] y) { a, b = MaxPool<kernel_shape=[2,2], strides=[2,2]>(x) "
@@ -87,6 +91,28 @@ TEST(Refusal, SaysWhy) {
         {"(float[1,5,4] z) => (float[5,1,1,3] y, float[1,1,3] c) <float[1,12,4] w = {0}, float[1,12,3] r = {0}>"
          "{ x = Transpose<perm=[1,0,2]>(z) y, h, c = LSTM<hidden_size=3>(x, w, r) }",
          "LSTM: the output Y_c is used"},
+    };
+    for (const Refusal& refusal : kRefusals) {
+        SCOPED_TRACE(refusal.graph);
+        EXPECT_EQ(findingsOf(refusal.graph), std::vector<std::string>{refusal.text});
+    }
+}
+
+// What holds for some batches only is no result for any batch.
+TEST(Refusal, NamesNodesThatDependOnTheBatch) {
+    const Refusal kRefusals[] = {
+        {"(float[N,3] x) => (float[N,3] y) <int64 z = {0}, int64 one = {1}>"
+         "{ s = Shape(x) n = Gather(s, z) c = Equal(n, one) y = If<then_branch = t () => (float[N,3] r) "
+         "{ r = Relu(x) }, else_branch = e () => (float[N,3] r) { r = Neg(x) }>(c) }",
+         "If: takes another branch for another batch"},
+        {"(float[N,3] x) => (float[N,3] y) <int64 z = {0}>"
+         "{ s = Shape(x) n = Gather(s, z) f = Cast<to=1>(n) m = Mul(x, f) y = Relu(m) }",
+         "Mul: the values of 'f' change with the batch"},
+        {"(float[N,3] x) => (float[N,3] y) <int64 z = {0}, int64 two = {2}, float a = {10}, float b = {1}>"
+         "{ s = Shape(x) n = Gather(s, z) c = Greater(n, two) k = Where(c, a, b) y = Mul(x, k) }",
+         "Mul: the values of 'k' change with the batch"},
+        {"(float[N,3] x) => (float[N,3] y, int64[2] s) { y = Relu(x) s = Shape(x) }",
+         "output: the values of 's' change with the batch"},
     };
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.graph);

@@ -21,6 +21,12 @@ bool areSame(const std::string& a, const std::string& b) {
     return fs::absolute(a, error).lexically_normal() == fs::absolute(b, error).lexically_normal();
 }
 
+void checkIsNotWritten(const Arguments& a, const std::string& read, const std::string& what) {
+    for (const std::string& written : {a.out, a.report})
+        if (!written.empty() && areSame(read, written))
+            throw WrongUsage(written + ": would overwrite what is read as " + what + ": give it another name");
+}
+
 // NAME=1,3,320,320; a name may contain "=".
 std::pair<std::string, Dims> shapeOf(const std::string& text) {
     const std::size_t equals = text.rfind('=');
@@ -74,11 +80,20 @@ void checkPaths(const Arguments& a) {
     if (areSame(a.in, a.out)) throw WrongUsage(a.out + ": is the ONNX file itself: give OUT.cm another name");
     if (!a.report.empty() && (areSame(a.report, a.in) || areSame(a.report, a.out)))
         throw WrongUsage("--report " + a.report + ": is one of the other two files: give it another name");
+    for (const std::string& text : a.checkInputs) {
+        const std::size_t equals = text.find('=');
+        checkIsNotWritten(a, text, text);
+        if (equals != std::string::npos) checkIsNotWritten(a, text.substr(equals + 1), text);
+    }
     constexpr int kIndexedFloats = 4;  // the version of the model file that has them
     if (a.lossy && a.version < kIndexedFloats) throw WrongUsage("--lossy needs version 4 of the model file");
     if (a.noCheck && !a.checkInputs.empty()) throw WrongUsage("--check-input has no use with --no-check");
     checkWritable(a.out);
     if (!a.report.empty()) checkWritable(a.report);
+}
+
+void checkPaths(const Arguments& a, const Model& model) {
+    for (const fs::path& file : model.externalFiles) checkIsNotWritten(a, file.string(), "the model's weights");
 }
 
 ConvertOptions optionsOf(const Arguments& a) {

@@ -43,6 +43,9 @@ void addOptions(CLI::App& app, Arguments& arguments);
 // std::runtime_error, too, for a folder that is missing or read-only.
 void checkPaths(const Arguments& arguments);
 
+// The same for the files that hold the model's weights.
+void checkPaths(const Arguments& arguments, const Model& model);
+
 ConvertOptions optionsOf(const Arguments& arguments);
 
 }  // namespace convert

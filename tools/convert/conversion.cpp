@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 
+#include "convert/batchValues.h"
 #include "convert/evaluate/evaluateGraph.h"
 #include "convert/graph/GraphEditor.h"
 #include "convert/graph/branches.h"
@@ -21,21 +22,25 @@ using InputDims = std::map<std::string, Dims>;
 // Results of the networks of scripts/zoo change by up to 2.5 % of an output's largest value.
 constexpr double kLossyTolerance = 0.1;
 
-bool isCalledBatch(const ModelInput& input, std::size_t axis) {
-    const std::string name = axis < input.parameters.size() ? input.parameters[axis] : "";
-    return name == "N" || name == "n" || name.rfind("batch", 0) == 0;
+// The axis whose free extent is called like a batch, by the clearest of the names; -1 where none is.
+int axisCalledBatch(const ModelInput& input) {
+    const auto isBatchName = [](const std::string& name) { return name.rfind("batch", 0) == 0; };
+    const auto isB = [](const std::string& name) { return name == "B" || name == "b" || name == "bs"; };
+    const auto isN = [](const std::string& name) { return name == "N" || name == "n"; };
+    const std::vector<std::string>& names = input.parameters;
+    for (const auto& found :
+         {std::find_if(names.begin(), names.end(), isBatchName), std::find_if(names.begin(), names.end(), isB),
+          std::find_if(names.begin(), names.end(), isN)})
+        if (found != names.end()) return static_cast<int>(found - names.begin());
+    return -1;
 }
 
-// Whether a free extent is the batch's: the first unless only another one is called so, one that is called so, or the
-// second of a sequence [t, n, d] whose length is fixed. dims: the input's extents as far as they are known.
+// Whether a free extent is the batch's: one that is called so, or the first, or the second of a sequence [t, n, d]
+// whose length is fixed. dims: the input's extents as far as they are known.
 bool isBatch(const ModelInput& input, const Dims& dims, std::size_t axis) {
-    if (isCalledBatch(input, axis)) return true;
-    if (axis == 0) {
-        for (std::size_t other = 1; other < input.dims.size(); ++other)
-            if (input.dims[other] < 0 && isCalledBatch(input, other)) return false;
-        return true;
-    }
-    return axis == 1 && dims.size() == 3 && dims[0] > 1 && !isCalledBatch(input, 0);
+    const int called = axisCalledBatch(input);
+    if (called >= 0) return axis == static_cast<std::size_t>(called);
+    return axis == 0 || (axis == 1 && dims.size() == 3 && dims[0] > 1);
 }
 
 // "image=1,3,N,N"
@@ -81,6 +86,7 @@ Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
 InputDims givenDims(const Model& model, const ConvertOptions& options) {
     const std::vector<ModelInput> inputs = inputsOf(model);
     if (inputs.empty()) throw OnnxError("the model has no input");
+    if (model.graph().output_size() == 0) throw OnnxError("the model has no output");
     checkGivenShapes(inputs, options);
     InputDims result;
     std::string missing;  // of all inputs, so that one more try is enough
@@ -131,6 +137,24 @@ InputDims withBatch(const Model& model, InputDims inputs, std::int64_t batch) {
     return inputs;
 }
 
+// Whether the model leaves the batch of an input free, or says nothing of it.
+bool hasFreeBatch(const Model& model, const InputDims& given) {
+    for (const ModelInput& input : inputsOf(model)) {
+        if (!input.hasShape) return true;
+        for (std::size_t axis = 0; axis < input.dims.size(); ++axis)
+            if (input.dims[axis] < 0 && isBatch(input, given.at(input.name), axis)) return true;
+    }
+    return false;
+}
+
+InputDims withSingleBatch(InputDims inputs) {
+    for (auto& [name, dims] : inputs) dims[0] = 1;
+    return inputs;
+}
+
+// Results for other batches show what follows the batch. Hardly any model compares with the large one.
+constexpr std::int64_t kSmallBatch = 2, kLargeBatch = 997;
+
 // Which axis of a tensor follows the batch.
 struct BatchAxis {
     bool isKnown = false;
@@ -138,9 +162,9 @@ struct BatchAxis {
 };
 
 // Shapes for another batch, by name; nothing where the model does not take it.
-std::map<std::string, Value> shapesFor(const Model& model, const InputDims& inputs) {
+std::map<std::string, Value> shapesFor(const Model& model, const InputDims& inputs, std::int64_t batch) {
     try {
-        return evaluateGraphShapes(model, inputs);
+        return evaluateGraphShapes(model, withBatch(model, inputs, batch));
     } catch (const OnnxError&) {
         return {};
     }
@@ -205,17 +229,17 @@ bool worksAlong(const Graph& graph, const Node& node, int axis) {
 struct Batches {
     std::vector<BatchAxis> axes;  // for each of the graph's tensors
     bool isClean = true;          // every tensor has one axis that follows the batch, and no node mixes samples
+    std::string mixing;           // the first node that does; empty where none does
 };
 
-// Compares the extents with those for `probe` times the batch.
-Batches batchesOf(const Model& model, const Graph& graph, const InputDims& inputs, std::int64_t probe) {
-    const std::map<std::string, Value> more = shapesFor(model, withBatch(model, inputs, probe));
+// Compares the extents with `more`, those for another batch.
+Batches batchesOf(const Graph& graph, const std::map<std::string, Value>& more, std::int64_t batch) {
     Batches batches;
     batches.axes.resize(graph.tensors.size());
     const auto note = [&](int tensor) {
         if (tensor < 0) return;
         const auto at = static_cast<std::size_t>(tensor);
-        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, probe);
+        batches.axes[at] = batchAxisOf(graph.tensors[at].dims, more, graph.tensors[at].name, batch);
         batches.isClean = batches.isClean && batches.axes[at].isKnown;
     };
     for (const int input : graph.inputs) note(input);
@@ -223,7 +247,9 @@ Batches batchesOf(const Model& model, const Graph& graph, const InputDims& input
         for (const int output : node.outputs) note(output);
         const int x = node.inputs.empty() ? -1 : node.inputs[0];
         if (x < 0 || !batches.axes[static_cast<std::size_t>(x)].isKnown) continue;
-        if (worksAlong(graph, node, batches.axes[static_cast<std::size_t>(x)].axis)) batches.isClean = false;
+        if (!worksAlong(graph, node, batches.axes[static_cast<std::size_t>(x)].axis)) continue;
+        batches.isClean = false;
+        if (batches.mixing.empty()) batches.mixing = inQuotes(graph.nameOf(node)) + " (" + node.type() + ")";
     }
     return batches;
 }
@@ -245,13 +271,56 @@ struct Plan {
     Graph graph;
     Batches batches;
     bool hasFreedBatch = false;
+    std::vector<Finding> findings;  // nodes that use values which change with the batch
 };
 
+// A batch that no extent of the graph equals or divides: an equal one could be broadcast against it. A small one, for
+// tensors of a large batch exceed what is evaluated.
+std::int64_t unusedBatch(const Graph& graph) {
+    std::set<std::int64_t> used;
+    for (const GraphTensor& tensor : graph.tensors) used.insert(tensor.dims.begin(), tensor.dims.end());
+    std::int64_t batch = 3;
+    while (
+        std::any_of(used.begin(), used.end(), [&](std::int64_t extent) { return extent > 1 && batch % extent == 0; }))
+        batch += 2;
+    return batch;
+}
+
 Plan planFor(const Model& model, const InputDims& inputs) {
-    constexpr std::int64_t kProbe = 3;
-    Plan plan{inputs, graphOf(model, inputs), {}, false};
-    plan.batches = batchesOf(model, plan.graph, inputs, kProbe);
+    Plan plan{inputs, graphOf(model, inputs), {}, false, {}};
+    std::set<std::string> found;
+    const auto compare = [&](const std::map<std::string, Value>& more, std::int64_t batch) {
+        for (Finding& use : usesOfBatchValues(plan.graph, more, batch))
+            if (found.insert(use.node).second) plan.findings.push_back(std::move(use));
+    };
+    const std::int64_t unused = unusedBatch(plan.graph);
+    const std::map<std::string, Value> more = shapesFor(model, inputs, unused);
+    plan.batches = batchesOf(plan.graph, more, unused);
+    compare(more, unused);
+    compare(shapesFor(model, inputs, kLargeBatch), kLargeBatch);
+    const std::map<std::string, Value> two = shapesFor(model, inputs, kSmallBatch);
+    compare(two, kSmallBatch);
+    // What is computed from a batch that the file leaves free stands in the way; from a fixed one it is a constant.
+    const bool isFree = hasFreeBatch(model, inputs);
+    plan.batches.isClean = plan.batches.isClean && !two.empty() && (isFree || plan.findings.empty());
+    if (!isFree) plan.findings.clear();
     return plan;
+}
+
+// A free extent that nobody calls a batch is none where a node works along it.
+void checkBatchIsNoLength(const Model& model, const ConvertOptions& options, const Plan& plan) {
+    if (plan.batches.mixing.empty()) return;
+    for (const ModelInput& input : inputsOf(model)) {
+        if (options.shapes.count(input.name) != 0 || axisCalledBatch(input) >= 0) continue;
+        Dims dims = plan.inputs.at(input.name);
+        for (std::size_t axis = 0; axis < dims.size(); ++axis) {
+            if (input.dims[axis] >= 0 || !isBatch(input, dims, axis)) continue;
+            dims[axis] = -1;
+            throw OnnxError("node " + plan.batches.mixing + " works along the free extent of input " +
+                            inQuotes(input.name) + ", which is no batch: fix it by " + shapeArgument(input, dims) +
+                            ", with numbers for N");
+        }
+    }
 }
 
 // A batch that the file fixes is taken for a free one where every tensor follows it; otherwise the whole of it is one
@@ -259,9 +328,12 @@ Plan planFor(const Model& model, const InputDims& inputs) {
 Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims given = givenDims(model, options);
     const std::int64_t batch = fixedBatch(model, given);
-    if (batch <= 1 || options.keepsBatch) return planFor(model, given);
-    InputDims single = given;
-    for (auto& [name, dims] : single) dims[0] = 1;
+    if (batch <= 1 || options.keepsBatch) {
+        Plan plan = planFor(model, given);
+        checkBatchIsNoLength(model, options, plan);
+        return plan;
+    }
+    const InputDims single = withSingleBatch(given);
     try {
         Plan plan = planFor(model, single);
         plan.hasFreedBatch = true;
@@ -269,7 +341,9 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
             return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
         });
         // Extents for the file's own batch show what is cut or padded to a fixed length.
-        if (plan.batches.isClean && allHaveIt && batchesOf(model, plan.graph, single, batch).isClean) return plan;
+        if (plan.batches.isClean && plan.findings.empty() && allHaveIt &&
+            batchesOf(plan.graph, shapesFor(model, single, batch), batch).isClean)
+            return plan;
     } catch (const OnnxError&) {
         // The graph takes its own batch only.
     }
@@ -359,7 +433,8 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
     conversion.hasFreedBatch = plan.hasFreedBatch;
     conversion.remarks = model.remarks;
-    conversion.findings = lowered.findings;
+    conversion.findings = plan.findings;
+    conversion.findings.insert(conversion.findings.end(), lowered.findings.begin(), lowered.findings.end());
     conversion.unseenNodes = lowered.unseenNodes;
     if (conversion.findings.empty()) addRemarks(model, plan, conversion);
     conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
@@ -373,7 +448,16 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
 
 }  // namespace
 
-void takeBranches(Model& model, const ConvertOptions& options) { takeBranches(model, givenDims(model, options)); }
+void takeBranches(Model& model, const ConvertOptions& options) {
+    const InputDims given = givenDims(model, options);
+    std::vector<InputDims> shapes{given};
+    if (hasFreeBatch(model, given)) {
+        const InputDims single = fixedBatch(model, given) > 1 ? withSingleBatch(given) : given;
+        for (const std::int64_t batch : {std::int64_t{1}, kSmallBatch, std::int64_t{3}, kLargeBatch})
+            shapes.push_back(withBatch(model, single, batch));
+    }
+    takeBranches(model, shapes);
+}
 
 Conversion convertModel(const Model& model, const ConvertOptions& options) {
     return converted(model, options, planFor(model, options));

@@ -139,6 +139,7 @@ bool isGoodCheck(const CheckResult& result, const Arguments& a) {
 int convertFile(const Arguments& a) {
     const ConvertOptions options = optionsOf(a);
     Model model = readModel(a.in);
+    checkPaths(a, model);
     takeBranches(model, options);
     // A check needs the weights once more.
     Conversion conversion = a.noCheck ? convertModel(std::move(model), options) : convertModel(model, options);

@@ -134,6 +134,7 @@ private:
             return evaluateShapes(node.proto, model_.opset, pointers, work_,
                                   allKnown ? std::max(graph_.budget.left(), kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
+            node.isKnownOperator = dynamic_cast<const UnknownOperator*>(&error) == nullptr;
             const std::string name = describeNode(node.proto) + ": ";  // a reader of Node has it already
             const std::string text = error.what();
             node.error = text.rfind(name, 0) == 0 ? text.substr(name.size()) : text;
@@ -152,6 +153,13 @@ private:
 
 const Array* Graph::known(int tensor) const {
     return tensor < 0 ? nullptr : tensors[static_cast<std::size_t>(tensor)].known.get();
+}
+
+std::string Graph::nameOf(const Node& node) const {
+    if (!node.proto.name().empty()) return node.proto.name();
+    for (const int output : node.outputs)
+        if (output >= 0) return nameOf(output);
+    return "";
 }
 
 int Graph::add(GraphTensor tensor) {

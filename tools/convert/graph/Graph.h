@@ -29,10 +29,11 @@ struct GraphTensor {
 };
 
 struct Node {
-    onnx::NodeProto proto;     // operator, name and attributes; its inputs and outputs are not used
-    std::vector<int> inputs;   // places in Graph::tensors; -1 where an optional one is left out
-    std::vector<int> outputs;  // likewise
-    std::string error;         // why its shapes cannot be evaluated, without the node; empty when they can
+    onnx::NodeProto proto;        // operator, name and attributes; its inputs and outputs are not used
+    std::vector<int> inputs;      // places in Graph::tensors; -1 where an optional one is left out
+    std::vector<int> outputs;     // likewise
+    std::string error;            // why its shapes cannot be evaluated, without the node; empty when they can
+    bool isKnownOperator = true;  // false where that is because nobody here knows the operator
 
     const std::string& type() const { return proto.op_type(); }
 };
@@ -47,6 +48,8 @@ struct Graph {
 
     const Dims& dimsOf(int tensor) const { return tensors[static_cast<std::size_t>(tensor)].dims; }
     const Array* known(int tensor) const;  // null when tensor is -1, too
+    const std::string& nameOf(int tensor) const { return tensors[static_cast<std::size_t>(tensor)].name; }
+    std::string nameOf(const Node& node) const;  // the node's own, or that of the tensor that it makes
     int add(GraphTensor tensor);
 };
 

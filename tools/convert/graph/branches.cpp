@@ -42,12 +42,46 @@ const onnx::GraphProto* branchOf(const onnx::NodeProto& node, const char* name) 
 
 bool isIf(const onnx::NodeProto& node) { return node.domain().empty() && node.op_type() == "If"; }
 
+// What is known of the graph's tensors for one batch.
+struct Known {
+    std::unordered_map<std::string, Value> values;
+    Work work = kWorkInAdvance;
+
+    // The value that decides an If; null where only a run could tell.
+    const Array* conditionOf(const onnx::NodeProto& node) const {
+        const auto found = values.find(node.input(0));
+        if (found == values.end() || !found->second.known) return nullptr;
+        const Array& value = *found->second.known;
+        return value.isFloat() || value.count() != 1 ? nullptr : &value;
+    }
+
+    void addResultsOf(const onnx::NodeProto& node, int opset) {
+        std::vector<const Value*> inputs;
+        for (const std::string& name : node.input()) {
+            const auto found = values.find(name);
+            if (!name.empty() && found == values.end()) return;  // behind a node whose results are not known
+            inputs.push_back(name.empty() ? nullptr : &found->second);
+        }
+        try {
+            std::vector<Value> results = evaluateShapes(node, opset, inputs, work);
+            for (int i = 0; i < node.output_size(); ++i)
+                if (!node.output(i).empty()) values[node.output(i)] = std::move(results[static_cast<std::size_t>(i)]);
+        } catch (const OnnxError&) {
+            // Whoever converts the graph says so.
+        }
+    }
+};
+
 class BranchTaker {
 public:
-    BranchTaker(Model& model, const std::map<std::string, Dims>& inputDims) : model_(model) {
-        for (const auto& [name, array] : model.initializers) values_.emplace(name, Value::of(array));
-        for (const ModelInput& input : inputsOf(model))
-            values_[input.name] = Value{input.type, inputDims.at(input.name), nullptr};
+    BranchTaker(Model& model, const std::vector<std::map<std::string, Dims>>& inputDims) : model_(model) {
+        for (const auto& dims : inputDims) {
+            Known known;
+            for (const auto& [name, array] : model.initializers) known.values.emplace(name, Value::of(array));
+            for (const ModelInput& input : inputsOf(model))
+                known.values[input.name] = Value{input.type, dims.at(input.name), nullptr};
+            batches_.push_back(std::move(known));
+        }
     }
 
     void run() {
@@ -67,12 +101,17 @@ private:
 
     const onnx::GraphProto* takenBranch(const onnx::NodeProto& node) const {
         if (!isIf(node) || node.input_size() != 1) return nullptr;
-        const auto condition = values_.find(node.input(0));
-        if (condition == values_.end() || !condition->second.known) return nullptr;
-        const Array& value = *condition->second.known;
-        if (value.isFloat() || value.count() != 1) return nullptr;
-        const onnx::GraphProto* branch = branchOf(node, value.ints()[0] != 0 ? "then_branch" : "else_branch");
-        return branch != nullptr && branch->output_size() == node.output_size() ? branch : nullptr;
+        const Array* condition = batches_.front().conditionOf(node);
+        if (condition == nullptr) return nullptr;
+        const bool isTrue = condition->ints()[0] != 0;
+        for (const Known& other : batches_) {
+            condition = other.conditionOf(node);
+            if (condition != nullptr && (condition->ints()[0] != 0) != isTrue) return nullptr;
+        }
+        const onnx::GraphProto* branch = branchOf(node, isTrue ? "then_branch" : "else_branch");
+        if (branch == nullptr || branch->output_size() != node.output_size())
+            throw OnnxError(describeNode(node) + ": its branch has another number of results");
+        return branch;
     }
 
     // The branch's own names get the node's result in front; its results get the names of the node's.
@@ -83,7 +122,7 @@ private:
         for (auto& tensor : *taken.mutable_initializer()) {
             const std::string name = front + tensor.name();
             Array array = arrayOf(tensor, model_.folder);
-            values_[name] = Value::of(array);
+            for (Known& known : batches_) known.values[name] = Value::of(array);
             names[tensor.name()] = name;
             if (!model_.initializers.emplace(name, std::move(array)).second)
                 throw OnnxError(describeNode(node) + ": two tensors are named " + name);
@@ -106,30 +145,17 @@ private:
 
     void keep(const onnx::NodeProto& node) {
         nodes_.push_back(node);
-        std::vector<const Value*> inputs;
-        for (const std::string& name : node.input()) {
-            const auto found = values_.find(name);
-            if (!name.empty() && found == values_.end()) return;  // behind a node whose results are not known
-            inputs.push_back(name.empty() ? nullptr : &found->second);
-        }
-        try {
-            std::vector<Value> results = evaluateShapes(node, model_.opset, inputs, work_);
-            for (int i = 0; i < node.output_size(); ++i)
-                if (!node.output(i).empty()) values_[node.output(i)] = std::move(results[static_cast<std::size_t>(i)]);
-        } catch (const OnnxError&) {
-            // Whoever converts the graph says so.
-        }
+        for (Known& known : batches_) known.addResultsOf(node, model_.opset);
     }
 
     Model& model_;
-    std::unordered_map<std::string, Value> values_;
+    std::vector<Known> batches_;
     std::vector<onnx::NodeProto> nodes_;
-    Work work_ = kWorkInAdvance;
 };
 
 }  // namespace
 
-void takeBranches(Model& model, const std::map<std::string, Dims>& inputDims) {
+void takeBranches(Model& model, const std::vector<std::map<std::string, Dims>>& inputDims) {
     const auto& nodes = model.graph().node();
     if (std::any_of(nodes.begin(), nodes.end(), isIf)) BranchTaker(model, inputDims).run();
 }

@@ -75,16 +75,10 @@ private:
         return depends;
     }
 
-    std::string nameOf(const Node& node) const {
-        if (!node.proto.name().empty()) return node.proto.name();
-        for (const int output : node.outputs)
-            if (output >= 0) return graph_.tensors[static_cast<std::size_t>(output)].name;
-        return "";
-    }
-
     void refuse(const Node& node, const std::string& why, const std::string& advice) {
         endAt(node);
-        lowered_.findings.push_back({nameOf(node), node.type(), why, advice.empty() ? adviceFor(node.type()) : advice});
+        lowered_.findings.push_back(
+            {graph_.nameOf(node), node.type(), why, advice.empty() ? adviceFor(node.type()) : advice});
     }
 
     // What comes before the node shall be looked at, though no output needs it any more.
@@ -95,7 +89,7 @@ private:
     }
 
     void lowerNode(const Node& node) {
-        lowered_.program.setOrigin({nameOf(node), node.type()});
+        lowered_.program.setOrigin({graph_.nameOf(node), node.type()});
         const LowerFunction function = loweringOf(node.type());
         const std::string& domain = node.proto.domain();
         // What depends on shapes alone is computed in advance, once the nodes before it can be converted.
@@ -107,14 +101,14 @@ private:
                        "store the result in the file instead of computing it");
             return;
         }
-        if (!function || !(domain.empty() || domain == "ai.onnx")) {
-            const bool isForeign = !domain.empty() && domain != "ai.onnx";
-            if (isForeign)
-                refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
-            else
-                refuse(node, "no operation of nolk's does this" + inputShapes(node), "");
-        } else if (!node.error.empty()) {
+        if (node.type() == "If" && !node.inputs.empty() && graph_.known(node.inputs[0])) {
+            refuse(node, "takes another branch for another batch", "export with a fixed batch of 1");
+        } else if (!domain.empty() && domain != "ai.onnx") {
+            refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
+        } else if (!node.error.empty() && (function || node.isKnownOperator)) {
             refuse(node, node.error, adviceForShapes(node.type()));
+        } else if (!function) {
+            refuse(node, "no operation of nolk's does this" + inputShapes(node), "");
         } else if (!isReady(node)) {
             ++lowered_.unseenNodes;
             endAt(node);

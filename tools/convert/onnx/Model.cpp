@@ -50,6 +50,11 @@ std::string notAModel(const fs::path& path) {
 
 void parse(const fs::path& path, onnx::ModelProto& proto) {
     std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    // A pipe that nobody writes to blocks; one that the user's shell has opened does not.
+    const bool isOpened = path == "/dev/stdin" || path.parent_path() == "/dev/fd";
+    if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status) && !isOpened)
+        throw OnnxError("is no regular file");
     const std::uintmax_t size = fs::is_directory(path, error) ? 0 : fs::file_size(path, error);
     if (!error && size > INT_MAX) throw OnnxError("larger than 2 GiB: store its weights as external data");
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -141,7 +146,28 @@ void takeConstants(onnx::GraphProto& graph, const fs::path& folder, TypeCounts& 
         }
 }
 
+void addExternalFile(const TensorProto& tensor, Model& model) {
+    if (tensor.data_location() != TensorProto::EXTERNAL) return;
+    for (const auto& entry : tensor.external_data()) {
+        const fs::path path = model.folder / entry.value();
+        if (entry.key() == "location" && (model.externalFiles.empty() || model.externalFiles.back() != path))
+            model.externalFiles.push_back(path);
+    }
+}
+
+void addExternalFiles(const onnx::GraphProto& graph, Model& model) {
+    for (const TensorProto& tensor : graph.initializer()) addExternalFile(tensor, model);
+    for (const auto& node : graph.node())
+        for (const auto& attribute : node.attribute()) {
+            if (attribute.has_t()) addExternalFile(attribute.t(), model);
+            for (const TensorProto& tensor : attribute.tensors()) addExternalFile(tensor, model);
+            if (attribute.has_g()) addExternalFiles(attribute.g(), model);
+            for (const auto& inner : attribute.graphs()) addExternalFiles(inner, model);
+        }
+}
+
 void takeTensors(Model& model) {
+    addExternalFiles(model.graph(), model);
     TypeCounts converted;
     for (TensorProto& tensor : *model.proto.mutable_graph()->mutable_initializer())
         take(model, tensor, tensor.name(), converted);

@@ -23,7 +23,8 @@ struct Model {
     std::filesystem::path folder;  // where external data is looked for
     int opset = 0;                 // of the default domain
     std::map<std::string, Array> initializers;
-    std::vector<std::string> remarks;  // "62 tensors of float16 become float32"
+    std::vector<std::filesystem::path> externalFiles;  // that it was read from besides the model's own
+    std::vector<std::string> remarks;                  // "62 tensors of float16 become float32"
 
     const onnx::GraphProto& graph() const { return proto.graph(); }
 };
@@ -48,8 +49,8 @@ std::vector<ModelInput> inputsOf(const Model& model);
 // "node 'conv1' (Conv)", or for a node without a name "node that makes 'x' (Conv)".
 std::string describeNode(const onnx::NodeProto& node);
 
-// The nodes in an order in which each comes after those whose results it takes. Throws OnnxError for a cycle, for a
-// name that two nodes make, and for one that nothing makes.
+// The nodes that outputs of the graph need, in an order in which each comes after those whose results it takes. Throws
+// OnnxError for a cycle, for a name that two nodes or inputs make, and for one that nothing makes.
 std::vector<const onnx::NodeProto*> orderedNodes(const Model& model);
 
 }  // namespace convert

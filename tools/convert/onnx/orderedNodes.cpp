@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <functional>
 #include <queue>
 #include <unordered_map>
@@ -43,7 +44,11 @@ using Makers = std::unordered_map<std::string, int>;
 Makers makersOf(const Model& model) {
     Makers makers;
     for (const auto& entry : model.initializers) makers.emplace(entry.first, -1);
-    for (const auto& input : model.graph().input()) makers.emplace(input.name(), -1);
+    Names inputs;
+    for (const auto& input : model.graph().input()) {
+        if (!inputs.insert(input.name()).second) throw OnnxError("two inputs are named " + inQuotes(input.name()));
+        makers.emplace(input.name(), -1);  // an initializer may stand for it
+    }
     for (int i = 0; i < model.graph().node_size(); ++i)
         for (const std::string& name : model.graph().node(i).output())
             if (!name.empty() && !makers.emplace(name, i).second)
@@ -56,6 +61,22 @@ int makerOf(const Makers& makers, const std::string& name, const std::string& us
     const auto found = makers.find(name);
     if (found == makers.end()) throw OnnxError(user + ": nothing makes " + inQuotes(name));
     return found->second;
+}
+
+// The nodes whose results an output of the graph needs. ordered: all nodes, each behind those that it needs.
+std::vector<const onnx::NodeProto*> neededOf(const onnx::GraphProto& graph,
+                                             const std::vector<const onnx::NodeProto*>& ordered) {
+    Names needed;
+    for (const auto& output : graph.output()) needed.insert(output.name());
+    std::vector<const onnx::NodeProto*> kept;
+    for (auto node = ordered.rbegin(); node != ordered.rend(); ++node) {
+        const auto& made = (*node)->output();
+        if (std::none_of(made.begin(), made.end(), [&](const auto& name) { return needed.count(name) != 0; })) continue;
+        addTakenNames(**node, needed);
+        kept.push_back(*node);
+    }
+    std::reverse(kept.begin(), kept.end());
+    return kept;
 }
 
 }  // namespace
@@ -93,7 +114,7 @@ std::vector<const onnx::NodeProto*> orderedNodes(const Model& model) {
     }
     for (std::size_t i = 0; i < count && ordered.size() != count; ++i)
         if (missing[i] != 0) throw OnnxError(describeNode(graph.node(static_cast<int>(i))) + ": is part of a cycle");
-    return ordered;
+    return neededOf(graph, ordered);
 }
 
 }  // namespace convert
