@@ -41,7 +41,6 @@ FastView hostView(const nolk::TensorShape& shape) {
 FastRunner::FastRunner(FastGraph graph, const FastPlan& plan, const FastSettings& settings, FloatArrays& given)
     : kernels_(fastKernels()),
       arenaFloats_(plan.floats),
-      arenaLowerBound_(plan.lowerBound),
       constants_(std::move(graph.constants)),
       team_(settings.numThreads, settings.spinUs) {
 #ifdef NOLK_SEPARATE_TENSORS

@@ -1,6 +1,6 @@
 // The runner of one network on the fast back end. Any number of threads may run it at once: each run has an arena of
-// its own. The first arena is made with the runner, so that a run allocates nothing; a further one is made when more
-// runs than ever before are in progress, and kept.
+// its own. As many arenas as the settings say are made with the runner, so that a run allocates nothing; a further one
+// is made when more runs than ever before are in progress, and kept.
 #pragma once
 
 #include <nolk.h>
@@ -33,9 +33,8 @@ public:
     bool runTimed(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount,
                   std::int64_t* times) override;
 
-    // For programs that examine a network: floats of an arena, and the largest sum of floats that are needed at a time.
+    // For programs that examine a network: the floats of one arena.
     std::int64_t arenaFloats() const { return arenaFloats_; }
-    std::int64_t arenaLowerBound() const { return arenaLowerBound_; }
 
 private:
     bool compute(nolk::Tensor* inputs, int inputCount, nolk::Tensor* outputs, int outputCount, std::int64_t* times);
@@ -45,7 +44,7 @@ private:
 
     // fixed after construction
     const FastKernels& kernels_;
-    std::int64_t arenaFloats_, arenaLowerBound_;
+    std::int64_t arenaFloats_;
 #ifdef NOLK_SEPARATE_TENSORS
     std::vector<std::int64_t> gaps_;
 #endif
