@@ -160,22 +160,19 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
 
 int quotientUp(int a, int b) { return (a + b - 1) / b; }
 
-// Weights of the next blocks, which come from far: each tile asks for its part of them.
-struct Prefetch {
-    const float* first;
-    std::ptrdiff_t floats;
-    std::ptrdiff_t step;  // floats for each tap
-    const float* next;
-};
-
-// All rows and pixels of a few blocks.
-void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, Prefetch& prefetch) {
+// All rows and pixels of a few blocks. Each tile asks for its part of the weights for as many taps from `next` on,
+// which come from far and are needed afterwards; null if there are none.
+void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, const float* next) {
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
+    const std::ptrdiff_t floats = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;  // of a block
+    std::ptrdiff_t asked = 0;
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
             const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
+            const int part = quotientUp(blocks * kFastBlock * rows * pixels, call.rows * call.pixels);
+            const std::ptrdiff_t nextStep = !next ? 0 : part < kFastBlock ? part : kFastBlock;
             for (int r = row; r < row + rowsLeft; r += rows) {
                 const Corner at{call.x + r * call.xRow + pixel * call.xStep,
                                 call.weights,
@@ -183,10 +180,10 @@ void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weights
                                 call.bias,
                                 call.y + r * call.yRow + pixel * call.yStep,
                                 call.added ? call.added + r * call.addedRow + pixel * call.addedStep : nullptr,
-                                prefetch.next,
-                                prefetch.step};
-                prefetch.next += prefetch.step * call.tapCount;
-                if (prefetch.next >= prefetch.first + prefetch.floats) prefetch.next = prefetch.first;
+                                next ? next + asked / floats * weightsBlock + asked % floats : call.weights,
+                                nextStep};
+                asked += nextStep * call.tapCount;
+                if (asked >= blocks * floats) asked = 0;
                 if (call.lanes == kFastBlock)
                     tile(call, at);
                 else
@@ -198,7 +195,7 @@ void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weights
 // If the blocks have very many weights, it takes some taps at a time and keeps the sums in y: the weights then come
 // from memory all along the way, not at once for the first tile.
 void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
-    constexpr int kMostWeights = 1 << 17, kChunkWeights = 1 << 14;
+    constexpr int kMostWeights = 1 << 17, kChunkWeights = 1 << 13;
     static const float zeros[8 * kFastBlock] = {};
     const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
     const bool isLast = firstBlock + blocks == call.blocks;
@@ -209,15 +206,7 @@ void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
     const float* const weights = call.weights + firstBlock * weightsBlock;
     const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
 
-    const int places = call.rows * call.pixels, tiles = quotientUp(places, mostPixels(blocks));
-    const int part = quotientUp(blocks * kFastBlock, tiles);
-    // After the last blocks, tiles ask for weights that are near.
-    Prefetch prefetch{weights + (isLast ? 0 : blocks * weightsBlock), blocks * weightsBlock,
-                      isLast              ? 0
-                      : part < kFastBlock ? part
-                                          : kFastBlock,
-                      nullptr};
-    prefetch.next = prefetch.first;
+    const int tiles = quotientUp(call.rows * call.pixels, mostPixels(blocks));
     const bool inChunks = blocks * weightsBlock > kMostWeights && tiles >= 4 && added != some.y;
     const int chunks = inChunks ? quotientUp(call.tapCount, kChunkWeights / (blocks * kFastBlock)) : 1;
     for (int c = 0, tap = 0; c < chunks; ++c, tap += some.tapCount) {
@@ -229,7 +218,9 @@ void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
         some.added = isLastChunk ? added : nullptr;
         some.low = isLastChunk ? call.low : -__builtin_inff();
         some.high = isLastChunk ? call.high : __builtin_inff();
-        productOfBlocks(some, blocks, weightsBlock, prefetch);
+        const float* const next =
+            isLastChunk ? weights + blocks * weightsBlock : some.weights + some.tapCount * kFastBlock;
+        productOfBlocks(some, blocks, weightsBlock, isLast && isLastChunk ? nullptr : next);
     }
 }
 
