@@ -165,6 +165,7 @@ int quotientUp(int a, int b) { return (a + b - 1) / b; }
 void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, const float* next) {
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
     const std::ptrdiff_t floats = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;  // of a block
+    if (floats == 0) next = nullptr;
     std::ptrdiff_t asked = 0;
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
