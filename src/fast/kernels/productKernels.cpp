@@ -31,8 +31,8 @@ struct Corner {
     const float* bias;
     float* y;
     const float* added;
-    const float* next;        // weights that will be needed later
-    std::ptrdiff_t nextStep;  // floats of them for each tap
+    const float* next;        // weights of the first block that will be needed later
+    std::ptrdiff_t nextStep;  // floats of them for two taps
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
@@ -50,13 +50,8 @@ void productTile(const FastProduct& call, const Corner& at) {
                                     : at.bias + block * kFastBlock + lane);
     }
 
-    const float* w = at.weights;
-    const float* next = at.next;
-    const std::int32_t* const end = call.taps + call.tapCount;
-    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += at.nextStep) {
-        // With narrower registers a tap has less work to hide the prefetch behind.
-        if constexpr (kLanes == kFastBlock) __builtin_prefetch(next, 0, 2);
-        const float* const x = at.x + *tap;
+    const auto addTap = [&](std::int32_t tap, const float* w) {
+        const float* const x = at.x + tap;
         Vector weights[kWidth];
         NOLK_UNROLL
         for (int v = 0; v < kWidth; ++v) weights[v] = load(w + v / kVectors * at.weightsBlock + v % kVectors * kLanes);
@@ -67,7 +62,19 @@ void productTile(const FastProduct& call, const Corner& at) {
             NOLK_UNROLL
             for (int v = 0; v < kWidth; ++v) sum[v] = fma(factor, weights[v], sum[v]);
         }
+    };
+    const float* w = at.weights;
+    const float* next = at.next;
+    const std::int32_t* tap = call.taps;
+    const std::int32_t* const end = tap + call.tapCount;
+    // One prefetch for each tap, in turn from the first block and the second: more cost time.
+    for (; end - tap > 1; tap += 2, w += 2 * kFastBlock, next += at.nextStep) {
+        __builtin_prefetch(next, 0, 2);
+        addTap(tap[0], w);
+        if constexpr (kBlocks > 1) __builtin_prefetch(next + at.weightsBlock, 0, 2);
+        addTap(tap[1], w + kFastBlock);
     }
+    if (tap != end) addTap(*tap, w);
 
     const Vector low = broadcast(call.low), high = broadcast(call.high);
     NOLK_UNROLL
@@ -154,28 +161,25 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
 // All rows and pixels of a few blocks. Each tile asks for its part of the weights for as many taps from `next` on,
 // which come from far and are needed afterwards; null if there are none.
 void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, const float* next) {
-    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
-    const std::ptrdiff_t floats = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;  // of a block
-    if (floats == 0) next = nullptr;
-    std::ptrdiff_t asked = 0;
+    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most), places = call.rows * call.pixels;
+    const float* const end = next ? next + static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock : nullptr;
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
             const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
-            const int part = quotientUp(blocks * kFastBlock * rows * pixels, call.rows * call.pixels);
-            const std::ptrdiff_t nextStep = !next ? 0 : part < kFastBlock ? part : kFastBlock;
+            const int part = quotientUp(2 * kFastBlock * rows * pixels, places);
             for (int r = row; r < row + rowsLeft; r += rows) {
+                const std::ptrdiff_t step = next >= end ? 0 : part < kFastBlock ? part : kFastBlock;
                 const Corner at{call.x + r * call.xRow + pixel * call.xStep,
                                 call.weights,
                                 weightsBlock,
                                 call.bias,
                                 call.y + r * call.yRow + pixel * call.yStep,
                                 call.added ? call.added + r * call.addedRow + pixel * call.addedStep : nullptr,
-                                next ? next + asked / floats * weightsBlock + asked % floats : call.weights,
-                                nextStep};
-                asked += nextStep * call.tapCount;
-                if (asked >= blocks * floats) asked = 0;
+                                step ? next : call.weights,
+                                step};
+                next += step * (call.tapCount / 2);
                 if (call.lanes == kFastBlock)
                     tile(call, at);
                 else
