@@ -50,7 +50,7 @@ void productTile(const FastProduct& call, const Corner& at) {
                                     : at.bias + block * kFastBlock + lane);
     }
 
-    const auto addTap = [&](std::int32_t tap, const float* w) {
+    const auto addTap = [&](std::int32_t tap, const float* w) __attribute__((always_inline)) {
         const float* const x = at.x + tap;
         Vector weights[kWidth];
         NOLK_UNROLL
@@ -67,7 +67,7 @@ void productTile(const FastProduct& call, const Corner& at) {
     const float* next = at.next;
     const std::int32_t* tap = call.taps;
     const std::int32_t* const end = tap + call.tapCount;
-    // One prefetch for each tap, in turn from the first block and the second: more cost time.
+    // One prefetch for each tap, in turn from the first block and the second; more would cost time.
     for (; end - tap > 1; tap += 2, w += 2 * kFastBlock, next += at.nextStep) {
         __builtin_prefetch(next, 0, 2);
         addTap(tap[0], w);
