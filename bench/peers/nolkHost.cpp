@@ -6,7 +6,7 @@
 //   run N       runs it N times; microseconds of every run, without input and output of this program
 //   write PATH  writes all outputs to PATH as floats; their number
 //   memory      bytes that the process uses now, and the most it has used
-//   peak S      GFLOP/s that one core reaches for S seconds with multiply-adds in registers
+//   peak S      GFLOP/s that one core reaches in S seconds, with operands in registers and in the first cache
 // Uses libnolk alone. A failure is printed to standard error and ends the program.
 #include <nolk.h>
 
@@ -97,7 +97,8 @@ public:
         if (command == "load") return load();
         if (command == "memory") return memory();
         if (double seconds = 0; command == "peak" && arguments >> seconds) {
-            std::cout << peakRate(seconds) << std::endl;
+            const PeakRates rates = peakRates(seconds);
+            std::cout << rates.registers << ' ' << rates.firstCache << std::endl;
             return;
         }
         if (std::string path; command == "write" && arguments >> path) {

@@ -82,8 +82,8 @@ class NolkHost(Host):
         return [output["shape"] for output in self.model.info["outputs"]]
 
     def peak(self, seconds):
-        """GFLOP/s that one core reaches for so many seconds with multiply-adds in registers."""
-        return float(self.ask(f"peak {seconds}")[0])
+        """GFLOP/s that one core reaches in so many seconds, with operands in registers and in the first cache."""
+        return [float(word) for word in self.ask(f"peak {seconds}")]
 
 
 class OnnxRuntimeHost(Host):

@@ -2,12 +2,12 @@
 
     results = measure(runtimes, model, key, 15, False)     # runtimes: key -> function(model) that starts a host
     results[key].median, .load, .memory, .difference
-    measure(runtimes, model, key, 15, False, peak_host)[key].share(gflop)
+    measure(runtimes, model, key, 15, False, peak_host)[key].shares(gflop)
 
 Every host stays alive while all are measured. In a turn a host runs once untimed, because the others have emptied the
 caches, then for about TURN_SECONDS. The order changes from round to round, so that a slow moment of the machine does
-not hit one runtime alone. With a peak host, each turn is preceded by as long a time of multiply-adds that need no
-memory: what the processor sustains changes from second to second.
+not hit one runtime alone. With a peak host, each turn is preceded by as long a time of mere multiply-adds: what the
+processor sustains changes from second to second.
 """
 import dataclasses
 import math
@@ -27,15 +27,16 @@ class Result:
     memory: int = 0        # bytes that the network added to those of the program, at most
     difference: float = 0  # the largest from the reference's outputs, of their largest value
     turns: list = dataclasses.field(default_factory=list)  # the median microseconds of each
-    peaks: list = dataclasses.field(default_factory=list)  # GFLOP/s of one core before each turn
+    peaks: list = dataclasses.field(default_factory=list)  # of one core before each turn, as NolkHost.peak gives them
 
     @property
     def median(self):
         return statistics.median(self.microseconds)
 
-    def share(self, gflop):
-        """Of the peak of one core, if a run takes so many GFLOP."""
-        return statistics.median(gflop / time * 1e6 / peak for time, peak in zip(self.turns, self.peaks))
+    def shares(self, gflop):
+        """Of the two peaks of one core, if a run takes so many GFLOP."""
+        return [statistics.median(gflop / time * 1e6 / peak for time, peak in zip(self.turns, peaks))
+                for peaks in zip(*self.peaks)]
 
     @property
     def load(self):

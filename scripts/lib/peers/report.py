@@ -70,18 +70,21 @@ class Report:
     def layers(self, all_results, gflops):
         """One layer of each chain of eight, and the share of what the cores sustain."""
         columns = ["layer", "threads"] + [f"{n}, us" for n in self.names]
-        columns += [f"{n} / {self.reference}" for n in self.compared] + [f"{n}, of peak" for n in self.names]
+        columns += [f"{n} / {self.reference}" for n in self.compared]
+        columns += [f"{n}, of peak {kind}" for n in self.names for kind in ("in registers", "with loads")]
         rows = []
         for chain, results in all_results.items():
             for threads in self.threads:
                 row = [chain, str(threads)] + [f"{results[n, threads].median / 8:.1f}" for n in self.names]
                 row += [f"{ratio:.2f}" for ratio in self._ratios(results, threads)]
-                shares = [results[n, threads].share(gflops[chain]) / threads for n in self.names]
-                rows.append(row + [f"{100 * share:.0f} %" for share in shares])
-        peaks = [peak for results in all_results.values() for result in results.values() for peak in result.peaks]
+                shares = [share for n in self.names for share in results[n, threads].shares(gflops[chain])]
+                rows.append(row + [f"{100 * share / threads:.0f} %" for share in shares])
+        peaks = [rates for results in all_results.values() for result in results.values() for rates in result.peaks]
+        registers, loads = ([min(rates), max(rates)] for rates in zip(*peaks))
         return table(columns, rows) + (
-            f"\nPeak: {min(peaks):.0f} to {max(peaks):.0f} GFLOP/s of one core with multiply-adds in registers, measured "
-            "before each turn for as long.\n")
+            f"\nPeaks of one core, measured before each turn for as long: {registers[0]:.0f} to {registers[1]:.0f} "
+            f"GFLOP/s in multiply-adds of registers, {loads[0]:.0f} to {loads[1]:.0f} if they load their operands from "
+            "the first cache as a convolution does.\n")
 
 
 def version_of(program, *arguments):
