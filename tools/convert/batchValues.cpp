@@ -52,7 +52,8 @@ std::vector<Finding> usesOfBatchValues(const Graph& graph, const std::map<std::s
                                        std::int64_t batch) {
     const auto changes = [&](int tensor) {
         const Array* one = graph.known(tensor);
-        const auto found = one == nullptr ? more.end() : more.find(graph.nameOf(tensor));
+        if (one == nullptr) return false;
+        const auto found = more.find(graph.nameOf(tensor));
         return found != more.end() && found->second.known && !isSameForSamples(*one, *found->second.known, batch);
     };
     std::vector<Finding> findings;

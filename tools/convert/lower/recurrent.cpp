@@ -16,7 +16,7 @@ void checkAttributes(const NodeLowering& n, int directions) {
             if (activations->strings(i) != expected[i % 3])
                 n.refuse("the activation " + activations->strings(i), "use the usual activations");
         if (activations->strings_size() != 3 * directions && activations->strings_size() != 0)
-            n.refuse(std::to_string(activations->strings_size()) + " activations");
+            n.refuse(std::to_string(activations->strings_size()) + " activations", kAgainstOnnx);
     }
 }
 
