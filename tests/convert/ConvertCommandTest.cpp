@@ -108,6 +108,7 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
         {{in, out, "--verison", "3"}, 2, "--verison: no such option; see nolk-convert --help"},
         {{in, out, "--version", "5"}, 2, "5 is no version of a model file: expected 1, 2, 3 or 4"},
         {{in, out, "--report"}, 2, "--report: its value is missing"},
+        {{in, "--report", out}, 2, "OUT.cm is required; --report has taken"},
         {{in, out, "--lossy", "--version", "3"}, 2, "--lossy needs version 4 of the model file"},
         {{in, out, "--shape", "x"}, 2, "--shape x: expected NAME=1,3,320,320"},
         {{in, out, "--shape", shape, shape}, 2, "this input has a shape already"},

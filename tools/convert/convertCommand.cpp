@@ -191,6 +191,9 @@ int parseAndConvert(int argc, char** argv) {
         app.parse(argc, argv);
         checkPaths(arguments);
         return convertFile(arguments);
+    } catch (const CLI::RequiredError& error) {
+        const bool isFile = !arguments.report.empty();
+        return complain(error.what() + (isFile ? "; --report has taken " + arguments.report : std::string()), kUsage);
     } catch (const CLI::ArgumentMismatch& error) {
         return complain(withoutValue(error.what()), kUsage);
     } catch (const CLI::ParseError& error) {
