@@ -375,31 +375,6 @@ TEST(ConvertNumbers, AreThoseOfTheGraph) {
     }
 }
 
-TEST(ConvertBatch, IsNoExtentThatMeansAnother) {
-    struct Row {
-        const char* graph;
-        const char* text;
-    };
-    const Row kRows[] = {
-        {"(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }",
-         "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N"},
-        {"(float[T,B,3] x) => (float[T,B,3] y) { y = Relu(x) }",
-         "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N"},
-        {"(float[T,1,3] x) => (float[T,1,1,2] y) <float[1,8,3] w = {0}, float[1,8,2] wr = {0}>"
-         "{ y = LSTM<hidden_size=2>(x, w, wr) }",
-         "node 'y' (LSTM) works along the free extent of input 'x', which is no batch: fix it by --shape x=N,1,3, with "
-         "numbers for N"},
-    };
-    for (const Row& row : kRows) {
-        try {
-            convert::convertModel(convert::modelOf(withWeights(protoOfText(row.graph)), {}), {});
-            ADD_FAILURE() << row.graph;
-        } catch (const convert::OnnxError& error) {
-            EXPECT_STREQ(error.what(), row.text);
-        }
-    }
-}
-
 // Which extents of x a sample has; taking the length of a sequence for a batch would make another network.
 TEST(ConvertBatch, IsTheAxisThatTheModelMeans) {
     struct Row {

@@ -275,6 +275,14 @@ TEST(Refusal, NamesAllFaultsOfTheFileAtOnce) {
          "inputs have free extents: fix them by --shape x=1,N, with numbers for N and 1 for the batch, wherever that "
          "is"},
         {kSequence, {}, "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N"},
+        {"(float[T,batch,3] x) => (float[T,batch,3] y) { y = Relu(x) }",
+         {},
+         "inputs have free extents: fix them by --shape x=N,1,3, with numbers for N"},
+        {"(float[T,1,3] x) => (float[T,1,1,2] y) <float[1,8,3] w = {0}, float[1,8,2] wr = {0}>"
+         "{ y = LSTM<hidden_size=2>(x, w, wr) }",
+         {},
+         "node 'y' (LSTM) works along the free extent of input 'x', which is no batch: fix it by --shape x=N,1,3, with "
+         "numbers for N"},
         {"(float[1,3] x) => (float[1,3] y, float[1,3] u) { a = Add(x, b) y = Add(a, c) }",
          {},
          "node that makes 'a' (Add): nothing makes 'b'; node that makes 'y' (Add): nothing makes 'c'; output of the "
