@@ -441,9 +441,13 @@ void addHindrances(const Lowered& lowered, const ConvertOptions& options, Conver
     const char* const advice = options.version == 1
                                    ? "use --version 4, which has wider numbers, or make the network smaller"
                                    : "make the network smaller there";
-    for (const Hindrance& hindrance : lowered.program.hindrances(ends, fileOptionsOf(options)))
+    for (const Hindrance& hindrance : lowered.program.hindrances(ends, fileOptionsOf(options))) {
+        const bool isPadding = hindrance.why.find("padding") != std::string::npos;
         conversion.findings.push_back({hindrance.origin.node, hindrance.origin.type, hindrance.why,
-                                       hindrance.origin.node.empty() ? "convert the network in parts" : advice});
+                                       hindrance.origin.node.empty() ? "convert the network in parts"
+                                       : isPadding                   ? "pad by a node Pad in front instead"
+                                                                     : advice});
+    }
 }
 
 // The graph's constants are freed: what is written is in the program.
