@@ -1,5 +1,6 @@
 #include "inspect/container.h"
 
+#include <array>
 #include <climits>
 #include <cstdint>
 #include <stdexcept>
@@ -26,13 +27,21 @@ void appendHeadInfo(Bytes& file, const std::vector<nolk::HeadInfo>& entries) {
     append16(file, 0);
 }
 
-// CRC-32 as in Ethernet and zip archives, bit by bit.
-std::uint32_t crc32(const Bytes& bytes) {
-    std::uint32_t crc = 0xFFFFFFFFu;
-    for (const unsigned char byte : bytes) {
-        crc ^= byte;
-        for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ ((crc & 1u) ? 0xEDB88320u : 0u);
+// Entry i is the remainder of the byte i.
+constexpr std::array<std::uint32_t, 256> remainders() {
+    std::array<std::uint32_t, 256> table{};
+    for (std::uint32_t i = 0; i < 256; ++i) {
+        table[i] = i;
+        for (int bit = 0; bit < 8; ++bit) table[i] = (table[i] >> 1) ^ ((table[i] & 1u) ? 0xEDB88320u : 0u);
     }
+    return table;
+}
+
+// CRC-32 as in Ethernet and zip archives, byte by byte.
+std::uint32_t crc32(const Bytes& bytes) {
+    static constexpr std::array<std::uint32_t, 256> kRemainders = remainders();
+    std::uint32_t crc = 0xFFFFFFFFu;
+    for (const unsigned char byte : bytes) crc = (crc >> 8) ^ kRemainders[(crc ^ byte) & 255u];
     return ~crc;
 }
 

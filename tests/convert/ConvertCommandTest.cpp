@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <nolk_model.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -82,11 +83,11 @@ TEST_F(ConvertCommand, WritesAFileOfEveryVersion) {
 
 TEST_F(ConvertCommand, NamesEveryNodeAndLeavesTheOutputAlone) {
     const std::string in = modelFile(
-        "(float[N,3,4,5] x) => (float[N,3,4,5] y) { a = Sin(x) b = Relu(a) c = Cos(b) d = Det(x) e = Add(c, d) y = "
-        "Floor(e) }");
+        "(float[N,3,4,5] x) => (float[N,3,4,5] y) { a = Sin(x) b = Relu(a) c = Cos(b) d = Det(x) e = Conv(b, c) "
+        "f = Sum(d, e) y = Floor(f) }");
     write("net.cm", "what was there");
     EXPECT_EQ(run({in, path("net.cm")}), 1);
-    for (const char* type : {"(Sin)", "(Cos)", "(Det)", "(Floor)"})
+    for (const char* type : {"5 nodes", "(Sin)", "(Cos)", "(Det)", "(Conv)", "(Floor)"})
         EXPECT_NE(errors_.find(type), std::string::npos) << type;
     EXPECT_EQ(errors_.find("(Relu)"), std::string::npos);
     EXPECT_EQ(read("net.cm"), "what was there");
@@ -95,7 +96,8 @@ TEST_F(ConvertCommand, NamesEveryNodeAndLeavesTheOutputAlone) {
 
 TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
     const std::string in = modelFile("(float[N,3,H,5] x) => (float[N,3,H,5] y) { y = Relu(x) }");
-    const std::string out = path("net.cm"), shape = "x=1,3,4,5";
+    const std::string out = path("net.cm"), shape = "x=1,3,4,5", pipe = path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
     struct Case {
         std::vector<std::string> arguments;
         int status;
@@ -104,12 +106,16 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
     const Case kCases[] = {
         {{}, 2, "IN.onnx is required"},
         {{in, out, "--verison", "3"}, 2, "--verison: no such option; see nolk-convert --help"},
-        {{in, out, "--version", "5"}, 2, "not in range 1 to 4"},
+        {{in, out, "--version", "5"}, 2, "5 is no version of a model file: expected 1, 2, 3 or 4"},
+        {{in, out, "--report"}, 2, "--report: its value is missing"},
+        {{in, "--report", out}, 2, "OUT.cm is required; --report has taken"},
         {{in, out, "--lossy", "--version", "3"}, 2, "--lossy needs version 4 of the model file"},
         {{in, out, "--shape", "x"}, 2, "--shape x: expected NAME=1,3,320,320"},
         {{in, out, "--shape", shape, shape}, 2, "this input has a shape already"},
         {{in, out, "--check-input", "x.npy", "--no-check"}, 2, "--check-input has no use with --no-check"},
         {{in, out, "--shape", shape, "--check-input", "x.npy", "y.npy"}, 1, "x.npy: cannot be opened"},
+        {{in, out, "--shape", shape, "--check-input", pipe}, 1, "pipe: is no regular file"},
+        {{in, out, "--shape", shape, "--check-input", folder_.string()}, 1, ": cannot be read"},
         {{in, in}, 2, "is the ONNX file itself"},
         {{in, out, "--report", out}, 2, "is one of the other two files"},
         {{in, out, "--report", "x.npy", "--check-input", "x=x.npy"}, 2, "would overwrite what is read as x=x.npy"},
@@ -122,7 +128,7 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
         EXPECT_EQ(run(c.arguments), c.status) << c.text;
         EXPECT_NE(errors_.find(c.text), std::string::npos) << errors_;
     }
-    EXPECT_EQ(filesInFolder(), 1U);
+    EXPECT_EQ(filesInFolder(), 2U);
     EXPECT_EQ(run({in, out, "--shape", shape}), 0) << errors_;
 }
 
@@ -174,10 +180,41 @@ TEST_F(ConvertCommand, ChecksLossyFilesToo) {
 }
 
 TEST_F(ConvertCommand, ReportsAFileThatCannotBeRead) {
-    EXPECT_EQ(run({write("net.onnx", "no model"), path("net.cm"), "--report", path("report.json")}), 1);
-    const auto report = nlohmann::json::parse(read("report.json"));
-    EXPECT_EQ(report["converted"], false);
-    EXPECT_NE(report["error"].get<std::string>().find("not an ONNX model"), std::string::npos);
+    const std::string good = modelFile("(float[N,2] x) => (float[N,2] y) { y = Relu(x) }"), bad = write("bad", "bad");
+    const auto errorOf = [&](const std::vector<std::string>& arguments) -> std::string {
+        EXPECT_EQ(run(arguments), 1);
+        const auto report = nlohmann::json::parse(read("report.json"));
+        EXPECT_EQ(report["converted"], false);
+        return report["error"];
+    };
+    EXPECT_EQ(errorOf({bad, path("net.cm"), "--report", path("report.json")}),
+              bad + ": not an ONNX model, or cut short");
+    EXPECT_EQ(errorOf({good, path("net.cm"), "--report", path("report.json"), "--check-input", bad}),
+              "--check-input " + bad + ": not an npy file");
+}
+
+// Whatever of the model does not go into the file, or is read in another way than it says.
+TEST_F(ConvertCommand, RemarksOnWhatIsLeftOut) {
+    onnx::ModelProto proto = protoOfText("(float[4,3] x, float[4,2] u) => (float[4,3] y) { y = Relu(x) }");
+    for (int i = 0; i < 257; ++i) proto.add_metadata_props()->set_key(std::to_string(i));
+    const std::string longName(32768, 'y');
+    proto.mutable_graph()->mutable_node(0)->set_output(0, longName);
+    proto.mutable_graph()->mutable_output(0)->set_name(longName);
+    const std::string in = write("net.onnx", proto.SerializeAsString());
+    const auto remarksOf = [&](std::vector<std::string> options) -> nlohmann::json {
+        options.insert(options.begin(), {in, path("net.cm"), "--report", path("report.json")});
+        EXPECT_EQ(run(options), 0) << errors_;
+        return nlohmann::json::parse(read("report.json"))["remarks"];
+    };
+    const std::string unused = "no output depends on the values of input 'u': the file has no such input";
+    EXPECT_EQ(remarksOf({}),
+              nlohmann::json({unused, "the batch of 4 is free in the file, which takes any",
+                              "the names of outputs are left out: one has more than 32767 bytes",
+                              "1 of 257 metadata_props are left out: the file takes 256, of up to 32767 bytes"}));
+    EXPECT_EQ(remarksOf({"--version", "1", "--shape", "x=1,5", "u=1,2"}),
+              nlohmann::json({"input 'x': --shape gives [1, 5], though the model has fixed extent 0 to 4",
+                              "input 'u': --shape gives [1, 2], though the model has fixed extent 0 to 4", unused,
+                              "a file of version 1 has no place for names and metadata: they are left out"}));
 }
 
 }  // namespace

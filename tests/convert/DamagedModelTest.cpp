@@ -58,18 +58,6 @@ void expectHarmless(const onnx::ModelProto& proto) {
     }
 }
 
-TEST(DamagedModel, TheGraphsThemselvesConvert) {
-    for (const char* graph : kGraphs) {
-        SCOPED_TRACE(graph);
-        convert::Model model = convert::modelOf(withWeights(protoOfText(graph)), {});
-        convert::takeBranches(model, convert::ConvertOptions{});
-        const convert::Conversion made = convert::convertModel(model, {});
-        for (const convert::Finding& finding : made.findings) ADD_FAILURE() << finding.node << ": " << finding.why;
-        if (!made.findings.empty()) continue;
-        EXPECT_EQ(convert::check(model, made.file, convert::checkOptionsFor(model, {}, made)).failure, "");
-    }
-}
-
 TEST(DamagedModel, FlippedAndMissingBytesDoNoHarm) {
     std::mt19937 random(1);
     const auto below = [&](std::size_t limit) { return static_cast<std::size_t>(random() % limit); };

@@ -1,4 +1,6 @@
-// The evaluator against values that were computed by hand. scripts/zoo holds it against ONNX's own cases and PyTorch.
+// The evaluator against values that were computed by hand, where a definition can be misread. For plain ones the
+// conversions in ConvertTest are enough, as the lowering does them in another way; scripts/zoo holds both against
+// ONNX's own cases and PyTorch.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -73,11 +75,6 @@ INSTANTIATE_TEST_SUITE_P(
              "{ y = ConvTranspose<strides=[2], output_padding=[1]>(x, w) }",
              {1, 2},
              {1, 3, 2, 6, 0}},
-        Case{"ConvTransposeGroups",
-             "(float[1,2,1,1] x) => (float[1,4,1,1] y) <float[2,2,1,1] w = {1,2,3,4}>"
-             "{ y = ConvTranspose<group=2>(x, w) }",
-             {1, 10},
-             {1, 2, 30, 40}},
         Case{"MaxPoolCeilDropsWindowsBehindTheInput",
              "(float[1,1,1,4] x) => (float[1,1,1,2] y) { y = MaxPool<kernel_shape=[1,1], strides=[1,2], "
              "ceil_mode=1>(x) }",
@@ -106,26 +103,12 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Elements, Evaluate,
     testing::Values(
-        Case{"AddBroadcastsBothWays",
-             "(float[2,1] x) => (float[2,3] y) <float[3] w = {10,20,30}> { y = Add(x, w) }",
-             {1, 2},
-             {11, 21, 31, 12, 22, 32}},
-        Case{"PRelu",
-             "(float[1,2,2] x) => (float[1,2,2] y) <float[2,1] w = {0.5,2.0}> { y = PRelu(x, w) }",
-             {-1, 1, -1, 3},
-             {-0.5F, 1, -2, 3}},
         Case{"ClipAttribute",
              "(float[3] x) => (float[3] y) { y = Clip<min=0.0, max=1.0>(x) }",
              {-1, 0.5F, 2},
              {0, 0.5F, 1},
              9},
-        Case{"ClipInput",
-             "(float[3] x) => (float[3] y) <float high = {1}> { y = Clip(x, , high) }",
-             {-1, 0.5F, 2},
-             {-1, 0.5F, 1},
-             11},
         Case{"GeluAndErf", "(float[2] x) => (float[2] y) { y = Gelu(x) }", {1, -2}, {0.841345F, -0.0455003F}, 20},
-        Case{"HardSwish", "(float[3] x) => (float[3] y) { y = HardSwish(x) }", {-4, 1, 4}, {0, 0.666667F, 4}},
         Case{"HardSigmoidsOwnAlpha", "(float[2] x) => (float[2] y) { y = HardSigmoid(x) }", {1, 9}, {0.7F, 1}},
         Case{"Celu", "(float[2] x) => (float[2] y) { y = Celu<alpha=2.0>(x) }", {-2, 2}, {-1.264241F, 2}},
         Case{"Selu", "(float[2] x) => (float[2] y) { y = Selu(x) }", {-1, 2}, {-1.111331F, 2.101402F}},
@@ -148,54 +131,35 @@ INSTANTIATE_TEST_SUITE_P(
 
 INSTANTIATE_TEST_SUITE_P(
     Normalizations, Evaluate,
-    testing::Values(
-        Case{"SoftmaxFlattensBefore13",
-             "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
-             {0, 0, 0, 0},
-             {0.25F, 0.25F, 0.25F, 0.25F},
-             11},
-        Case{"SoftmaxAlongTheLastAxis",
-             "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
-             {0, 0, 0, 1.0986123F},
-             {0.5F, 0.5F, 0.25F, 0.75F},
-             13},
-        Case{"BatchNormalization",
-             "(float[1,2,1] x) => (float[1,2,1] y) <float[2] s = {1,2}, float[2] b = {0,5}, float[2] m = {1,1}, "
-             "float[2] v = {4,4}> { y = BatchNormalization<epsilon=0.0>(x, s, b, m, v) }",
-             {3, 5},
-             {1, 9},
-             15},
-        Case{"InstanceNormalization",
-             "(float[1,2,2] x) => (float[1,2,2] y) <float[2] s = {1,2}, float[2] b = {0,1}>"
-             "{ y = InstanceNormalization<epsilon=0.0>(x, s, b) }",
-             {1, 3, 10, 30},
-             {-1, 1, -1, 3}},
-        Case{"LayerNormalization",
-             "(float[2,2] x) => (float[2,2] y) <float[2] s = {1,2}> { y = LayerNormalization<epsilon=0.0>(x, s) }",
-             {1, 3, 10, 30},
-             {-1, 2, -1, 2}},
-        Case{"GroupNormalizationScalesGroups",
-             "(float[1,4,1] x) => (float[1,4,1] y) <float[2] s = {1,10}, float[2] b = {0,0}>"
-             "{ y = GroupNormalization<num_groups=2, epsilon=0.0>(x, s, b) }",
-             {1, 3, 5, 9},
-             {-1, 1, -10, 10},
-             18},
-        Case{"Lrn",
-             "(float[1,3] x) => (float[1,3] y) { y = LRN<size=2, alpha=2.0, beta=1.0>(x) }",
-             {1, 1, 2},
-             {0.333333F, 0.166667F, 0.4F},
-             13},
-        Case{"LpNormalizationOfZeros",
-             "(float[2,2] x) => (float[2,2] y) { y = LpNormalization(x) }",
-             {3, 4, 0, 0},
-             {0.6F, 0.8F, 0, 0}}));
+    testing::Values(Case{"SoftmaxFlattensBefore13",
+                         "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
+                         {0, 0, 0, 0},
+                         {0.25F, 0.25F, 0.25F, 0.25F},
+                         11},
+                    Case{"SoftmaxAlongTheLastAxis",
+                         "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
+                         {0, 0, 0, 1.0986123F},
+                         {0.5F, 0.5F, 0.25F, 0.75F},
+                         13},
+                    Case{"GroupNormalizationScalesGroups",
+                         "(float[1,4,1] x) => (float[1,4,1] y) <float[2] s = {1,10}, float[2] b = {0,0}>"
+                         "{ y = GroupNormalization<num_groups=2, epsilon=0.0>(x, s, b) }",
+                         {1, 3, 5, 9},
+                         {-1, 1, -10, 10},
+                         18},
+                    Case{"Lrn",
+                         "(float[1,3] x) => (float[1,3] y) { y = LRN<size=2, alpha=2.0, beta=1.0>(x) }",
+                         {1, 1, 2},
+                         {0.333333F, 0.166667F, 0.4F},
+                         13},
+                    Case{"LpNormalizationOfZeros",
+                         "(float[2,2] x) => (float[2,2] y) { y = LpNormalization(x) }",
+                         {3, 4, 0, 0},
+                         {0.6F, 0.8F, 0, 0}}));
 
 INSTANTIATE_TEST_SUITE_P(
     Shapes, Evaluate,
     testing::Values(
-        Case{"ReshapeKeepsAndInfers", "(float[2,3,2] x) => (float[2,6] y) <int64[2] s = {0,-1}> { y = Reshape(x, s) }",
-             ramp(12), ramp(12)},
-        Case{"FlattenAtTheEnd", "(float[2,3] x) => (float[6,1] y) { y = Flatten<axis=2>(x) }", ramp(6), ramp(6)},
         Case{
             "SqueezeAttribute", "(float[1,2,1] x) => (float[1,2] y) { y = Squeeze<axes=[-1]>(x) }", {1, 2}, {1, 2}, 11},
         Case{"UnsqueezeInput",
@@ -221,10 +185,6 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Places, Evaluate,
     testing::Values(
-        Case{"Transpose",
-             "(float[1,2,3] x) => (float[3,1,2] y) { y = Transpose<perm=[2,0,1]>(x) }",
-             ramp(6),
-             {0, 3, 1, 4, 2, 5}},
         Case{"SliceBackwards",
              "(float[4] x) => (float[2] y) <int64[1] a = {-1}, int64[1] e = {-5}, int64[1] k = {0}, int64[1] s = {-2}>"
              "{ y = Slice(x, a, e, k, s) }",
@@ -240,12 +200,6 @@ INSTANTIATE_TEST_SUITE_P(
              ramp(5),
              {4},
              18},
-        Case{"SplitAttribute", "(float[5] x) => (float[3] y) { a, y = Split<split=[2,3]>(x) }", ramp(5), {2, 3, 4}, 11},
-        Case{"ConcatOfAxis1", "(float[2,1] x) => (float[2,2] y) { y = Concat<axis=1>(x, x) }", {1, 2}, {1, 1, 2, 2}},
-        Case{"GatherRows",
-             "(float[3,2] x) => (float[2,2] y) <int64[2] i = {-1,0}> { y = Gather(x, i) }",
-             ramp(6),
-             {4, 5, 0, 1}},
         Case{"PadReflects",
              "(float[1,3] x) => (float[1,6] y) <int64[4] p = {0,2,0,1}> { y = Pad<mode=\"reflect\">(x, p) }",
              {1, 2, 3},
@@ -256,11 +210,6 @@ INSTANTIATE_TEST_SUITE_P(
              {2, 3, 9}},
         Case{
             "PadAttribute", "(float[2] x) => (float[3] y) { y = Pad<pads=[1,0], value=5.0>(x) }", {1, 2}, {5, 1, 2}, 9},
-        Case{"ExpandAndTile",
-             "(float[1,2] x) => (float[2,4] y) <int64[2] s = {2,1}, int64[2] r = {1,2}> { e = Expand(x, s) y = Tile(e, "
-             "r) }",
-             {1, 2},
-             {1, 2, 1, 2, 1, 2, 1, 2}},
         Case{"DepthToSpaceColumnsFirst",
              "(float[1,8,1,1] x) => (float[1,2,2,2] y) { y = DepthToSpace<blocksize=2>(x) }",
              ramp(8),
@@ -277,17 +226,6 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Sums, Evaluate,
     testing::Values(
-        Case{"GemmTransposed",
-             "(float[2,1] x) => (float[1,2] y) <float[2,2] w = {1,2,3,4}, float[2] c = {100,200}>"
-             "{ y = Gemm<transA=1, transB=1, alpha=2.0, beta=0.5>(x, w, c) }",
-             {1, 10},
-             {92, 186},
-             13},
-        Case{"EinsumOverTwoLabels",
-             "(float[2,3] x) => (float[2] y) <float[3,2] w = {1,2,3,4,5,6}>"
-             "{ y = Einsum<equation=\"ij,jk->k\">(x, w) }",
-             ramp(6),
-             {53, 68}},
         Case{"EinsumOfADiagonalBesideAnEllipsis",
              "(float[2,2,2] x) => (float[2,2] y) { y = Einsum<equation=\"...ii->...i\">(x) }",
              ramp(8),
@@ -296,21 +234,11 @@ INSTANTIATE_TEST_SUITE_P(
              "(float[2,2] x) => (float[2,1] y) <float[1,2] w = {1,10}> { y = Einsum<equation=\"ba, ca\">(x, w) }",
              ramp(4),
              {10, 32}},
-        Case{"MatMulOfAVector",
-             "(float[2] x) => (float[2,1] y) <float[2,2,1] w = {1,2,3,4}> { y = MatMul(x, w) }",
-             {1, 10},
-             {21, 43},
-             13},
         Case{"ReduceAttributeAxes",
              "(float[2,2] x) => (float[2] y) { y = ReduceMean<axes=[-1], keepdims=0>(x) }",
              {1, 2, 3, 5},
              {1.5F, 4},
              11},
-        Case{"ReduceInputAxes",
-             "(float[2,2] x) => (float[1,2] y) <int64[1] a = {0}> { y = ReduceSum(x, a) }",
-             {1, 2, 3, 5},
-             {4, 7},
-             13},
         Case{"ReduceNothing",
              "(float[2] x) => (float[2] y) { y = ReduceSum<noop_with_empty_axes=1>(x) }",
              {1, 2},
@@ -342,17 +270,6 @@ INSTANTIATE_TEST_SUITE_P(
                          {1, 2},
                          {1, 1, 2, 2},
                          10},
-                    Case{"UpsampleAttribute",
-                         "(float[1,1,1,2] x) => (float[1,1,1,4] y) { y = Upsample<scales=[1.0,1.0,1.0,2.0]>(x) }",
-                         {1, 2},
-                         {1, 1, 2, 2},
-                         7},
-                    Case{"LinearHalfPixel",
-                         "(float[1,1,1,2] x) => (float[1,1,1,4] y) <int64[4] s = {1,1,1,4}>"
-                         "{ y = Resize<mode=\"linear\">(x, , , s) }",
-                         {0, 4},
-                         {0, 1, 3, 4},
-                         13},
                     Case{"LinearAlignCorners",
                          "(float[1,1,1,2] x) => (float[1,1,1,3] y) <int64[4] s = {1,1,1,3}>"
                          "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"align_corners\">(x, , , s) }",
@@ -398,13 +315,6 @@ TEST(EvaluateRefuses, WithTheNodeAndTheReason) {
          "node that makes 'y' (Gather): index 5 is outside an extent of 3"},
         {"(float[1,3] x) => (int64[1] y) <int64[1] a = {1}, int64 z = {0}> { y = Div(a, z) }",
          "node that makes 'y' (Div): divides an integer by 0"},
-        {"(float[1,3] x) => (float[1,3] y) { a = Add(x, b) b = Relu(a) y = Relu(b) }",
-         "node that makes 'a' (Add): is part of a cycle"},
-        {"(float[1,3] x) => (float[1,3] y) { y = Add(x, nothing) }",
-         "node that makes 'y' (Add): nothing makes 'nothing'"},
-        {"(float[1,3] x) => (float[1,3] y) { y = Relu(x) y = Abs(x) }",
-         "node that makes 'y' (Abs): another node or input makes 'y'"},
-        {"(float[1,3] x, float[1,3] x) => (float[1,3] y) { y = Relu(x) }", "two inputs are named 'x'"},
     };
     for (const Refusal& refusal : kRefusals) {
         SCOPED_TRACE(refusal.graph);

@@ -22,9 +22,12 @@ bool areSame(const std::string& a, const std::string& b) {
 }
 
 void checkIsNotWritten(const Arguments& a, const std::string& read, const std::string& what) {
-    for (const std::string& written : {a.out, a.report})
+    const auto checkIsOther = [&](const std::string& written) {
         if (!written.empty() && areSame(read, written))
             throw WrongUsage(written + ": would overwrite what is read as " + what + ": give it another name");
+    };
+    checkIsOther(a.out);
+    checkIsOther(a.report);
 }
 
 // NAME=1,3,320,320; a name may contain "=".
@@ -46,6 +49,15 @@ std::pair<std::string, Dims> shapeOf(const std::string& text) {
     return {text.substr(0, equals), dims};
 }
 
+// A value that is forgotten takes the next word for it.
+CLI::Validator versionValidator() {
+    const auto check = [](const std::string& text) {
+        const bool isVersion = text.size() == 1 && text[0] >= '1' && text[0] <= '4';
+        return isVersion ? std::string() : text + " is no version of a model file: expected 1, 2, 3 or 4";
+    };
+    return {check, ""};
+}
+
 }  // namespace
 
 void addOptions(CLI::App& app, Arguments& a) {
@@ -60,7 +72,7 @@ void addOptions(CLI::App& app, Arguments& a) {
         ->type_name("SHAPE");
     app.add_option("--version", a.version,
                    "version of the model file; 4 if not given. Alone,\n--version prints the version of the program")
-        ->check(CLI::Range(1, 4).description(""))
+        ->check(versionValidator())
         ->type_name("1..4");
     app.add_flag("--lossy", a.lossy, "replace weights by the nearest of 256 values where\nthat is smaller");
     app.add_option("--report", a.report, "write what was done to a JSON file")->type_name("FILE");

@@ -20,6 +20,7 @@ bool repeats(const std::vector<T>& one, const std::vector<T>& more, std::size_t 
 // Whether the values are the same, or the same for every sample along one axis.
 bool isSameForSamples(const Array& one, const Array& more, std::int64_t batch) {
     if (one.isFloat() != more.isFloat() || one.dims().size() != more.dims().size()) return false;
+    if (one.dims() == more.dims() && one.isFloat() && &one.floats() == &more.floats()) return true;  // a weight
     std::size_t differing = one.dims().size(), count = 0;
     for (std::size_t axis = 0; axis < one.dims().size(); ++axis) {
         if (one.dims()[axis] == more.dims()[axis]) continue;
@@ -52,7 +53,8 @@ std::vector<Finding> usesOfBatchValues(const Graph& graph, const std::map<std::s
                                        std::int64_t batch) {
     const auto changes = [&](int tensor) {
         const Array* one = graph.known(tensor);
-        const auto found = one == nullptr ? more.end() : more.find(graph.nameOf(tensor));
+        if (one == nullptr) return false;
+        const auto found = more.find(graph.nameOf(tensor));
         return found != more.end() && found->second.known && !isSameForSamples(*one, *found->second.known, batch);
     };
     std::vector<Finding> findings;

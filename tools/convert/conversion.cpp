@@ -35,12 +35,26 @@ int axisCalledBatch(const ModelInput& input) {
     return -1;
 }
 
+// Whether the second extent of [t, n, d] is the batch's, and the first a length. dims: the extents as far as they are
+// known.
+bool isTimeMajor(const ModelInput& input, const Dims& dims) {
+    const bool bothAreFree = input.dims.size() == 3 && input.dims[0] < 0 && input.dims[1] < 0;
+    return bothAreFree && input.isSequence && dims.size() == 3;
+}
+
 // Whether a free extent is the batch's: one that is called so, or the first, or the second of a sequence [t, n, d]
-// whose length is fixed. dims: the input's extents as far as they are known.
+// whose length is fixed or which a recurrent node takes. dims: the input's extents as far as they are known.
 bool isBatch(const ModelInput& input, const Dims& dims, std::size_t axis) {
     const int called = axisCalledBatch(input);
     if (called >= 0) return axis == static_cast<std::size_t>(called);
+    if (isTimeMajor(input, dims)) return axis == 1;
     return axis == 0 || (axis == 1 && dims.size() == 3 && dims[0] > 1);
+}
+
+// Whether several extents are free, and nothing says which of them is the batch's.
+bool isBatchGuessed(const ModelInput& input) {
+    const auto free = std::count(input.dims.begin(), input.dims.end(), -1);
+    return free > 1 && axisCalledBatch(input) < 0 && !isTimeMajor(input, input.dims);
 }
 
 // "image=1,3,N,N"
@@ -57,52 +71,67 @@ std::string namesOf(const std::vector<ModelInput>& inputs) {
     return text;
 }
 
+std::string joined(const std::vector<std::string>& texts, const char* between) {
+    std::string text;
+    for (const std::string& part : texts) text += (text.empty() ? "" : between) + part;
+    return text;
+}
+
 void checkGivenShapes(const std::vector<ModelInput>& inputs, const ConvertOptions& options) {
+    std::vector<std::string> faults;
     for (const auto& [name, dims] : options.shapes) {
         const auto input =
             std::find_if(inputs.begin(), inputs.end(), [&n = name](const auto& i) { return i.name == n; });
         if (input == inputs.end())
-            throw OnnxError("--shape: no input is named " + inQuotes(name) + "; the model has " + namesOf(inputs));
-        if (input->hasShape && dims.size() != input->dims.size())
-            throw OnnxError("--shape: input " + inQuotes(name) + " has " + std::to_string(input->dims.size()) +
-                            " dimensions, not " + std::to_string(dims.size()) + ": " +
-                            shapeArgument(*input, input->dims) + ", with numbers for N");
+            faults.push_back("no input is named " + inQuotes(name) + "; the model has " + namesOf(inputs));
+        else if (input->hasShape && dims.size() != input->dims.size())
+            faults.push_back("input " + inQuotes(name) + " has " + std::to_string(input->dims.size()) +
+                             " dimensions, not " + std::to_string(dims.size()) + ": " +
+                             shapeArgument(*input, input->dims) + ", with numbers for N");
     }
+    if (!faults.empty()) throw OnnxError("--shape: " + joined(faults, "; "));
 }
 
 // The input's extents as the file or the user gives them, -1 for one that nobody gives; a free batch is 1.
 Dims givenDims(const ModelInput& input, const ConvertOptions& options) {
     const auto shape = options.shapes.find(input.name);
     if (shape != options.shapes.end()) return shape->second;
-    if (!input.hasShape)
-        throw OnnxError("input " + inQuotes(input.name) + " has no shape: give it by --shape " +
-                        printableName(input.name) + "=1,3,224,224");
     Dims dims = input.dims;
     for (std::size_t axis = 0; axis < dims.size(); ++axis)
         if (dims[axis] < 0 && isBatch(input, input.dims, axis)) dims[axis] = 1;
     return dims;
 }
 
+// All faults are told at once, so that one more try is enough.
 InputDims givenDims(const Model& model, const ConvertOptions& options) {
     const std::vector<ModelInput> inputs = inputsOf(model);
-    if (inputs.empty()) throw OnnxError("the model has no input");
-    if (model.graph().output_size() == 0) throw OnnxError("the model has no output");
+    if (inputs.empty()) throw OnnxError("the model has no input; a network without any has nothing to compute");
+    if (model.graph().output_size() == 0) throw OnnxError("the model has no output; name those that are wanted");
     checkGivenShapes(inputs, options);
     InputDims result;
-    std::string missing;  // of all inputs, so that one more try is enough
+    std::vector<std::string> faults;
+    std::string missing;
+    bool isGuessed = false;
     for (const ModelInput& input : inputs) {
         const Dims dims = givenDims(input, options);
         result[input.name] = dims;
-        if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
-            missing += " " + shapeArgument(input, dims);
-            continue;
-        }
         constexpr std::int64_t kMost = INT32_MAX;
-        if (elementCount(dims) == 0 || elementCount(dims) > kMost)
-            throw OnnxError("input " + inQuotes(input.name) +
-                            (elementCount(dims) == 0 ? " is empty: " : " is too large: ") + describeDims(dims));
+        if (!input.hasShape && options.shapes.count(input.name) == 0) {
+            faults.push_back("input " + inQuotes(input.name) + " has no shape: give it by --shape " +
+                             printableName(input.name) + "=1,3,224,224");
+        } else if (std::any_of(dims.begin(), dims.end(), [](std::int64_t extent) { return extent < 0; })) {
+            missing += " " + shapeArgument(input, dims);
+            isGuessed = isGuessed || isBatchGuessed(input);
+        } else if (elementCount(dims) == 0 || elementCount(dims) > kMost) {
+            faults.push_back("input " + inQuotes(input.name) +
+                             (elementCount(dims) == 0 ? " is empty: " : " is too large: ") + describeDims(dims) +
+                             "; give it another shape by --shape");
+        }
     }
-    if (!missing.empty()) throw OnnxError("inputs have free extents: fix them by" + missing + ", with numbers for N");
+    if (!missing.empty())
+        faults.push_back("inputs have free extents: fix them by" + missing + ", with numbers for N" +
+                         (isGuessed ? " and 1 for the batch, wherever that is" : ""));
+    if (!faults.empty()) throw OnnxError(joined(faults, "; "));
     return result;
 }
 
@@ -270,7 +299,7 @@ struct Plan {
     InputDims inputs;
     Graph graph;
     Batches batches;
-    bool hasFreedBatch = false;
+    std::int64_t freedBatch = 0;    // a batch above 1 that was taken for a free one
     std::vector<Finding> findings;  // nodes that use values which change with the batch
 };
 
@@ -287,7 +316,7 @@ std::int64_t unusedBatch(const Graph& graph) {
 }
 
 Plan planFor(const Model& model, const InputDims& inputs) {
-    Plan plan{inputs, graphOf(model, inputs), {}, false, {}};
+    Plan plan{inputs, graphOf(model, inputs), {}, 0, {}};
     std::set<std::string> found;
     const auto compare = [&](const std::map<std::string, Value>& more, std::int64_t batch) {
         for (Finding& use : usesOfBatchValues(plan.graph, more, batch))
@@ -336,7 +365,7 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
     const InputDims single = withSingleBatch(given);
     try {
         Plan plan = planFor(model, single);
-        plan.hasFreedBatch = true;
+        plan.freedBatch = batch;
         const bool allHaveIt = std::all_of(plan.graph.outputs.begin(), plan.graph.outputs.end(), [&](int tensor) {
             return plan.batches.axes[static_cast<std::size_t>(tensor)].axis == 0;
         });
@@ -350,7 +379,36 @@ Plan planFor(const Model& model, const ConvertOptions& options) {
     return planFor(model, given);
 }
 
-void addRemarks(const Model& model, const Plan& plan, Conversion& conversion) {
+// A file's fixed extents are no law, but a network may have been made for them alone.
+void addRemarksOnShapes(const Model& model, const ConvertOptions& options, Conversion& conversion) {
+    for (const ModelInput& input : inputsOf(model)) {
+        const auto given = options.shapes.find(input.name);
+        if (given == options.shapes.end() || !input.hasShape) continue;
+        for (std::size_t axis = 0; axis < input.dims.size(); ++axis) {
+            if (input.dims[axis] < 0 || input.dims[axis] == given->second[axis]) continue;
+            conversion.remarks.push_back("input " + inQuotes(input.name) + ": --shape gives " +
+                                         describeDims(given->second) + ", though the model has fixed extent " +
+                                         std::to_string(axis) + " to " + std::to_string(input.dims[axis]));
+            break;
+        }
+    }
+}
+
+// Takes inputs away that no output depends on: a host should not have to supply them.
+void dropUnusedInputs(Graph& graph, const Lowered& lowered) {
+    const auto isUnused = [&](int tensor) {
+        return std::count(lowered.unusedInputs.begin(), lowered.unusedInputs.end(), tensor) != 0;
+    };
+    graph.inputs.erase(std::remove_if(graph.inputs.begin(), graph.inputs.end(), isUnused), graph.inputs.end());
+}
+
+void addRemarks(const Model& model, const Plan& plan, const Lowered& lowered, Conversion& conversion) {
+    for (const int tensor : lowered.unusedInputs)
+        conversion.remarks.push_back("no output depends on the values of input " + inQuotes(plan.graph.nameOf(tensor)) +
+                                     ": the file has no such input");
+    if (plan.freedBatch > 1)
+        conversion.remarks.push_back("the batch of " + std::to_string(plan.freedBatch) +
+                                     " is free in the file, which takes any");
     for (const int tensor : plan.graph.outputs) {
         const auto at = static_cast<std::size_t>(tensor);
         const std::string& name = plan.graph.tensors[at].name;
@@ -383,16 +441,23 @@ void addHindrances(const Lowered& lowered, const ConvertOptions& options, Conver
     const char* const advice = options.version == 1
                                    ? "use --version 4, which has wider numbers, or make the network smaller"
                                    : "make the network smaller there";
-    for (const Hindrance& hindrance : lowered.program.hindrances(ends, fileOptionsOf(options)))
+    for (const Hindrance& hindrance : lowered.program.hindrances(ends, fileOptionsOf(options))) {
+        const bool isPadding = hindrance.why.find("padding") != std::string::npos;
         conversion.findings.push_back({hindrance.origin.node, hindrance.origin.type, hindrance.why,
-                                       hindrance.origin.node.empty() ? "convert the network in parts" : advice});
+                                       hindrance.origin.node.empty() ? "convert the network in parts"
+                                       : isPadding                   ? "pad by a node Pad in front instead"
+                                                                     : advice});
+    }
 }
 
 // The graph's constants are freed: what is written is in the program.
 void writeProgram(const Model& model, const ConvertOptions& options, Plan& plan, Lowered& lowered,
                   Conversion& conversion) {
     nolk::ModelFileOptions file = fileOptionsOf(options);
-    if (options.version >= 2) file.headInfo = headInfoOf(model, plan.graph);
+    if (options.version >= 2)
+        file.headInfo = headInfoOf(model, plan.graph, conversion.remarks);
+    else
+        conversion.remarks.emplace_back("a file of version 1 has no place for names and metadata: they are left out");
     plan.graph = {};
     try {
         conversion.file.bytes = lowered.program.write(lowered.outputs, file);
@@ -414,6 +479,7 @@ ConvertedFile withAllTensors(const Model& model, const ConvertOptions& options) 
                 (plan.batches.axes[static_cast<std::size_t>(output)].isKnown || !plan.batches.isClean))
                 tensors.push_back(output);
     Lowered lowered = lowerGraph(plan.graph, tensors);
+    dropUnusedInputs(plan.graph, lowered);
     ConvertedFile file;
     file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
     file.outputs = placesOf(plan.graph, plan.batches, tensors);
@@ -431,12 +497,15 @@ Conversion converted(const Model& model, const ConvertOptions& options, Plan pla
     Conversion conversion;
     conversion.inputDims = plan.inputs;
     conversion.evaluateSamplesAlone = !plan.batches.isClean;
-    conversion.hasFreedBatch = plan.hasFreedBatch;
+    conversion.hasFreedBatch = plan.freedBatch > 1;
     conversion.remarks = model.remarks;
+    addRemarksOnShapes(model, options, conversion);
     conversion.findings = plan.findings;
     conversion.findings.insert(conversion.findings.end(), lowered.findings.begin(), lowered.findings.end());
     conversion.unseenNodes = lowered.unseenNodes;
-    if (conversion.findings.empty()) addRemarks(model, plan, conversion);
+    if (conversion.findings.empty()) addRemarks(model, plan, lowered, conversion);
+    conversion.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
+    dropUnusedInputs(plan.graph, lowered);
     conversion.file.inputs = placesOf(plan.graph, plan.batches, plan.graph.inputs);
     conversion.file.outputs = placesOf(plan.graph, plan.batches, plan.graph.outputs);
     if (conversion.findings.empty())
@@ -472,6 +541,7 @@ Conversion convertModel(Model&& model, const ConvertOptions& options) {
 CheckOptions checkOptionsFor(const Model& model, const ConvertOptions& options, const Conversion& conversion) {
     CheckOptions result;
     result.inputDims = conversion.inputDims;
+    result.graphInputs = conversion.inputs;
     result.evaluateSamplesAlone = conversion.evaluateSamplesAlone;
     result.withAllTensors = [&model, options] { return withAllTensors(model, options); };
     if (options.lossy) result.tolerance = kLossyTolerance;

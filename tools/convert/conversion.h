@@ -27,6 +27,7 @@ struct ConvertOptions {
 struct Conversion {
     ConvertedFile file;                     // without bytes when there are findings
     std::map<std::string, Dims> inputDims;  // of ONNX's inputs, for one sample
+    std::vector<TensorPlace> inputs;        // all of ONNX's; the file has those that an output depends on
     bool evaluateSamplesAlone = false;      // the ONNX graph itself takes one sample only
     bool hasFreedBatch = false;             // a batch above 1 that the file fixes was taken for a free one
     std::vector<std::string> remarks;       // lines for the user

@@ -37,18 +37,23 @@ std::string versionText() {
 // Where lines for the user go: not among the bytes of a file.
 std::FILE* lines(const Arguments& a) { return a.out == "-" || a.report == "-" ? stderr : stdout; }
 
+// A file of the user's, besides the model; what() is one line.
+struct UnreadableArray : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 Array readCheckInput(const std::string& path) {
     try {
         return readNpy(path);
     } catch (const OnnxError& error) {
-        throw std::runtime_error(std::string("--check-input ") + error.what());
+        throw UnreadableArray(std::string("--check-input ") + error.what());
     }
 }
 
 // The arrays by the name of their input: NAME=FILE, or in the inputs' order.
 std::map<std::string, Array> checkInputsOf(const Arguments& a, const Conversion& conversion) {
     std::map<std::string, Array> inputs;
-    const std::vector<TensorPlace>& places = conversion.file.inputs;
+    const std::vector<TensorPlace>& places = conversion.inputs;
     std::size_t next = 0;
     for (const std::string& text : a.checkInputs) {
         const std::size_t equals = text.find('=');
@@ -170,6 +175,12 @@ int fail(const Arguments& a, const std::string& text) {
     return kFailure;
 }
 
+// "--report: 1 required FILE missing" in plain words.
+std::string withoutValue(const std::string& text) {
+    const std::size_t colon = text.find(": 1 required");
+    return colon == std::string::npos ? text : text.substr(0, colon) + ": its value is missing";
+}
+
 int parseAndConvert(int argc, char** argv) {
     Arguments arguments;
     CLI::App app("Converts an ONNX model to a model file of nolk's.", "nolk-convert");
@@ -180,10 +191,17 @@ int parseAndConvert(int argc, char** argv) {
         app.parse(argc, argv);
         checkPaths(arguments);
         return convertFile(arguments);
+    } catch (const CLI::RequiredError& error) {
+        const bool isFile = !arguments.report.empty();
+        return complain(error.what() + (isFile ? "; --report has taken " + arguments.report : std::string()), kUsage);
+    } catch (const CLI::ArgumentMismatch& error) {
+        return complain(withoutValue(error.what()), kUsage);
     } catch (const CLI::ParseError& error) {
         return error.get_exit_code() == 0 ? app.exit(error) : complain(error.what(), kUsage);
     } catch (const WrongUsage& error) {
         return complain(error.what(), kUsage);
+    } catch (const UnreadableArray& error) {
+        return fail(arguments, error.what());
     } catch (const OnnxError& error) {
         return fail(arguments, arguments.in + ": " + error.what());
     } catch (const std::bad_alloc&) {

@@ -7,6 +7,7 @@
 
 namespace convert {
 
-std::vector<nolk::HeadInfo> headInfoOf(const Model& model, const Graph& graph);
+// A line in remarks for each kind of entries that does not fit.
+std::vector<nolk::HeadInfo> headInfoOf(const Model& model, const Graph& graph, std::vector<std::string>& remarks);
 
 }  // namespace convert

@@ -6,7 +6,7 @@
 #include <iterator>
 #include <vector>
 
-#include "convert/onnx/OnnxError.h"
+#include "convert/onnx/Model.h"
 
 namespace convert {
 
@@ -17,9 +17,14 @@ using Bytes = std::vector<char>;
 [[noreturn]] void refuse(const std::string& path, const std::string& why) { throw OnnxError(path + ": " + why); }
 
 Bytes readAll(const std::string& path) {
+    if (mayBlock(path)) refuse(path, "is no regular file");
     std::ifstream file(path, std::ios::binary);
     if (!file) refuse(path, "cannot be opened");
-    return {std::istreambuf_iterator<char>(file), {}};
+    try {
+        return {std::istreambuf_iterator<char>(file), {}};
+    } catch (const std::ios_base::failure&) {
+        refuse(path, "cannot be read");  // a folder
+    }
 }
 
 // Where the header's text begins and ends, and the values begin.

@@ -30,6 +30,7 @@ struct ConvertedFile {
 
 struct CheckOptions {
     std::map<std::string, Dims> inputDims;             // for batch 1, in ONNX's order
+    std::vector<TensorPlace> graphInputs;              // all of the graph's; the file may do without some
     std::map<std::string, Array> inputs;               // a user's; random ones stand in for those that are missing
     bool evaluateSamplesAlone = false;                 // the ONNX graph itself takes batch 1 only
     std::function<ConvertedFile()> withAllTensors;     // the same with every tensor that has a place as output, or none

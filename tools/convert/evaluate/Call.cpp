@@ -26,20 +26,22 @@ bool Call::wants(std::size_t output) const {
 }
 
 const Value& Call::in(std::size_t input) const {
-    need(has(input), "input " + std::to_string(input + 1) + " is missing");
+    need(has(input), "input " + std::to_string(input + 1) + " is missing", kAgainstOnnx);
     return *inputs[input];
 }
 
 const Array& Call::array(std::size_t input, const char* what) const {
     const Value& value = in(input);
     const std::string name = *what != '\0' ? std::string(what) : "input " + std::to_string(input + 1);
-    need(value.known != nullptr, name + " depends on the network's input");
+    need(value.known != nullptr, name + " depends on the network's input",
+         "export with fixed shapes, or without this computation");
     return *value.known;
 }
 
 double Call::scalar(std::size_t input, const char* what) const {
     const Array& values = array(input, what);
-    need(values.count() == 1, std::string(what) + " has " + std::to_string(values.count()) + " values instead of one");
+    need(values.count() == 1, std::string(what) + " has " + std::to_string(values.count()) + " values instead of one",
+         kAgainstOnnx);
     return values.isFloat() ? values.floats()[0] : static_cast<double>(values.ints()[0]);
 }
 
@@ -81,10 +83,11 @@ int Call::axis(const char* attribute, std::int64_t otherwise, int rank) const {
 
 int wrapAxis(std::int64_t axis, int rank) {
     need(axis >= -rank && axis < rank,
-         "axis " + std::to_string(axis) + " is outside a tensor of " + std::to_string(rank) + " dimensions");
+         "axis " + std::to_string(axis) + " is outside a tensor of " + std::to_string(rank) + " dimensions",
+         kAgainstOnnx);
     return static_cast<int>(axis < 0 ? axis + rank : axis);
 }
 
-void refuse(const std::string& text) { throw OnnxError(text); }
+void refuse(const std::string& text, const std::string& advice) { throw OnnxError(text, advice); }
 
 }  // namespace convert

@@ -55,12 +55,12 @@ struct Call {
 // An axis from 0 to rank - 1 for one from -rank to rank - 1.
 int wrapAxis(std::int64_t axis, int rank);
 
-// Throws OnnxError.
-[[noreturn]] void refuse(const std::string& text);
+// Throws OnnxError. Without advice, the shapes are taken for the reason.
+[[noreturn]] void refuse(const std::string& text, const std::string& advice = {});
 
 // Throws OnnxError with the text unless the condition holds.
-inline void need(bool condition, const std::string& text) {
-    if (!condition) refuse(text);
+inline void need(bool condition, const std::string& text, const char* advice = "") {
+    if (!condition) refuse(text, advice);
 }
 
 }  // namespace convert

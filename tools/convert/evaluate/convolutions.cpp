@@ -20,7 +20,7 @@ Dims kernelOf(const Call& call) {
          "weights of shape " + describeDims(call.dims(1)) + " for an input of " + describeDims(call.dims(0)));
     Dims own(call.dims(1).begin() + 2, call.dims(1).end());
     const auto said = call.intsAttribute("kernel_shape");
-    need(!said || said->empty() || *said == own, "kernel_shape is not that of the weights");
+    need(!said || said->empty() || *said == own, "kernel_shape is not that of the weights", kAgainstOnnx);
     return own;
 }
 
@@ -69,16 +69,18 @@ Convolution convTransposeOf(const Call& call) {
     conv.output.c = conv.weights.c * conv.groups;
     const std::size_t spatial = static_cast<std::size_t>(call.rank(0)) - 2;
     const auto extra = call.intsAttribute("output_padding");
-    need(!extra || extra->empty() || extra->size() == spatial, "output_padding has the wrong number of values");
+    need(!extra || extra->empty() || extra->size() == spatial, "output_padding has the wrong number of values",
+         kAgainstOnnx);
     const std::int64_t extraW = extra && !extra->empty() ? extra->back() : 0;
     const std::int64_t extraH = extra && extra->size() == 2 ? extra->front() : 0;
-    need(extraH >= 0 && extraW >= 0 && extraH < (1 << 24) && extraW < (1 << 24), "output_padding is not possible");
+    need(extraH >= 0 && extraW >= 0 && extraH < (1 << 24) && extraW < (1 << 24), "output_padding is not possible",
+         kAgainstOnnx);
 
     auto& h = conv.window.h;
     auto& w = conv.window.w;
     const std::string automatic = call.stringAttribute("auto_pad", "NOTSET");
     if (const auto wanted = call.intsAttribute("output_shape"); wanted && !wanted->empty()) {
-        need(wanted->size() >= spatial, "output_shape has too few values");
+        need(wanted->size() >= spatial, "output_shape has too few values", kAgainstOnnx);
         const bool moreAtEnd = automatic == "SAME_UPPER";
         padToExtent(w, conv.input.w, extraW, wanted->back(), moreAtEnd);
         if (spatial == 2) padToExtent(h, conv.input.h, extraH, (*wanted)[wanted->size() - 2], moreAtEnd);

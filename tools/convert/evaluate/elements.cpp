@@ -116,7 +116,7 @@ Values binaryShapes(const Call& call) {
     for (std::size_t i = 1; i < call.inputCount(); ++i) dims = broadcastDims(dims, call.dims(i));
     const std::string& name = call.node.op_type();
     const bool isVariadic = name == "Max" || name == "Mean" || name == "Min" || name == "Sum";
-    need(isVariadic || call.inputCount() == 2, "expects two inputs");
+    need(isVariadic || call.inputCount() == 2, "expects two inputs", kAgainstOnnx);
     if (name == "PRelu") need(dims == call.dims(0), "the slope does not broadcast to the input");
     return {valueOf(row.makesBool ? TensorProto::BOOL : call.in(0).type, std::move(dims))};
 }

@@ -30,8 +30,7 @@ const Table& table() {
 }
 
 const Operator& operatorOf(const onnx::NodeProto& node) {
-    if (!node.domain().empty() && node.domain() != "ai.onnx")
-        throw UnknownOperator("belongs to " + inQuotes(node.domain()) + ", not to ONNX itself");
+    if (!node.domain().empty()) throw UnknownOperator("belongs to " + inQuotes(node.domain()) + ", not to ONNX itself");
     const auto row = table().find(node.op_type());
     if (row == table().end()) throw UnknownOperator("the operator is not known");
     return *row->second;
@@ -42,9 +41,9 @@ auto withNodeName(const onnx::NodeProto& node, Function&& function) -> decltype(
     try {
         return function();
     } catch (const UnknownOperator& error) {
-        throw UnknownOperator(describeNode(node) + ": " + error.what());
+        throw UnknownOperator(describeNode(node) + ": " + error.what(), error.advice);
     } catch (const OnnxError& error) {
-        throw OnnxError(describeNode(node) + ": " + error.what());
+        throw OnnxError(describeNode(node) + ": " + error.what(), error.advice);
     }
 }
 
@@ -82,7 +81,7 @@ Array emptyOf(const Value& value) {
 
 Arrays computed(const Operator& row, const Call& call, const Values& results) {
     for (std::size_t i = 0; i < call.outputCount(); ++i)
-        if (call.wants(i) && i >= results.size()) throw OnnxError("has too many outputs");
+        if (call.wants(i) && i >= results.size()) throw OnnxError("has too many outputs", kAgainstOnnx);
     for (const Value& result : results) call.takeWork(static_cast<double>(elementCount(result.dims)));
     Arrays arrays;
     if (allSmall(results, 0))  // other extents may be huge

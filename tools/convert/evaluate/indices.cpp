@@ -166,7 +166,7 @@ Blocks blocksOf(const Call& call) {
     need(call.rank(0) == 4, "input of shape " + describeDims(call.dims(0)) + ", instead of 4 dimensions");
     const Dims& d = call.dims(0);
     const std::int64_t size = call.intAttribute("blocksize", 0);
-    need(size >= 1 && size < (1 << 15), "blocksize " + std::to_string(size) + " is not possible");
+    need(size >= 1 && size < (1 << 15), "blocksize " + std::to_string(size) + " is not possible", kAgainstOnnx);
     return {d[0], d[1], d[2], d[3], size};
 }
 

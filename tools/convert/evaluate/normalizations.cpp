@@ -113,7 +113,8 @@ void changeChannels(std::vector<double>& values, const Dims& dims, Change&& chan
 }
 
 Values batchShapes(const Call& call) {
-    need(call.intAttribute("spatial", 1) != 0, "spatial is 0: every element has statistics of its own");
+    need(call.intAttribute("spatial", 1) != 0, "spatial is 0: every element has statistics of its own",
+         "export with opset 9 or later");
     needChannels(call, 1, 4);
     Values results{valueOf(call.in(0).type, call.dims(0))};
     results.resize(std::max<std::size_t>(1, call.outputCount()), valueOf(call.in(0).type, call.dims(3)));
@@ -250,7 +251,7 @@ Arrays computeMeanVariance(const Call& call, const Values& results) {
 Values lpShapes(const Call& call) {
     call.axis("axis", -1, call.rank(0));
     const std::int64_t p = call.intAttribute("p", 2);
-    need(p == 1 || p == 2, "p " + std::to_string(p) + " is not possible");
+    need(p == 1 || p == 2, "p " + std::to_string(p) + " is not possible", kAgainstOnnx);
     return asFirstInput(call);
 }
 
@@ -268,7 +269,7 @@ Arrays computeLp(const Call& call, const Values& results) {
 
 Values lrnShapes(const Call& call) {
     need(call.rank(0) >= 2, "input of shape " + describeDims(call.dims(0)) + " has no channels");
-    need(call.intAttribute("size", 0) >= 1, "size is not possible");
+    need(call.intAttribute("size", 0) >= 1, "size is not possible", kAgainstOnnx);
     return asFirstInput(call);
 }
 

@@ -19,7 +19,7 @@ Pooling poolingOf(const Call& call) {
     Pooling pool;
     pool.input = pool.output = planesOf(call.dims(0));
     const auto kernel = call.intsAttribute("kernel_shape");
-    need(kernel && !kernel->empty(), "kernel_shape is missing");
+    need(kernel && !kernel->empty(), "kernel_shape is missing", kAgainstOnnx);
     pool.window = windowOf(call, *kernel, pool.input);
     const bool ceilMode = call.intAttribute("ceil_mode", 0) != 0;
     pool.output.h = positions(pool.window.h, pool.input.h, ceilMode);

@@ -47,11 +47,11 @@ Lstm lstmOf(const Call& call) {
     lstm.hidden = call.dims(kR)[2];
     const std::string direction = call.stringAttribute("direction", "forward");
     need(direction == "forward" || direction == "reverse" || direction == "bidirectional",
-         "direction " + inQuotes(direction) + " is not known");
+         "direction " + inQuotes(direction) + " is not known", kAgainstOnnx);
     lstm.directions = direction == "bidirectional" ? 2 : 1;
     lstm.backward = direction != "forward";
     const std::int64_t d = lstm.directions, h = lstm.hidden;
-    need(call.intAttribute("hidden_size", h) == h, "hidden_size is not that of R");
+    need(call.intAttribute("hidden_size", h) == h, "hidden_size is not that of R", kAgainstOnnx);
     needDims(call, kW, "W", {d, 4 * h, lstm.inputSize});
     needDims(call, kR, "R", {d, 4 * h, h});
     needDims(call, kB, "B", {d, 8 * h});

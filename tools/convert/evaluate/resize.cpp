@@ -33,7 +33,7 @@ bool isGiven(const Call& call, std::size_t input) { return call.has(input) && el
 std::vector<float> scalesOf(const Call& call) {
     if (call.node.op_type() == "Upsample" && call.opset < 9) {
         const auto* scales = call.find("scales");
-        need(scales != nullptr, "scales are missing");
+        need(scales != nullptr, "scales are missing", kAgainstOnnx);
         return {scales->floats().begin(), scales->floats().end()};
     }
     const std::size_t input = call.node.op_type() == "Upsample" || call.opset < 11 ? 1 : 2;
@@ -55,7 +55,7 @@ void keepRatio(const Call& call, const std::vector<std::size_t>& axes, std::vect
     const std::string policy = call.stringAttribute("keep_aspect_ratio_policy", "stretch");
     if (policy == "stretch") return;
     need(policy == "not_larger" || policy == "not_smaller",
-         "keep_aspect_ratio_policy " + inQuotes(policy) + " is not known");
+         "keep_aspect_ratio_policy " + inQuotes(policy) + " is not known", kAgainstOnnx);
     double factor = scalings[axes.at(0)].scale;
     for (const std::size_t axis : axes)
         factor =
@@ -73,7 +73,7 @@ std::vector<Scaling> scalingsOf(const Call& call) {
     const bool hasSizes = call.node.op_type() == "Resize" && call.opset >= 11 && isGiven(call, 3);
     const std::vector<std::int64_t> sizes = hasSizes ? call.ints(3, "sizes") : std::vector<std::int64_t>();
     const std::vector<float> scales = hasSizes ? std::vector<float>() : scalesOf(call);
-    need(sizes.size() + scales.size() == axes.size(), "scales or sizes have the wrong number of values");
+    need(sizes.size() + scales.size() == axes.size(), "scales or sizes have the wrong number of values", kAgainstOnnx);
     for (std::size_t i = 0; i < axes.size(); ++i) {
         Scaling& scaling = scalings[axes[i]];
         scaling = hasSizes ? sized(scaling.in, sizes[i]) : scaled(scaling.in, scales[i]);

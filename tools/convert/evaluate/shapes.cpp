@@ -59,7 +59,7 @@ std::vector<bool> markedAxes(const std::vector<std::int64_t>& axes, int rank) {
     std::vector<bool> marked(static_cast<std::size_t>(rank), false);
     for (const std::int64_t axis : axes) {
         const auto place = static_cast<std::size_t>(wrapAxis(axis, rank));
-        need(!marked[place], "names axis " + std::to_string(axis) + " twice");
+        need(!marked[place], "names axis " + std::to_string(axis) + " twice", kAgainstOnnx);
         marked[place] = true;
     }
     return marked;
@@ -80,7 +80,7 @@ Values squeezeShapes(const Call& call) {
 
 Values unsqueezeShapes(const Call& call) {
     const auto axes = call.intsOf("axes", 1);
-    need(axes.has_value() && axes->size() <= 16, "axes are missing");
+    need(axes.has_value() && axes->size() <= 16, "axes are missing", kAgainstOnnx);
     const std::vector<bool> added = markedAxes(*axes, call.rank(0) + static_cast<int>(axes->size()));
     Dims dims;
     auto next = call.dims(0).begin();
@@ -143,7 +143,8 @@ Array constantOf(const Call& call) {
     if (const auto* value = call.find("value_floats"))
         return floatArray({value->floats_size()}, {value->floats().begin(), value->floats().end()});
     if (const auto* value = call.find("value_ints")) return intArray({value->ints().begin(), value->ints().end()});
-    throw OnnxError("has no value that is supported (sparse tensors and strings are not)");
+    throw OnnxError("has no value that is supported (sparse tensors and strings are not)",
+                    "store a dense tensor of numbers in the file");
 }
 
 Values constantShapes(const Call& call) {
@@ -156,7 +157,7 @@ Arrays computeConstant(const Call& call, const Values&) { return {constantOf(cal
 Array fillValue(const Call& call) {
     const auto* value = call.find("value");
     Array array = value != nullptr ? arrayOf(value->t(), {}) : floatArray({1}, {0});
-    need(array.count() == 1, "value has " + std::to_string(array.count()) + " elements instead of one");
+    need(array.count() == 1, "value has " + std::to_string(array.count()) + " elements instead of one", kAgainstOnnx);
     return array;
 }
 
@@ -171,9 +172,10 @@ Arrays computeConstantOfShape(const Call& call, const Values& results) {
 
 Values rangeShapes(const Call& call) {
     const double start = call.scalar(0, "start"), limit = call.scalar(1, "limit"), delta = call.scalar(2, "delta");
-    need(delta != 0 && std::isfinite(start) && std::isfinite(limit) && std::isfinite(delta), "range without an end");
+    need(delta != 0 && std::isfinite(start) && std::isfinite(limit) && std::isfinite(delta), "range without an end",
+         kAgainstOnnx);
     const double count = std::max(0.0, std::ceil((limit - start) / delta));
-    need(count <= static_cast<double>(kLargestResult), "range of too many elements");
+    need(count <= static_cast<double>(kLargestResult), "range of too many elements", "make the range smaller");
     return {valueOf(call.in(0).type, {static_cast<std::int64_t>(count)})};
 }
 

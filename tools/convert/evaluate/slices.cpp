@@ -22,11 +22,11 @@ std::vector<std::size_t> permutationOf(const Call& call) {
     std::vector<bool> seen(rank, false);
     for (std::size_t i = 0; i < rank; ++i) perm.push_back(rank - 1 - i);
     if (!said) return perm;
-    need(said->size() == rank,
-         "perm has " + std::to_string(said->size()) + " values for " + describeDims(call.dims(0)));
+    need(said->size() == rank, "perm has " + std::to_string(said->size()) + " values for " + describeDims(call.dims(0)),
+         kAgainstOnnx);
     for (std::size_t i = 0; i < rank; ++i) {
         perm[i] = static_cast<std::size_t>(wrapAxis((*said)[i], static_cast<int>(rank)));
-        need(!seen[perm[i]], "perm names axis " + std::to_string(perm[i]) + " twice");
+        need(!seen[perm[i]], "perm names axis " + std::to_string(perm[i]) + " twice", kAgainstOnnx);
         seen[perm[i]] = true;
     }
     return perm;
@@ -56,7 +56,7 @@ std::int64_t clampedPlace(std::int64_t place, std::int64_t extent, std::int64_t 
 }
 
 Steps stepsOf(std::int64_t start, std::int64_t end, std::int64_t step, std::int64_t extent) {
-    need(step != 0 && step > std::numeric_limits<std::int64_t>::min() / 2, "a step is not possible");
+    need(step != 0 && step > std::numeric_limits<std::int64_t>::min() / 2, "a step is not possible", kAgainstOnnx);
     if (extent == 0) return {0, step, 0};
     Steps steps{0, step, 0};
     steps.start = step > 0 ? clampedPlace(start, extent, 0, extent) : clampedPlace(start, extent, 0, extent - 1);
@@ -78,7 +78,7 @@ std::vector<Steps> slicesOf(const Call& call) {
     const auto steps = isOld ? std::nullopt : list("steps", 4);
     need(starts && ends && starts->size() == ends->size() && (!axes || axes->size() == starts->size()) &&
              (!steps || steps->size() == starts->size()),
-         "starts, ends, axes and steps do not agree");
+         "starts, ends, axes and steps do not agree", kAgainstOnnx);
     std::vector<Steps> slices;
     for (const std::int64_t extent : call.dims(0)) slices.push_back({0, 1, extent});
     for (std::size_t i = 0; i < starts->size(); ++i) {
@@ -110,7 +110,7 @@ Arrays computeSlice(const Call& call, const Values& results) {
 std::vector<std::int64_t> splitSizes(const Call& call, std::size_t axis) {
     const std::int64_t extent = call.dims(0)[axis];
     const auto outputs = static_cast<std::int64_t>(call.outputCount());
-    need(outputs > 0, "has no outputs");
+    need(outputs > 0, "has no outputs", kAgainstOnnx);
     if (const auto sizes = call.intsOf("split", 1); sizes && !sizes->empty()) {
         std::int64_t sum = 0;
         for (const std::int64_t size : *sizes) {

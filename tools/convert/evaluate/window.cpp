@@ -12,17 +12,19 @@ void setSides(const std::optional<std::vector<std::int64_t>>& values, std::size_
               std::int64_t smallest, std::int64_t& h, std::int64_t& w) {
     if (!values || values->empty()) return;
     constexpr std::int64_t kLargest = 1 << 24;
-    need(values->size() == spatial, std::string(name) + " has " + std::to_string(values->size()) + " values");
+    need(values->size() == spatial, std::string(name) + " has " + std::to_string(values->size()) + " values",
+         kAgainstOnnx);
     for (const std::int64_t value : *values)
         need(value >= smallest && value <= kLargest,
-             std::string(name) + " " + std::to_string(value) + " is not possible");
+             std::string(name) + " " + std::to_string(value) + " is not possible",
+             smallest == 0 && value < 0 ? "cut the input by a Slice in front instead" : kAgainstOnnx);
     h = spatial == 2 ? values->front() : h;
     w = values->back();
 }
 
 void setPads(const std::optional<std::vector<std::int64_t>>& pads, std::size_t spatial, Window& window) {
     if (!pads || pads->empty()) return;
-    need(pads->size() == 2 * spatial, "pads has " + std::to_string(pads->size()) + " values");
+    need(pads->size() == 2 * spatial, "pads has " + std::to_string(pads->size()) + " values", kAgainstOnnx);
     setSides(std::vector<std::int64_t>(pads->begin(), pads->begin() + static_cast<std::ptrdiff_t>(spatial)), spatial,
              "pads", 0, window.h.begin, window.w.begin);
     setSides(std::vector<std::int64_t>(pads->begin() + static_cast<std::ptrdiff_t>(spatial), pads->end()), spatial,
@@ -42,7 +44,8 @@ void padToSame(Window::Side& side, std::int64_t extent, bool moreAtEnd) {
 Planes planesOf(const Dims& dims) {
     if (dims.size() == 3) return {dims[0], dims[1], 1, dims[2]};
     if (dims.size() == 4) return {dims[0], dims[1], dims[2], dims[3]};
-    throw UnknownOperator("input of shape " + describeDims(dims) + ", instead of 3 or 4 dimensions");
+    throw UnknownOperator("input of shape " + describeDims(dims) + ", instead of 3 or 4 dimensions",
+                          "use the 1-D or 2-D form");
 }
 
 Dims dimsOf(const Planes& planes, std::size_t rank) {
@@ -63,7 +66,7 @@ Window windowOf(const Call& call, const Dims& kernel, const Planes& input) {
         padToSame(window.h, input.h, automatic == "SAME_UPPER");
         padToSame(window.w, input.w, automatic == "SAME_UPPER");
     } else {
-        need(automatic == "VALID", "auto_pad " + inQuotes(automatic) + " is not known");
+        need(automatic == "VALID", "auto_pad " + inQuotes(automatic) + " is not known", kAgainstOnnx);
     }
     return window;
 }

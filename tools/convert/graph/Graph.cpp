@@ -134,6 +134,7 @@ private:
             return evaluateShapes(node.proto, model_.opset, pointers, work_,
                                   allKnown ? std::max(graph_.budget.left(), kLargestKnown) : kLargestKnown);
         } catch (const OnnxError& error) {
+            node.advice = error.advice;
             node.isKnownOperator = dynamic_cast<const UnknownOperator*>(&error) == nullptr;
             const std::string name = describeNode(node.proto) + ": ";  // a reader of Node has it already
             const std::string text = error.what();

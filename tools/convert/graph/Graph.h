@@ -33,6 +33,7 @@ struct Node {
     std::vector<int> inputs;      // places in Graph::tensors; -1 where an optional one is left out
     std::vector<int> outputs;     // likewise
     std::string error;            // why its shapes cannot be evaluated, without the node; empty when they can
+    std::string advice;           // on error, where there is some
     bool isKnownOperator = true;  // false where that is because nobody here knows the operator
 
     const std::string& type() const { return proto.op_type(); }

@@ -47,7 +47,7 @@ int NodeLowering::inputType(std::size_t input) const {
 }
 
 Placed NodeLowering::x(std::size_t input) {
-    if (!has(input)) refuse("input " + std::to_string(input) + " is missing");
+    if (!has(input)) refuse("input " + std::to_string(input) + " is missing", kAgainstOnnx);
     const auto tensor = static_cast<std::size_t>(node_.inputs[input]);
     if (values_[tensor]) return *values_[tensor];
     if (const Array* array = graph_.known(node_.inputs[input])) return constantStep(program, *array);
@@ -56,7 +56,7 @@ Placed NodeLowering::x(std::size_t input) {
 
 const Array& NodeLowering::constant(std::size_t input, const char* what) const {
     const Array* array = has(input) ? graph_.known(node_.inputs[input]) : nullptr;
-    if (!has(input)) refuse(std::string(what) + ": missing", "the file is not valid: export it anew");
+    if (!has(input)) refuse(std::string(what) + ": missing", kAgainstOnnx);
     if (array == nullptr)
         refuse(std::string(what) + " must not depend on the network's input",
                "export with fixed shapes, or without this computation");
@@ -108,7 +108,8 @@ std::vector<std::int64_t> NodeLowering::integerList(const std::string& name,
 std::size_t NodeLowering::axis(std::int64_t given, std::size_t rank) const {
     const auto size = static_cast<std::int64_t>(rank);
     if (given < -size || given >= size)
-        refuse("axis " + std::to_string(given) + " of a tensor of " + std::to_string(rank) + " dimensions");
+        refuse("axis " + std::to_string(given) + " of a tensor of " + std::to_string(rank) + " dimensions",
+               kAgainstOnnx);
     return static_cast<std::size_t>(given < 0 ? given + size : given);
 }
 

@@ -61,6 +61,18 @@ nolk::Weights weightsOf(const KernelWeights& w) {
     return {w.groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW, false, writable(w.weight), writable(w.bias)};
 }
 
+// Infinite values, which a file's checks would take for damage, as the largest finite ones. They hide what a softmax
+// shall not see, and do so either way.
+Floats withoutInfinities(const Floats& values) {
+    const auto isInfinite = [](float value) { return std::isinf(value); };
+    if (std::none_of(values->begin(), values->end(), isInfinite)) return values;
+    std::vector<float> finite = *values;
+    constexpr float kLargest = std::numeric_limits<float>::max();
+    for (float& value : finite)
+        if (isInfinite(value)) value = std::copysign(kLargest, value);
+    return std::make_shared<const std::vector<float>>(std::move(finite));
+}
+
 bool sameShape(const TensorShape& a, const TensorShape& b) {
     return a.c == b.c && a.h == b.h && a.w == b.w && a.dims == b.dims;
 }
@@ -112,9 +124,10 @@ int Program::input(TensorShape shape) {
     return append("input", "", {}, shape, [shape](Builder& b, const auto&) { return b.input(shape); });
 }
 
-int Program::constant(TensorShape shape, const Floats& values) {
-    if (elementsOf(shape) != static_cast<std::int64_t>(values->size()))
+int Program::constant(TensorShape shape, const Floats& given) {
+    if (elementsOf(shape) != static_cast<std::int64_t>(given->size()))
         throw std::logic_error("a constant has other extents than values");
+    const Floats values = withoutInfinities(given);
     return append(
         "constTensor", shapeKey(shape) + floatsKey(values), {}, shape,
         [shape, values](Builder& b, const auto&) {
@@ -432,6 +445,11 @@ int Program::lstm(int x, const LstmArrays& arrays) {
                   countOf(arrays.inputWeights) + countOf(arrays.recurrentWeights) + countOf(arrays.bias));
 }
 
+int Program::copy(int x) {
+    return append("copy", std::to_string(steps_.size()), {x}, {1, shapeOf(x).c, shapeOf(x).h, shapeOf(x).w, 3},
+                  [](Builder& b, const auto& in) { return b.transpose(in[0], nolk::Perm{}); });
+}
+
 std::vector<char> Program::usedSteps(const std::vector<int>& outputs) const {
     std::vector<char> used(steps_.size(), 0);
     std::vector<int> pending = outputs;
@@ -442,9 +460,6 @@ std::vector<char> Program::usedSteps(const std::vector<int>& outputs) const {
         used[step] = 1;
         pending.insert(pending.end(), steps_[step].inputs.begin(), steps_[step].inputs.end());
     }
-    // The host counts on every input.
-    for (std::size_t i = 0; i < steps_.size(); ++i)
-        if (steps_[i].name == "input") used[i] = 1;
     return used;
 }
 
@@ -472,9 +487,8 @@ void Program::mend(const std::vector<int>& outputs) {
         if (!sharesMemory && !losesZeros && !losesChannels) continue;
         // A copy for each reshape: two that share one would be its two uses.
         origin_ = steps_[i].origin;
-        const int copy = append("copy", std::to_string(i), {in}, {1, shapeOf(in).c, shapeOf(in).h, shapeOf(in).w, 3},
-                                [](Builder& b, const auto& x) { return b.transpose(x[0], nolk::Perm{}); });
-        steps_[i].inputs[0] = copy;
+        const int copied = copy(in);
+        steps_[i].inputs[0] = copied;
     }
 }
 

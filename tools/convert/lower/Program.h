@@ -71,8 +71,8 @@ public:
     void requireFloats(std::int64_t count) const { budget_.require(count); }
 
     int input(nolk::TensorShape shape);
-    int constant(nolk::TensorShape shape, const Floats& values);
-    int scalar(float value);  // [1, 1, 1]
+    int constant(nolk::TensorShape shape, const Floats& values);  // infinite ones become the largest finite ones
+    int scalar(float value);                                      // [1, 1, 1]
 
     // The same elements under another shape; x itself when it has that shape.
     int view(int x, nolk::TensorShape shape);
@@ -115,6 +115,10 @@ public:
     int reduce(int x, nolk::TensorShape shape, nolk::BasicOp op);
     int resize(int x, int h, int w, nolk::ResizeMode mode, nolk::ResizeTransMode transMode);
     int lstm(int x, const LstmArrays& weights);
+    int copy(int x);  // a new one each time
+
+    // For each step whether one of these outputs needs it.
+    std::vector<char> usedSteps(const std::vector<int>& outputs) const;
 
     // Throws NotWritable at the first operation that the file has no form for, and std::logic_error the second time.
     std::vector<unsigned char> write(const std::vector<int>& outputs, const nolk::ModelFileOptions& options);
@@ -151,7 +155,6 @@ private:
     std::string hindranceOf(const Step& step, const nolk::ModelFileOptions& options) const;
     int joined(const std::vector<int>& parts, nolk::Axis axis);
     Step& at(int step) { return steps_[static_cast<std::size_t>(step)]; }
-    std::vector<char> usedSteps(const std::vector<int>& outputs) const;
     void mend(const std::vector<int>& outputs);
 
     std::vector<Step> steps_;

@@ -119,7 +119,7 @@ void lowerClip(NodeLowering& n) {
     const auto limit = [&](std::size_t input, const char* name, float otherwise) {
         if (n.has(input)) {
             const Floats values = n.floats(input, name);
-            if (values->size() != 1) n.refuse(std::string(name) + " must be one number");
+            if (values->size() != 1) n.refuse(std::string(name) + " must be one number", kAgainstOnnx);
             return values->front();
         }
         return n.number(name, otherwise);

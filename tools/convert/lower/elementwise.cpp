@@ -1,6 +1,7 @@
 // Arithmetic, element by element.
+#include <algorithm>
 #include <cmath>
-#include <limits>
+#include <utility>
 
 #include "convert/lower/broadcast.h"
 #include "convert/lower/elements.h"
@@ -37,6 +38,37 @@ Placed powerOf(Program& program, const Placed& x, int exponent) {
     const Placed half = powerOf(program, x, exponent / 2);
     const Placed square = with(half, program.multiply(half.step, half.step));
     return exponent % 2 == 0 ? square : combined(program, Binary::multiply, operandOf(square), operandOf(x));
+}
+
+// The values where the mask is not 0, and 0 elsewhere, both repeated to common dims.
+Array selected(const Program& program, const Array& values, const Array& mask) {
+    const std::size_t rank = std::max(values.dims().size(), mask.dims().size());
+    Dims dims(rank, 1);
+    std::vector<std::int64_t> steps(rank, 0), maskSteps(rank, 0);
+    for (const auto& [array, own] : {std::pair(&values, &steps), std::pair(&mask, &maskSteps)}) {
+        std::int64_t step = 1;
+        for (std::size_t i = array->dims().size(), at = rank; i-- > 0;) {
+            const std::int64_t extent = array->dims()[i];
+            --at;
+            if (extent == 1) continue;
+            dims[at] = extent;
+            (*own)[at] = step;
+            step *= extent;
+        }
+    }
+    program.requireFloats(elementCount(dims));
+    const Floats source = floatsOf(values), chosen = floatsOf(mask);
+    std::vector<float> result(static_cast<std::size_t>(elementCount(dims)));
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        auto rest = static_cast<std::int64_t>(i);
+        std::int64_t at = 0, atMask = 0;
+        for (std::size_t axis = rank; axis-- > 0; rest /= dims[axis]) {
+            at += rest % dims[axis] * steps[axis];
+            atMask += rest % dims[axis] * maskSteps[axis];
+        }
+        if ((*chosen)[static_cast<std::size_t>(atMask)] != 0) result[i] = (*source)[static_cast<std::size_t>(at)];
+    }
+    return floatArray(dims, std::move(result));
 }
 
 }  // namespace
@@ -85,16 +117,21 @@ void lowerReciprocal(NodeLowering& n) { n.result(combined(n.program, Binary::div
 
 void lowerPow(NodeLowering& n) {
     const Floats exponents = n.floats(1, "the exponent");
-    if (exponents->size() != 1) n.refuse("an exponent for each element", "use one number");
-    const double exponent = exponents->front();
+    const double exponent = exponents->empty() ? 1 : exponents->front();
+    const bool isOne =
+        std::all_of(exponents->begin(), exponents->end(), [&](float e) { return e == exponents->front(); });
+    if (!isOne) n.refuse("different exponents", "use a Pow of its own for each exponent, and join their results");
     const Placed x = n.x(0);
-    if (n.outDims().size() != x.rank()) n.refuse("an exponent with more dimensions than the base");
+    if (n.outDims() != x.dims())
+        n.refuse("exponents of shape " + describeDims(n.dims(1)) + " for a base of " + describeDims(x.dims()),
+                 "use one number as the exponent");
     constexpr double kLargest = 64;
+    if (exponent == 0) return n.result(with(x, n.program.plus(n.program.clip(x.step, 0, 0), 1)));
     if (exponent == 0.5) return n.result(with(x, squareRoot(n.program, x.step)));
     if (exponent == -0.5)
         return n.result(combined(n.program, Binary::divide, one(), operandOf(with(x, squareRoot(n.program, x.step)))));
-    if (exponent != std::floor(exponent) || exponent == 0.0 || std::fabs(exponent) > kLargest)
-        n.refuse("the exponent " + std::to_string(exponent), "only whole numbers up to 64, 0.5 and -0.5 are supported");
+    if (exponent != std::floor(exponent) || std::fabs(exponent) > kLargest)
+        n.refuse("the exponent " + std::to_string(exponent), "use a whole number up to 64, 0.5 or -0.5");
     const Placed power = powerOf(n.program, x, static_cast<int>(std::fabs(exponent)));
     if (exponent > 0) return n.result(power);
     n.result(combined(n.program, Binary::divide, one(), operandOf(power)));
@@ -105,25 +142,20 @@ void lowerSqrt(NodeLowering& n) {
     n.result(with(x, squareRoot(n.program, x.step)));
 }
 
-// A choice that is known in advance: a * mask + b * (1 - mask), with infinite values made finite.
+// A choice that is known in advance: a * mask + b * (1 - mask). Constants are chosen from in advance, for an infinite
+// one times 0 is no number.
 void lowerWhere(NodeLowering& n) {
     const Array& condition = n.constant(0, "the condition");
     const Floats chosen = floatsOf(condition);
     std::vector<float> first(*chosen), second(first.size());
     for (std::size_t i = 0; i < first.size(); ++i) second[i] = 1.0f - first[i];
-    const auto share = [&](std::size_t input, const std::vector<float>& mask) {
-        Operand x = operandOf(n, input);
-        if (x.values) {
-            std::vector<float> values = *floatsOf(*x.values);
-            for (float& value : values)
-                value =
-                    std::min(std::max(value, -std::numeric_limits<float>::max()), std::numeric_limits<float>::max());
-            x = operandOf(floatArray(x.values->dims(), std::move(values)));
-        }
-        return combined(n.program, Binary::multiply, x, operandOf(floatArray(condition.dims(), mask)));
+    const auto share = [&](std::size_t input, std::vector<float> values) {
+        const Array mask = floatArray(condition.dims(), std::move(values));
+        if (n.isConstant(input)) return operandOf(selected(n.program, n.constant(input, "values"), mask));
+        return operandOf(combined(n.program, Binary::multiply, operandOf(n.x(input)), operandOf(mask)));
     };
-    const Placed a = share(1, first), b = share(2, second);
-    n.result(combined(n.program, Binary::add, operandOf(a), operandOf(b)));
+    const Operand a = share(1, std::move(first)), b = share(2, std::move(second));
+    n.result(combined(n.program, Binary::add, a, b));
 }
 
 void lowerCast(NodeLowering& n) {

@@ -24,18 +24,24 @@ nolk::TensorShape hostShape(const Dims& dims) {
     return {1, asInt(sample[0]), asInt(sample[1]), asInt(last), 3};
 }
 
+constexpr const char* kHostsPart = "only floats are computed: leave this to the host";
+
 class GraphLowering {
 public:
     explicit GraphLowering(const Graph& graph)
         : graph_(graph),
           values_(graph.tensors.size()),
           isValue_(graph.tensors.size(), 0),
-          lowered_{Program(graph.budget), {}, {}, {}, 0} {}
+          lowered_{Program(graph.budget), {}, {}, {}, {}, 0} {}
 
     Lowered lower(const std::vector<int>& wanted) {
         for (const int input : graph_.inputs) addInput(input);
         for (const Node& node : graph_.nodes) lowerNode(node);
         for (const int tensor : wanted) addOutput(tensor);
+        const std::vector<char> used = lowered_.program.usedSteps(lowered_.outputs);
+        for (const int input : graph_.inputs)
+            if (used[static_cast<std::size_t>(values_[static_cast<std::size_t>(input)]->step)] == 0)
+                lowered_.unusedInputs.push_back(input);
         return std::move(lowered_);
     }
 
@@ -55,13 +61,23 @@ private:
         }
         try {
             lowered_.program.setOrigin({graph_.tensors[static_cast<std::size_t>(tensor)].name, "output"});
+            if (lowered_.findings.empty()) checkIsNumbers(tensor);
             if (!value) value = constantStep(lowered_.program, *known);
             const Placed ordered = inOrder(lowered_.program, *value);
-            lowered_.outputs.push_back(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
+            addStep(lowered_.program.view(ordered.step, hostShape(ordered.dims())));
+        } catch (const Refusal& refusal) {
+            lowered_.findings.push_back({graph_.nameOf(tensor), "output", refusal.what(), refusal.advice});
         } catch (const std::out_of_range& error) {
-            lowered_.findings.push_back(
-                {graph_.tensors[static_cast<std::size_t>(tensor)].name, "output", error.what(), ""});
+            lowered_.findings.push_back({graph_.nameOf(tensor), "output", error.what(), "make the output smaller"});
         }
+    }
+
+    // Each output has a step of its own: of one that is listed twice, a file's checks would take the second for a
+    // mistake.
+    void addStep(int step) {
+        const bool isOutput = std::count(lowered_.outputs.begin(), lowered_.outputs.end(), step) != 0;
+        Program& program = lowered_.program;
+        lowered_.outputs.push_back(isOutput ? program.view(program.copy(step), program.shapeOf(step)) : step);
     }
 
     // Whether a result depends on values of the network's inputs, and not just on their shapes.
@@ -101,12 +117,12 @@ private:
                        "store the result in the file instead of computing it");
             return;
         }
-        if (node.type() == "If" && !node.inputs.empty() && graph_.known(node.inputs[0])) {
+        if (node.type() == "If" && domain.empty() && !node.inputs.empty() && graph_.known(node.inputs[0])) {
             refuse(node, "takes another branch for another batch", "export with a fixed batch of 1");
-        } else if (!domain.empty() && domain != "ai.onnx") {
+        } else if (!domain.empty()) {
             refuse(node, "an operator of the domain " + inQuotes(domain), adviceForDomain());
         } else if (!node.error.empty() && (function || node.isKnownOperator)) {
-            refuse(node, node.error, adviceForShapes(node.type()));
+            refuse(node, node.error, node.advice.empty() ? adviceForShapes(node.type()) : node.advice);
         } else if (!function) {
             refuse(node, "no operation of nolk's does this" + inputShapes(node), "");
         } else if (!isReady(node)) {
@@ -155,20 +171,23 @@ private:
             function(lowering);
             for (std::size_t i = 0; i < node.outputs.size(); ++i)
                 if (lowering.wants(i) && !values_[static_cast<std::size_t>(node.outputs[i])])
-                    refuse(node, "output " + std::to_string(i) + " is used, which is not converted", "");
+                    refuse(node, "output " + std::to_string(i) + " is used, which is not converted",
+                           "use the first output only");
         } catch (const Refusal& refusal) {
             refuse(node, refusal.what(), refusal.advice);
         } catch (const OverBudget& error) {
             refuse(node, error.what(), "store what the network needs in the file, or use smaller extents there");
         } catch (const std::out_of_range& error) {
-            refuse(node, error.what(), "");
+            refuse(node, error.what(), "make the network smaller there");
         } catch (const OnnxError& error) {
-            refuse(node, error.what(), "");
+            refuse(node, error.what(), error.advice);
         }
     }
 
     // Everything is computed in floats; integers only pass through where nothing is computed.
     void checkTypes(const Node& node) const {
+        for (const int input : node.inputs)
+            if (input >= 0) checkIsNumbers(input);
         static const std::set<std::string> kMoving{"Concat", "Expand", "Flatten", "Gather",    "Identity", "Reshape",
                                                    "Slice",  "Split",  "Squeeze", "Transpose", "Tile",     "Unsqueeze"};
         for (const int output : node.outputs) {
@@ -177,10 +196,17 @@ private:
             if (!isFloatType(tensor.type) && node.type() != "Cast" && node.type() != "MaxPool" &&
                 kMoving.count(node.type()) == 0)
                 throw Refusal("computes with " + typeName(tensor.type) + " that depends on the network's input",
-                              "only floats are computed: leave this to the host");
+                              kHostsPart);
             if (elementCount(tensor.dims) == 0)
                 throw Refusal("an empty result " + describeDims(tensor.dims), "remove the node");
         }
+    }
+
+    // Of strings and complex numbers not even the order changes here.
+    void checkIsNumbers(int tensor) const {
+        const int type = graph_.tensors[static_cast<std::size_t>(tensor)].type;
+        if (type != onnx::TensorProto::UNDEFINED && !isFloatType(type) && !isIntType(type))
+            throw Refusal(inQuotes(graph_.nameOf(tensor)) + " holds values of the type " + typeName(type), kHostsPart);
     }
 
     // Tensors that a refused node should have made, so that the nodes behind it can be looked at, too.

@@ -24,8 +24,9 @@ struct Finding {
 
 struct Lowered {
     Program program;
-    std::vector<int> outputs;  // steps, for the tensors that were wanted
-    std::vector<int> ends;     // steps in front of nodes that cannot be converted
+    std::vector<int> outputs;       // steps, for the tensors that were wanted
+    std::vector<int> unusedInputs;  // of the graph: no output depends on their values
+    std::vector<int> ends;          // steps in front of nodes that cannot be converted
     std::vector<Finding> findings;
     int unseenNodes = 0;  // behind findings, with inputs whose shapes nobody knows
 };

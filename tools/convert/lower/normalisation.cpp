@@ -134,7 +134,7 @@ void lowerGroupNormalization(NodeLowering& n) {
 // factor * x / sqrt(addend^2 + |x|^2) along one axis. Factor and addend are the rewriting's; a line of zeros stays one.
 void lowerLpNormalization(NodeLowering& n) {
     if (n.integer("p", 2) != 2)
-        n.refuse("p = " + std::to_string(n.integer("p", 2)), "only the Euclidean norm is supported");
+        n.refuse("p = " + std::to_string(n.integer("p", 2)), "write it with Abs, ReduceSum and Div");
     const Placed x = n.x(0);
     const std::size_t axis = n.axis(n.integer("axis", -1), x.rank());
     const Placed normalised = normalisedAlong(n.program, x, axis, std::max(n.number("addend", 0), kTinyAddend));

@@ -97,19 +97,13 @@ const std::map<std::string, LowerFunction>& table() {
 constexpr const char* kCut = "end the network before it and leave the rest to the host";
 constexpr const char* kTrace = "export by tracing, which follows one path (torch.jit.trace, not torch.jit.script)";
 constexpr const char* kFloats = "export the network before quantisation";
-constexpr const char* kFlat =
-    "use the 1-D or 2-D form, and give inputs the shapes that the network was made for (--shape)";
 constexpr const char* kOther = "replace it by operators that converting.md lists, or end the network before it";
 
 const std::map<std::string, const char*>& advice() {
     static const std::map<std::string, const char*> kAdvice{
         {"ArgMax", kCut},
         {"ArgMin", kCut},
-        {"AveragePool", kFlat},
-        {"BatchNormalization", "export in evaluation mode, with opset 9 or later"},
-        {"Conv", kFlat},
         {"ConvInteger", kFloats},
-        {"ConvTranspose", kFlat},
         {"DequantizeLinear", kFloats},
         {"DynamicQuantizeLinear", kFloats},
         {"Einsum", "write the product with matmul and permute"},
@@ -119,7 +113,6 @@ const std::map<std::string, const char*>& advice() {
         {"Log", kCut},
         {"Loop", kTrace},
         {"MatMulInteger", kFloats},
-        {"MaxPool", kFlat},
         {"MaxUnpool", "replace it by a Resize or a ConvTranspose"},
         {"NonMaxSuppression", kCut},
         {"NonZero", kCut},
@@ -159,7 +152,7 @@ std::string adviceForDomain() {
 
 std::string adviceForShapes(const std::string& type) {
     const auto found = advice().find(type);
-    return found != advice().end()
+    return found != advice().end() && !loweringOf(type)
                ? found->second
                : "check that the inputs have the shapes that the network was made for; --shape sets them";
 }

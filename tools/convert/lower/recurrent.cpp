@@ -16,7 +16,7 @@ void checkAttributes(const NodeLowering& n, int directions) {
             if (activations->strings(i) != expected[i % 3])
                 n.refuse("the activation " + activations->strings(i), "use the usual activations");
         if (activations->strings_size() != 3 * directions && activations->strings_size() != 0)
-            n.refuse(std::to_string(activations->strings_size()) + " activations");
+            n.refuse(std::to_string(activations->strings_size()) + " activations", kAgainstOnnx);
     }
 }
 
@@ -25,11 +25,13 @@ void checkStates(const NodeLowering& n, std::int64_t steps) {
         for (const std::int64_t length : n.integers(4, "sequence_lens"))
             if (length != steps) n.refuse("sequence_lens below the number of steps", "give sequences of one length");
     const char* const names[] = {"initial_h", "initial_c", "P"};
+    constexpr const char* kAdvice = "start from zero states, without peepholes";
     for (std::size_t i = 0; i < 3; ++i) {
         if (!n.has(5 + i)) continue;
+        if (!n.isConstant(5 + i)) n.refuse(std::string(names[i]) + " depends on the network's input", kAdvice);
         const Floats values = n.floats(5 + i, names[i]);
         if (std::any_of(values->begin(), values->end(), [](float v) { return v != 0.0f; }))
-            n.refuse(std::string(names[i]) + " is not zero", "start from zero states, without peepholes");
+            n.refuse(std::string(names[i]) + " is not zero", kAdvice);
     }
 }
 

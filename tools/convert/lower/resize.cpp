@@ -80,7 +80,7 @@ Row weightsAt(const Rule& rule, double source, std::int64_t extent) {
 
 Matrix matrixOf(const NodeLowering& n, const Rule& rule, const AxisSize& size) {
     constexpr std::int64_t kLargest = 1 << 20;
-    if (size.out > kLargest) n.refuse("too large an extent: " + std::to_string(size.out));
+    if (size.out > kLargest) n.refuse("too large an extent: " + std::to_string(size.out), "resize to fewer elements");
     Matrix matrix;
     for (std::int64_t i = 0; i < size.out; ++i) matrix.push_back(weightsAt(rule, sourceOf(n, rule, size, i), size.in));
     return matrix;
@@ -137,7 +137,7 @@ std::vector<double> scalesOf(const NodeLowering& n, std::size_t rank) {
     auto axes = n.integerList("axes");
     if (axes.empty())
         for (std::size_t i = 0; i < rank; ++i) axes.push_back(static_cast<std::int64_t>(i));
-    if (axes.size() != given.size()) n.refuse("scales for " + std::to_string(given.size()) + " axes");
+    if (axes.size() != given.size()) n.refuse("scales for " + std::to_string(given.size()) + " axes", kAgainstOnnx);
     for (std::size_t i = 0; i < axes.size(); ++i) scales[n.axis(axes[i], rank)] = given[i];
     return scales;
 }
@@ -168,7 +168,8 @@ Rule ruleOf(const NodeLowering& n) {
     rule.rounding = isOld ? "floor" : n.text("nearest_mode", "round_prefer_floor");
     rule.cubicA = n.number("cubic_coeff_a", -0.75f);
     rule.excludesOutside = n.integer("exclude_outside", 0) != 0;
-    if (rule.mode != "nearest" && rule.mode != "linear" && rule.mode != "cubic") n.refuse("mode " + rule.mode);
+    if (rule.mode != "nearest" && rule.mode != "linear" && rule.mode != "cubic")
+        n.refuse("mode " + rule.mode, kAgainstOnnx);
     if (n.integer("antialias", 0) != 0) n.refuse("antialias", "export without antialias");
     return rule;
 }

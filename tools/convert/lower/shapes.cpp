@@ -231,10 +231,13 @@ void lowerGather(NodeLowering& n) {
     const Placed x = n.x(0);
     const std::size_t axis = n.axis(n.integer("axis", 0), x.rank());
     std::vector<std::int64_t> list = indices.ints();
+    const std::int64_t extent = x.dims()[axis];
     for (std::int64_t& index : list) {
-        if (index < 0) index += x.dims()[axis];
-        if (index < 0 || index >= x.dims()[axis])
-            n.refuse("an index beyond the extent " + std::to_string(x.dims()[axis]));
+        if (index < -extent || index >= extent)
+            n.refuse("index " + std::to_string(index) + " is beyond the extent " + std::to_string(extent),
+                     "use indices from " + std::to_string(-extent) + " to " + std::to_string(extent - 1) +
+                         ", or give the input the shape that the network was made for (--shape)");
+        if (index < 0) index += extent;
     }
     n.result(reshapedAlways(n.program, gathered(n.program, x, axis, list), n.outDims()));
 }
@@ -248,7 +251,7 @@ void lowerPad(NodeLowering& n) {
     std::vector<std::int64_t> axes(x.rank());
     std::iota(axes.begin(), axes.end(), 0);
     if (n.has(3)) axes = n.integers(3, "axes");
-    if (pads.size() != 2 * axes.size()) n.refuse("pads of another rank");
+    if (pads.size() != 2 * axes.size()) n.refuse("pads of another rank", kAgainstOnnx);
     for (std::size_t i = 0; i < axes.size(); ++i) {
         before[n.axis(axes[i], x.rank())] = pads[i];
         behind[n.axis(axes[i], x.rank())] = pads[i + axes.size()];
@@ -258,7 +261,7 @@ void lowerPad(NodeLowering& n) {
                            cutBehind = std::max<std::int64_t>(-behind[i], 0);
         if (cutBefore + cutBehind == 0) continue;
         const std::int64_t left = x.dims()[i] - cutBefore - cutBehind;
-        if (left < 1) n.refuse("an empty result " + describeDims(n.outDims()));
+        if (left < 1) n.refuse("an empty result " + describeDims(n.outDims()), "remove the node");
         x = taken(n.program, x, i, cutBefore, left, 1);
         before[i] = std::max<std::int64_t>(before[i], 0);
         behind[i] = std::max<std::int64_t>(behind[i], 0);

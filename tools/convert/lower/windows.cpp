@@ -25,7 +25,7 @@ int planes(NodeLowering& n, std::size_t input, bool joinsBatch) {
     const Placed x = n.x(input);
     if (x.rank() != 3 && x.rank() != 4)
         n.refuse("input " + describeDims(x.dims()) + " should have one or two spatial dimensions",
-                 "only one- and two-dimensional windows are supported");
+                 "use the 1-D or 2-D form");
     if (x.dims()[0] != 1 && !joinsBatch)
         n.refuse("input " + describeDims(x.dims()) + " has a fixed batch of " + std::to_string(x.dims()[0]),
                  "export with a batch of 1, or with a free batch axis");

@@ -37,7 +37,8 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& why) const {
-        throw OnnxError("equation " + inQuotes(equation_) + ": " + why);
+        throw OnnxError("equation " + inQuotes(equation_) + ": " + why,
+                        "correct the equation, or the shapes of its operands");
     }
 
     // One key for each axis of a term whose ellipsis, if there is one, stands for as many axes.

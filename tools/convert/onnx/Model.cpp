@@ -49,12 +49,8 @@ std::string notAModel(const fs::path& path) {
 }
 
 void parse(const fs::path& path, onnx::ModelProto& proto) {
+    if (mayBlock(path)) throw OnnxError("is no regular file");
     std::error_code error;
-    const fs::file_status status = fs::status(path, error);
-    // A pipe that nobody writes to blocks; one that the user's shell has opened does not.
-    const bool isOpened = path == "/dev/stdin" || path.parent_path() == "/dev/fd";
-    if (fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status) && !isOpened)
-        throw OnnxError("is no regular file");
     const std::uintmax_t size = fs::is_directory(path, error) ? 0 : fs::file_size(path, error);
     if (!error && size > INT_MAX) throw OnnxError("larger than 2 GiB: store its weights as external data");
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -105,8 +101,7 @@ void take(Model& model, TensorProto& tensor, const std::string& name, TypeCounts
 
 // The tensor that a Constant of the graph stands for; null for one of other forms, which is evaluated like other nodes.
 TensorProto* constantOf(onnx::NodeProto& node) {
-    const bool isOwn = node.domain().empty() || node.domain() == "ai.onnx";
-    if (!isOwn || node.op_type() != "Constant" || node.input_size() != 0 || node.output_size() != 1 ||
+    if (!node.domain().empty() || node.op_type() != "Constant" || node.input_size() != 0 || node.output_size() != 1 ||
         node.output(0).empty() || node.attribute_size() != 1 || node.attribute(0).name() != "value" ||
         !node.attribute(0).has_t())
         return nullptr;
@@ -146,6 +141,17 @@ void takeConstants(onnx::GraphProto& graph, const fs::path& folder, TypeCounts& 
         }
 }
 
+// The default domain has a second name.
+void useEmptyDomain(onnx::GraphProto& graph) {
+    for (auto& node : *graph.mutable_node()) {
+        if (node.domain() == "ai.onnx") node.clear_domain();
+        for (auto& attribute : *node.mutable_attribute()) {
+            if (attribute.has_g()) useEmptyDomain(*attribute.mutable_g());
+            for (auto& inner : *attribute.mutable_graphs()) useEmptyDomain(inner);
+        }
+    }
+}
+
 void addExternalFile(const TensorProto& tensor, Model& model) {
     if (tensor.data_location() != TensorProto::EXTERNAL) return;
     for (const auto& entry : tensor.external_data()) {
@@ -180,6 +186,13 @@ void takeTensors(Model& model) {
 
 }  // namespace
 
+bool mayBlock(const fs::path& path) {
+    std::error_code error;
+    const fs::file_status status = fs::status(path, error);
+    const bool isOpened = path == "/dev/stdin" || path.parent_path() == "/dev/fd";
+    return fs::exists(status) && !fs::is_regular_file(status) && !fs::is_directory(status) && !isOpened;
+}
+
 Model readModel(const fs::path& path) {
     onnx::ModelProto proto;
     parse(path, proto);
@@ -192,11 +205,31 @@ Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
     model.proto = std::move(proto);
     model.folder = folder;
     model.opset = defaultOpset(model.proto);
+    useEmptyDomain(*model.proto.mutable_graph());
     takeTensors(model);
     return model;
 }
 
+namespace {
+
+// The tensors that recurrent nodes take with the time first.
+std::set<std::string> sequencesOf(const onnx::GraphProto& graph) {
+    static const std::set<std::string> kRecurrent{"GRU", "LSTM", "RNN"};
+    std::set<std::string> names;
+    for (const auto& node : graph.node()) {
+        const auto& attributes = node.attribute();
+        const bool isBatchFirst = std::any_of(attributes.begin(), attributes.end(),
+                                              [](const auto& a) { return a.name() == "layout" && a.i() != 0; });
+        if (!isBatchFirst && node.input_size() > 0 && kRecurrent.count(node.op_type()) != 0)
+            names.insert(node.input(0));
+    }
+    return names;
+}
+
+}  // namespace
+
 std::vector<ModelInput> inputsOf(const Model& model) {
+    const std::set<std::string> sequences = sequencesOf(model.graph());
     std::vector<ModelInput> inputs;
     for (const auto& value : model.graph().input()) {
         if (model.initializers.count(value.name()) != 0) continue;
@@ -205,6 +238,7 @@ std::vector<ModelInput> inputsOf(const Model& model) {
         input.type = value.type().tensor_type().elem_type();
         if (!value.type().has_tensor_type()) throw OnnxError("input " + inQuotes(input.name) + " is not a tensor");
         input.hasShape = value.type().tensor_type().has_shape();
+        input.isSequence = sequences.count(input.name) != 0;
         for (const auto& extent : value.type().tensor_type().shape().dim()) {
             const bool isFixed = extent.has_dim_value() && extent.dim_value() > 0;
             input.dims.push_back(isFixed ? extent.dim_value() : -1);

@@ -36,6 +36,7 @@ struct ModelInput {
     bool hasShape = false;
     Dims dims;                            // -1 for an extent that is not fixed
     std::vector<std::string> parameters;  // its name, "batch", or "" for each extent
+    bool isSequence = false;              // a recurrent node takes it as [time, n, features]
 };
 
 // Throws OnnxError: a file that cannot be read, is not ONNX, is of an IR outside 3 to 10 or an opset outside 7 to 21.
@@ -43,6 +44,10 @@ Model readModel(const std::filesystem::path& path);
 
 // The same for messages that are in memory.
 Model modelOf(onnx::ModelProto proto, const std::filesystem::path& folder);
+
+// Whether opening the path may wait for ever, as for a pipe that nobody writes to. One that the user's shell has opened
+// does not.
+bool mayBlock(const std::filesystem::path& path);
 
 std::vector<ModelInput> inputsOf(const Model& model);
 
