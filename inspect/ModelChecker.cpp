@@ -175,7 +175,9 @@ void ModelChecker::checkViews() {
 void ModelChecker::checkWithBuilder() {
     const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
     RecordWalk walk(file_, 1, *builder);
-    while (walk.record().number < readableRecords_ && findings_.size() < kMaxFindings && walk.next()) {
+    // However many warnings there are, a file without errors is built as a whole.
+    const std::size_t most = hasErrors() ? kMaxFindings : findings_.size() + kMaxFindings;
+    while (walk.record().number < readableRecords_ && findings_.size() < most && walk.next()) {
         // The first reading succeeded, but the builder needs more memory.
         if (!walk.record().failure.empty()) return report(Severity::error, walk.record(), walk.record().failure);
         checkOperation(walk.record(), walk.model());

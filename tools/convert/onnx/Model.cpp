@@ -90,6 +90,12 @@ void checkVersions(const onnx::ModelProto& proto) {
     if (proto.graph().sparse_initializer_size() != 0) throw OnnxError("sparse weights are not supported");
 }
 
+void checkInputNames(const onnx::GraphProto& graph) {
+    std::set<std::string> names;
+    for (const auto& input : graph.input())
+        if (!names.insert(input.name()).second) throw OnnxError("two inputs are named " + inQuotes(input.name()));
+}
+
 // How many tensors of each type become float32.
 using TypeCounts = std::map<int, int>;
 
@@ -188,6 +194,7 @@ Model readModel(const fs::path& path) {
 
 Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
     checkVersions(proto);
+    checkInputNames(proto.graph());
     Model model;
     model.proto = std::move(proto);
     model.folder = folder;
