@@ -6,7 +6,7 @@
 //   run N       runs it N times; microseconds of every run, without input and output of this program
 //   write PATH  writes all outputs to PATH as floats; their number
 //   memory      bytes that the process uses now, and the most it has used
-//   peak        GFLOP/s that one core reaches with multiply-adds in registers
+//   peak S      GFLOP/s that one core reaches for S seconds with multiply-adds in registers
 // Uses libnolk alone. A failure is printed to standard error and ends the program.
 #include <nolk.h>
 
@@ -96,8 +96,8 @@ public:
     void answer(const std::string& command, std::istream& arguments) {
         if (command == "load") return load();
         if (command == "memory") return memory();
-        if (command == "peak") {
-            std::cout << peakRate() << std::endl;
+        if (double seconds = 0; command == "peak" && arguments >> seconds) {
+            std::cout << peakRate(seconds) << std::endl;
             return;
         }
         if (std::string path; command == "write" && arguments >> path) {

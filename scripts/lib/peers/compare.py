@@ -44,12 +44,12 @@ def start_of(tools, name, threads):
     return functools.partial(NolkHost, tools, "NolkRaw" if name == "built-in" else name, threads)
 
 
-def measured(tools, cases, name, runtimes, arguments, reference):
+def measured(tools, cases, name, runtimes, arguments, reference, peak_host=None):
     folder = cases / name
     if not (folder / "model.onnx").exists():
         raise RuntimeError("not exported")
     model = Model(tools, folder, arguments.batch)
-    return measure(runtimes, model, reference, arguments.rounds, arguments.pin), model.gflop
+    return measure(runtimes, model, reference, arguments.rounds, arguments.pin, peak_host), model.gflop
 
 
 def arguments_of_program():
@@ -76,13 +76,11 @@ def subtract_nothing(nothing, all_results):
             result.memory -= nothing[name, threads].memory
             if name == "ORT":
                 result.microseconds = [time - nothing[name, threads].median for time in result.microseconds]
+                result.turns = [time - nothing[name, threads].median for time in result.turns]
 
 
-def peak_rate(tools, arguments):
-    host = start_of(tools, "built-in", 1)(Model(tools, arguments.chains / "nothing", arguments.batch))
-    rate = max(host.peak() for _ in range(5))
-    host.close()
-    return rate
+def host_for_peak(tools, arguments):
+    return start_of(tools, "built-in", 1)(Model(tools, arguments.chains / "nothing", arguments.batch))
 
 
 def save(path, all_results, gflops):
@@ -93,7 +91,7 @@ def save(path, all_results, gflops):
     path.write_text(json.dumps(rows))
 
 
-def measure_all(tools, report, arguments):
+def measure_all(tools, report, arguments, peak_host):
     """Results and GFLOP of every network, and whether none failed."""
     runtimes = {(name, threads): start_of(tools, name, threads) for name in report.names for threads in report.threads}
     reference = report.reference, report.threads[0]
@@ -103,7 +101,8 @@ def measure_all(tools, report, arguments):
     for name in arguments.names or cases:
         print(f"{name} ...", file=sys.stderr)
         try:
-            all_results[name], gflops[name] = measured(tools, arguments.cases, name, runtimes, arguments, reference)
+            all_results[name], gflops[name] = measured(tools, arguments.cases, name, runtimes, arguments, reference,
+                                                       peak_host)
         except RuntimeError as error:  # the other networks are measured all the same
             print(f"{name}: {error}", file=sys.stderr)
             good = False
@@ -121,11 +120,14 @@ def main():
     os.environ["LD_LIBRARY_PATH"] = ":".join(str(folder.resolve()) for folder in folders)
     report = Report([name for name in arguments.runtimes if name != "NolkFast" or fast], arguments.threads)
 
-    all_results, gflops, good = measure_all(tools, report, arguments)
+    peak_host = host_for_peak(tools, arguments) if arguments.layers else None
+    all_results, gflops, good = measure_all(tools, report, arguments, peak_host)
+    if peak_host:
+        peak_host.close()
     if arguments.json:
         save(arguments.json, all_results, gflops)
     if arguments.layers:
-        print(report.layers(all_results, gflops, peak_rate(tools, arguments)))
+        print(report.layers(all_results, gflops))
     else:
         print(report.times(all_results))
     print(report.costs(all_results))

@@ -81,8 +81,9 @@ class NolkHost(Host):
         """The shapes of the outputs."""
         return [output["shape"] for output in self.model.info["outputs"]]
 
-    def peak(self):
-        return float(self.ask("peak")[0])
+    def peak(self, seconds):
+        """GFLOP/s that one core reaches for so many seconds with multiply-adds in registers."""
+        return float(self.ask(f"peak {seconds}")[0])
 
 
 class OnnxRuntimeHost(Host):

@@ -2,10 +2,12 @@
 
     results = measure(runtimes, model, key, 15, False)     # runtimes: key -> function(model) that starts a host
     results[key].median, .load, .memory, .difference
+    measure(runtimes, model, key, 15, False, peak_host)[key].share(gflop)
 
 Every host stays alive while all are measured. In a turn a host runs once untimed, because the others have emptied the
 caches, then for about TURN_SECONDS. The order changes from round to round, so that a slow moment of the machine does
-not hit one runtime alone.
+not hit one runtime alone. With a peak host, each turn is preceded by as long a time of multiply-adds that need no
+memory: what the processor sustains changes from second to second.
 """
 import dataclasses
 import math
@@ -24,17 +26,23 @@ class Result:
     loads: list            # seconds
     memory: int = 0        # bytes that the network added to those of the program, at most
     difference: float = 0  # the largest from the reference's outputs, of their largest value
+    turns: list = dataclasses.field(default_factory=list)  # the median microseconds of each
+    peaks: list = dataclasses.field(default_factory=list)  # GFLOP/s of one core before each turn
 
     @property
     def median(self):
         return statistics.median(self.microseconds)
+
+    def share(self, gflop):
+        """Of the peak of one core, if a run takes so many GFLOP."""
+        return statistics.median(gflop / time * 1e6 / peak for time, peak in zip(self.turns, self.peaks))
 
     @property
     def load(self):
         return statistics.median(self.loads)
 
 
-def measure(runtimes, model, reference, rounds, pin):
+def measure(runtimes, model, reference, rounds, pin, peak_host=None):
     hosts = {}
     try:
         for key, start in runtimes.items():
@@ -44,7 +52,7 @@ def measure(runtimes, model, reference, rounds, pin):
         for key, host in hosts.items():
             if pin:
                 host.pin(results[key].runs_of_a_turn)
-        time_turns(hosts, results, rounds)
+        time_turns(hosts, results, rounds, peak_host)
         for _ in range(LOADS - 1):
             for key, host in hosts.items():
                 results[key].loads.append(host.load())
@@ -84,12 +92,16 @@ def outputs_of(host, model):
     return model.batch_first(numpy.fromfile(path, numpy.float32), host.shapes())
 
 
-def time_turns(hosts, results, rounds):
+def time_turns(hosts, results, rounds, peak_host):
     keys = list(hosts)
     shuffle = random.Random(1).shuffle
     for _ in range(rounds):
         shuffle(keys)
         for key in keys:
+            if peak_host:
+                results[key].peaks.append(peak_host.peak(TURN_SECONDS))
             hosts[key].run(1)
-            results[key].microseconds += hosts[key].run(results[key].runs_of_a_turn)
+            times = hosts[key].run(results[key].runs_of_a_turn)
+            results[key].microseconds += times
+            results[key].turns.append(statistics.median(times))
             hosts[key].settle()

@@ -67,8 +67,8 @@ class Report:
             rows.append(row + [f"{max(results[n, t].difference for t in self.threads):.0e}" for n in self.compared])
         return table(columns, rows)
 
-    def layers(self, all_results, gflops, peak):
-        """One layer of each chain of eight, and the share of the processor's peak."""
+    def layers(self, all_results, gflops):
+        """One layer of each chain of eight, and the share of what the cores sustain."""
         columns = ["layer", "threads"] + [f"{n}, us" for n in self.names]
         columns += [f"{n} / {self.reference}" for n in self.compared] + [f"{n}, of peak" for n in self.names]
         rows = []
@@ -76,9 +76,12 @@ class Report:
             for threads in self.threads:
                 row = [chain, str(threads)] + [f"{results[n, threads].median / 8:.1f}" for n in self.names]
                 row += [f"{ratio:.2f}" for ratio in self._ratios(results, threads)]
-                rates = [gflops[chain] / results[n, threads].median * 1e6 for n in self.names]
-                rows.append(row + [f"{100 * rate / peak / threads:.0f} %" for rate in rates])
-        return table(columns, rows) + f"\nPeak: {peak:.0f} GFLOP/s of one core, with multiply-adds in registers.\n"
+                shares = [results[n, threads].share(gflops[chain]) / threads for n in self.names]
+                rows.append(row + [f"{100 * share:.0f} %" for share in shares])
+        peaks = [peak for results in all_results.values() for result in results.values() for peak in result.peaks]
+        return table(columns, rows) + (
+            f"\nPeak: {min(peaks):.0f} to {max(peaks):.0f} GFLOP/s of one core with multiply-adds in registers, measured "
+            "before each turn for as long.\n")
 
 
 def version_of(program, *arguments):

@@ -14,6 +14,8 @@ extern const FastKernels kernels;
 
 // productKernels.cpp
 void product(const FastProduct& call);
+
+// depthwiseKernels.cpp
 void depthwise(const FastDepthwise& call);
 
 // stepKernels.cpp

@@ -3,13 +3,6 @@
 #include "fast/kernels/levelKernels.h"
 #include "fast/kernels/vectors.h"
 
-// Loops over a tile's registers are unrolled completely: else the sums would lie in memory.
-#ifdef __clang__
-#define NOLK_UNROLL _Pragma("unroll")
-#else
-#define NOLK_UNROLL _Pragma("GCC unroll 32")
-#endif
-
 namespace NOLK_FAST_LEVEL {
 namespace {
 
@@ -38,8 +31,8 @@ struct Corner {
     const float* bias;
     float* y;
     const float* added;
-    const float* next;        // weights that will be needed later
-    std::ptrdiff_t nextStep;  // floats of them for each tap
+    const float* next;        // weights of the first block that will be needed later
+    std::ptrdiff_t nextStep;  // floats of them for two taps
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
@@ -57,13 +50,8 @@ void productTile(const FastProduct& call, const Corner& at) {
                                     : at.bias + block * kFastBlock + lane);
     }
 
-    const float* w = at.weights;
-    const float* next = at.next;
-    const std::int32_t* const end = call.taps + call.tapCount;
-    for (const std::int32_t* tap = call.taps; tap != end; ++tap, w += kFastBlock, next += at.nextStep) {
-        // With narrower registers a tap has less work to hide the prefetch behind.
-        if constexpr (kLanes == kFastBlock) __builtin_prefetch(next, 0, 2);
-        const float* const x = at.x + *tap;
+    const auto addTap = [&](std::int32_t tap, const float* w) __attribute__((always_inline)) {
+        const float* const x = at.x + tap;
         Vector weights[kWidth];
         NOLK_UNROLL
         for (int v = 0; v < kWidth; ++v) weights[v] = load(w + v / kVectors * at.weightsBlock + v % kVectors * kLanes);
@@ -74,7 +62,19 @@ void productTile(const FastProduct& call, const Corner& at) {
             NOLK_UNROLL
             for (int v = 0; v < kWidth; ++v) sum[v] = fma(factor, weights[v], sum[v]);
         }
+    };
+    const float* w = at.weights;
+    const float* next = at.next;
+    const std::int32_t* tap = call.taps;
+    const std::int32_t* const end = tap + call.tapCount;
+    // One prefetch for each tap, in turn from the first block and the second; more would cost time.
+    for (; end - tap > 1; tap += 2, w += 2 * kFastBlock, next += at.nextStep) {
+        __builtin_prefetch(next, 0, 2);
+        addTap(tap[0], w);
+        if constexpr (kBlocks > 1) __builtin_prefetch(next + at.weightsBlock, 0, 2);
+        addTap(tap[1], w + kFastBlock);
     }
+    if (tap != end) addTap(*tap, w);
 
     const Vector low = broadcast(call.low), high = broadcast(call.high);
     NOLK_UNROLL
@@ -158,35 +158,28 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
-int quotientUp(int a, int b) { return (a + b - 1) / b; }
-
-// Weights of the next blocks, which come from far: each tile asks for its part of them.
-struct Prefetch {
-    const float* first;
-    std::ptrdiff_t floats;
-    std::ptrdiff_t step;  // floats for each tap
-    const float* next;
-};
-
-// All rows and pixels of a few blocks.
-void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, Prefetch& prefetch) {
-    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most);
+// All rows and pixels of a few blocks. Each tile asks for its part of the weights for as many taps from `next` on,
+// which come from far and are needed afterwards; null if there are none.
+void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, const float* next) {
+    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most), places = call.rows * call.pixels;
+    const float* const end = next ? next + static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock : nullptr;
     for (int row = 0; row < call.rows; row += 2)
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
             const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
+            const int part = quotientUp(2 * kFastBlock * rows * pixels, places);
             for (int r = row; r < row + rowsLeft; r += rows) {
+                const std::ptrdiff_t step = next >= end ? 0 : part < kFastBlock ? part : kFastBlock;
                 const Corner at{call.x + r * call.xRow + pixel * call.xStep,
                                 call.weights,
                                 weightsBlock,
                                 call.bias,
                                 call.y + r * call.yRow + pixel * call.yStep,
                                 call.added ? call.added + r * call.addedRow + pixel * call.addedStep : nullptr,
-                                prefetch.next,
-                                prefetch.step};
-                prefetch.next += prefetch.step * call.tapCount;
-                if (prefetch.next >= prefetch.first + prefetch.floats) prefetch.next = prefetch.first;
+                                step ? next : call.weights,
+                                step};
+                next += step * (call.tapCount / 2);
                 if (call.lanes == kFastBlock)
                     tile(call, at);
                 else
@@ -198,7 +191,7 @@ void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weights
 // If the blocks have very many weights, it takes some taps at a time and keeps the sums in y: the weights then come
 // from memory all along the way, not at once for the first tile.
 void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
-    constexpr int kMostWeights = 1 << 17, kChunkWeights = 1 << 14;
+    constexpr int kMostWeights = 1 << 17, kChunkWeights = 1 << 13;
     static const float zeros[8 * kFastBlock] = {};
     const std::ptrdiff_t weightsBlock = static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock;
     const bool isLast = firstBlock + blocks == call.blocks;
@@ -209,15 +202,7 @@ void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
     const float* const weights = call.weights + firstBlock * weightsBlock;
     const float* const added = call.added ? call.added + firstBlock * call.addedBlock : nullptr;
 
-    const int places = call.rows * call.pixels, tiles = quotientUp(places, mostPixels(blocks));
-    const int part = quotientUp(blocks * kFastBlock, tiles);
-    // After the last blocks, tiles ask for weights that are near.
-    Prefetch prefetch{weights + (isLast ? 0 : blocks * weightsBlock), blocks * weightsBlock,
-                      isLast              ? 0
-                      : part < kFastBlock ? part
-                                          : kFastBlock,
-                      nullptr};
-    prefetch.next = prefetch.first;
+    const int tiles = quotientUp(call.rows * call.pixels, mostPixels(blocks));
     const bool inChunks = blocks * weightsBlock > kMostWeights && tiles >= 4 && added != some.y;
     const int chunks = inChunks ? quotientUp(call.tapCount, kChunkWeights / (blocks * kFastBlock)) : 1;
     for (int c = 0, tap = 0; c < chunks; ++c, tap += some.tapCount) {
@@ -229,7 +214,9 @@ void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
         some.added = isLastChunk ? added : nullptr;
         some.low = isLastChunk ? call.low : -__builtin_inff();
         some.high = isLastChunk ? call.high : __builtin_inff();
-        productOfBlocks(some, blocks, weightsBlock, prefetch);
+        const float* const next =
+            isLastChunk ? weights + blocks * weightsBlock : some.weights + some.tapCount * kFastBlock;
+        productOfBlocks(some, blocks, weightsBlock, isLast && isLastChunk ? nullptr : next);
     }
 }
 
@@ -245,69 +232,6 @@ void productOfStrip(const FastProduct& call) {
         if (group == 2 && left == 3 && kMostBlocks == 8) group = 3;
         productOfChunks(call, block, group);
     }
-}
-
-// sums[pixel] += x[pixel * step] * weight
-template <int kPixels>
-void addTap(const float* x, std::ptrdiff_t step, Vector weight, Vector (&sums)[kPixels]) {
-    NOLK_UNROLL
-    for (int p = 0; p < kPixels; ++p) sums[p] = fma(load(x + p * step), weight, sums[p]);
-}
-
-// Sums of one block for neighbouring pixels, for as many tiles of kPixels as asked for. kKernel and kStride are 0 for
-// those that are known only at run time.
-template <int kPixels, int kKernel, int kStride>
-void depthwiseTiles(const FastDepthwise& call, const float* x, const float* bias, float* y, const float* added,
-                    int tiles) {
-    const std::ptrdiff_t xRow = call.xRow, step = (kStride ? kStride : call.strideW) * kFastBlock;
-    const Vector low = broadcast(call.low), high = broadcast(call.high);
-    for (int lane = 0; lane < kFastBlock; lane += kLanes)
-        for (int t = 0; t < tiles; ++t) {
-            const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(t) * kPixels;
-            const float* const from = x + first * step + lane;
-            const float* const weights = call.weights + lane;
-            Vector sums[kPixels];
-            NOLK_UNROLL
-            for (int p = 0; p < kPixels; ++p) sums[p] = load(bias + lane);
-            if constexpr (kKernel > 0) {
-                NOLK_UNROLL
-                for (int kh = 0; kh < kKernel; ++kh) NOLK_UNROLL
-                for (int kw = 0; kw < kKernel; ++kw)
-                    addTap(from + kh * xRow + kw * kFastBlock, step, load(weights + (kh * kKernel + kw) * kFastBlock),
-                           sums);
-            } else {
-                for (int kh = 0; kh < call.kernelH; ++kh)
-                    for (int kw = 0; kw < call.kernelW; ++kw)
-                        addTap(from + kh * call.dilationH * xRow + kw * call.dilationW * kFastBlock, step,
-                               load(weights + (kh * call.kernelW + kw) * kFastBlock), sums);
-            }
-            NOLK_UNROLL
-            for (int p = 0; p < kPixels; ++p) {
-                const std::ptrdiff_t at = (first + p) * kFastBlock + lane;
-                if (added) sums[p] += load(added + at);
-                store(y + at, smallerOr(high, largerOr(low, sums[p])));
-            }
-        }
-}
-
-using DepthwiseTiles = void (*)(const FastDepthwise&, const float*, const float*, float*, const float*, int);
-
-constexpr int kMostDepthwisePixels = kLanes == 8 ? 6 : 8;
-
-template <int kKernel, int kStride, int... kPixels>
-DepthwiseTiles depthwiseTilesOf(int pixels, std::integer_sequence<int, kPixels...>) {
-    static constexpr DepthwiseTiles tiles[] = {nullptr, depthwiseTiles<kPixels + 1, kKernel, kStride>...};
-    return tiles[pixels];
-}
-
-DepthwiseTiles depthwiseTilesOf(const FastDepthwise& call, int pixels) {
-    constexpr auto kAll = std::make_integer_sequence<int, kMostDepthwisePixels>();
-    const bool dense = call.kernelH == call.kernelW && call.dilationH == 1 && call.dilationW == 1;
-    if (dense && call.kernelH == 3 && call.strideW == 1) return depthwiseTilesOf<3, 1>(pixels, kAll);
-    if (dense && call.kernelH == 3 && call.strideW == 2) return depthwiseTilesOf<3, 2>(pixels, kAll);
-    if (dense && call.kernelH == 5 && call.strideW == 1) return depthwiseTilesOf<5, 1>(pixels, kAll);
-    if (dense && call.kernelH == 5 && call.strideW == 2) return depthwiseTilesOf<5, 2>(pixels, kAll);
-    return depthwiseTilesOf<0, 0>(pixels, kAll);
 }
 
 }  // namespace
@@ -330,25 +254,6 @@ void product(const FastProduct& call) {
         strip.y = call.y + done * (cutRows ? call.yRow : call.yStep);
         if (call.added) strip.added = call.added + done * (cutRows ? call.addedRow : call.addedStep);
         productOfStrip(strip);
-    }
-}
-
-void depthwise(const FastDepthwise& call) {
-    static const float zeros[kFastBlock] = {};
-    const float* const bias = call.bias ? call.bias : zeros;
-    // Tiles of one size, and then tiles that are one pixel smaller.
-    const int tiles = quotientUp(call.pixels, kMostDepthwisePixels), larger = quotientUp(call.pixels, tiles);
-    const int smallTiles = tiles * larger - call.pixels, largeTiles = tiles - smallTiles;
-    const DepthwiseTiles large = depthwiseTilesOf(call, larger), small = depthwiseTilesOf(call, larger - 1);
-    for (int row = 0; row < call.rows; ++row) {
-        const float* const x = call.x + static_cast<std::ptrdiff_t>(row) * call.strideH * call.xRow;
-        float* const y = call.y + row * call.yRow;
-        const float* const added = call.added ? call.added + row * call.addedRow : nullptr;
-        large(call, x, bias, y, added, largeTiles);
-        if (smallTiles == 0) continue;
-        const std::ptrdiff_t done = static_cast<std::ptrdiff_t>(largeTiles) * larger;
-        small(call, x + done * call.strideW * kFastBlock, bias, y + done * kFastBlock,
-              added ? added + done * kFastBlock : nullptr, smallTiles);
     }
 }
 

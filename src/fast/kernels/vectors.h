@@ -14,6 +14,13 @@
 #include <arm_neon.h>
 #endif
 
+// Loops over registers are unrolled completely: else what they hold would lie in memory.
+#ifdef __clang__
+#define NOLK_UNROLL _Pragma("unroll")
+#else
+#define NOLK_UNROLL _Pragma("GCC unroll 32")
+#endif
+
 namespace NOLK_FAST_LEVEL {
 
 #if defined(__AVX512F__)
@@ -142,5 +149,7 @@ inline Vector smallerOr(Vector a, Vector b) {
     return select(a < b, a, b);
 #endif
 }
+
+inline int quotientUp(int a, int b) { return (a + b - 1) / b; }
 
 }  // namespace NOLK_FAST_LEVEL

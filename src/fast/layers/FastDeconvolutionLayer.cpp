@@ -114,6 +114,7 @@ FastProductParts FastDeconvolutionLayer::pack(const FastDeconvolution& op, const
                 taps.push_back(static_cast<std::int32_t>(i / kFastBlock * input_.strides.plane + i % kFastBlock -
                                                          static_cast<std::ptrdiff_t>(kh) * input_.strides.row -
                                                          static_cast<std::ptrdiff_t>(kw) * input_.strides.pixel));
+    weights.reserve(taps.size() * static_cast<std::size_t>(w.outChannels));
     for (int o = 0; o < w.outChannels; ++o)
         for (int i = 0; i < inChannels; ++i)
             for (const int kh : rows.kernel)

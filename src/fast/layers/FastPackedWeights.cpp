@@ -9,11 +9,11 @@
 
 namespace {
 
-// Of neighbouring pairs of floats, in four chains that the processor computes side by side. Equal hashes are only a
-// hint; the floats themselves are compared.
+// Of neighbouring pairs of floats, in chains that the processor computes side by side. Equal hashes are only a hint;
+// the floats themselves are compared.
 std::uint64_t hashOf(const FastPackedFloats& floats) {
-    constexpr std::size_t kChains = 4;
-    std::uint64_t chains[kChains] = {1, 2, 3, 4};
+    constexpr std::size_t kChains = 8;
+    std::uint64_t chains[kChains] = {1, 2, 3, 4, 5, 6, 7, 8};
     for (std::size_t i = 0; i + 2 * kChains <= floats.count; i += 2 * kChains)
         for (std::size_t c = 0; c < kChains; ++c) {
             std::uint64_t bits = 0;

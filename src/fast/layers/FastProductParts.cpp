@@ -1,6 +1,8 @@
 #include "fast/layers/FastProductParts.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 #include <map>
 #include <utility>
 
@@ -45,6 +47,19 @@ std::ptrdiff_t placeParts(const nolk::Weights& w, std::vector<FastProductPart>& 
     return blocks;
 }
 
+// Stores the weights of one lane, unless all are zero, as in memory that nobody has written yet: weights which a file
+// announces but does not contain take no memory.
+void storeLane(const float* from, float* to, std::ptrdiff_t count) {
+    std::uint32_t any = 0;
+    for (std::ptrdiff_t k = 0; k < count; ++k) {
+        std::uint32_t bits = 0;
+        std::memcpy(&bits, from + k, sizeof bits);
+        any |= bits;
+    }
+    if (any == 0) return;
+    for (std::ptrdiff_t k = 0; k < count; ++k) to[k * kFastBlock] = from[k];
+}
+
 }  // namespace
 
 std::int64_t FastProductParts::packedFloats(const nolk::Weights& w) {
@@ -69,8 +84,7 @@ FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std:
                 for (int o = begin; o < std::min(begin + kFastBlock, last); ++o) {
                     const float* const from = w.weight + (w.shared ? o % w.outChannels : o) * tapCount;
                     float* const to = weights->data() + part.weights + (begin - first) * tapCount + o - begin;
-                    for (std::ptrdiff_t k = tap; k < std::min(tap + kTapsAtOnce, tapCount); ++k)
-                        storeNonZero(from[k], to[k * kFastBlock]);
+                    storeLane(from + tap, to + tap * kFastBlock, std::min(kTapsAtOnce, tapCount - tap));
                 }
         if (w.bias)
             for (int o = first; o < last; ++o)
