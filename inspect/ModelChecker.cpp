@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "builder/RawRunnerBuilder.h"
 #include "builder/shapes.h"
@@ -183,12 +184,18 @@ void ModelChecker::checkWithBuilder() {
         checkOperation(walk.record(), walk.model());
     }
     if (hasErrors()) return;
-    std::vector<LoggedOperation> operations;
-    for (const Result& result : results_) operations.push_back(result.logged);
-    if (const std::string why = refusal(costOf(operations, outputs_), {limits_.memoryBytes}); !why.empty())
+    if (const std::string why = refusal(takeCost(), {limits_.memoryBytes}); !why.empty())
         remark_ = "the network was not built: " + why;
     else
         build(walk.record(), *builder, walk.model());
+}
+
+// Releases the results of reading, whose memory building may need.
+nolk::ModelCost ModelChecker::takeCost() {
+    std::vector<LoggedOperation> operations;
+    for (Result& result : results_) operations.push_back(std::move(result.logged));
+    results_ = {};
+    return costOf(operations, outputs_);
 }
 
 void ModelChecker::checkOperation(const WalkedRecord& record, Model& model) {
