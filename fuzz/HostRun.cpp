@@ -1,16 +1,21 @@
 #include "fuzz/HostRun.h"
 
+#include <nolk_layers.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 
+#include "fuzz/target.h"
 #include "inspect/counts.h"
 #include "memory/MemoryPool.h"
 
 namespace {
 
 bool areSame(const nolk::Tensor& a, const nolk::Tensor& b) {
-    for (std::size_t i = 0; i < countOf(a); ++i) {
+    for (std::size_t i = 0, count = countOf(a); i < count; ++i) {
         if (std::isnan(a.data[i]) && std::isnan(b.data[i])) continue;
         if (std::memcmp(a.data + i, b.data + i, sizeof(float)) != 0) return false;
     }
@@ -32,14 +37,40 @@ HostRun::HostRun(const std::vector<nolk::TensorShape>& inputs, const std::vector
 
 void HostRun::fill(float (*value)(std::size_t i), float before) {
     for (const nolk::Tensor& tensor : inputs_.tensors)
-        for (std::size_t i = 0; i < countOf(tensor); ++i) tensor.data[i] = value(i);
-    for (const nolk::Tensor& tensor : outputs_.tensors)
-        for (std::size_t i = 0; i < countOf(tensor); ++i) tensor.data[i] = before;
+        for (std::size_t i = 0, count = countOf(tensor); i < count; ++i) tensor.data[i] = value(i);
+    for (const nolk::Tensor& tensor : outputs_.tensors) std::fill_n(tensor.data, countOf(tensor), before);
 }
 
 bool HostRun::run(nolk::Runner& runner) {
     return runner.run(inputs_.tensors.data(), static_cast<int>(inputs_.tensors.size()), outputs_.tensors.data(),
                       static_cast<int>(outputs_.tensors.size()));
+}
+
+bool HostRun::runTimed(nolk::Runner& runner) {
+    nolk::LayeredRunner* const layered = nolk::layeredRunnerOf(&runner);
+    if (!layered) return run(runner);
+    const int layers = layered->layerCount();
+    for (int i = 0; i < layers; ++i) expect(layered->layer(i).kind != nullptr, "a layer has a kind");
+    std::vector<std::int64_t> times(static_cast<std::size_t>(layers) + 2);
+    const bool ok = layered->runTimed(inputs_.tensors.data(), static_cast<int>(inputs_.tensors.size()),
+                                      outputs_.tensors.data(), static_cast<int>(outputs_.tensors.size()), times.data());
+    expect(std::is_sorted(times.begin(), times.end()), "layers run one after the other");
+    return ok;
+}
+
+bool HostRun::isHeldToShapes(nolk::Runner& runner) {
+    const auto inputs = static_cast<int>(inputs_.tensors.size()), outputs = static_cast<int>(outputs_.tensors.size());
+    const auto isRejected = [&](nolk::Tensor* in, int inputCount) {
+        return !runner.run(in, inputCount, outputs_.tensors.data(), outputs);
+    };
+    if (!isRejected(nullptr, inputs) || !isRejected(inputs_.tensors.data(), inputs + 1)) return false;
+    if (inputs == 0) return true;
+    std::vector<nolk::Tensor> changed = inputs_.tensors;
+    changed.back().shape.h ^= 1;
+    const bool rejectsShapes = isRejected(changed.data(), inputs);
+    changed.back().shape.h ^= 1;
+    changed.back().data = nullptr;
+    return rejectsShapes && isRejected(changed.data(), inputs);
 }
 
 float hostileValues(std::size_t i) {
@@ -69,5 +100,5 @@ bool runTwice(nolk::Runner& runner, const std::vector<nolk::TensorShape>& inputs
               const std::vector<nolk::TensorShape>& outputs) {
     HostRun host(inputs, outputs);
     host.fill(hostileValues);
-    return host.run(runner) && host.run(runner);
+    return host.run(runner) && host.runTimed(runner);
 }

@@ -18,6 +18,12 @@ public:
 
     bool run(nolk::Runner& runner);
 
+    // The same, with the times of its layers if the runner records any.
+    bool runTimed(nolk::Runner& runner);
+
+    // Whether the runner rejects tensors that are missing or of other shapes. It prints why.
+    bool isHeldToShapes(nolk::Runner& runner);
+
     const std::vector<nolk::Tensor>& outputs() const { return outputs_.tensors; }
 
 private:
@@ -46,6 +52,6 @@ bool areSame(const std::vector<nolk::Tensor>& a, const std::vector<nolk::Tensor>
 // in other builds. Results must not depend on it.
 void setFirstValue(float value);
 
-// Whether two runs on hostile values succeeded.
+// Whether two runs on hostile values succeeded, one of them timed.
 bool runTwice(nolk::Runner& runner, const std::vector<nolk::TensorShape>& inputs,
               const std::vector<nolk::TensorShape>& outputs);

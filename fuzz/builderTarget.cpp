@@ -24,7 +24,7 @@ Outline outlineOfNetwork(const std::uint8_t* data, std::size_t size, int batch) 
     return outlineOf(log, outputs);
 }
 
-void buildAndRun(nolk::RunnerBuilder& builder, Network& network, const Outline& outline) {
+void buildAndRun(nolk::RunnerBuilder& builder, Network& network, const Outline& outline, bool passesWrongTensors) {
     std::vector<nolk::TensorX*> outputs = network.record(builder);
     nolk::Runner* runner = nullptr;
     try {
@@ -33,6 +33,8 @@ void buildAndRun(nolk::RunnerBuilder& builder, Network& network, const Outline& 
         return;
     }
     expect(runTwice(*runner, outline.inputs, outline.outputs), "a network that is built runs");
+    if (passesWrongTensors)
+        expect(HostRun(outline.inputs, outline.outputs).isHeldToShapes(*runner), "wrong tensors are rejected");
     runner->destroy();
 }
 
@@ -48,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
         Choices choose(data + 1, size - 1);
         Network network(choose, batch);
-        buildAndRun(*builder, network, outline);
+        buildAndRun(*builder, network, outline, (data[0] & 64) != 0);
     } catch (const std::bad_alloc&) {
         // A tensor that no memory can hold.
     }

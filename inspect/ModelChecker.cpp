@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include "builder/RawRunnerBuilder.h"
 #include "builder/shapes.h"
@@ -175,18 +176,26 @@ void ModelChecker::checkViews() {
 void ModelChecker::checkWithBuilder() {
     const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
     RecordWalk walk(file_, 1, *builder);
-    while (walk.record().number < readableRecords_ && findings_.size() < kMaxFindings && walk.next()) {
+    // However many warnings there are, a file without errors is built as a whole.
+    const std::size_t most = hasErrors() ? kMaxFindings : findings_.size() + kMaxFindings;
+    while (walk.record().number < readableRecords_ && findings_.size() < most && walk.next()) {
         // The first reading succeeded, but the builder needs more memory.
         if (!walk.record().failure.empty()) return report(Severity::error, walk.record(), walk.record().failure);
         checkOperation(walk.record(), walk.model());
     }
     if (hasErrors()) return;
-    std::vector<LoggedOperation> operations;
-    for (const Result& result : results_) operations.push_back(result.logged);
-    if (const std::string why = refusal(costOf(operations, outputs_), {limits_.memoryBytes}); !why.empty())
+    if (const std::string why = refusal(takeCost(), {limits_.memoryBytes}); !why.empty())
         remark_ = "the network was not built: " + why;
     else
         build(walk.record(), *builder, walk.model());
+}
+
+// Releases the results of reading, whose memory building may need.
+nolk::ModelCost ModelChecker::takeCost() {
+    std::vector<LoggedOperation> operations;
+    for (Result& result : results_) operations.push_back(std::move(result.logged));
+    results_ = {};
+    return costOf(operations, outputs_);
 }
 
 void ModelChecker::checkOperation(const WalkedRecord& record, Model& model) {

@@ -56,6 +56,7 @@ private:
     bool isEmpty(int result) const;
 
     void checkWithBuilder();
+    nolk::ModelCost takeCost();
     void checkOperation(const WalkedRecord& record, Model& model);
     void build(const WalkedRecord& last, RawRunnerBuilder& builder, Model& model);
 

@@ -69,6 +69,12 @@ std::vector<std::int64_t> NodeLowering::integers(std::size_t input, const char* 
     return constant(input, what).ints();
 }
 
+const Dims& NodeLowering::outDims(std::size_t output) const {
+    if (!wants(output))
+        refuse("output " + std::to_string(output) + " is missing", "the file is not valid: export it anew");
+    return graph_.dimsOf(node_.outputs[output]);
+}
+
 void NodeLowering::result(Placed value, std::size_t output) {
     if (!wants(output)) return;
     if (value.dims() != outDims(output))

@@ -46,7 +46,7 @@ public:
 
     std::size_t outputCount() const { return node_.outputs.size(); }
     bool wants(std::size_t output) const { return output < node_.outputs.size() && node_.outputs[output] >= 0; }
-    const Dims& outDims(std::size_t output = 0) const { return graph_.dimsOf(node_.outputs.at(output)); }
+    const Dims& outDims(std::size_t output = 0) const;  // refuses an output without a name
     void result(Placed value, std::size_t output = 0);
 
     const onnx::AttributeProto* attribute(const std::string& name) const;

@@ -86,6 +86,17 @@ void checkVersions(const onnx::ModelProto& proto) {
     if (proto.graph().sparse_initializer_size() != 0) throw OnnxError("sparse weights are not supported");
 }
 
+// An empty name stands for an input or output of a node that is left out.
+void checkNames(const onnx::GraphProto& graph) {
+    std::set<std::string> names;
+    for (const auto& input : graph.input()) {
+        if (input.name().empty()) throw OnnxError("an input has no name");
+        if (!names.insert(input.name()).second) throw OnnxError("two inputs are named " + inQuotes(input.name()));
+    }
+    for (const auto& output : graph.output())
+        if (output.name().empty()) throw OnnxError("an output has no name");
+}
+
 // How many tensors of each type become float32.
 using TypeCounts = std::map<int, int>;
 
@@ -201,6 +212,7 @@ Model readModel(const fs::path& path) {
 
 Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
     checkVersions(proto);
+    checkNames(proto.graph());
     Model model;
     model.proto = std::move(proto);
     model.folder = folder;
