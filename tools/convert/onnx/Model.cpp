@@ -88,11 +88,8 @@ void checkVersions(const onnx::ModelProto& proto) {
 
 // An empty name stands for an input or output of a node that is left out.
 void checkNames(const onnx::GraphProto& graph) {
-    std::set<std::string> names;
-    for (const auto& input : graph.input()) {
+    for (const auto& input : graph.input())
         if (input.name().empty()) throw OnnxError("an input has no name");
-        if (!names.insert(input.name()).second) throw OnnxError("two inputs are named " + inQuotes(input.name()));
-    }
     for (const auto& output : graph.output())
         if (output.name().empty()) throw OnnxError("an output has no name");
 }
@@ -219,6 +216,7 @@ Model modelOf(onnx::ModelProto proto, const fs::path& folder) {
     model.opset = defaultOpset(model.proto);
     useEmptyDomain(*model.proto.mutable_graph());
     takeTensors(model);
+    orderedNodes(model);  // refuses names that are made twice or not at all, before anyone looks for a tensor by name
     return model;
 }
 
