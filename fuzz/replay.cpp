@@ -1,5 +1,5 @@
-// Runs a target on every file of the given folders, in the order of their names: the corpus as a test, with any
-// compiler.
+// Runs a target on the given files and every file of the given folders, in the order of their names: the corpus as a
+// test, with any compiler.
 //   nolk_replay_model fuzz/corpus/model fuzz/corpus/findings
 #include <algorithm>
 #include <cstdio>
@@ -18,9 +18,14 @@ namespace fs = std::filesystem;
 
 std::vector<fs::path> filesIn(int count, char** folders) {
     std::vector<fs::path> files;
-    for (int i = 0; i < count; ++i)
+    for (int i = 0; i < count; ++i) {
+        if (!fs::is_directory(folders[i])) {
+            files.emplace_back(folders[i]);
+            continue;
+        }
         for (const fs::directory_entry& entry : fs::directory_iterator(folders[i]))
             if (entry.is_regular_file()) files.push_back(entry.path());
+    }
     std::sort(files.begin(), files.end());
     return files;
 }

@@ -62,8 +62,8 @@ private:
         inspection.depth = nolk::InspectionDepth::records;
         const nolk::ModelInfo info = nolk::inspectModel(converted_.bytes.data(), converted_.bytes.size(), inspection);
         const nolk::ModelCost& cost = info.cost;
-        const std::int64_t ends = bytesOfEnds(info);
-        if (cost.memoryBytes() > options_.memoryBytes - ends)  // the cost may be the largest number
+        const double ends = static_cast<double>(bytesOfEnds(info)) + bytesOfOtherInputs(batch);
+        if (static_cast<double>(cost.memoryBytes()) + ends > static_cast<double>(options_.memoryBytes))
             return "checking needs more than " + std::to_string(options_.memoryBytes >> 20) +
                    " MiB of memory: leave the check out by --no-check";
         if (cost.steps > options_.steps)
@@ -80,6 +80,20 @@ private:
                 const nolk::TensorShape& shape = info.operations[static_cast<std::size_t>(place)].output;
                 bytes += 3 * static_cast<std::int64_t>(sizeof(float)) * shape.n * shape.c * shape.h * shape.w;
             }
+        return bytes;
+    }
+
+    // Inputs that the graph has, but not the file, because no output depends on their values.
+    double bytesOfOtherInputs(int batch) const {
+        std::set<std::string> known;
+        for (const TensorPlace& place : converted_.inputs) known.insert(place.name);
+        double bytes = 0;
+        for (const TensorPlace& place : options_.graphInputs) {
+            if (known.count(place.name) != 0) continue;
+            double count = batch;
+            for (const std::int64_t extent : options_.inputDims.at(place.name)) count *= static_cast<double>(extent);
+            bytes += 3 * sizeof(std::int64_t) * count;
+        }
         return bytes;
     }
 
