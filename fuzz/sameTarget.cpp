@@ -187,7 +187,7 @@ void compare(const Source& source) {
     HostRun first(outline.inputs, outline.outputs), other(outline.inputs, outline.outputs);
     first.fill(hostileValues);
     expect(first.run(*fast), "a network that is built runs");
-    const std::size_t count = levels.size(), threaded = static_cast<std::size_t>(source.ways() / 3) % (2 * count);
+    const std::size_t count = levels.size(), threaded = static_cast<std::size_t>(source.ways() / 3) % (2 * count - 1);
     for (std::size_t level = 0; level < count; ++level) {
         const int threads = level == threaded ? 2 : 1;
         if (level + 1 == count && threads == 1) continue;

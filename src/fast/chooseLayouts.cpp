@@ -224,8 +224,11 @@ private:
             return false;
         }
         if (op.firstChannel % kFastBlock != 0 || graph_.at(input).constant) return false;
-        value.root = input;
-        value.firstChannel = op.firstChannel;
+        // A view of a view would make long chains.
+        const FastValue& source = graph_.at(input);
+        const bool isSlice = source.root >= 0 && !source.reshaped;
+        value.root = isSlice ? source.root : input;
+        value.firstChannel = op.firstChannel + (isSlice ? source.firstChannel : 0);
         return true;
     }
 

@@ -79,6 +79,8 @@ class Report:
                 row += [f"{ratio:.2f}" for ratio in self._ratios(results, threads)]
                 shares = [share for n in self.names for share in results[n, threads].shares(gflops[chain])]
                 rows.append(row + [f"{100 * share / threads:.0f} %" for share in shares])
+        if not rows:
+            return table(columns, rows)
         peaks = [rates for results in all_results.values() for result in results.values() for rates in result.peaks]
         registers, loads = ([min(rates), max(rates)] for rates in zip(*peaks))
         return table(columns, rows) + (

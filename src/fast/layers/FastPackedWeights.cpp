@@ -2,8 +2,8 @@
 
 #include <cstdint>
 #include <cstring>
+#include <map>
 #include <mutex>
-#include <unordered_map>
 
 #include "fast/hugePages.h"
 
@@ -32,8 +32,8 @@ bool same(const FastPackedFloats& a, const FastPackedFloats& b) {
 
 // guarded by mutex
 std::mutex mutex;
-std::unordered_multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>& knownFloats() {
-    static auto* const known = new std::unordered_multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>;
+std::multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>& knownFloats() {
+    static auto* const known = new std::multimap<std::uint64_t, std::weak_ptr<const FastPackedFloats>>;
     return *known;  // never destroyed: runners may outlive static objects
 }
 
@@ -45,12 +45,17 @@ FastPacked shareFloats(std::unique_ptr<FastPackedFloats> floats) {
     const std::uint64_t hash = hashOf(*floats);
     const std::lock_guard lock(mutex);
     auto& known = knownFloats();
+    // Only a file that is made for it has many arrays of one hash; comparing each with all would take very long.
+    constexpr int kMostAlike = 8;
+    int alike = 0;
     const auto [begin, end] = known.equal_range(hash);
     for (auto it = begin; it != end;) {
         FastPacked other = it->second.lock();
         if (other && same(*other, *floats)) return other;
+        alike += other ? 1 : 0;
         it = other ? std::next(it) : known.erase(it);
     }
+    if (alike >= kMostAlike) return floats;
     static std::size_t mostEntries = 64;
     if (known.size() > mostEntries) {
         for (auto it = known.begin(); it != known.end();) it = it->second.expired() ? known.erase(it) : std::next(it);

@@ -77,7 +77,8 @@ private:
     void addStep(int step) {
         const bool isOutput = std::count(lowered_.outputs.begin(), lowered_.outputs.end(), step) != 0;
         Program& program = lowered_.program;
-        lowered_.outputs.push_back(isOutput ? program.view(program.copy(step), program.shapeOf(step)) : step);
+        const nolk::TensorShape shape = program.shapeOf(step);  // by value: a further step moves the others
+        lowered_.outputs.push_back(isOutput ? program.view(program.copy(step), shape) : step);
     }
 
     // Whether a result depends on values of the network's inputs, and not just on their shapes.
