@@ -159,7 +159,8 @@ void RawConvolutionLayer::copyWindows(float* columns, const float* input, int ou
 void RawConvolutionLayer::copyRow(float* dst, const float* row, int firstColumn) const {
     const int width = weights_.kernelW;
     const int inW = input_.shape.w;
-    if (row && dilation_.w == 1 && firstColumn >= 0 && width <= inW - firstColumn) {
+    // A width may be negative, so the difference is taken only where it cannot wrap.
+    if (row && dilation_.w == 1 && firstColumn >= 0 && firstColumn < inW && width <= inW - firstColumn) {
         // Most kernels are three wide. A copy of constant length needs no function call.
         if (width == 3)
             std::memcpy(dst, row + firstColumn, 3 * sizeof(float));
