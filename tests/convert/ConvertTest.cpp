@@ -227,6 +227,9 @@ INSTANTIATE_TEST_SUITE_P(
              "(float[N,4] x, float[N,5] unused, float[N,2,2] b, float[N,4] shape)"
              "=> (float[N,4] y, float[N,4] z, float[N,4] t, float[N,4] y)"
              "{ s = Shape(shape) r = Reshape(b, s) y = Sub(x, r) z = Mul(y, x) t = Identity(z) }"},
+        Case{"ConstantOutputs",
+             "(float[N,4] x) => (float[N,4] y, float[1,3] k, float[2,2] l)"
+             "<float[1,3] a = {1,2,3}, float[2,2] b = {1,2,3,4}> { y = Relu(x) k = Neg(a) l = Neg(b) }"},
         Case{"ChoiceOfInfinity",
              "(float[N,3] x) => (float[N,3] y) <bool[3] c = {1,0,1}, float[1] one = {1}, float zero = {0}, "
              "float none = {0}>"
@@ -338,6 +341,8 @@ INSTANTIATE_TEST_SUITE_P(
              "{ a = Resize<mode=\"linear\", axes=[2,3], keep_aspect_ratio_policy=\"not_larger\">(x, , , s) "
              "y = Resize<mode=\"linear\", axes=[-2,-1], keep_aspect_ratio_policy=\"not_smaller\">(a, , , r) }",
              18},
+        Case{"ScalesThatAreRoundedQuotients",
+             "(float[N,1,10,10] x) => (float[N,1,12,19] y) <float[4] s = {1,1,1.2,1.9}> { y = Resize(x, s) }", 10},
         Case{"Upsample", "(float[N,2,3,4] x) => (float[N,2,6,8] y) { y = Upsample<scales=[1.0,1.0,2.0,2.0]>(x) }", 7},
         Case{"ResizeOpset10", "(float[N,2,3,4] x) => (float[N,2,6,8] y) <float[4] s = {1,1,2,2}> { y = Resize(x, s) }",
              10}));

@@ -270,6 +270,14 @@ INSTANTIATE_TEST_SUITE_P(
                          {1, 2},
                          {1, 1, 2, 2},
                          10},
+                    Case{"ScalesAreRoundedQuotients",  // the nearest floats to 12/10, above it, and to 19/10, below it
+                         "(float[1,1,1,10] x) => (float[1,1,1,12] y)"
+                         "<float[4] s = {1,1,1,1.2}, float[4] t = {1,1,1,1.9}, int64 a = {3}>"
+                         "{ u = Resize(x, s) v = Resize(x, t) w = Shape(v) c = Cast<to=1>(w) "
+                         "g = Gather(c, a) y = Add(u, g) }",
+                         ramp(10),
+                         {19, 19, 20, 21, 22, 23, 24, 24, 25, 26, 27, 28},
+                         10},
                     Case{"LinearAlignCorners",
                          "(float[1,1,1,2] x) => (float[1,1,1,3] y) <int64[4] s = {1,1,1,3}>"
                          "{ y = Resize<mode=\"linear\", coordinate_transformation_mode=\"align_corners\">(x, , , s) }",

@@ -288,8 +288,9 @@ std::vector<TensorPlace> placesOf(const Graph& graph, const Batches& batches, co
     for (const int tensor : tensors) {
         const auto at = static_cast<std::size_t>(tensor);
         const BatchAxis axis = batches.axes[at];
-        // Alone, any axis of one element will do: the first.
-        const bool startsWithOne = !graph.tensors[at].dims.empty() && graph.tensors[at].dims[0] == 1;
+        // Alone, any axis of one element will do: the first. A constant has no batch where samples are not alone.
+        const bool isAlone = !batches.isClean || graph.known(tensor) == nullptr;
+        const bool startsWithOne = isAlone && !graph.tensors[at].dims.empty() && graph.tensors[at].dims[0] == 1;
         places.push_back({graph.tensors[at].name, {}, axis.isKnown ? axis.axis : (startsWithOne ? 0 : -1)});
     }
     return places;

@@ -16,9 +16,14 @@ struct Scaling {
     double scale = 1;
 };
 
-Scaling scaled(std::int64_t extent, double scale) {
+// The product is one of floats: exporters write 19/10 as the nearest float, which is smaller, and mean 19 of 10. Such a
+// scale stands for the quotient of the extents.
+Scaling scaled(std::int64_t extent, float scale) {
     need(scale > 0 && std::isfinite(scale) && scale * static_cast<double>(extent) < 1e9, "a scale is not possible");
-    return {extent, static_cast<std::int64_t>(std::floor(static_cast<double>(extent) * scale)), scale};
+    const auto in = static_cast<float>(extent);
+    const float out = std::floor(in * scale);
+    const bool isQuotient = extent > 0 && out / in == scale;
+    return {extent, static_cast<std::int64_t>(out), isQuotient ? double{out} / double{in} : double{scale}};
 }
 
 Scaling sized(std::int64_t extent, std::int64_t size) {

@@ -228,7 +228,10 @@ void lowerResize(NodeLowering& n) {
     const std::vector<double> scales = scalesOf(n, in.size());
     std::vector<AxisSize> sizes;
     for (std::size_t i = 0; i < in.size(); ++i) {
-        const double scale = scales.empty() ? static_cast<double>(out[i]) / static_cast<double>(in[i]) : scales[i];
+        const double quotient = static_cast<double>(out[i]) / static_cast<double>(in[i]);
+        // A scale is a float, and the nearest one to a quotient of extents stands for the quotient.
+        const bool isQuotient = scales.empty() || static_cast<float>(quotient) == static_cast<float>(scales[i]);
+        const double scale = isQuotient ? quotient : scales[i];
         sizes.push_back({in[i], out[i], scale});
     }
     if (scales.empty()) keepRatio(n, sizes);
