@@ -25,7 +25,7 @@ using Writer = nolk::ModelWriter;
 
 // Loading takes at most kConstant bytes, kLoadedRecord for each record, kFile for each byte of the file and kDeclared
 // for each byte of arena and weights. Looking into a file takes kSeenRecord for each record. A file has at most 32767
-// records, so this is less than 64 MB and what is in proportion.
+// records, so this is less than 64 MB and what is in proportion; with the fast back end, up to 16,000 records.
 constexpr std::int64_t kConstant = 1 << 16, kLoadedRecord = 800, kSeenRecord = 1800, kFastRecord = 4000, kFastFile = 80,
                        kFile = 25, kDeclared = 3;
 
