@@ -418,8 +418,10 @@ void addRemarks(const Model& model, const Plan& plan, const Lowered& lowered, Co
             conversion.remarks.push_back("output " + inQuotes(name) + " has the batch at axis " +
                                          std::to_string(axis.axis) + " in ONNX, and first in the file");
     }
+    const std::vector<ModelInput> inputs = inputsOf(model);
+    const bool startsWithTime = std::any_of(inputs.begin(), inputs.end(), [](const auto& in) { return in.isSequence; });
     const std::int64_t batch = fixedBatch(model, plan.inputs);
-    if (batch > 1)
+    if (batch > 1 && !startsWithTime)
         conversion.remarks.push_back("the model has fixed a batch of " + std::to_string(batch) +
                                      ": in the file these are one sample together");
     else if (!plan.batches.isClean)

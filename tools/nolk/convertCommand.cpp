@@ -14,8 +14,10 @@ int startConverter(char** arguments) {
     const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", error);
     std::string name = "nolk-convert";
     arguments[0] = name.data();
-    const std::string neighbour = (self.parent_path() / name).string();
-    if (!error) execv(neighbour.c_str(), arguments);
+    for (const char* folder : {"", "convert"}) {  // where both are installed, and where they are built
+        const std::string neighbour = (self.parent_path() / folder / name).string();
+        if (!error) execv(neighbour.c_str(), arguments);
+    }
     execvp(name.c_str(), arguments);
     std::fputs("nolk: nolk-convert: not found; it is in the package nolk-convert\n", stderr);
     return 1;
