@@ -114,7 +114,7 @@ void checkResized(LoggedOperation& operation, nolk::ResizeMode mode, const nolk:
                   const nolk::TensorShape& to) {
     if (from.n == to.n && from.c == to.c) return;
     // Linear interpolation computes the planes of the input's samples and channels only.
-    const std::int64_t written = productOf({from.n - 1, to.c}) + from.c;
+    const std::int64_t written = from.n < 1 ? 0 : productOf({from.n - 1, to.c}) + from.c;
     const bool isWhole = (from.n == 1 || from.c >= to.c) && written >= productOf({to.n, to.c});
     reportShapes(
         operation, mode == nolk::ResizeMode::linear && elementsOf(to) > 0 && !isWhole,
