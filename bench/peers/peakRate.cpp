@@ -14,8 +14,8 @@ struct Operands {
     float pixels[kMostPixels][kLanes];  // one is used of each cache line
 };
 
-// So many independent sums hide the latency of the multiply-adds and stay in registers. Returns a value that depends on
-// all of them, so that the compiler keeps them.
+// Enough independent sums to hide the latency of the multiply-adds, and few enough to stay in registers. Returns a
+// value that depends on all of them, so that the compiler keeps them.
 template <int pixels, int vectors, bool loads>
 [[gnu::always_inline]] inline float multiplyAdds(const Operands& operands) {
     Lanes sums[pixels * vectors], weights[vectors];

@@ -32,7 +32,7 @@ struct Corner {
     float* y;
     const float* added;
     const float* next;        // weights of the first block that will be needed later
-    std::ptrdiff_t nextStep;  // floats of them for two taps
+    std::ptrdiff_t nextStep;  // how far `next` moves with each pair of taps
 };
 
 using Tile = void (*)(const FastProduct&, const Corner&);
@@ -158,8 +158,8 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
-// All rows and pixels of a few blocks. Each tile asks for its part of the weights for as many taps from `next` on,
-// which come from far and are needed afterwards; null if there are none.
+// All rows and pixels of a few blocks. next: the weights that are needed afterwards, for as many taps, or null. They
+// come from memory, so each tile prefetches a part of them.
 void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, const float* next) {
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most), places = call.rows * call.pixels;
     const float* const end = next ? next + static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock : nullptr;
