@@ -27,9 +27,13 @@ void plainProduct(const FastProduct& c, std::vector<float>& y) {
                 for (int lane = 0; lane < (b + 1 < c.blocks ? kFastBlock : c.lanes); ++lane) {
                     float& out = y[at(b * c.yBlock + r * c.yRow + p * c.yStep + lane)];
                     float sum = c.carryOn ? out : c.bias ? c.bias[b * kFastBlock + lane] : 0.0f;
-                    for (int k = 0; k < c.tapCount; ++k)
-                        sum = std::fma(c.x[r * c.xRow + p * c.xStep + c.taps[k]],
-                                       c.weights[(b * c.tapCount + k) * kFastBlock + lane], sum);
+                    for (int k = 0; k < c.tapCount; ++k) {
+                        const FastTapRange all{0, c.tapCount}, range = c.rowTaps ? c.rowTaps[r] : all;
+                        const int place = (c.rowTaps ? k % c.channelTaps : k) - range.first;
+                        if (place >= 0 && place < range.count)
+                            sum = std::fma(c.x[r * c.xRow + p * c.xStep + c.taps[k]],
+                                           c.weights[(b * c.tapCount + k) * kFastBlock + lane], sum);
+                    }
                     if (c.added) sum += c.added[b * c.addedBlock + r * c.addedRow + p * c.addedStep + lane];
                     out = limited(sum, c.low, c.high);
                 }
@@ -48,7 +52,12 @@ TEST(FastProduct, EqualsThePlainChainOfFusedStepsOnEveryInstructionSet) {
                 FastProduct c;
                 c.blocks = blocks, c.rows = size.rows, c.pixels = pixels;
                 c.lanes = values.integer(0, 1) ? kFastBlock : values.integer(1, kFastBlock);
-                c.tapCount = values.integer(0, 9) ? values.integer(1, 20) : 0;
+                c.channelTaps = values.integer(1, 5);
+                c.tapCount = values.integer(0, 9) ? values.integer(1, 5) * c.channelTaps : 0;
+                const FastTapRange all{0, c.channelTaps}, some{values.integer(0, 2) % c.channelTaps, 1};
+                std::vector<FastTapRange> rowTaps;
+                for (int r = 0; r < c.rows; ++r) rowTaps.push_back(values.integer(0, 1) ? all : some);
+                c.rowTaps = values.integer(0, 1) ? rowTaps.data() : nullptr;
                 c.xStep = kSteps[values.integer(0, 4)];
                 c.xRow = pixels * c.xStep + values.integer(0, 7);
                 const int xSize = static_cast<int>(c.rows * c.xRow) + 50;

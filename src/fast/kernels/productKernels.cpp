@@ -23,10 +23,18 @@ constexpr int mostPixels(int blocks) {
 
 constexpr int kMostBlocks = kLanes == kFastBlock ? 8 : 4;  // of a tile, a power of 2
 
+// The taps of a tile: some of each channel.
+struct Taps {
+    const std::int32_t* first;
+    int channels, count;  // of each channel
+    int gap;              // between the last tap of a channel and the first one of the next
+};
+
 // Where a tile begins.
 struct Corner {
+    Taps taps;
     const float* x;
-    const float* weights;
+    const float* weights;         // of the first tap
     std::ptrdiff_t weightsBlock;  // from a block to the next one
     const float* bias;
     float* y;
@@ -65,16 +73,23 @@ void productTile(const FastProduct& call, const Corner& at) {
     };
     const float* w = at.weights;
     const float* next = at.next;
-    const std::int32_t* tap = call.taps;
-    const std::int32_t* const end = tap + call.tapCount;
+    const std::int32_t* tap = at.taps.first;
     // One prefetch for each tap, in turn from the first block and the second; more would cost time.
-    for (; end - tap > 1; tap += 2, w += 2 * kFastBlock, next += at.nextStep) {
-        __builtin_prefetch(next, 0, 2);
-        addTap(tap[0], w);
-        if constexpr (kBlocks > 1) __builtin_prefetch(next + at.weightsBlock, 0, 2);
-        addTap(tap[1], w + kFastBlock);
+    for (int channel = 0; channel < at.taps.channels; ++channel) {
+        const std::int32_t* const end = tap + at.taps.count;
+        for (; end - tap > 1; tap += 2, w += 2 * kFastBlock, next += at.nextStep) {
+            __builtin_prefetch(next, 0, 2);
+            addTap(tap[0], w);
+            if constexpr (kBlocks > 1) __builtin_prefetch(next + at.weightsBlock, 0, 2);
+            addTap(tap[1], w + kFastBlock);
+        }
+        if (tap != end) {
+            addTap(*tap++, w);
+            w += kFastBlock;
+        }
+        tap += at.taps.gap;
+        w += at.taps.gap * kFastBlock;
     }
-    if (tap != end) addTap(*tap, w);
 
     const Vector low = broadcast(call.low), high = broadcast(call.high);
     NOLK_UNROLL
@@ -154,38 +169,59 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     if (call.carryOn) copyLanes(at.y, call.yBlock, call.yRow, call.yStep, y, kBlock, kRow, kFastBlock, part);
     if (call.added)
         copyLanes(at.added, call.addedBlock, call.addedRow, call.addedStep, added, kBlock, kRow, kFastBlock, part);
-    tile(copy, {at.x, at.weights, at.weightsBlock, at.bias, y, call.added ? added : nullptr, at.next, at.nextStep});
+    tile(copy,
+         {at.taps, at.x, at.weights, at.weightsBlock, at.bias, y, call.added ? added : nullptr, at.next, at.nextStep});
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
+}
+
+// The taps of a row, and of those below it in the same tile.
+Taps tapsOf(const FastProduct& call, int row) {
+    if (!call.rowTaps || call.rowTaps[row].count == call.channelTaps) return {call.taps, 1, call.tapCount, 0};
+    const FastTapRange& range = call.rowTaps[row];
+    return {call.taps + range.first, call.tapCount / call.channelTaps, range.count, call.channelTaps - range.count};
+}
+
+// The number of outputs with all taps that take as long as all rows do.
+int wholeOutputs(const FastProduct& call) {
+    if (!call.rowTaps) return call.rows * call.pixels;
+    std::int64_t taps = 0;
+    for (int row = 0; row < call.rows; ++row) taps += call.rowTaps[row].count;
+    return static_cast<int>(taps * call.pixels / call.channelTaps) + 1;
 }
 
 // All rows and pixels of a few blocks. next: the weights that are needed afterwards, for as many taps, or null. They
 // come from memory, so each tile prefetches a part of them.
 void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weightsBlock, const float* next) {
-    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most), places = call.rows * call.pixels;
+    const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most), outputs = wholeOutputs(call);
     const float* const end = next ? next + static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock : nullptr;
-    for (int row = 0; row < call.rows; row += 2)
+    for (int row = 0, rowsLeft = 0; row < call.rows; row += rowsLeft) {
+        const Taps taps = tapsOf(call, row);
+        const bool isPair = call.rows - row > 1 && (!call.rowTaps || call.rowTaps[row] == call.rowTaps[row + 1]);
+        rowsLeft = isPair ? 2 : 1;
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
-            const int rowsLeft = call.rows - row > 1 ? 2 : 1, rows = pixels > most / 2 ? 1 : rowsLeft;
+            const int rows = pixels > most / 2 ? 1 : rowsLeft;
             const Tile tile = tileOf(rows, pixels, blocks, call.xStep);
-            const int part = quotientUp(2 * kFastBlock * rows * pixels, places);
+            const int part = quotientUp(2 * kFastBlock * rows * pixels, outputs);
             for (int r = row; r < row + rowsLeft; r += rows) {
                 const std::ptrdiff_t step = next >= end ? 0 : part < kFastBlock ? part : kFastBlock;
-                const Corner at{call.x + r * call.xRow + pixel * call.xStep,
-                                call.weights,
+                const Corner at{taps,
+                                call.x + r * call.xRow + pixel * call.xStep,
+                                call.weights + (taps.first - call.taps) * kFastBlock,
                                 weightsBlock,
                                 call.bias,
                                 call.y + r * call.yRow + pixel * call.yStep,
                                 call.added ? call.added + r * call.addedRow + pixel * call.addedStep : nullptr,
                                 step ? next : call.weights,
                                 step};
-                next += step * (call.tapCount / 2);
+                next += step * taps.channels * (taps.count / 2);
                 if (call.lanes == kFastBlock)
                     tile(call, at);
                 else
                     partialTile(call, at, {rows, pixels, blocks, call.lanes}, tile);
             }
         }
+    }
 }
 
 // If the blocks have very many weights, it takes some taps at a time and keeps the sums in y: the weights then come
@@ -204,11 +240,13 @@ void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
 
     const int tiles = quotientUp(call.rows * call.pixels, mostPixels(blocks));
     const bool inChunks = blocks * weightsBlock > kMostWeights && tiles >= 4 && added != some.y;
-    const int chunks = inChunks ? quotientUp(call.tapCount, kChunkWeights / (blocks * kFastBlock)) : 1;
+    const int unit = call.rowTaps ? call.channelTaps : 1;  // no chunk ends within a channel whose taps are left out
+    const int units = call.tapCount / unit, most = kChunkWeights / (blocks * kFastBlock * unit);
+    const int chunks = inChunks ? quotientUp(units, most > 1 ? most : 1) : 1;
     for (int c = 0, tap = 0; c < chunks; ++c, tap += some.tapCount) {
         const bool isLastChunk = c + 1 == chunks;
         some.taps = call.taps + tap;
-        some.tapCount = quotientUp(call.tapCount - tap, chunks - c);
+        some.tapCount = quotientUp(units - tap / unit, chunks - c) * unit;
         some.weights = weights + static_cast<std::ptrdiff_t>(tap) * kFastBlock;
         some.carryOn = call.carryOn || c > 0;
         some.added = isLastChunk ? added : nullptr;
@@ -250,6 +288,7 @@ void product(const FastProduct& call) {
     for (int done = 0; done < all; done += most) {
         const int size = all - done < most ? all - done : most;
         (cutRows ? strip.rows : strip.pixels) = size;
+        if (cutRows && call.rowTaps) strip.rowTaps = call.rowTaps + done;
         strip.x = call.x + done * (cutRows ? call.xRow : call.xStep);
         strip.y = call.y + done * (cutRows ? call.yRow : call.yStep);
         if (call.added) strip.added = call.added + done * (cutRows ? call.addedRow : call.addedStep);

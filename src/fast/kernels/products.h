@@ -11,6 +11,12 @@
 
 constexpr int kFastBlock = 16;  // floats of a block
 
+// Some of the taps of an input channel, which all channels have in common.
+struct FastTapRange {
+    int first = 0, count = 0;
+    bool operator==(const FastTapRange& other) const { return first == other.first && count == other.count; }
+};
+
 // y[block][row][pixel][lane] = limit(bias[block][lane] + sum over k of
 //                                    x[row * xRow + pixel * xStep + taps[k]] * weights[block][k][lane]
 //                                    + added[block][row][pixel][lane])
@@ -21,9 +27,11 @@ struct FastProduct {
     std::ptrdiff_t xStep = 0;  // any; 16 is the fastest
     const std::int32_t* taps = nullptr;
     int tapCount = 0;
-    const float* weights = nullptr;  // [blocks, tapCount, 16]
-    const float* bias = nullptr;     // [blocks, 16]; null for zeros
-    bool carryOn = false;            // the sums start from the values of y instead of the bias
+    const FastTapRange* rowTaps = nullptr;  // [rows]: the taps that a row has, the others are left out; null for all
+    int channelTaps = 0;                    // taps of an input channel, for rowTaps
+    const float* weights = nullptr;         // [blocks, tapCount, 16]
+    const float* bias = nullptr;            // [blocks, 16]; null for zeros
+    bool carryOn = false;                   // the sums start from the values of y instead of the bias
     float* y = nullptr;
     std::ptrdiff_t yBlock = 0, yRow = 0, yStep = 0;
     const float* added = nullptr;  // null for none; may be y

@@ -2,9 +2,11 @@
 //   in [n, groups * inChannels, h, w] with a border, weights [group, out, in, kh, kw], out [n, groups * out, oh, ow] in
 //   blocks, or plain with a single channel
 // With factors of the input channels [n, c, 1, 1] in blocks, a sample's weights are multiplied by its factors first.
-// Every output is one chain of fused multiply-adds: bias, then input channels, kernel rows, kernel columns, where the
-// border counts as zeros. Then the steps of the node.
+// Every output is one chain of fused multiply-adds: bias, then input channels, kernel rows, kernel columns. Kernel rows
+// above and below the input are left out; columns beside it count as zeros. Then the steps of the node.
 #pragma once
+
+#include <vector>
 
 #include "fast/layers/FastProductParts.h"
 #include "fast/layers/FastSteps.h"
@@ -44,7 +46,9 @@ private:
     nolk::DimsHW stride_;
     std::ptrdiff_t window_;  // from the first pixel of the input to the first window
     FastProductParts parts_;
-    std::int64_t weights_;  // that all outputs read
+    std::int64_t weights_;               // that all outputs read
+    std::vector<FastTapRange> rowTaps_;  // of each output row, if the border leaves some of them out
+    int channelTaps_;
     FastEpilogue epilogue_;
     bool joinsRows_;
     int pieceLength_;  // the most rows or pixels of a task
