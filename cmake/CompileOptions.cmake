@@ -19,8 +19,12 @@ endif()
 if(NOLK_BUILD_FUZZERS)
   target_compile_options(nolk_any_level INTERFACE -fsanitize=fuzzer-no-link)
   target_link_options(nolk_any_level INTERFACE -fsanitize=fuzzer-no-link)
-  # Sanitizers see accesses beyond a tensor only if it has a heap block of its own.
-  target_compile_definitions(nolk_any_level INTERFACE NOLK_SEPARATE_TENSORS)
+  target_compile_definitions(nolk_any_level INTERFACE NOLK_FUZZING)
+  # Sanitizers see accesses beyond a tensor only if it has a heap block of its own. Without them tensors share memory as
+  # they always do, so that results show a tensor that is overwritten too early.
+  if(NOLK_SANITIZE)
+    target_compile_definitions(nolk_any_level INTERFACE NOLK_SEPARATE_TENSORS)
+  endif()
 endif()
 
 add_library(nolk_compile_options INTERFACE)

@@ -14,7 +14,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 // A fuzzer may choose one of several checks for each execution, by a byte that nothing else depends on. The replay of
 // the corpus makes them all.
-#ifdef NOLK_SEPARATE_TENSORS
+#ifdef NOLK_FUZZING
 constexpr bool kIsFuzzer = true;
 #else
 constexpr bool kIsFuzzer = false;

@@ -50,7 +50,7 @@ public:
         }
 
     private:
-#ifdef NOLK_SEPARATE_TENSORS
+#ifdef NOLK_FUZZING
         static constexpr std::int64_t kFloatsWorthSharing = 16;  // fuzzers have small networks only
 #else
         static constexpr std::int64_t kFloatsWorthSharing = 16384;
