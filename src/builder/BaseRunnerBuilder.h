@@ -74,6 +74,9 @@ protected:
     // Arrays that were handed over and that no layer has taken yet.
     FloatArrays& givenArrays() { return givenArrays_; }
 
+    // The arrays of all constants, in the order of the calls. A runner that reads them later takes them.
+    std::vector<FloatBuffer>& constants() { return constData_; }
+
 private:
     std::vector<nolk::TensorX*> checkedOutputs(nolk::TensorX** outputs, int count);
     void check() const;

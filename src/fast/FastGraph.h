@@ -2,7 +2,8 @@
 // Every value has one producer: a node, the host (inputs) or nobody (constants). A node's steps are element-wise
 // operations that are applied to its result before it is stored.
 //   FastGraph graph = readFastGraph(factories, inputs, outputs);
-//   fuseSteps(graph);  chooseLayouts(graph);  FastPlan plan = planMemory(graph, scratchFloatsOf(graph, threads));
+//   fuseSteps(graph);  chooseLayouts(graph);  keepConstants(graph, constants, given);
+//   FastPlan plan = planMemory(graph, scratchFloatsOf(graph, threads));
 // Weight arrays are borrowed from the builder until the layers have packed them.
 #pragma once
 
@@ -68,7 +69,11 @@ struct FastResize {
     nolk::ResizeTransMode transMode;
 };
 
-struct FastMatmul {};
+struct FastMatmul {
+    // The second operand, if it is constant: [samples, c, k, w]. The node has only one input then.
+    const float* constant = nullptr;
+    int samples = 0;  // 1 if all samples have the same
+};
 
 struct FastLstm {
     nolk::LstmWeights weights;
@@ -148,8 +153,8 @@ struct FastValue {
 struct FastGraph {
     std::vector<FastValue> values;
     std::vector<FastNode> nodes;
-    std::vector<int> inputs, outputs;  // values, in the host's order
-    std::vector<FloatBuffer> constants;
+    std::vector<int> inputs, outputs;    // values, in the host's order
+    std::vector<FloatBuffer> constants;  // that passes have made; after keepConstants, all that are read in a run
 
     int add(const FastValue& value);
     FastValue& at(int value) { return values[static_cast<std::size_t>(value)]; }
@@ -157,9 +162,6 @@ struct FastGraph {
 
     // The value in whose memory this one lies: itself, or the last of a chain of roots.
     int rootOf(int value) const;
-
-    // Copies the builder's constants, which end with the builder.
-    void keepConstants();
 
     // How many inputs and operands of nodes, and outputs of the network, each value is.
     std::vector<int> countUses() const;

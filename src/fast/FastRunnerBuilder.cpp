@@ -3,10 +3,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "builder/shapes.h"
 #include "fast/FastRunner.h"
 #include "fast/chooseLayouts.h"
 #include "fast/fuseSteps.h"
+#include "fast/keepConstants.h"
 #include "fast/makeLayers.h"
 #include "fast/readFastGraph.h"
 
@@ -15,21 +15,19 @@ nolk::Runner* FastRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     FastGraph graph = readFastGraph(factories(), inputs(), graphOutputs);
     fuseSteps(graph);
     chooseLayouts(graph);
-    graph.keepConstants();
+    const double constantFloats = keepConstants(graph, constants(), givenArrays());
     const FastPlan plan = planMemory(graph, scratchFloatsOf(graph, settings_.numThreads));
-    checkMemory(graph, plan.floats);
+    checkMemory(plan.floats, packedFloats(graph) + constantFloats);
     auto runner = std::make_unique<FastRunner>(std::move(graph), plan, settings_, givenArrays());
     givenArrays().clear();
+    constants().clear();
     return runner.release();
 }
 
 // Doubles, because a file may announce weights whose product is no 64-bit number.
-void FastRunnerBuilder::checkMemory(const FastGraph& graph, std::int64_t arenaFloats) const {
+void FastRunnerBuilder::checkMemory(std::int64_t arenaFloats, double keptFloats) const {
     checkArena(arenaFloats);
-    double floats = static_cast<double>(arenaFloats) * settings_.arenas + packedFloats(graph);
-    for (const FastValue& value : graph.values)
-        if (value.constant) floats += static_cast<double>(elementCount(value.shape));
-    const double bytes = floats * sizeof(float);
+    const double bytes = (static_cast<double>(arenaFloats) * settings_.arenas + keptFloats) * sizeof(float);
     if (bytes > static_cast<double>(mostBytes_))
         throw std::length_error("build: NolkFast needs " + std::to_string(static_cast<std::int64_t>(bytes)) +
                                 " bytes of memory, at most " + std::to_string(mostBytes_) + " are allowed");

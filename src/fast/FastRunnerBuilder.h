@@ -8,8 +8,6 @@
 #include "builder/RawRunnerBuilder.h"
 #include "fast/FastSettings.h"
 
-struct FastGraph;
-
 class FastRunnerBuilder final : public RawRunnerBuilder, public MemoryLimit {
 public:
     // cfg: settings, or null. Throws what FastSettings::parse throws.
@@ -19,7 +17,7 @@ public:
     void limitMemory(std::int64_t bytes) override { mostBytes_ = bytes; }
 
 private:
-    void checkMemory(const FastGraph& graph, std::int64_t arenaFloats) const;
+    void checkMemory(std::int64_t arenaFloats, double keptFloats) const;
 
     FastSettings settings_;
     std::int64_t mostBytes_ = std::numeric_limits<std::int64_t>::max();

@@ -87,9 +87,10 @@ LayerPtr make(const FastResize& op, const Place& at) {
     return named<FastResizeLayer>("resize", at.node, op, at.input(), at.output(), at.views, at.scratch);
 }
 
-LayerPtr make(const FastMatmul&, const Place& at) {
-    return named<FastMatmulLayer>("matmul", at.node, at.input(), at.view(at.node.inputs[1]), at.output(), at.views,
-                                  at.scratch, at.numThreads);
+LayerPtr make(const FastMatmul& op, const Place& at) {
+    const FastView second = op.constant ? FastView{} : at.view(at.node.inputs[1]);
+    return named<FastMatmulLayer>("matmul", at.node, op, at.input(), second, at.output(), at.views, at.scratch,
+                                  at.numThreads);
 }
 
 LayerPtr make(const FastLstm& op, const Place& at) {
@@ -132,6 +133,7 @@ void release(const Operation&, FloatArrays&) {}
 void release(const FastConvolution& op, FloatArrays& given) { given.take(op.weights.weight); }
 void release(const FastDeconvolution& op, FloatArrays& given) { given.take(op.weights.weight); }
 void release(const FastConnection& op, FloatArrays& given) { given.take(op.weights.weight); }
+void release(const FastMatmul& op, FloatArrays& given) { given.take(op.constant); }
 void release(const FastLstm& op, FloatArrays& given) {
     given.take(op.weights.inputWeights);
     given.take(op.weights.recurrentWeights);
@@ -141,7 +143,6 @@ void release(const FastLstm& op, FloatArrays& given) {
 struct PackedFloats {
     const nolk::TensorShape& in;
     const nolk::TensorShape& out;
-    const FastValue* second;  // input, or null
 
     double operator()(const FastConvolution& op) const {
         const nolk::Weights& w = op.weights;
@@ -161,8 +162,8 @@ struct PackedFloats {
         return w.numDirections * double(blocksOf(4 * w.hiddenSize)) * kFastBlock *
                (double(w.inputSize) + w.hiddenSize + 2);
     }
-    double operator()(const FastMatmul&) const {
-        return second->constant ? double(out.n) * out.c * blocksOf(out.w) * kFastBlock * in.w : 0.0;
+    double operator()(const FastMatmul& op) const {
+        return double(op.samples) * out.c * blocksOf(out.w) * kFastBlock * in.w;
     }
     template <typename Operation>
     double operator()(const Operation&) const {
@@ -174,11 +175,9 @@ struct PackedFloats {
 
 double packedFloats(const FastGraph& graph) {
     double floats = 0.0;
-    for (const FastNode& node : graph.nodes) {
-        const FastValue* const second = node.inputs.size() > 1 ? &graph.at(node.inputs[1]) : nullptr;
-        floats += std::visit(PackedFloats{graph.at(node.inputs.front()).shape, graph.at(node.output).shape, second},
-                             node.operation);
-    }
+    for (const FastNode& node : graph.nodes)
+        floats +=
+            std::visit(PackedFloats{graph.at(node.inputs.front()).shape, graph.at(node.output).shape}, node.operation);
     return floats;
 }
 
@@ -195,8 +194,8 @@ std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads
             count = FastGatheredConvolutionLayer::scratchFloats(*convolution, out, numThreads);
         if (const auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
             count = FastDeconvolutionLayer::scratchFloats(*deconvolution, in, out);
-        if (std::holds_alternative<FastMatmul>(node.operation))
-            count = FastMatmulLayer::scratchFloats(out, in.w, graph.at(node.inputs[1]).constant, numThreads);
+        if (const auto* matmul = std::get_if<FastMatmul>(&node.operation))
+            count = FastMatmulLayer::scratchFloats(*matmul, out, in.w, numThreads);
         if (std::holds_alternative<FastResize>(node.operation)) count = FastResizeLayer::scratchFloats(out);
         if (const auto* lstm = std::get_if<FastLstm>(&node.operation))
             count = FastLstmLayer::scratchFloats(lstm->weights, out);

@@ -1,5 +1,6 @@
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 #include <gtest/gtest.h>
 
@@ -125,33 +126,51 @@ TEST(FastProduct, CarriedSumsEqualTheWholeChain) {
     }
 }
 
-// Weights that do not fit into a cache are read in chunks; the sums wait in y, unless y holds what is added.
+// Weights that do not fit into a cache are read in chunks; the sums wait in y, unless y holds what is added. How many
+// blocks a tile takes depends on the instruction set and on the pixels.
 TEST(FastProduct, ManyWeightsEqualThePlainChain) {
-    constexpr int kTaps = 9000, kBlocks = 3, kPixels = 60;
+    const struct {
+        int rows, pixels, blocks, lanes, taps;
+    } kSizes[] = {
+        {1, 45, 1, 16, 9000},  // tiles of one block
+        {1, 45, 2, 5, 4200},   // of two, with AVX-512
+        {10, 1, 2, 16, 4200},  // of two elsewhere
+        {1, 45, 3, 5, 2800},   // of three, with AVX-512; so are the next ones
+        {8, 2, 5, 3, 2100},    // of four; the fifth block is not in chunks
+        {7, 1, 10, 16, 1100},  // of eight
+    };
     Values values(74);
-    auto x = values.reals(kTaps + kPixels);
-    x.front() = kInfinity;  // of the first pixel only
-    const auto weights = values.reals(kTaps * kBlocks * kFastBlock), bias = values.reals(kBlocks * kFastBlock);
-    const auto residual = values.reals(kBlocks * kPixels * kFastBlock);
-    std::vector<std::int32_t> taps;
-    for (int k = 0; k < kTaps; ++k) taps.push_back(k);
-    FastProduct c;
-    c.x = x.data(), c.xStep = 1, c.taps = taps.data(), c.tapCount = kTaps;
-    c.weights = weights.data(), c.bias = bias.data(), c.added = residual.data();
-    c.blocks = kBlocks, c.rows = 1, c.pixels = kPixels, c.lanes = 5, c.low = -1.0f, c.high = 0.5f;
-    c.yStep = c.addedStep = kFastBlock, c.yBlock = c.addedBlock = kPixels * kFastBlock;
-    std::vector<float> expected = residual;
-    plainProduct(c, expected);
-    for (const FastKernels* kernels : supportedFastKernels()) {
-        SCOPED_TRACE(kernels->name);
-        std::vector<float> y = residual, inPlace = residual;
-        c.y = y.data(), c.added = residual.data();
-        kernels->product(c);
-        expectSameBits(y, expected);
-        c.added = c.y = inPlace.data();
-        kernels->product(c);
-        expectSameBits(inPlace, expected);
-    }
+    for (const auto& size : kSizes)
+        for (const bool carryOn : {false, true}) {
+            FastProduct c;
+            c.rows = size.rows, c.pixels = size.pixels, c.blocks = size.blocks, c.lanes = size.lanes;
+            c.tapCount = size.taps, c.xStep = 1, c.xRow = size.pixels, c.carryOn = carryOn;
+            const int places = size.rows * size.pixels;
+            auto x = values.reals(at(size.taps + places));
+            x.front() = kInfinity;  // of the first pixel only
+            const auto weights = values.reals(at(size.taps * size.blocks * kFastBlock));
+            const auto bias = values.reals(at(size.blocks * kFastBlock));
+            const auto residual = values.reals(at(size.blocks * places * kFastBlock));
+            std::vector<std::int32_t> taps(at(size.taps));
+            std::iota(taps.begin(), taps.end(), 0);
+            c.x = x.data(), c.taps = taps.data(), c.weights = weights.data(), c.bias = bias.data();
+            c.added = residual.data(), c.low = -15.0f, c.high = 20.0f;
+            c.yStep = c.addedStep = kFastBlock, c.yRow = c.addedRow = size.pixels * kFastBlock;
+            c.yBlock = c.addedBlock = places * kFastBlock;
+            std::vector<float> expected = residual;
+            plainProduct(c, expected);
+            SCOPED_TRACE(testing::Message() << size.blocks << " blocks, " << places << " places, carry on " << carryOn);
+            for (const FastKernels* kernels : supportedFastKernels()) {
+                SCOPED_TRACE(kernels->name);
+                std::vector<float> y = residual, inPlace = residual;
+                c.y = y.data(), c.added = residual.data();
+                kernels->product(c);
+                expectSameBits(y, expected);
+                c.added = c.y = inPlace.data();
+                kernels->product(c);
+                expectSameBits(inPlace, expected);
+            }
+        }
 }
 
 TEST(FastDepthwise, EqualsThePlainChainOfFusedStepsOnEveryInstructionSet) {

@@ -126,12 +126,28 @@ TEST(FastPackedWeights, EqualArraysAreShared) {
 
 #ifdef COUNTS_ALLOCATIONS
 
-nolk::Runner* convolutions(int batch, int threads) {
+nolk::Runner* convolutions(int batch) {
     Arrays arrays(5);
-    Builder* const builder = new FastRunnerBuilder(("num_threads=" + std::to_string(threads)).c_str());
+    Builder* const builder = new FastRunnerBuilder(nullptr);
     X x = builder->input({batch, 64, 6, 6, 3});
     for (int i = 0; i < 3; ++i)
         x = builder->relu(builder->convolve(x, {1, 1, 1, 1}, {1, 1}, {1, 1}, arrays.weights(1, 64, 64, 3, 3, true)));
+    nolk::Runner* const runner = builder->build(&x, 1);
+    builder->destroy();
+    return runner;
+}
+
+// Three products with constants [200, 208] that are the same for each sample.
+nolk::Runner* matrixProducts(int batch) {
+    Builder* const builder = new FastRunnerBuilder(nullptr);
+    X x = builder->input({batch, 1, 4, 200, 3});
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        const std::vector<float> sample = Values(i).reals(200 * 208);
+        std::vector<float> samples;
+        for (int n = 0; n < batch; ++n) samples.insert(samples.end(), sample.begin(), sample.end());
+        nolk::Tensor constant{{batch, 1, 200, 208, 3}, samples.data()};
+        x = builder->slice(builder->matMul(x, builder->constTensor(&constant)), {3, 0, 200, 1});
+    }
     nolk::Runner* const runner = builder->build(&x, 1);
     builder->destroy();
     return runner;
@@ -201,6 +217,12 @@ TEST(FastRunner, TheMemoryThatIsLimitedIsTheMemoryThatIsTaken) {
              nolk::Tensor constant{{1, 1, 300, 500, 3}, a.weights(1, 300, 500, 1, 1, false).weight};
              return b->matMul(x, b->constTensor(&constant));
          }},
+        {{2, 1, 200, 30, 3},  // a product with one sample for both, and a sum
+         [](Builder* b, X x, Arrays& a) {
+             std::vector<float> both(2 * 30 * 500, 0.25f);
+             nolk::Tensor factor{{2, 1, 30, 500, 3}, both.data()}, term{{2, 1, 200, 500, 3}, a.reals(2 * 200 * 500)};
+             return b->add(b->matMul(x, b->constTensor(&factor)), b->constTensor(&term));
+         }},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(&c - cases);
@@ -227,13 +249,23 @@ TEST(FastRunner, TheMemoryThatIsLimitedIsTheMemoryThatIsTaken) {
 }
 
 TEST(FastRunner, RunnersOfTheSameWeightsShareThem) {
-    constexpr std::int64_t kWeightBytes = 3 * 64 * 64 * 9 * 4;
-    const auto [first, firstBytes] = grown([] { return convolutions(1, 1); });
-    const auto [second, secondBytes] = grown([] { return convolutions(2, 1); });
-    EXPECT_GE(firstBytes, kWeightBytes);
-    EXPECT_LT(secondBytes, kWeightBytes / 2);
-    first->destroy();
-    second->destroy();
+    const struct {
+        std::int64_t weightBytes;
+        nolk::Runner* (*build)(int batch);
+    } cases[] = {
+        {3 * 64 * 64 * 9 * 4, convolutions},
+        {3 * 200 * 208 * 4, matrixProducts},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
+        const auto [first, firstBytes] = grown([&c] { return c.build(1); });
+        const auto [second, secondBytes] = grown([&c] { return c.build(2); });
+        EXPECT_GE(firstBytes, c.weightBytes);
+        EXPECT_LT(firstBytes, c.weightBytes * 3 / 2);
+        EXPECT_LT(secondBytes, c.weightBytes / 2);
+        first->destroy();
+        second->destroy();
+    }
 }
 
 #endif

@@ -77,7 +77,20 @@ TEST(FastSums, MatrixProductsAddAlongTheRows) {
         expectChains(pair, [](Recording& r) { return r->matMul(r.x[0], r.x[1]); });
         std::vector<float> values = Values(3).reals(ReferenceBuilder::count(pair[1]));
         nolk::Tensor constant{pair[1], values.data()};
-        expectChains({pair[0]}, [&](Recording& r) { return r->matMul(r.x[0], r->constTensor(&constant)); });
+        for (const bool equalSamples : {false, true}) {
+            if (equalSamples && pair[1].n == 2)
+                std::copy_n(values.begin(), values.size() / 2,
+                            values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2));
+            for (int others = 0; others < 3; ++others) {  // none, another product, what reads the constant in each run
+                SCOPED_TRACE(testing::Message() << "equal samples " << equalSamples << ", others " << others);
+                expectChains({pair[0]}, [&](Recording& r) {
+                    X const b = r->constTensor(&constant);
+                    X const y = r->matMul(r.x[0], b);
+                    if (others == 0) return y;
+                    return r->add(y, others == 1 ? r->matMul(r->abs(r.x[0]), b) : r->matMul(r.x[0], r->abs(b)));
+                });
+            }
+        }
     }
 }
 

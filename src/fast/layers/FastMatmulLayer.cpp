@@ -29,30 +29,33 @@ int packingThreads(const nolk::TensorShape& out, int k, int numThreads) {
 
 }  // namespace
 
-FastMatmulLayer::FastMatmulLayer(const FastNode& node, const FastView& a, const FastView& b, const FastView& output,
-                                 const std::vector<FastView>& views, std::ptrdiff_t scratch, int numThreads)
+FastMatmulLayer::FastMatmulLayer(const FastNode& node, const FastMatmul& op, const FastView& a, const FastView& b,
+                                 const FastView& output, const std::vector<FastView>& views, std::ptrdiff_t scratch,
+                                 int numThreads)
     : a_(a),
       b_(b),
       output_(output),
       steps_(node.steps, views, output),
       scratch_(scratch),
-      threads_(packingThreads(output.shape, a.shape.w, numThreads)) {
-    if (!b.constant) return;
-    const int k = b.shape.h, blocks = blocksOf(b.shape.w), planes = b.shape.n * b.shape.c;
+      threads_(packingThreads(output.shape, a.shape.w, numThreads)),
+      packedPlanes_(op.samples * output.shape.c) {
+    if (!op.constant) return;
+    const int k = a.shape.w, w = output.shape.w, blocks = blocksOf(w);
     const std::size_t blockFloats = static_cast<std::size_t>(k) * kFastBlock;
-    auto packed = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(planes) *
+    auto packed = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(packedPlanes_) *
                                                      static_cast<std::size_t>(blocks) * blockFloats);
     float* to = packed->data();
-    for (int plane = 0; plane < planes; ++plane)
+    for (int plane = 0; plane < packedPlanes_; ++plane)
         for (int block = 0; block < blocks; ++block, to += blockFloats)
-            packBlock(b.constant + plane * b.strides.plane, k, b.shape.w, block * kFastBlock, to);
+            packBlock(op.constant + std::ptrdiff_t{plane} * k * w, k, w, block * kFastBlock, to);
     packed_ = shareFloats(std::move(packed));
 }
 
 // The taps, then the packed columns of each thread.
-std::int64_t FastMatmulLayer::scratchFloats(const nolk::TensorShape& output, int k, bool constant, int numThreads) {
+std::int64_t FastMatmulLayer::scratchFloats(const FastMatmul& op, const nolk::TensorShape& output, int k,
+                                            int numThreads) {
     static_assert(sizeof(std::int32_t) == sizeof(float));
-    const int threads = constant ? 0 : packingThreads(output, k, numThreads);
+    const int threads = op.constant ? 0 : packingThreads(output, k, numThreads);
     return (std::int64_t{kBlocksOfTask} * kFastBlock * threads + 1) * k;
 }
 
@@ -70,7 +73,8 @@ void FastMatmulLayer::run(const FastRun& run) const {
     };
     if (packed_)
         run.team.forEach(planes * ranges, products / (std::int64_t{planes} * ranges * 4), [&](int task) {
-            const std::ptrdiff_t block = std::ptrdiff_t{task / ranges} * blocks + task % ranges * step;
+            const int plane = task / ranges % packedPlanes_;
+            const std::ptrdiff_t block = std::ptrdiff_t{plane} * blocks + task % ranges * step;
             multiply(run, part(task, packed_->data() + block * k * kFastBlock));
         });
     else

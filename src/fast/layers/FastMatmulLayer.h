@@ -1,7 +1,7 @@
 // The product [h, k] * [k, w] of every plane, then the steps of the node.
 //   a [n, c, h, k], b [n, c, k, w], out [n, c, h, w], all plain
-// A constant b is packed once; of any other, each run packs a few columns at a time.
-// Every output is one chain of fused multiply-adds over k.
+// A constant b is packed once, and only one sample of it if all are equal; of any other, each run packs a few columns
+// at a time. Every output is one chain of fused multiply-adds over k.
 #pragma once
 
 #include "fast/layers/FastPackedWeights.h"
@@ -10,10 +10,11 @@
 class FastMatmulLayer final : public FastLayer {
 public:
     // scratch: offset in the arena of scratchFloats.
-    FastMatmulLayer(const FastNode& node, const FastView& a, const FastView& b, const FastView& output,
-                    const std::vector<FastView>& views, std::ptrdiff_t scratch, int numThreads);
+    // b is ignored if op has a constant.
+    FastMatmulLayer(const FastNode& node, const FastMatmul& op, const FastView& a, const FastView& b,
+                    const FastView& output, const std::vector<FastView>& views, std::ptrdiff_t scratch, int numThreads);
 
-    static std::int64_t scratchFloats(const nolk::TensorShape& output, int k, bool constant, int numThreads);
+    static std::int64_t scratchFloats(const FastMatmul& op, const nolk::TensorShape& output, int k, int numThreads);
 
     void run(const FastRun& run) const override;
 
@@ -32,4 +33,5 @@ private:
     std::ptrdiff_t scratch_;
     int threads_;        // that pack columns at the same time
     FastPacked packed_;  // [plane, block, k, 16] of a constant b, or null
+    int packedPlanes_;   // of one sample, or of all
 };
