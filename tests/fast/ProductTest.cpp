@@ -20,6 +20,13 @@ float limited(float v, float low, float high) { return v < low ? low : v > high 
 
 std::size_t at(std::ptrdiff_t offset) { return static_cast<std::size_t>(offset); }
 
+bool isInside(const FastKernelRows& rows, int outputRow, int tap) {
+    if (rows.count == 0) return true;
+    const int kernelRow = tap / rows.columns % rows.count;
+    const std::int64_t row = rows.top + outputRow * rows.stride + kernelRow * rows.dilation;
+    return row >= 0 && row < rows.inputRows;
+}
+
 // y as one chain of fused multiply-adds for each output.
 void plainProduct(const FastProduct& c, std::vector<float>& y) {
     for (int b = 0; b < c.blocks; ++b)
@@ -29,9 +36,7 @@ void plainProduct(const FastProduct& c, std::vector<float>& y) {
                     float& out = y[at(b * c.yBlock + r * c.yRow + p * c.yStep + lane)];
                     float sum = c.carryOn ? out : c.bias ? c.bias[b * kFastBlock + lane] : 0.0f;
                     for (int k = 0; k < c.tapCount; ++k) {
-                        const FastTapRange all{0, c.tapCount}, range = c.rowTaps ? c.rowTaps[r] : all;
-                        const int place = (c.rowTaps ? k % c.channelTaps : k) - range.first;
-                        if (place >= 0 && place < range.count)
+                        if (isInside(c.kernelRows, r, k))
                             sum = std::fma(c.x[r * c.xRow + p * c.xStep + c.taps[k]],
                                            c.weights[(b * c.tapCount + k) * kFastBlock + lane], sum);
                     }
@@ -53,12 +58,10 @@ TEST(FastProduct, EqualsThePlainChainOfFusedStepsOnEveryInstructionSet) {
                 FastProduct c;
                 c.blocks = blocks, c.rows = size.rows, c.pixels = pixels;
                 c.lanes = values.integer(0, 1) ? kFastBlock : values.integer(1, kFastBlock);
-                c.channelTaps = values.integer(1, 5);
-                c.tapCount = values.integer(0, 9) ? values.integer(1, 5) * c.channelTaps : 0;
-                const FastTapRange all{0, c.channelTaps}, some{values.integer(0, 2) % c.channelTaps, 1};
-                std::vector<FastTapRange> rowTaps;
-                for (int r = 0; r < c.rows; ++r) rowTaps.push_back(values.integer(0, 1) ? all : some);
-                c.rowTaps = values.integer(0, 1) ? rowTaps.data() : nullptr;
+                FastKernelRows rows{values.integer(1, 5), values.integer(1, 3), values.integer(1, 2),
+                                    values.integer(1, 2), values.integer(1, 5), values.integer(-6, 1)};
+                c.tapCount = values.integer(0, 9) ? values.integer(1, 5) * rows.channelTaps() : 0;
+                if (values.integer(0, 1)) c.kernelRows = rows;
                 c.xStep = kSteps[values.integer(0, 4)];
                 c.xRow = pixels * c.xStep + values.integer(0, 7);
                 const int xSize = static_cast<int>(c.rows * c.xRow) + 50;
@@ -130,14 +133,14 @@ TEST(FastProduct, CarriedSumsEqualTheWholeChain) {
 // blocks a tile takes depends on the instruction set and on the pixels.
 TEST(FastProduct, ManyWeightsEqualThePlainChain) {
     const struct {
-        int rows, pixels, blocks, lanes, taps;
+        int rows, pixels, blocks, lanes, taps, kernelRows;
     } kSizes[] = {
-        {1, 45, 1, 16, 9000},  // tiles of one block
-        {1, 45, 2, 5, 4200},   // of two, with AVX-512
-        {10, 1, 2, 16, 4200},  // of two elsewhere
-        {1, 45, 3, 5, 2800},   // of three, with AVX-512; so are the next ones
-        {8, 2, 5, 3, 2100},    // of four; the fifth block is not in chunks
-        {7, 1, 10, 16, 1100},  // of eight
+        {1, 45, 1, 16, 9000, 0},  // tiles of one block
+        {1, 45, 2, 5, 4200, 2},   // of two, with AVX-512
+        {10, 1, 2, 16, 4200, 7},  // of two elsewhere
+        {1, 45, 3, 5, 2800, 0},   // of three, with AVX-512; so are the next ones
+        {8, 2, 5, 3, 2100, 3},    // of four; the fifth block is not in chunks
+        {7, 1, 10, 16, 1100, 5},  // of eight
     };
     Values values(74);
     for (const auto& size : kSizes)
@@ -145,6 +148,7 @@ TEST(FastProduct, ManyWeightsEqualThePlainChain) {
             FastProduct c;
             c.rows = size.rows, c.pixels = size.pixels, c.blocks = size.blocks, c.lanes = size.lanes;
             c.tapCount = size.taps, c.xStep = 1, c.xRow = size.pixels, c.carryOn = carryOn;
+            if (size.kernelRows > 0) c.kernelRows = {size.kernelRows, 2, 1, 1, size.rows, -1};
             const int places = size.rows * size.pixels;
             auto x = values.reals(at(size.taps + places));
             x.front() = kInfinity;  // of the first pixel only

@@ -27,7 +27,7 @@ constexpr int kMostBlocks = kLanes == kFastBlock ? 8 : 4;  // of a tile, a power
 struct Taps {
     const std::int32_t* first;
     int channels, count;  // of each channel
-    int gap;              // between the last tap of a channel and the first one of the next
+    int step;             // from a channel to the next
 };
 
 // Where a tile begins.
@@ -71,11 +71,12 @@ void productTile(const FastProduct& call, const Corner& at) {
             for (int v = 0; v < kWidth; ++v) sum[v] = fma(factor, weights[v], sum[v]);
         }
     };
-    const float* w = at.weights;
     const float* next = at.next;
-    const std::int32_t* tap = at.taps.first;
     // One prefetch for each tap, in turn from the first block and the second; more would cost time.
     for (int channel = 0; channel < at.taps.channels; ++channel) {
+        const std::ptrdiff_t first = static_cast<std::ptrdiff_t>(channel) * at.taps.step;
+        const float* w = at.weights + first * kFastBlock;
+        const std::int32_t* tap = at.taps.first + first;
         const std::int32_t* const end = tap + at.taps.count;
         for (; end - tap > 1; tap += 2, w += 2 * kFastBlock, next += at.nextStep) {
             __builtin_prefetch(next, 0, 2);
@@ -83,12 +84,7 @@ void productTile(const FastProduct& call, const Corner& at) {
             if constexpr (kBlocks > 1) __builtin_prefetch(next + at.weightsBlock, 0, 2);
             addTap(tap[1], w + kFastBlock);
         }
-        if (tap != end) {
-            addTap(*tap++, w);
-            w += kFastBlock;
-        }
-        tap += at.taps.gap;
-        w += at.taps.gap * kFastBlock;
+        if (tap != end) addTap(*tap, w);
     }
 
     const Vector low = broadcast(call.low), high = broadcast(call.high);
@@ -174,19 +170,22 @@ void partialTile(const FastProduct& call, const Corner& at, const Part& part, Ti
     copyLanes(y, kBlock, kRow, kFastBlock, at.y, call.yBlock, call.yRow, call.yStep, part);
 }
 
-// The taps of a row, and of those below it in the same tile.
-Taps tapsOf(const FastProduct& call, int row) {
-    if (!call.rowTaps || call.rowTaps[row].count == call.channelTaps) return {call.taps, 1, call.tapCount, 0};
-    const FastTapRange& range = call.rowTaps[row];
-    return {call.taps + range.first, call.tapCount / call.channelTaps, range.count, call.channelTaps - range.count};
+FastTapRange rangeOf(const FastProduct& call, int row) {
+    return call.kernelRows.count > 0 ? call.kernelRows.tapsOf(row) : FastTapRange{0, call.tapCount};
 }
 
-// The number of outputs with all taps that take as long as all rows do.
+Taps tapsOf(const FastProduct& call, const FastTapRange& range) {
+    const int step = call.kernelRows.channelTaps();
+    if (step == 0 || range.count == step) return {call.taps, 1, call.tapCount, 0};
+    return {call.taps + range.first, call.tapCount / step, range.count, step};
+}
+
+// How many outputs with all their taps take as long as all outputs of the call.
 int wholeOutputs(const FastProduct& call) {
-    if (!call.rowTaps) return call.rows * call.pixels;
+    if (call.kernelRows.count == 0) return call.rows * call.pixels;
     std::int64_t taps = 0;
-    for (int row = 0; row < call.rows; ++row) taps += call.rowTaps[row].count;
-    return static_cast<int>(taps * call.pixels / call.channelTaps) + 1;
+    for (int row = 0; row < call.rows; ++row) taps += call.kernelRows.tapsOf(row).count;
+    return static_cast<int>(taps * call.pixels / call.kernelRows.channelTaps()) + 1;
 }
 
 // All rows and pixels of a few blocks. next: the weights that are needed afterwards, for as many taps, or null. They
@@ -195,8 +194,9 @@ void productOfBlocks(const FastProduct& call, int blocks, std::ptrdiff_t weights
     const int most = mostPixels(blocks), tiles = quotientUp(call.pixels, most), outputs = wholeOutputs(call);
     const float* const end = next ? next + static_cast<std::ptrdiff_t>(call.tapCount) * kFastBlock : nullptr;
     for (int row = 0, rowsLeft = 0; row < call.rows; row += rowsLeft) {
-        const Taps taps = tapsOf(call, row);
-        const bool isPair = call.rows - row > 1 && (!call.rowTaps || call.rowTaps[row] == call.rowTaps[row + 1]);
+        const FastTapRange range = rangeOf(call, row);
+        const Taps taps = tapsOf(call, range);
+        const bool isPair = call.rows - row > 1 && range == rangeOf(call, row + 1);
         rowsLeft = isPair ? 2 : 1;
         for (int t = 0, pixel = 0, pixels = 0; t < tiles; ++t, pixel += pixels) {
             pixels = quotientUp(call.pixels - pixel, tiles - t);
@@ -240,7 +240,7 @@ void productOfChunks(const FastProduct& call, int firstBlock, int blocks) {
 
     const int tiles = quotientUp(call.rows * call.pixels, mostPixels(blocks));
     const bool inChunks = blocks * weightsBlock > kMostWeights && tiles >= 4 && added != some.y;
-    const int unit = call.rowTaps ? call.channelTaps : 1;  // no chunk ends within a channel whose taps are left out
+    const int channel = call.kernelRows.channelTaps(), unit = channel > 0 ? channel : 1;  // a chunk has whole channels
     const int units = call.tapCount / unit, most = kChunkWeights / (blocks * kFastBlock * unit);
     const int chunks = inChunks ? quotientUp(units, most > 1 ? most : 1) : 1;
     for (int c = 0, tap = 0; c < chunks; ++c, tap += some.tapCount) {
@@ -288,7 +288,7 @@ void product(const FastProduct& call) {
     for (int done = 0; done < all; done += most) {
         const int size = all - done < most ? all - done : most;
         (cutRows ? strip.rows : strip.pixels) = size;
-        if (cutRows && call.rowTaps) strip.rowTaps = call.rowTaps + done;
+        if (cutRows) strip.kernelRows.top = call.kernelRows.top + std::int64_t{done} * call.kernelRows.stride;
         strip.x = call.x + done * (cutRows ? call.xRow : call.xStep);
         strip.y = call.y + done * (cutRows ? call.yRow : call.yStep);
         if (call.added) strip.added = call.added + done * (cutRows ? call.addedRow : call.addedStep);

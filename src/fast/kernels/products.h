@@ -17,6 +17,27 @@ struct FastTapRange {
     bool operator==(const FastTapRange& other) const { return first == other.first && count == other.count; }
 };
 
+// Which kernel rows of a convolution lie inside the input.
+struct FastKernelRows {
+    int count = 0, columns = 1;  // of the kernel; a count of 0 if all rows lie inside
+    int stride = 1, dilation = 1, inputRows = 0;
+    std::int64_t top = 0;  // input row of the first kernel row, for output row 0
+
+    int channelTaps() const { return count * columns; }
+    FastTapRange tapsOf(int row) const {
+        const std::int64_t first = top + std::int64_t{row} * stride;
+        const int begin = kernelRowAt(-first), end = kernelRowAt(inputRows - first);
+        return {begin * columns, (end - begin) * columns};
+    }
+
+private:
+    // The first kernel row that lies so many input rows below kernel row 0, or more.
+    int kernelRowAt(std::int64_t distance) const {
+        const std::int64_t row = distance > 0 ? (distance + dilation - 1) / dilation : 0;
+        return row < count ? static_cast<int>(row) : count;
+    }
+};
+
 // y[block][row][pixel][lane] = limit(bias[block][lane] + sum over k of
 //                                    x[row * xRow + pixel * xStep + taps[k]] * weights[block][k][lane]
 //                                    + added[block][row][pixel][lane])
@@ -27,11 +48,10 @@ struct FastProduct {
     std::ptrdiff_t xStep = 0;  // any; 16 is the fastest
     const std::int32_t* taps = nullptr;
     int tapCount = 0;
-    const FastTapRange* rowTaps = nullptr;  // [rows]: the taps that a row has, the others are left out; null for all
-    int channelTaps = 0;                    // taps of an input channel, for rowTaps
-    const float* weights = nullptr;         // [blocks, tapCount, 16]
-    const float* bias = nullptr;            // [blocks, 16]; null for zeros
-    bool carryOn = false;                   // the sums start from the values of y instead of the bias
+    FastKernelRows kernelRows;       // taps outside the input are left out; channelTaps() divides tapCount
+    const float* weights = nullptr;  // [blocks, tapCount, 16]
+    const float* bias = nullptr;     // [blocks, 16]; null for zeros
+    bool carryOn = false;            // the sums start from the values of y instead of the bias
     float* y = nullptr;
     std::ptrdiff_t yBlock = 0, yRow = 0, yStep = 0;
     const float* added = nullptr;  // null for none; may be y

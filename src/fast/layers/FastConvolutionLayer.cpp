@@ -36,24 +36,12 @@ int evenLength(int length, int longest, int unit, int samples, int threads) {
     return best;
 }
 
-// The taps of each output row whose kernel rows lie inside the input; none if these are all of them.
-std::vector<FastTapRange> rowTapsOf(const FastConvolution& op, const nolk::TensorShape& in,
-                                    const nolk::TensorShape& out) {
-    std::vector<FastTapRange> ranges;
-    bool isAll = true;
-    for (int row = 0; row < out.h; ++row) {
-        const std::int64_t top = std::int64_t{row} * op.stride.h - op.padding.top;  // input row of the first kernel row
-        const auto kernelRowAt = [&](std::int64_t inputRow) {  // the first one at this input row or below it
-            const std::int64_t distance = std::max<std::int64_t>(inputRow - top, 0);
-            return static_cast<int>(
-                std::min<std::int64_t>((distance + op.dilation.h - 1) / op.dilation.h, op.weights.kernelH));
-        };
-        const int first = kernelRowAt(0), last = kernelRowAt(in.h);
-        ranges.push_back({first * op.weights.kernelW, (last - first) * op.weights.kernelW});
-        isAll = isAll && last - first == op.weights.kernelH;
-    }
-    if (isAll) ranges.clear();
-    return ranges;
+// If the first output row and the last one have all kernel rows inside the input, all output rows do.
+FastKernelRows kernelRowsOf(const FastConvolution& op, const nolk::TensorShape& in, const nolk::TensorShape& out) {
+    const nolk::Weights& w = op.weights;
+    const FastKernelRows rows{w.kernelH, w.kernelW, op.stride.h, op.dilation.h, in.h, -std::int64_t{op.padding.top}};
+    const bool isAll = rows.tapsOf(0).count == rows.channelTaps() && rows.tapsOf(out.h - 1).count == rows.channelTaps();
+    return isAll ? FastKernelRows() : rows;
 }
 
 }  // namespace
@@ -70,8 +58,7 @@ FastConvolutionLayer::FastConvolutionLayer(const FastNode& node, const FastConvo
       window_(-op.padding.top * input.strides.row - op.padding.left * input.strides.pixel),
       parts_(FastProductParts::pack(op.weights, tapsOf(op, input))),
       weights_(static_cast<std::int64_t>(parts_.taps.front().size()) * output.strides.planes * kFastBlock),
-      rowTaps_(rowTapsOf(op, input.shape, output.shape)),
-      channelTaps_(op.weights.kernelH * op.weights.kernelW),
+      kernelRows_(kernelRowsOf(op, input.shape, output.shape)),
       epilogue_(node, views, output) {
     const bool pointwise =
         op.weights.kernelH == 1 && op.weights.kernelW == 1 && stride_.h == 1 && stride_.w == 1 && window_ == 0;
@@ -164,8 +151,8 @@ void FastConvolutionLayer::compute(const FastRun& run, const Piece& piece) const
     call.yBlock = output_.strides.plane;
     call.yRow = output_.strides.row;
     call.yStep = output_.strides.pixel;
-    if (!rowTaps_.empty()) call.rowTaps = rowTaps_.data() + piece.begin;
-    call.channelTaps = channelTaps_;
+    call.kernelRows = kernelRows_;
+    if (!joinsRows_) call.kernelRows.top += std::int64_t{piece.begin} * stride_.h;
     call.low = epilogue_.low;
     call.high = epilogue_.high;
     const FastStrides& added = epilogue_.added.strides;

@@ -6,8 +6,6 @@
 // above and below the input are left out; columns beside it count as zeros. Then the steps of the node.
 #pragma once
 
-#include <vector>
-
 #include "fast/layers/FastProductParts.h"
 #include "fast/layers/FastSteps.h"
 
@@ -46,9 +44,8 @@ private:
     nolk::DimsHW stride_;
     std::ptrdiff_t window_;  // from the first pixel of the input to the first window
     FastProductParts parts_;
-    std::int64_t weights_;               // that all outputs read
-    std::vector<FastTapRange> rowTaps_;  // of each output row, if the border leaves some of them out
-    int channelTaps_;
+    std::int64_t weights_;  // that all outputs read
+    FastKernelRows kernelRows_;
     FastEpilogue epilogue_;
     bool joinsRows_;
     int pieceLength_;  // the most rows or pixels of a task
