@@ -102,6 +102,9 @@ FastStepKind exchanged(FastStepKind kind) {
 void absorbSteps(FastGraph& graph) {
     Links links(graph);
     std::vector<bool> removed(graph.nodes.size(), false);
+    // Tensors that the steps of each node read. They are in memory at the same time, so there are not many.
+    constexpr int kMostOperands = 8;
+    std::vector<int> operands(graph.nodes.size(), 0);
     const auto host = [&](int value) {
         const int index = links.producerOf(value);
         const bool fits =
@@ -116,7 +119,11 @@ void absorbSteps(FastGraph& graph) {
         const int ofInput = host(node.inputs.front());
         const int ofOperand = symmetric ? host(first.operand) : -1;
         const int chosen = std::max(ofInput, ofOperand);
+        operands[i] = symmetric ? 1 : 0;
         if (chosen < 0) continue;
+        const int together = operands[i] + operands[static_cast<std::size_t>(chosen)];
+        if (together > kMostOperands) continue;
+        operands[i] = together;
         if (chosen == ofOperand && ofInput != ofOperand) {
             std::swap(node.inputs.front(), first.operand);
             first.step.kind = exchanged(first.step.kind);
