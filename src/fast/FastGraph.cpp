@@ -17,3 +17,10 @@ std::vector<int> FastGraph::countUses() const {
     for (const int output : outputs) ++uses[static_cast<std::size_t>(output)];
     return uses;
 }
+
+std::vector<bool> FastGraph::findRoots() const {
+    std::vector<bool> isRoot(values.size(), false);
+    for (const FastValue& value : values)
+        if (value.root >= 0) isRoot[static_cast<std::size_t>(value.root)] = true;
+    return isRoot;
+}

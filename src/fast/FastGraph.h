@@ -165,6 +165,9 @@ struct FastGraph {
 
     // How many inputs and operands of nodes, and outputs of the network, each value is.
     std::vector<int> countUses() const;
+
+    // True for each value in whose memory others lie.
+    std::vector<bool> findRoots() const;
 };
 
 // Calls f(value) for all inputs and operands of a node; f may change them.

@@ -31,6 +31,11 @@ inline bool sameBorder(const FastBorder& a, const FastBorder& b) {
     return a.top == b.top && a.bottom == b.bottom && a.left == b.left && a.right == b.right;
 }
 
+// Whether all but the number of dimensions are equal.
+inline bool sameExtents(const nolk::TensorShape& a, const nolk::TensorShape& b) {
+    return a.n == b.n && a.c == b.c && a.h == b.h && a.w == b.w;
+}
+
 inline int divideUp(int a, int b) { return (a + b - 1) / b; }
 
 inline int blocksOf(int channels) { return divideUp(channels, kFastBlock); }
