@@ -1,6 +1,8 @@
 #include "fast/nodes/makeNode.h"
 
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "builder/shapes.h"
 #include "fast/nodes/builtInNode.h"
@@ -19,6 +21,10 @@ FastNode elementwise(FastNodeStep step) {
     FastNode node = nodeWith(FastElementwise{});
     node.steps.push_back(std::move(step));
     return node;
+}
+
+bool areEqual(const std::vector<float>& slopes, int count) {
+    return std::all_of(slopes.begin(), slopes.begin() + count, [&](float slope) { return slope == slopes.front(); });
 }
 
 }  // namespace
@@ -52,8 +58,8 @@ FastNode activationNode(const RawActLayerFactory& f) {
             step.step = {FastStepKind::tanh, 0.0f, 0.0f};
             return elementwise(step);
         case ACT_PRELU:
-            // In a batch above 1 the slopes do not follow the channels; the built-in layer has the rule.
-            if (in.n != 1 || elementCount(in) == 0) break;
+            // In a batch above 1 different slopes do not follow the channels; the built-in layer has the rule.
+            if ((in.n != 1 && !areEqual(f.slopes(), in.c)) || elementCount(in) == 0) break;
             step.step = {FastStepKind::prelu, 0.0f, 0.0f};
             step.kind = FastOperandKind::constants;
             step.first.assign(f.slopes().begin(), f.slopes().begin() + in.c);
