@@ -8,9 +8,10 @@ namespace {
 
 // 1 if all samples are equal, as they are in networks from files; else their number.
 int differingSamples(const FastValue& value) {
-    const auto floats = static_cast<std::size_t>(FastStrides(value.shape, FastLayout::plain, {}).sample);
+    const std::ptrdiff_t floats = FastStrides(value.shape, FastLayout::plain, {}).sample;
+    const std::size_t bytes = static_cast<std::size_t>(floats) * sizeof(float);
     for (int n = 1; n < value.shape.n; ++n)
-        if (std::memcmp(value.constant, value.constant + n * floats, floats * sizeof(float)) != 0) return value.shape.n;
+        if (std::memcmp(value.constant, value.constant + n * floats, bytes) != 0) return value.shape.n;
     return 1;
 }
 
