@@ -61,8 +61,8 @@ nolk::Weights weightsOf(const KernelWeights& w) {
     return {w.groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW, false, writable(w.weight), writable(w.bias)};
 }
 
-// Infinite values, which a file's checks would take for damage, as the largest finite ones. They hide what a softmax
-// shall not see, and do so either way.
+// Masks have infinities, which exclude values from a softmax when they are added to them. The largest finite values do
+// that as well, and the checks of a file report weights that are not finite as damage.
 Floats withoutInfinities(const Floats& values) {
     const auto isInfinite = [](float value) { return std::isinf(value); };
     if (std::none_of(values->begin(), values->end(), isInfinite)) return values;
