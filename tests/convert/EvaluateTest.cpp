@@ -99,6 +99,11 @@ INSTANTIATE_TEST_SUITE_P(
                          {0, 0, 0, 0},
                          {0.25F, 0.25F, 0.25F, 0.25F},
                          11},
+                    Case{"SoftmaxAlongTheLastAxis",
+                         "(float[1,2,2] x) => (float[1,2,2] y) { y = Softmax(x) }",
+                         {0, 0, 0, 1.0986123F},
+                         {0.5F, 0.5F, 0.25F, 0.75F},
+                         13},
                     Case{"GroupNormalizationScalesGroups",
                          "(float[1,4,1] x) => (float[1,4,1] y) <float[2] s = {1,10}, float[2] b = {0,0}>"
                          "{ y = GroupNormalization<num_groups=2, epsilon=0.0>(x, s, b) }",
