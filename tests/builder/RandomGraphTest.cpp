@@ -77,7 +77,7 @@ void expectReference(std::uint32_t seed, int batch, Plain& reference, const Xs& 
 
 TEST(RandomGraph, EqualsPlainEvaluationAlsoFromAFile) {
     int compared = 0;
-    const int seeds = std::max(12 * effort(), 20);
+    const int seeds = std::max(6 * effort(), 20);
     for (int i = 1; i <= seeds && !testing::Test::HasFailure(); ++i) {
         SCOPED_TRACE(testing::Message() << "seed " << i);
         const auto seed = static_cast<std::uint32_t>(i);
