@@ -1,10 +1,12 @@
 #include "inspect/container.h"
 
-#include <array>
 #include <climits>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+
+#include "model/container.h"
+#include "model/crc32.h"
 
 namespace {
 
@@ -25,24 +27,6 @@ void appendHeadInfo(Bytes& file, const std::vector<nolk::HeadInfo>& entries) {
         file.insert(file.end(), entry.data.begin(), entry.data.end());
     }
     append16(file, 0);
-}
-
-// Entry i is the remainder of the byte i.
-constexpr std::array<std::uint32_t, 256> remainders() {
-    std::array<std::uint32_t, 256> table{};
-    for (std::uint32_t i = 0; i < 256; ++i) {
-        table[i] = i;
-        for (int bit = 0; bit < 8; ++bit) table[i] = (table[i] >> 1) ^ ((table[i] & 1u) ? 0xEDB88320u : 0u);
-    }
-    return table;
-}
-
-// CRC-32 as in Ethernet and zip archives, byte by byte.
-std::uint32_t crc32(const Bytes& bytes) {
-    static constexpr std::array<std::uint32_t, 256> kRemainders = remainders();
-    std::uint32_t crc = 0xFFFFFFFFu;
-    for (const unsigned char byte : bytes) crc = (crc >> 8) ^ kRemainders[(crc ^ byte) & 255u];
-    return ~crc;
 }
 
 }  // namespace
@@ -70,14 +54,16 @@ Bytes modelFile(const nolk::ModelFileOptions& options, int recordCount, const By
     append16(file, options.version);
     if (options.version >= 2) appendHeadInfo(file, options.headInfo);
     const std::size_t body = file.size();
-    constexpr std::size_t kCountAndChecksum = 6;
-    file.reserve(body + records.size() + kCountAndChecksum);
+    constexpr std::size_t kCountBytes = 2;
+    std::size_t size = body + kCountBytes + records.size();
+    if (options.version >= 3) size += kCrcBytes;
+    if (size > INT_MAX) throw std::out_of_range("file: larger than 2 GiB");
+    file.reserve(size);
     append16(file, recordCount);
     file.insert(file.end(), records.begin(), records.end());
     if (options.version >= 3) {
         for (std::size_t i = body; i < file.size(); ++i) file[i] ^= static_cast<unsigned char>(i);
-        append(file, crc32(file), 4);
+        append(file, GetCRC32(file.data(), static_cast<int>(file.size())), kCrcBytes);
     }
-    if (file.size() > INT_MAX) throw std::out_of_range("file: larger than 2 GiB");
     return file;
 }

@@ -72,15 +72,6 @@ TEST_F(ConvertCommand, NamesInputsAndOutputsInTheFile) {
     EXPECT_EQ(report["check"]["outputs"][0]["name"], "scores");
 }
 
-TEST_F(ConvertCommand, WritesAFileOfEveryVersion) {
-    const std::string in = modelFile("(float[N,3,4,5] x) => (float[N,3,4,5] y) { y = Sigmoid(x) }");
-    for (const char* version : {"1", "2", "3", "4"}) {
-        ASSERT_EQ(run({in, path("net.cm"), "--version", version}), 0) << errors_;
-        const std::string file = read("net.cm");
-        EXPECT_EQ(std::to_string(nolk::inspectModel(file.data(), file.size()).version), version);
-    }
-}
-
 TEST_F(ConvertCommand, NamesEveryNodeAndLeavesTheOutputAlone) {
     const std::string in = modelFile(
         "(float[N,3,4,5] x) => (float[N,3,4,5] y) { a = Sin(x) b = Relu(a) c = Cos(b) d = Det(x) e = Conv(b, c) "

@@ -101,6 +101,8 @@ TEST(Refusal, SaysWhyAndWhatToDo) {
          "Conv: auto_pad 'FOO' is not known", kInvalid},
         {"(float[N,3,5,5] x) => (float[N,3,4,5] y) { y = MaxPool<kernel_shape=[1,1], pads=[-1,0,0,0]>(x) }",
          "MaxPool: pads -1 is not possible", "cut the input by a Slice in front instead"},
+        {"(float[N,1,5,5] x) => (float[N,1,304,5] y) <float[1,1,2,1] w = {0}> { y = Conv<pads=[300,0,0,0]>(x, w) }",
+         "Conv: convolve: padding top must be 0 to 255 in this file, is 300", "pad by a node Pad in front instead"},
         {"(float[N,3,5] x) => (float[N,1,5] y) <int64[1] i = {7}> { y = Gather<axis=1>(x, i) }",
          "Gather: index 7 is beyond the extent 3",
          "use indices from -3 to 2, or give the input the shape that the network was made for (--shape)"},

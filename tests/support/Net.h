@@ -25,9 +25,14 @@ public:
     nolk::RunnerBuilder* operator->() const { return builder_; }
 
     nolk::TensorX* input(nolk::TensorShape shape, std::vector<float> values) {
+        feed(shape, std::move(values));
+        return builder_->input(shape);
+    }
+
+    // Values for the next input that was recorded otherwise.
+    void feed(nolk::TensorShape shape, std::vector<float> values) {
         values.push_back(kSentinel);  // an empty tensor has an address too
         inputs_.push_back({shape, std::move(values)});
-        return builder_->input(shape);
     }
 
     nolk::TensorX* constant(nolk::TensorShape shape, std::vector<float> values) {

@@ -17,10 +17,13 @@
 
 class RandomNetwork {
 public:
-    RandomNetwork(std::uint32_t seed, int batch) : batch_(batch), random_(seed), arrays_(seed) {
+    // isSmall: few channels and positions, for what computes slowly.
+    RandomNetwork(std::uint32_t seed, int batch, bool isSmall = false)
+        : batch_(batch), mostChannels_(isSmall ? 2 : 10), random_(seed), arrays_(seed) {
+        const int largest = isSmall ? 6 : 13;
         for (int i = pick(1, 3); i > 0; --i) {
-            const int size = pick(1, 13);
-            inputs.push_back({batch, channels(), size, pick(0, 1) ? size : pick(1, 13), 3});
+            const int size = pick(1, largest);
+            inputs.push_back({batch, channels(), size, pick(0, 1) ? size : pick(1, largest), 3});
         }
         steps_ = pick(6, 24);
     }
@@ -44,7 +47,7 @@ private:
     int pick(int low, int high) { return random_.integer(low, high); }
     int channels() {
         const int all[] = {1, 3, 4, 8, 16, 16, 20, 24, 32, 40, 48};
-        return all[pick(0, 10)];
+        return all[pick(0, mostChannels_)];
     }
     Shape shapeOf(X x) { return b_->shapeOf(x); }
     static int elements(const Shape& s) { return s.c * s.h * s.w; }
@@ -368,7 +371,7 @@ private:
         return b_->lstm(rows, {direction, both, in, hidden, w, recurrent, arrays_.reals(2 * gates), true});
     }
 
-    int batch_, steps_ = 0;
+    int batch_, mostChannels_, steps_ = 0;
     Values random_;
     Arrays arrays_;
     Builder* b_ = nullptr;

@@ -16,7 +16,7 @@
 #include <utility>
 #include <vector>
 
-class ReferenceBuilder final : public nolk::RunnerBuilder {
+class ReferenceBuilder : public nolk::RunnerBuilder {
 public:
     using X = nolk::TensorX*;
     using Shape = nolk::TensorShape;

@@ -445,10 +445,9 @@ void addHindrances(const Lowered& lowered, const ConvertOptions& options, Conver
                                    ? "use --version 4, which has wider numbers, or make the network smaller"
                                    : "make the network smaller there";
     for (const Hindrance& hindrance : lowered.program.hindrances(ends, fileOptionsOf(options))) {
-        const bool isPadding = hindrance.why.find("padding") != std::string::npos;
         conversion.findings.push_back({hindrance.origin.node, hindrance.origin.type, hindrance.why,
                                        hindrance.origin.node.empty() ? "convert the network in parts"
-                                       : isPadding                   ? "pad by a node Pad in front instead"
+                                       : hindrance.hasWidePadding    ? "pad by a node Pad in front instead"
                                                                      : advice});
     }
 }

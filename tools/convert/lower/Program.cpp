@@ -61,8 +61,8 @@ nolk::Weights weightsOf(const KernelWeights& w) {
     return {w.groups, w.outChannels, w.inChannels, w.kernelH, w.kernelW, false, writable(w.weight), writable(w.bias)};
 }
 
-// Infinite values, which a file's checks would take for damage, as the largest finite ones. They hide what a softmax
-// shall not see, and do so either way.
+// Masks have infinities, which exclude values from a softmax when they are added to them. The largest finite values do
+// that as well, and the checks of a file report weights that are not finite as damage.
 Floats withoutInfinities(const Floats& values) {
     const auto isInfinite = [](float value) { return std::isinf(value); };
     if (std::none_of(values->begin(), values->end(), isInfinite)) return values;
@@ -72,6 +72,8 @@ Floats withoutInfinities(const Floats& values) {
         if (isInfinite(value)) value = std::copysign(kLargest, value);
     return std::make_shared<const std::vector<float>>(std::move(finite));
 }
+
+int widest(nolk::Padding p) { return std::max({p.top, p.bottom, p.left, p.right}); }
 
 bool sameShape(const TensorShape& a, const TensorShape& b) {
     return a.c == b.c && a.h == b.h && a.w == b.w && a.dims == b.dims;
@@ -254,7 +256,7 @@ int Program::convolve(int x, nolk::Padding padding, nolk::DimsHW stride, nolk::D
         countOf(weights));
     at(step).groups = weights.groups;
     at(step).mixes = weights.inChannels != 1 || weights.outChannels != 1;
-    at(step).isPadded = padding.top != 0 || padding.bottom != 0 || padding.left != 0 || padding.right != 0;
+    at(step).padding = padding;
     return step;
 }
 
@@ -296,9 +298,11 @@ TensorShape pooledShape(const TensorShape& in, nolk::DimsHW kernel, nolk::Paddin
 }  // namespace
 
 int Program::maxPool(int x, nolk::DimsHW kernel, nolk::Padding padding, nolk::DimsHW stride) {
-    return append("maxPool", dimsKey(kernel) + paddingKey(padding) + dimsKey(stride), {x},
-                  pooledShape(shapeOf(x), kernel, padding, stride),
-                  [=](Builder& b, const auto& in) { return b.maxPool(in[0], kernel, padding, stride); });
+    const int step = append("maxPool", dimsKey(kernel) + paddingKey(padding) + dimsKey(stride), {x},
+                            pooledShape(shapeOf(x), kernel, padding, stride),
+                            [=](Builder& b, const auto& in) { return b.maxPool(in[0], kernel, padding, stride); });
+    at(step).padding = padding;
+    return step;
 }
 
 int Program::avgPool(int x, nolk::DimsHW kernel, nolk::Padding padding, nolk::DimsHW stride) {
@@ -308,7 +312,7 @@ int Program::avgPool(int x, nolk::DimsHW kernel, nolk::Padding padding, nolk::Di
 }
 
 int Program::pad(int x, nolk::Padding padding) {
-    if (padding.top == 0 && padding.bottom == 0 && padding.left == 0 && padding.right == 0) return x;
+    if (widest(padding) == 0) return x;
     const TensorShape& in = shapeOf(x);
     const TensorShape out{1, in.c, padding.top + in.h + padding.bottom, padding.left + in.w + padding.right, 3};
     return append("pad", paddingKey(padding), {x}, out,
@@ -483,7 +487,7 @@ void Program::mend(const std::vector<int>& outputs) {
             steps_[i].name == "reshape" && (uses[static_cast<std::size_t>(in)] > 1 || before == "constTensor");
         const bool losesZeros = steps_[i].name == "maxPool" && before == "pad";
         const bool losesChannels = steps_[i].name == "convolve" && before == "batchNormalize" && steps_[i].groups > 1 &&
-                                   steps_[i].mixes && !steps_[i].isPadded;
+                                   steps_[i].mixes && widest(steps_[i].padding) == 0;
         if (!sharesMemory && !losesZeros && !losesChannels) continue;
         // A copy for each reshape: two that share one would be its two uses.
         origin_ = steps_[i].origin;
@@ -556,13 +560,16 @@ std::vector<Hindrance> Program::hindrances(const std::vector<int>& ends, const n
         const bool isKnown = std::any_of(result.begin(), result.end(), [&](const Hindrance& h) {
             return h.why == why && h.origin.node == steps_[i].origin.node;
         });
-        if (!why.empty() && !isKnown) result.push_back({steps_[i].origin, why});
+        constexpr int kWidestPadding = 255;
+        const bool hasWidePadding = widest(steps_[i].padding) > kWidestPadding;
+        if (!why.empty() && !isKnown) result.push_back({steps_[i].origin, why, hasWidePadding});
     }
     constexpr std::size_t kMostRecords = 32767;
     if (records > kMostRecords)
         result.push_back({{},
                           "the network becomes " + std::to_string(records) + " operations; a file holds at most " +
-                              std::to_string(kMostRecords)});
+                              std::to_string(kMostRecords),
+                          false});
     return result;
 }
 

@@ -52,8 +52,9 @@ struct Origin {
 
 // An operation that the file has no form for, or too many of them.
 struct Hindrance {
-    Origin origin;    // empty where it is none of a single node
-    std::string why;  // the operation and the field
+    Origin origin;                // empty where it is none of a single node
+    std::string why;              // the operation and the field
+    bool hasWidePadding = false;  // of a window: more than a file's byte holds
 };
 
 struct NotWritable : std::runtime_error {
@@ -138,9 +139,9 @@ private:
         nolk::TensorShape shape;
         Record record;
         Origin origin;
-        int groups = 1;      // of a convolution
-        bool mixes = false;  // of a convolution: several channels in one group
-        bool isPadded = false;
+        int groups = 1;         // of a convolution
+        bool mixes = false;     // of a convolution: several channels in one group
+        nolk::Padding padding;  // of a convolution or a max pooling
     };
 
     // floats: of the arrays that the record holds
