@@ -49,6 +49,9 @@ void RecordWalk::readRecord() {
     const Record record = ::readRecord(*record_.operation, fields_);
     record_.inputs = record.inputs;
     record_.output = record.output;
+    if (fields_.overflowed()) {
+        record_.failure = "the file ends within it";
+        return;  // its arrays may be announced to be as long as can be
+    }
     makeCall(record, fields_);
-    if (fields_.overflowed()) record_.failure = "the file ends within it";
 }

@@ -59,7 +59,7 @@ FastNode activationNode(const RawActLayerFactory& f) {
             return elementwise(step);
         case ACT_PRELU:
             // In a batch above 1 different slopes do not follow the channels; the built-in layer has the rule.
-            if ((in.n != 1 && !areEqual(f.slopes(), in.c)) || elementCount(in) == 0) break;
+            if (elementCount(in) == 0 || (in.n != 1 && !areEqual(f.slopes(), in.c))) break;
             step.step = {FastStepKind::prelu, 0.0f, 0.0f};
             step.kind = FastOperandKind::constants;
             step.first.assign(f.slopes().begin(), f.slopes().begin() + in.c);
