@@ -188,10 +188,12 @@ struct ModelFinding {
 NOLK_API std::string describe(const ModelFinding& finding);
 
 struct ModelCheck {
-    std::vector<ModelFinding> findings;  // in the order of their offsets
-    int version = 0;                     // 0 when the file has none
-    int recordCount = -1;                // -1 when it is not known
-    std::string remark;                  // why the network was not built although there are no errors; else empty
+    // In the order of their offsets: the first 200 errors, the first 200 warnings, and at the end of the file one
+    // finding for each of the two that says how many more there are.
+    std::vector<ModelFinding> findings;
+    int version = 0;       // 0 when the file has none
+    int recordCount = -1;  // -1 when it is not known
+    std::string remark;    // why the network was not built although there are no errors; else empty
 };
 
 // Finds everything that is wrong or suspicious in a model file. Without errors, and within the limits, it also builds

@@ -17,8 +17,8 @@ using nolk::Severity;
 
 namespace {
 
-// After damage in the middle of a file, every later record may give a finding.
-constexpr std::size_t kMaxFindings = 200;
+// Of each severity. A damaged file may give a finding for every record; all are counted, the first ones are listed.
+constexpr std::int64_t kMaxListed = 200;
 
 // Whether the built-in implementation can record the operation. It ends the process for a concat without inputs, and
 // weights that could not be read have no meaning.
@@ -26,25 +26,52 @@ bool canBeRecorded(const WalkedRecord& record) {
     return record.remark.empty() && (record.operation->code != kCodeOf<&operation::concat> || !record.inputs.empty());
 }
 
+// Without what the checks do not need again, so that many results with many diagnostics take little memory.
+LoggedOperation shortened(LoggedOperation logged) {
+    logged.details = {};
+    logged.parameters = {};
+    std::vector<Diagnostic> aboutShapes;
+    for (Diagnostic& diagnostic : logged.diagnostics)
+        if (diagnostic.isAboutShapes) aboutShapes.push_back(std::move(diagnostic));
+    logged.diagnostics = std::move(aboutShapes);
+    return logged;
+}
+
 }  // namespace
 
-ModelChecker::ModelChecker(const ModelFile& file, const nolk::ModelLimits& limits)
-    : file_(file), limits_(limits), findings_(file.findings()) {
+ModelChecker::ModelChecker(const ModelFile& file, const nolk::ModelLimits& limits) : file_(file), limits_(limits) {
+    for (const nolk::ModelFinding& finding : file_.findings()) add(finding);
     if (file_.hasRecords()) {
         readRecords();
         checkWithBuilder();
     }
+    addNotListed(Severity::error, errors_.notListed);
+    addNotListed(Severity::warning, warnings_.notListed);
     std::stable_sort(findings_.begin(), findings_.end(),
                      [](const nolk::ModelFinding& a, const nolk::ModelFinding& b) { return a.offset < b.offset; });
 }
 
 void ModelChecker::report(Severity severity, const WalkedRecord& record, const std::string& text) {
-    findings_.push_back(record.finding(severity, text));
+    add(record.finding(severity, text));
 }
 
-bool ModelChecker::hasErrors() const {
-    return std::any_of(findings_.begin(), findings_.end(),
-                       [](const nolk::ModelFinding& finding) { return finding.severity == Severity::error; });
+void ModelChecker::add(const nolk::ModelFinding& finding) {
+    Count& count = countOf(finding.severity);
+    if (count.listed == kMaxListed) {
+        ++count.notListed;
+        return;
+    }
+    findings_.push_back(finding);
+    ++count.listed;
+}
+
+void ModelChecker::addNotListed(Severity severity, std::int64_t count) {
+    const std::string what = severity == Severity::error ? "more error" : "more warning";
+    if (count > 0) findings_.push_back({severity, 0, "end", file_.size(), counted(count, what) + ", not listed"});
+}
+
+ModelChecker::Count& ModelChecker::countOf(Severity severity) {
+    return severity == Severity::error ? errors_ : warnings_;
 }
 
 void ModelChecker::readRecords() {
@@ -53,15 +80,13 @@ void ModelChecker::readRecords() {
     bool isWhole = true;
     while (isWhole && walk.next()) {
         const WalkedRecord& record = walk.record();
-        isWhole = record.failure.empty() && findings_.size() < kMaxFindings;
+        isWhole = record.failure.empty();
         if (!record.failure.empty())
             report(Severity::error, record, record.failure);
         else
             logRecord(record, record.hasOutput() ? &log.operations().back() : nullptr);
         walk.model().arrays.clear();  // the log keeps none
     }
-    if (findings_.size() >= kMaxFindings)
-        report(Severity::error, walk.record(), "too many findings; what follows was left out");
     if (!isWhole) return;
     const std::int64_t end = walk.record().number > 0 ? walk.record().end : file_.offsetOf(file_.records());
     checkLeftOver(end);
@@ -95,7 +120,7 @@ std::vector<int> ModelChecker::resultsOf(const WalkedRecord& record) {
 }
 
 void ModelChecker::logResult(const WalkedRecord& record, const LoggedOperation& logged) {
-    Result result{record, logged, resultsOf(record)};
+    Result result{record, shortened(logged), resultsOf(record)};
     for (const Diagnostic& diagnostic : logged.diagnostics)
         report(diagnostic.isError ? Severity::error : Severity::warning, record, diagnostic.text);
     const bool holdsNothing = logged.isMade && elementsOf(logged.output) == 0 && isRepresentable(logged.output);
@@ -131,16 +156,14 @@ bool ModelChecker::isEmpty(int result) const {
 
 void ModelChecker::checkLeftOver(std::int64_t end) {
     const std::int64_t left = file_.recordsEnd() - end;
-    if (left > 0)
-        findings_.push_back(
-            {Severity::warning, 0, "end", end, counted(left, "byte") + " left over behind the last record"});
+    if (left > 0) add({Severity::warning, 0, "end", end, counted(left, "byte") + " left over behind the last record"});
 }
 
 void ModelChecker::checkOutputs(std::int64_t end) {
     if (results_.empty() && outputs_.empty())
-        findings_.push_back({Severity::warning, 0, "end", end, "there are no records"});
+        add({Severity::warning, 0, "end", end, "there are no records"});
     else if (outputs_.empty())
-        findings_.push_back({Severity::warning, 0, "end", end, "no record names an output of the network"});
+        add({Severity::warning, 0, "end", end, "no record names an output of the network"});
 }
 
 // Records use results of earlier records only, so one pass from the end finds everything that the outputs depend on.
@@ -176,9 +199,7 @@ void ModelChecker::checkViews() {
 void ModelChecker::checkWithBuilder() {
     const nolk::Owned<RawRunnerBuilder> builder(new RawRunnerBuilder(nullptr));
     RecordWalk walk(file_, 1, *builder);
-    // However many warnings there are, a file without errors is built as a whole.
-    const std::size_t most = hasErrors() ? kMaxFindings : findings_.size() + kMaxFindings;
-    while (walk.record().number < readableRecords_ && findings_.size() < most && walk.next()) {
+    while (walk.record().number < readableRecords_ && walk.next()) {
         // The first reading succeeded, but the builder needs more memory.
         if (!walk.record().failure.empty()) return report(Severity::error, walk.record(), walk.record().failure);
         checkOperation(walk.record(), walk.model());
@@ -227,8 +248,12 @@ void ModelChecker::dropShapeDiagnostics(const WalkedRecord& record) {
         const auto isDoubled = [&](const nolk::ModelFinding& f) {
             return f.offset == record.begin && f.text == diagnostic.text;
         };
-        if (diagnostic.isAboutShapes)
-            findings_.erase(std::remove_if(findings_.begin(), findings_.end(), isDoubled), findings_.end());
+        if (!diagnostic.isAboutShapes) continue;
+        Count& count = countOf(diagnostic.isError ? Severity::error : Severity::warning);
+        const auto kept = std::remove_if(findings_.begin(), findings_.end(), isDoubled);
+        if (kept == findings_.end() && count.notListed > 0) --count.notListed;
+        count.listed -= findings_.end() - kept;
+        findings_.erase(kept, findings_.end());
     }
 }
 
@@ -237,6 +262,6 @@ void ModelChecker::build(const WalkedRecord& last, RawRunnerBuilder& builder, Mo
         const nolk::Owned<nolk::Runner> runner(
             builder.build(model.outputs.data(), static_cast<int>(model.outputs.size())));
     } catch (const std::exception& e) {
-        findings_.push_back({Severity::error, 0, "network", last.end, e.what()});
+        add({Severity::error, 0, "network", last.end, e.what()});
     }
 }

@@ -2,7 +2,8 @@
 //   ModelChecker checker(file, limits);  for (const nolk::ModelFinding& finding : checker.findings()) ...
 // ModelFile has already checked the container. This class reads the records twice: first into an OperationLog, to find
 // contradictions and unused results, then into the built-in builder, whose operations reject what they cannot compute.
-// If there are no errors, it builds the network as loading would.
+// If there are no errors, it builds the network as loading would. It lists the first 200 errors and the first 200
+// warnings, and says how many more there are.
 #pragma once
 
 #include <nolk_model.h>
@@ -40,9 +41,17 @@ private:
         bool isNeeded = false;  // by an output
     };
 
+    struct Count {
+        std::int64_t listed = 0;  // in findings_
+        std::int64_t notListed = 0;
+    };
+
     void report(nolk::Severity severity, const WalkedRecord& record, const std::string& text);
+    void add(const nolk::ModelFinding& finding);
+    void addNotListed(nolk::Severity severity, std::int64_t count);
     void dropShapeDiagnostics(const WalkedRecord& record);
-    bool hasErrors() const;
+    Count& countOf(nolk::Severity severity);
+    bool hasErrors() const { return errors_.listed + errors_.notListed > 0; }
 
     void readRecords();
     void logRecord(const WalkedRecord& record, const LoggedOperation* logged);
@@ -63,6 +72,7 @@ private:
     const ModelFile& file_;
     const nolk::ModelLimits limits_;
     std::vector<nolk::ModelFinding> findings_;
+    Count errors_, warnings_;
     std::vector<Result> results_;
     std::map<std::int16_t, int> latest_;  // the index of the latest result with an id
     std::vector<int> outputs_;            // indices in results_

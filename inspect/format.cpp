@@ -1,6 +1,5 @@
 #include "inspect/format.h"
 
-#include <algorithm>
 #include <cstdio>
 
 std::string shapeText(const nolk::TensorShape& shape) {
@@ -46,34 +45,4 @@ std::string bytesText(std::int64_t bytes) {
 
 std::string counted(std::int64_t count, const std::string& noun) {
     return grouped(count) + " " + noun + (count == 1 ? "" : "s");
-}
-
-std::string printable(const std::string& text) {
-    std::string result = text;
-    std::replace_if(
-        result.begin(), result.end(), [](unsigned char c) { return c < 0x20 || c == 0x7F; }, '?');
-    return result;
-}
-
-std::string xmlText(const std::string& text) {
-    std::string result;
-    for (const char c : printable(text)) {
-        switch (c) {
-            case '&':
-                result += "&amp;";
-                break;
-            case '<':
-                result += "&lt;";
-                break;
-            case '>':
-                result += "&gt;";
-                break;
-            case '"':
-                result += "&quot;";
-                break;
-            default:
-                result += c;
-        }
-    }
-    return result;
 }

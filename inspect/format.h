@@ -1,4 +1,4 @@
-// Formats shapes, numbers and text for output.
+// Formats shapes and numbers for output.
 #pragma once
 
 #include <nolk.h>
@@ -21,9 +21,3 @@ std::string bytesText(std::int64_t bytes);
 
 // "1 record", "2 records"
 std::string counted(std::int64_t count, const std::string& noun);
-
-// Makes text from a file or a command line safe for one line of a terminal: control characters become '?'.
-std::string printable(const std::string& text);
-
-// The text, escaped for text and attributes of XML.
-std::string xmlText(const std::string& text);

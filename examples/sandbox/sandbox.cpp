@@ -2,7 +2,8 @@
 // and its open files: it cannot open a file, a socket or another program, even if a fault in a library let the model
 // take control. Linux on x86-64 and AArch64. Uses only the public headers.
 //   sandbox MODEL           runs the model on inputs of 0.5, and prints the largest value of each output
-//   sandbox --probe MODEL   checks that the filter ends a process that opens a file, a socket or a program
+//   sandbox --probe MODEL   checks that the filter ends a process that opens a file, a socket or a program, and that
+//                           memory beyond the limit is refused
 #include <fcntl.h>
 #include <linux/audit.h>
 #include <linux/filter.h>
@@ -23,6 +24,7 @@
 #include <exception>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -33,8 +35,10 @@ constexpr int kFailure = 1, kNoFilter = 77;  // of this kernel, as emulators hav
 // What the network may cost. LimitExceeded says what it would need.
 constexpr nolk::ModelLimits kLimits{std::int64_t{256} << 20, 2'000'000'000};
 
-// In case the estimate is wrong.
-constexpr rlim_t kSeconds = 20;
+// In case the estimate is wrong, and for the host's buffers, which it leaves out: a small file can name a large tensor
+// as an output many times. The address space is four times what kLimits allows the network. This program does not run
+// with sanitizers, which need more address space and other system calls.
+constexpr rlim_t kSeconds = 20, kAddressSpaceBytes = rlim_t{1} << 30;
 
 #if defined(__x86_64__)
 constexpr unsigned kArchitecture = AUDIT_ARCH_X86_64;
@@ -105,16 +109,20 @@ void loadAndRun(const std::vector<char>& file) {
     }
 }
 
-// Runs the function in a process under the filter. Returns its status as waitpid does.
+// Runs the function in a process under the filter and the limits. Returns its status as waitpid does.
 template <typename Function>
 int inSandbox(Function function) {
     const pid_t child = fork();
     if (child == 0) {
-        const rlimit time{kSeconds, kSeconds};
+        const rlimit time{kSeconds, kSeconds}, memory{kAddressSpaceBytes, kAddressSpaceBytes};
         setrlimit(RLIMIT_CPU, &time);
+        setrlimit(RLIMIT_AS, &memory);
         if (!installFilter()) _exit(kNoFilter);
         try {
             function();
+        } catch (const std::bad_alloc&) {
+            print("not enough memory: the limit is " + std::to_string(kAddressSpaceBytes >> 20) + " MB\n");
+            _exit(kFailure);
         } catch (const std::exception& error) {
             print(std::string(error.what()) + "\n");
             _exit(kFailure);
@@ -133,11 +141,18 @@ bool isKilled(const char* what, void (*attempt)()) {
     return killed;
 }
 
+bool isRefused() {
+    const int status = inSandbox([] { ::operator delete(::operator new(kAddressSpaceBytes)); });
+    const bool refused = WIFEXITED(status) && WEXITSTATUS(status) == kFailure;
+    std::printf("memory beyond the limit: %s\n", refused ? "refused" : "NOT refused");
+    return refused;
+}
+
 bool probe() {
     const bool open = isKilled("open", [] { ::open("/dev/null", O_RDONLY); });
     const bool socket = isKilled("socket", [] { ::socket(AF_INET, SOCK_STREAM, 0); });
     const bool exec = isKilled("exec", [] { ::execl("/bin/true", "true", nullptr); });
-    return open && socket && exec;
+    return open && socket && exec && isRefused();
 }
 
 }  // namespace

@@ -115,6 +115,44 @@ TEST(CheckModel, ContainersThatAreDamaged) {
     for (const Row& row : rows) expectFindings(row);
 }
 
+TEST(CheckModel, FindingsBeyondTheLimitAreCountedAndErrorsAreFound) {
+    const std::string output = "1600 0100 ", undefined = "0a00 0700 0200 ";
+    const std::string wrongChannels =
+        "0200 0100 0200 00000000 0100 0100 0100 0100 0100 01000000 05000000 01000000"
+        "01000000 f(1)f(1)f(1)f(1)f(1) 00";
+    // A record 203 times, and another one.
+    const struct {
+        std::string repeated, last;
+        int errors;
+        std::vector<std::string> counts;
+    } cases[] = {
+        {output, output, 0, {"end at byte 840: warning: 3 more warnings, not listed"}},
+        {output, undefined, 1, {"end at byte 842: warning: 3 more warnings, not listed"}},
+        {output, wrongChannels, 1, {"end at byte 893: warning: 3 more warnings, not listed"}},
+        {undefined,
+         output,
+         200,
+         {"end at byte 1246: error: 3 more errors, not listed",
+          "end at byte 1246: warning: 205 more warnings, not listed"}},
+    };
+    for (const auto& c : cases) {
+        std::string records = "cd00" + kInput;
+        for (int i = 0; i < 203; ++i) records += c.repeated;
+        const Bytes file = version2(records + c.last);
+        std::vector<std::string> counts;
+        int errors = 0, warnings = 0;
+        for (const nolk::ModelFinding& finding : nolk::checkModel(file.data(), file.size()).findings) {
+            if (finding.operation == "end")
+                counts.push_back(describe(finding));
+            else
+                ++(finding.severity == nolk::Severity::error ? errors : warnings);
+        }
+        EXPECT_EQ(counts, c.counts);
+        EXPECT_EQ(errors, c.errors) << counts.front();
+        EXPECT_EQ(warnings, 200) << counts.front();
+    }
+}
+
 TEST(CheckModel, EveryTruncationIsFound) {
     for (const int version : {1, 2, 4}) {
         const nolk::Owned<nolk::ModelWriter> writer = nolk::newModelWriter({version, false, {}});

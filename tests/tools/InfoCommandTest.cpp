@@ -108,12 +108,14 @@ TEST(InfoCommand, CallsHeadInfoByItsMeaning) {
                                         {4,
                                          false,
                                          {{1, bytes("image")},
+                                          {2, bytes("\xC3\xA9\xFF\xC2\x9B\x1B.")},
                                           {3, bytes("a trainer 1.0")},
                                           {4, bytes(std::string("licence\0free", 12))},
                                           {300, bytes("x")}}});
     const std::string text = runProgram({"info", model}).out;
-    for (const char* line : {"  input name: \"image\"\n", "  made by: \"a trainer 1.0\"\n",
-                             "  note \"licence\": \"free\"\n", "  key 300, 1 byte: \"x\"\n"})
+    for (const char* line :
+         {"  input name: \"image\"\n", "\noutput 0 \"\xC3\xA9???.\": ", "  made by: \"a trainer 1.0\"\n",
+          "  note \"licence\": \"free\"\n", "  key 300, 1 byte: \"x\"\n"})
         EXPECT_NE(text.find(line), std::string::npos) << text;
 }
 

@@ -9,9 +9,9 @@
 
 #include "help/HelpFormatter.h"
 #include "help/usageError.h"
-#include "inspect/format.h"
 #include "nolk/commands.h"
 #include "nolk/commonOptions.h"
+#include "nolk/output.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-// Output of commands: tables of text; writeText writes them.
+// Output of commands: tables of text, and text from files that is made safe; writeText writes them.
 //   Table table({{"operation"}, {"parameters", true}});  table.add({"relu", "0"});  writeText("-", table.text());
 #pragma once
 
@@ -27,3 +27,10 @@ private:
     std::vector<Column> columns_;
     std::vector<std::vector<std::string>> rows_;
 };
+
+// Makes text from a file or a command line safe for one line of a terminal: control characters, and bytes that are not
+// UTF-8, become '?'.
+std::string printable(const std::string& text);
+
+// The text, escaped for text and attributes of XML.
+std::string xmlText(const std::string& text);

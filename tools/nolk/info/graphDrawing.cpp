@@ -10,6 +10,7 @@
 
 #include "inspect/format.h"
 #include "nolk/info/drawings.h"
+#include "nolk/output.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 
 #include "inspect/format.h"
 #include "nolk/info/drawings.h"
+#include "nolk/output.h"
 
 namespace {
 

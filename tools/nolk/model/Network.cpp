@@ -5,9 +5,9 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "inspect/format.h"
 #include "nolk/model/InputFile.h"
 #include "nolk/onnx.h"
+#include "nolk/output.h"
 
 namespace {
 

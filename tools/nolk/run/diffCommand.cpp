@@ -51,14 +51,15 @@ std::string describe(std::size_t index, const HostTensor& actual, const HostTens
 
 void diff(const DiffOptions& options) {
     const Network network = loadNetwork(options.inputs.model, options.inputs.batch, options.implementation);
-    std::vector<HostTensor> outputs = hostTensors(network.outputs), expected = outputs;
-    if (options.expected.size() != outputs.size())
+    if (options.expected.size() != network.outputs.size())
         throw std::runtime_error(
             options.inputs.model + ": " + counted(static_cast<std::int64_t>(options.expected.size()), "array") +
-            " given, expected one for each of " + counted(static_cast<std::int64_t>(outputs.size()), "output"));
+            " given, expected one for each of " + counted(static_cast<std::int64_t>(network.outputs.size()), "output"));
+    std::vector<HostTensor> expected = hostTensors(network.outputs);
     for (std::size_t i = 0; i < expected.size(); ++i)
         readNpy(options.expected[i], expected[i].shape, expected[i].values.data());
     std::vector<HostTensor> inputs = readInputs(network, options.inputs);
+    std::vector<HostTensor> outputs = hostTensors(network.outputs);
     runOnce(*network.runner, inputs, outputs);
     std::size_t tooLarge = 0, all = 0;
     for (std::size_t i = 0; i < outputs.size(); ++i) {

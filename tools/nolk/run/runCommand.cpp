@@ -88,12 +88,13 @@ void run(const RunOptions& options) {
     if (std::count(options.outputs.begin(), options.outputs.end(), "-") > 1)
         throw UsageError("--output: only one can go to standard output");
     const Network network = loadNetwork(options.inputs.model, options.inputs.batch, options.implementation);
-    std::vector<HostTensor> outputs = hostTensors(network.outputs);
-    if (!options.outputs.empty() && options.outputs.size() != outputs.size())
+    const std::size_t count = network.outputs.size();
+    if (!options.outputs.empty() && options.outputs.size() != count)
         throw std::runtime_error(options.inputs.model + ": " +
                                  counted(static_cast<std::int64_t>(options.outputs.size()), "output file") +
-                                 ", expected " + std::to_string(outputs.size()) + allNames(network.info.outputNames));
+                                 ", expected " + std::to_string(count) + allNames(network.info.outputNames));
     std::vector<HostTensor> inputs = readInputs(network, options.inputs);
+    std::vector<HostTensor> outputs = hostTensors(network.outputs);  // after the checks: they may be large
     runOnce(*network.runner, inputs, outputs);
     for (std::size_t i = 0; i < outputs.size(); ++i) {
         if (options.outputs.empty())
