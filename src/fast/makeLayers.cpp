@@ -146,8 +146,9 @@ struct PackedFloats {
 
     double operator()(const FastConvolution& op) const {
         const nolk::Weights& w = op.weights;
-        if (kindOf(op, in, out) != FastConvolutionKind::depthwise)
-            return static_cast<double>(FastProductParts::packedFloats(w));
+        const FastConvolutionKind kind = kindOf(op, in, out);
+        if (kind != FastConvolutionKind::depthwise)
+            return FastProductParts::packedFloats(w, kind == FastConvolutionKind::direct ? w.groups : 1);
         return double(blocksOf(out.c)) * kFastBlock * (double(w.kernelH) * w.kernelW + 1);
     }
     double operator()(const FastDeconvolution& op) const {
