@@ -146,6 +146,7 @@ struct FastValue {
     std::int64_t minimumFloats = 0;  // that its layer may write, if more than the elements
     // A value without memory of its own lies in that of another one, `root`:
     int root = -1;          // -1 for none
+    int further = -1;       // a later one of the chain of roots, if rootOf has followed it before
     int firstChannel = 0;   // a range of root's channels from here on,
     bool reshaped = false;  // or all of root's elements in another shape
 };
@@ -160,8 +161,11 @@ struct FastGraph {
     FastValue& at(int value) { return values[static_cast<std::size_t>(value)]; }
     const FastValue& at(int value) const { return values[static_cast<std::size_t>(value)]; }
 
-    // The value in whose memory this one lies: itself, or the last of a chain of roots.
+    // The value in whose memory this one lies: itself, or the last of a chain of roots. Chains may be long; what is
+    // found is remembered if the graph may change, which makes it fast to ask for each value. Roots may be added to the
+    // end of a chain, and never change.
     int rootOf(int value) const;
+    int rootOf(int value);
 
     // How many inputs and operands of nodes, and outputs of the network, each value is.
     std::vector<int> countUses() const;

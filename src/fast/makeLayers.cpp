@@ -139,28 +139,32 @@ void release(const FastLstm& op, FloatArrays& given) {
     given.take(op.weights.recurrentWeights);
 }
 
-// Floats that a node's layer packs. Doubles, because some products of extents are bounded by nothing but memory.
+// Floats that a node's layer packs, and its lists of taps take. Doubles, because some products of extents are bounded
+// by nothing but memory.
 struct PackedFloats {
     const nolk::TensorShape& in;
     const nolk::TensorShape& out;
 
     double operator()(const FastConvolution& op) const {
         const nolk::Weights& w = op.weights;
-        if (kindOf(op, in, out) != FastConvolutionKind::depthwise)
-            return static_cast<double>(FastProductParts::packedFloats(w));
+        const FastConvolutionKind kind = kindOf(op, in, out);
+        if (kind != FastConvolutionKind::depthwise)
+            return FastProductParts::packedFloats(w, kind == FastConvolutionKind::direct ? w.groups : 1);
         return double(blocksOf(out.c)) * kFastBlock * (double(w.kernelH) * w.kernelW + 1);
     }
     double operator()(const FastDeconvolution& op) const {
         const nolk::Weights& w = op.weights;
-        return double(blocksOf(w.outChannels)) * kFastBlock * w.kernelH * w.kernelW * (double(in.c) + 1);
+        const double lanes = double(blocksOf(w.outChannels)) * kFastBlock;
+        return double(w.kernelH) * w.kernelW * (lanes * (double(in.c) + 1) + in.c);
     }
     double operator()(const FastConnection& op) const {
-        return double(blocksOf(op.weights.outChannels)) * kFastBlock * (double(in.c) + 1);
+        return FastProductParts::packedFloats(FastConnectionLayer::weightsOf(op, in));
     }
     double operator()(const FastLstm& op) const {
         const nolk::LstmWeights& w = op.weights;
-        return w.numDirections * double(blocksOf(4 * w.hiddenSize)) * kFastBlock *
-               (double(w.inputSize) + w.hiddenSize + 2);
+        const double lanes = double(blocksOf(4 * w.hiddenSize)) * kFastBlock;
+        const double taps = double(w.inputSize) + w.hiddenSize;
+        return w.numDirections * (lanes * (taps + 2) + taps);
     }
     double operator()(const FastMatmul& op) const {
         return double(op.samples) * out.c * blocksOf(out.w) * kFastBlock * in.w;

@@ -22,12 +22,39 @@ struct Range {
 
 std::int64_t rounded(std::int64_t floats) { return (floats + kFastBlock - 1) / kFastBlock * kFastBlock; }
 
-FastBorder borderOf(const FastGraph& graph, int value) { return graph.at(graph.rootOf(value)).border; }
-
-std::int64_t floatsOf(const FastGraph& graph, int value) {
-    const FastValue& v = graph.at(value);
+// Of a value that has no root.
+std::int64_t floatsOf(const FastValue& v) {
     if (std::min({v.shape.n, v.shape.c, v.shape.h, v.shape.w}) < 1) return 0;
-    return FastStrides(v.shape, v.layout, borderOf(graph, value)).sample * v.shape.n;
+    return FastStrides(v.shape, v.layout, v.border).sample * v.shape.n;
+}
+
+// Where a value lies, by following its roots.
+struct Home {
+    int root = -1;              // the last one, or the value itself; -1 if not known yet
+    int whole = -1;             // the last one of whose channels the value is a range, or -1
+    std::ptrdiff_t blocks = 0;  // before its first channel
+};
+
+Home homeOf(const FastValue& part, Home ofRoot) {
+    if (part.reshaped) return ofRoot;
+    return {ofRoot.root, ofRoot.whole >= 0 ? ofRoot.whole : part.root, ofRoot.blocks + part.firstChannel / kFastBlock};
+}
+
+// Of all values. Each root is followed once, because chains of them may be long.
+std::vector<Home> homesOf(const FastGraph& graph) {
+    std::vector<Home> homes(graph.values.size());
+    const auto homeAt = [&](int value) -> Home& { return homes[static_cast<std::size_t>(value)]; };
+    std::vector<int> chain;
+    for (int value = 0; value < static_cast<int>(homes.size()); ++value) {
+        int at = value;
+        for (; homeAt(at).root < 0 && graph.at(at).root >= 0; at = graph.at(at).root) chain.push_back(at);
+        homeAt(at).root = homeAt(at).root < 0 ? at : homeAt(at).root;
+        for (; !chain.empty(); chain.pop_back()) {
+            const FastValue& part = graph.at(chain.back());
+            homeAt(chain.back()) = homeOf(part, homeAt(part.root));
+        }
+    }
+    return homes;
 }
 
 // The tallest pile of ranges that are needed at the same time.
@@ -69,23 +96,18 @@ std::int64_t place(std::vector<Range>& ranges) {
     return end;
 }
 
-FastView viewOf(const FastGraph& graph, int value, const std::vector<Range>& ranges) {
-    const FastValue& v = graph.at(value);
+FastView viewOf(const FastGraph& graph, const FastValue& v, const Home& home, const std::vector<Range>& ranges) {
     FastView view;
     view.shape = v.shape;
     view.layout = v.layout;
-    view.border = borderOf(graph, value);
+    view.border = graph.at(home.root).border;
     view.strides = FastStrides(v.shape, v.layout, view.border);
     view.constant = v.constant;
-    int at = value;
-    for (; graph.at(at).root >= 0; at = graph.at(at).root) {
-        const FastValue& part = graph.at(at);
-        if (part.reshaped) continue;
-        const FastValue& whole = graph.at(part.root);
+    if (home.whole >= 0) {
+        const FastValue& whole = graph.at(home.whole);
         view.strides.sample = FastStrides(whole.shape, whole.layout, view.border).sample;
-        view.offset += part.firstChannel / kFastBlock * view.strides.plane;
     }
-    view.offset += ranges[static_cast<std::size_t>(at)].offset;
+    view.offset = home.blocks * view.strides.plane + ranges[static_cast<std::size_t>(home.root)].offset;
     return view;
 }
 
@@ -94,11 +116,14 @@ FastView viewOf(const FastGraph& graph, int value, const std::vector<Range>& ran
 FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scratchFloats) {
     const int nodes = static_cast<int>(graph.nodes.size());
     std::vector<Range> ranges(graph.values.size() + graph.nodes.size());
-    const auto rangeOf = [&](int value) -> Range& { return ranges[static_cast<std::size_t>(graph.rootOf(value))]; };
+    const std::vector<Home> homes = homesOf(graph);
+    const auto rangeOf = [&](int value) -> Range& {
+        return ranges[static_cast<std::size_t>(homes[static_cast<std::size_t>(value)].root)];
+    };
     for (std::size_t v = 0; v < graph.values.size(); ++v) {
         const FastValue& value = graph.values[v];
         if (value.root >= 0 || value.constant) continue;
-        ranges[v].size = rounded(std::max(floatsOf(graph, static_cast<int>(v)), value.minimumFloats));
+        ranges[v].size = rounded(std::max(floatsOf(value), value.minimumFloats));
     }
     for (const int input : graph.inputs) rangeOf(input).extend(-1);
     for (int i = 0; i < nodes; ++i) {
@@ -127,7 +152,7 @@ FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scr
 #endif
     if (plan.floats > INT_MAX) throw std::bad_alloc();
     for (std::size_t v = 0; v < graph.values.size(); ++v)
-        plan.views.push_back(viewOf(graph, static_cast<int>(v), ranges));
+        plan.views.push_back(viewOf(graph, graph.values[v], homes[v], ranges));
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) plan.scratch.push_back(ranges[graph.values.size() + i].offset);
     return plan;
 }

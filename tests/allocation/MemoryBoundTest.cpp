@@ -111,6 +111,32 @@ const Row kRows[] = {
              return w.convolve(y, {}, {1, 1}, {1, 1}, {1, 1 << 28, 0, 2, 1, false, v.data(), nullptr});
          });
      }},
+    {"convolve of 32767 groups without inputs",
+     [](Writer& w) {
+         auto v = ones(1);
+         chain(w, w.input({1, 1, 1, 1, 1}), kCount, [&](X x) {
+             X const y = w.convolve(x, {}, {1, 1}, {1, 1}, {32767, 1, 0, 1, 1, false, v.data(), nullptr});
+             return w.slice(y, {1, 0, 1, 1});
+         });
+     }},
+    {"convolve with padding over many rows",
+     [](Writer& w) {
+         auto v = ones(3);
+         chain(w, w.input({1, 1, kExtent, 1, 3}), kCount, [&](X x) {
+             return w.convolve(x, {1, 1, 0, 0}, {1, 1}, {1, 1}, {1, 1, 1, 3, 1, false, v.data(), nullptr});
+         });
+     }},
+    {"concat and slice of channels that do not begin with blocks",
+     [](Writer& w) {
+         auto v = ones(8);
+         X const x =
+             w.convolve(w.input({1, 1, 1, 1, 1}), {}, {1, 1}, {1, 1}, {1, 8, 1, 1, 1, false, v.data(), nullptr});
+         const std::vector<X> parts(255, x);
+         chain(w, w.concat(const_cast<X*>(parts.data()), 255, nolk::Axis::c), kCount, [&](X y) {
+             X pair[] = {x, y};
+             return w.slice(w.concat(pair, 2, nolk::Axis::c), {1, 4, 4 + 255 * 8, 1});
+         });
+     }},
     {"deConvolve",
      [](Writer& w) {
          auto v = ones(1);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
+#include <type_traits>
 
 namespace {
 
@@ -15,36 +15,42 @@ void copyLanes(const float* x, float* y, int pixels, Lanes lanes) {
 
 }  // namespace
 
-FastChannelsLayer::FastChannelsLayer(std::vector<FastView> inputs, int skipped, const FastView& output)
-    : inputs_(std::move(inputs)), output_(output), pieces_(static_cast<std::size_t>(output.strides.planes)) {
-    int channel = -skipped;  // of the output
-    for (std::size_t i = 0; i < inputs_.size(); ++i)
-        for (int c = 0; c < inputs_[i].shape.c;) {
-            const int sourceLane = c % kFastBlock;
-            int lanes = std::min(inputs_[i].shape.c - c, kFastBlock - sourceLane);
-            if (channel < 0)
-                lanes = std::min(lanes, -channel);
-            else if (channel < output.shape.c)
-                lanes = std::min({lanes, kFastBlock - channel % kFastBlock, output.shape.c - channel});
-            if (channel >= 0 && channel < output.shape.c)
-                pieces_[static_cast<std::size_t>(channel / kFastBlock)].push_back(
-                    {i, c / kFastBlock, sourceLane, channel % kFastBlock, lanes});
-            c += lanes;
-            channel += lanes;
-        }
+FastChannelsLayer::FastChannelsLayer(const std::vector<FastView>& inputs, int skipped, const FastView& output)
+    : output_(output) {
+    inputs_.reserve(inputs.size());
+    int channel = -skipped;
+    for (const FastView& input : inputs) {
+        inputs_.push_back({input, channel, channel + input.shape.c});
+        channel += input.shape.c;
+    }
 }
 
 void FastChannelsLayer::run(const FastRun& run) const {
     const int planes = output_.strides.planes;
     run.team.forEach(output_.shape.n * planes, 2 * output_.strides.plane, [&](int task) {
         const int sample = task / planes, block = task % planes;
-        for (const Piece& piece : pieces_[static_cast<std::size_t>(block)]) copy(run, sample, block, piece);
+        fill(run, sample, block);
         output_.clearBorder(output_.plane(run, sample, block), 0, output_.shape.h);
     });
 }
 
-void FastChannelsLayer::copy(const FastRun& run, int sample, int block, const Piece& piece) const {
-    const FastView& input = inputs_[piece.input];
+// The pieces of a block are computed in each run: a list of them may be far longer than the file.
+void FastChannelsLayer::fill(const FastRun& run, int sample, int block) const {
+    const int begin = block * kFastBlock, end = std::min(begin + kFastBlock, output_.shape.c);
+    auto input = std::partition_point(inputs_.begin(), inputs_.end(), [&](const Input& i) { return i.end <= begin; });
+    for (; input != inputs_.end() && input->begin < end; ++input) {
+        const int last = std::min(end, input->end);
+        for (int channel = std::max(begin, input->begin); channel < last;) {
+            const int source = channel - input->begin, sourceLane = source % kFastBlock;
+            const int lanes = std::min(last - channel, kFastBlock - sourceLane);
+            copy(run, sample, block, input->view, {source / kFastBlock, sourceLane, channel - begin, lanes});
+            channel += lanes;
+        }
+    }
+}
+
+void FastChannelsLayer::copy(const FastRun& run, int sample, int block, const FastView& input,
+                             const Piece& piece) const {
     const float* x = input.plane(run, sample, piece.sourceBlock) + piece.sourceLane;
     float* y = output_.plane(run, sample, block) + piece.lane;
     const bool dense = input.isDense() && output_.isDense();

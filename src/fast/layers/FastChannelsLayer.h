@@ -9,20 +9,24 @@
 class FastChannelsLayer final : public FastLayer {
 public:
     // The output's channels are those of the inputs, one after the other, without the first `skipped` of them.
-    FastChannelsLayer(std::vector<FastView> inputs, int skipped, const FastView& output);
+    FastChannelsLayer(const std::vector<FastView>& inputs, int skipped, const FastView& output);
 
     void run(const FastRun& run) const override;
 
 private:
+    struct Input {
+        FastView view;
+        int begin, end;  // the output's channels that it becomes; some may lie outside the output
+    };
+
     // Lanes of one block that come from one block of an input.
     struct Piece {
-        std::size_t input;
         int sourceBlock, sourceLane, lane, lanes;
     };
 
-    void copy(const FastRun& run, int sample, int block, const Piece& piece) const;
+    void fill(const FastRun& run, int sample, int block) const;
+    void copy(const FastRun& run, int sample, int block, const FastView& input, const Piece& piece) const;
 
-    std::vector<FastView> inputs_;
+    std::vector<Input> inputs_;
     FastView output_;
-    std::vector<std::vector<Piece>> pieces_;  // of each block of the output
 };

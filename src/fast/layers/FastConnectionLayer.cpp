@@ -11,13 +11,8 @@ namespace {
 constexpr int kBlocksOfTask = 8;
 
 // Blocks may have a border, which another consumer needs.
-FastProductParts packed(const FastConnection& op, const FastView& input) {
-    const int inputs = std::max(quotient(input.shape.c, op.weights.groups), 0);
-    nolk::Weights w = op.weights;
-    w.groups = 1;
-    w.inChannels = inputs;
-    w.kernelH = w.kernelW = 1;
-    std::vector<std::int32_t> taps(static_cast<std::size_t>(inputs));
+FastProductParts packed(const nolk::Weights& w, const FastView& input) {
+    std::vector<std::int32_t> taps(static_cast<std::size_t>(w.inChannels));
     std::iota(taps.begin(), taps.end(), 0);
     if (input.layout == FastLayout::blocks)
         for (std::int32_t& tap : taps)
@@ -33,8 +28,16 @@ FastConnectionLayer::FastConnectionLayer(const FastNode& node, const FastConnect
       output_(output),
       rows_(op.weights.groups * input.shape.n),
       outputs_(op.weights.outChannels),
-      parts_(packed(op, input)),
+      parts_(packed(weightsOf(op, input.shape), input)),
       steps_(node.steps, views, output) {}
+
+nolk::Weights FastConnectionLayer::weightsOf(const FastConnection& op, const nolk::TensorShape& input) {
+    nolk::Weights w = op.weights;
+    w.groups = 1;
+    w.inChannels = std::max(quotient(input.c, op.weights.groups), 0);
+    w.kernelH = w.kernelW = 1;
+    return w;
+}
 
 void FastConnectionLayer::run(const FastRun& run) const {
     const FastProductPart& part = parts_.parts.front();

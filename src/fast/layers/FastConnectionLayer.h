@@ -11,6 +11,9 @@ public:
     FastConnectionLayer(const FastNode& node, const FastConnection& op, const FastView& input, const FastView& output,
                         const std::vector<FastView>& views);
 
+    // The weights that the layer packs: a row of them for each output, of one group.
+    static nolk::Weights weightsOf(const FastConnection& op, const nolk::TensorShape& input);
+
     void run(const FastRun& run) const override;
 
 private:

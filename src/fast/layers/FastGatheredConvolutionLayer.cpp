@@ -46,19 +46,12 @@ FastGatheredConvolutionLayer::FastGatheredConvolutionLayer(const FastNode& node,
       dilation_(op.dilation),
       kernel_{op.weights.kernelH, op.weights.kernelW},
       inChannels_(op.weights.inChannels),
-      groups_(op.weights.groups),
+      groups_(windowLength(op.weights) == 0 ? 1 : op.weights.groups),
       parts_(FastProductParts::pack(op.weights, consecutive(windowLength(op.weights)))),
       epilogue_(node, views, output),
       scratch_(scratch),
       tile_(tilePixels(op, output.shape)),
-      threads_(buffers(op, output.shape, numThreads)) {
-    const std::int64_t outChannels = op.weights.outChannels;
-    for (const FastProductPart& part : parts_.parts) {
-        const std::int64_t group = (part.firstBlock * kFastBlock + part.firstLane) / outChannels;
-        firstParts_.resize(static_cast<std::size_t>(group) + 1, static_cast<std::size_t>(&part - parts_.parts.data()));
-    }
-    firstParts_.push_back(parts_.parts.size());
-}
+      threads_(buffers(op, output.shape, numThreads)) {}
 
 void FastGatheredConvolutionLayer::run(const FastRun& run) const {
     const nolk::TensorShape& out = output_.shape;
@@ -79,6 +72,10 @@ void FastGatheredConvolutionLayer::run(const FastRun& run) const {
 
 void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int group, int row, float* windows) const {
     const std::ptrdiff_t length = std::ptrdiff_t{inChannels_} * kernel_.h * kernel_.w;
+    const int outChannels = output_.shape.c / groups_, begin = group * outChannels;
+    const auto isBefore = [](const FastProductPart& part, int channel) { return part.firstOutput() < channel; };
+    const auto firstPart = std::lower_bound(parts_.parts.begin(), parts_.parts.end(), begin, isBefore);
+    const auto lastPart = std::lower_bound(firstPart, parts_.parts.end(), begin + outChannels, isBefore);
     for (int first = 0; first < output_.shape.w; first += tile_) {
         FastProduct call;
         call.x = windows;
@@ -93,9 +90,8 @@ void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int g
         call.addedBlock = epilogue_.added.strides.plane;
         call.low = epilogue_.low;
         call.high = epilogue_.high;
-        const std::size_t last = firstParts_[static_cast<std::size_t>(group) + 1];
-        for (std::size_t i = firstParts_[static_cast<std::size_t>(group)]; i < last; ++i) {
-            const FastProductPart& part = parts_.parts[i];
+        for (auto it = firstPart; it != lastPart; ++it) {
+            const FastProductPart& part = *it;
             parts_.set(call, part, 0, part.blocks);
             if (output_.layout == FastLayout::plain) call.lanes = 1;
             call.y = output_.plane(run, sample, part.firstBlock) + row * output_.strides.row + first * call.yStep +

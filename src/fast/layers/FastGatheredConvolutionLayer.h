@@ -27,9 +27,9 @@ private:
     FastView input_, output_;
     nolk::Padding padding_;
     nolk::DimsHW stride_, dilation_, kernel_;
-    int inChannels_, groups_;
+    int inChannels_;
+    int groups_;  // one if windows are empty
     FastProductParts parts_;
-    std::vector<std::size_t> firstParts_;  // of each group, and the end
     FastEpilogue epilogue_;
     std::ptrdiff_t scratch_;
     int tile_, threads_;

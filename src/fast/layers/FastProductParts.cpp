@@ -8,19 +8,25 @@
 
 namespace {
 
+std::ptrdiff_t tapsOf(const nolk::Weights& w) { return std::ptrdiff_t{w.inChannels} * w.kernelH * w.kernelW; }
+
 // Splits the outputs of each group so that no part crosses the end of a block, unless it begins and ends with blocks.
-std::vector<FastProductPart> partsOf(const nolk::Weights& w, std::size_t lists) {
+// Without taps every output is its bias, and all groups are one.
+std::vector<FastProductPart> partsOf(const nolk::Weights& w, std::int64_t lists) {
     std::vector<FastProductPart> parts;
-    for (int g = 0; g < w.groups; ++g) {
-        const int begin = g * w.outChannels, end = begin + w.outChannels;
-        const bool whole = w.groups == 1 || w.outChannels % kFastBlock == 0;
+    const bool joins = w.groups > 1 && tapsOf(w) == 0;
+    const int groups = joins ? 1 : w.groups;
+    const int outChannels = joins ? w.groups * w.outChannels : w.outChannels;
+    for (int g = 0; g < groups; ++g) {
+        const int begin = g * outChannels, end = begin + outChannels;
+        const bool whole = groups == 1 || outChannels % kFastBlock == 0;
         for (int o = begin; o < end;) {
             FastProductPart part;
             part.taps = lists > 1 ? g : 0;
             part.firstBlock = o / kFastBlock;
             part.firstLane = o % kFastBlock;
             const int next = whole ? end : std::min(end, (part.firstBlock + 1) * kFastBlock);
-            part.blocks = whole ? blocksOf(w.outChannels) : 1;
+            part.blocks = whole ? blocksOf(outChannels) : 1;
             part.lanes = whole ? kFastBlock : next - o;
             parts.push_back(part);
             o = next;
@@ -29,15 +35,13 @@ std::vector<FastProductPart> partsOf(const nolk::Weights& w, std::size_t lists) 
     return parts;
 }
 
-std::ptrdiff_t tapsOf(const nolk::Weights& w) { return std::ptrdiff_t{w.inChannels} * w.kernelH * w.kernelW; }
-
 // Gives each part its place in the packed arrays, and returns the number of their blocks. Groups that share their
 // weights share the packed ones too, where they are divided in the same way.
 std::ptrdiff_t placeParts(const nolk::Weights& w, std::vector<FastProductPart>& parts) {
     std::map<std::pair<int, int>, std::ptrdiff_t> places;
     std::ptrdiff_t blocks = 0;
     for (FastProductPart& part : parts) {
-        const int first = part.firstBlock * kFastBlock + part.firstLane;
+        const int first = part.firstOutput();
         std::ptrdiff_t place = blocks;
         if (w.shared) place = places.emplace(std::pair(first % w.outChannels, part.lanes), blocks).first->second;
         if (place == blocks) blocks += part.blocks;
@@ -62,20 +66,25 @@ void storeLane(const float* from, float* to, std::ptrdiff_t count) {
 
 }  // namespace
 
-std::int64_t FastProductParts::packedFloats(const nolk::Weights& w) {
-    std::vector<FastProductPart> parts = partsOf(w, 1);
-    return placeParts(w, parts) * (tapsOf(w) + 1) * kFastBlock;
+double FastProductParts::packedFloats(const nolk::Weights& w, std::int64_t lists) {
+    std::vector<FastProductPart> parts = partsOf(w, lists);
+    const double taps = static_cast<double>(tapsOf(w));
+    const double listBytes =
+        static_cast<double>(lists) * (taps * sizeof(std::int32_t) + sizeof(std::vector<std::int32_t>));
+    const double partBytes = static_cast<double>(parts.capacity() * sizeof(FastProductPart));
+    return static_cast<double>(placeParts(w, parts)) * kFastBlock * (taps + 1.0) +
+           (listBytes + partBytes) / sizeof(float);
 }
 
 FastProductParts FastProductParts::pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> tapLists) {
     FastProductParts packed;
     packed.taps = std::move(tapLists);
-    packed.parts = partsOf(w, packed.taps.size());
+    packed.parts = partsOf(w, static_cast<std::int64_t>(packed.taps.size()));
     const std::ptrdiff_t tapCount = tapsOf(w), blocks = placeParts(w, packed.parts);
     auto weights = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * tapCount * kFastBlock));
     auto bias = std::make_unique<FastPackedFloats>(static_cast<std::size_t>(blocks * kFastBlock));
     for (const FastProductPart& part : packed.parts) {
-        const int first = part.firstBlock * kFastBlock + part.firstLane;
+        const int first = part.firstOutput();
         const int last = std::min(first + (part.blocks - 1) * kFastBlock + part.lanes, w.groups * w.outChannels);
         // Some taps of all lanes at a time, so that the cache lines they share stay near.
         constexpr std::ptrdiff_t kTapsAtOnce = 128;
@@ -109,15 +118,18 @@ std::vector<std::vector<std::int32_t>> tapsOf(const FastConvolution& op, const F
     const nolk::Weights& w = op.weights;
     const bool blocks = input.layout == FastLayout::blocks;
     std::vector<std::vector<std::int32_t>> lists(static_cast<std::size_t>(w.groups));
-    for (int g = 0; g < w.groups; ++g)
+    for (int g = 0; g < w.groups; ++g) {
+        std::vector<std::int32_t>& list = lists[static_cast<std::size_t>(g)];
+        list.reserve(static_cast<std::size_t>(tapsOf(w)));
         for (int i = 0; i < w.inChannels; ++i) {
             const int c = g * w.inChannels + i;
             const std::ptrdiff_t channel =
                 blocks ? c / kFastBlock * input.strides.plane + c % kFastBlock : c * input.strides.plane;
             for (int kh = 0; kh < w.kernelH; ++kh)
                 for (int kw = 0; kw < w.kernelW; ++kw)
-                    lists[static_cast<std::size_t>(g)].push_back(static_cast<std::int32_t>(
-                        channel + kh * op.dilation.h * input.strides.row + kw * op.dilation.w * input.strides.pixel));
+                    list.push_back(static_cast<std::int32_t>(channel + kh * op.dilation.h * input.strides.row +
+                                                             kw * op.dilation.w * input.strides.pixel));
         }
+    }
     return lists;
 }

@@ -17,6 +17,8 @@ struct FastProductPart {
     int firstLane = 0;                     // in its only block, or 0
     int lanes = kFastBlock;                // of the last block
     std::ptrdiff_t weights = 0, bias = 0;  // offsets in the packed arrays
+
+    int firstOutput() const { return firstBlock * kFastBlock + firstLane; }
 };
 
 struct FastProductParts {
@@ -28,8 +30,9 @@ struct FastProductParts {
     // w: weights [group, out, in, kernelH, kernelW]. taps: of each group, or of all.
     static FastProductParts pack(const nolk::Weights& w, std::vector<std::vector<std::int32_t>> taps);
 
-    // Floats that `pack` allocates.
-    static std::int64_t packedFloats(const nolk::Weights& w);
+    // Floats that `pack` allocates, and so many lists of taps take. A double, because some products of extents are
+    // bounded by nothing but memory.
+    static double packedFloats(const nolk::Weights& w, std::int64_t lists = 1);
 
     // The blocks [begin, end) of part, in terms of the kernel: sets taps, weights, bias, blocks and lanes.
     void set(FastProduct& call, const FastProductPart& part, int begin, int end) const;
