@@ -154,7 +154,7 @@ FastNode activation(const RawActLayerFactory& f) {
             if (in.n != 1 || elementCount(in) == 0) break;
             step.step = {FastStepKind::prelu, 0.0f, 0.0f};
             step.kind = FastOperandKind::constants;
-            step.first.assign(f.slopes().begin(), f.slopes().begin() + in.c);
+            step.first = f.slopes().first(in.c);
             return elementwise(step);
     }
     return nodeWith(builtIn<RawActLayer>(f, f.type(), f.slopes(), f.p0(), f.p1(), f.p2(), f.p3()));
@@ -220,7 +220,9 @@ FastNode reduction(const RawReductionLayerFactory& f) {
 }
 
 FastNode instanceNormalization(const RawInstanceNormalizationLayerFactory& f) {
-    if (elementCount(f.input()->shape) > 0) return nodeWith(FastInstanceNorm{f.scale(), f.bias(), f.epsilon()});
+    const TensorShape& in = f.input()->shape;
+    if (elementCount(in) > 0)
+        return nodeWith(FastInstanceNorm{f.scale().first(in.c), f.bias().first(in.c), f.epsilon()});
     return nodeWith(builtIn<RawInstanceNormalizationLayer>(f, f.scale(), f.bias(), f.epsilon()));
 }
 
