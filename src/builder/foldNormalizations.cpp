@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <numeric>
 
@@ -67,25 +68,35 @@ public:
         }
         kernels_ = weights.inChannels;
         kernelSize_ = weights.kernelH * weights.kernelW;
+        if (isByInput_) prepareZeros();
     }
 
-    // From this row on, rows of zeros are folded alike. Without weights the factors behind the convolution do not
-    // matter.
-    int sameFrom() const { return isByInput_ && kernelSize_ == 0 ? 0 : sameFrom_; }
-
-    void foldWeights(int o, float* row, bool isZero) {
+    void foldWeights(int o, float* row) {
         std::fill(added_.begin(), added_.end(), 0.0);
-        const int rowLength = kernels_ * kernelSize_;
-        // A row whose weights all have the same factors is a single kernel, unless the sums of its kernels are needed.
-        // Zeros stay the same as each other, so one value is enough, and their sum is as without the others.
-        const bool isOneKernel = !hasBefore_ || (isZero && !isByInput_);
-        const int kernels = isOneKernel ? std::min(kernels_, 1) : kernels_;
-        const int kernelSize = isOneKernel ? rowLength : kernelSize_;
+        // Without the sums of its kernels, a row whose weights all have the same factors is a single kernel.
+        const int kernels = hasBefore_ ? kernels_ : 1;
+        const int kernelSize = hasBefore_ ? kernelSize_ : kernels_ * kernelSize_;
+        for (int i = 0; i < kernels; ++i) foldKernel(o, i, row + std::ptrdiff_t{i} * kernelSize, kernelSize);
+    }
+
+    // The same for a row of zeros, in less time. A zero becomes 0, -0 or NaN, and the sum of a kernel is 0 or NaN.
+    void foldZeros(int o, float* row) {
+        const bool hasWeights = kernels_ * kernelSize_ > 0;
+        float product = 0.0f;  // 0 times the factors of the output channel
+        for (std::size_t n = 0; n < folds_.size(); ++n) {
+            const Fold& fold = folds_[n];
+            const auto factor = static_cast<float>(fold.at(o, 0).factor);
+            const auto addend = static_cast<float>(fold.at(o, 0).addend);
+            added_[n] = fold.isByInput ? addedByZeros_[n] : 0.0;
+            if (fold.isBefore && !fold.isByInput && kernels_ > 0) added_[n] += static_cast<double>(0.0f * addend);
+            if (fold.isBefore && hasWeights && (std::isnan(product) || n > nanBehind_)) added_[n] += std::nan("");
+            if (!fold.isByInput) product *= factor;
+        }
+        if (!hasWeights) return;
+        const int kernels = isByInput_ ? kernels_ : 1, kernelSize = isByInput_ ? kernelSize_ : kernels_ * kernelSize_;
         for (int i = 0; i < kernels; ++i) {
-            float* const kernel = row + std::ptrdiff_t{i} * kernelSize;
-            foldKernel(o, i, kernel, isZero ? std::min(kernelSize, 1) : kernelSize);
-            if (isZero && kernelSize > 1 && countWithoutZerosAtEnd(kernel, 1) > 0)
-                std::fill_n(kernel + 1, kernelSize - 1, *kernel);
+            const float w = isByInput_ ? product * zeros_[static_cast<std::size_t>(i)] : product;
+            if (countWithoutZerosAtEnd(&w, 1) > 0) std::fill_n(row + std::ptrdiff_t{i} * kernelSize, kernelSize, w);
         }
     }
 
@@ -107,6 +118,21 @@ public:
     bool hasSameFactors(int o) const { return o > sameFrom_; }
 
 private:
+    // What the normalisations whose factors depend on the input channel make of zeros, which is the same in every row.
+    void prepareZeros() {
+        zeros_.resize(static_cast<std::size_t>(kernels_));
+        addedByZeros_.resize(folds_.size());
+        for (std::size_t n = 0; n < folds_.size(); ++n) {
+            if (!folds_[n].isByInput) continue;
+            for (int i = 0; i < kernels_; ++i) {
+                float& zero = zeros_[static_cast<std::size_t>(i)];
+                zero *= static_cast<float>(folds_[n].at(0, i).factor);
+                if (std::isnan(zero)) nanBehind_ = std::min(nanBehind_, n);
+                addedByZeros_[n] += static_cast<double>(0.0f * static_cast<float>(folds_[n].at(0, i).addend));
+            }
+        }
+    }
+
     void foldKernel(int o, int i, float* kernel, int size) {
         std::fill(sums_.begin(), sums_.end(), 0.0f);
         for (int begin = 0; begin < size; begin += kBlock) {
@@ -130,6 +156,10 @@ private:
     int sameFrom_ = 0, kernels_, kernelSize_;
     std::vector<float> sums_;    // of the kernel's weights, before each fold
     std::vector<double> added_;  // to the bias, by each fold
+
+    std::vector<float> zeros_;  // 0 times the factors of each input channel
+    std::vector<double> addedByZeros_;
+    std::size_t nanBehind_ = SIZE_MAX;  // the first fold that makes one of zeros_ NaN
 };
 
 bool haveSameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
@@ -148,9 +178,11 @@ void foldNormalizations(const std::vector<NormalizationToFold>& normalizations, 
     float* row = weights.weight;
     for (int o = 0; o < rows; ++o, row += rowLength) {
         const bool isZero = countWithoutZerosAtEnd(row, rowLength) == 0;
-        const bool isSame = isZero && wasZero && o > folder.sameFrom();
-        if (!isSame) {
-            folder.foldWeights(o, row, isZero);
+        const bool isSame = isZero && wasZero && folder.hasSameFactors(o);
+        if (!isZero) {
+            folder.foldWeights(o, row);
+        } else if (!isSame) {
+            folder.foldZeros(o, row);
             staysZero = countWithoutZerosAtEnd(row, rowLength) == 0;
         } else if (!staysZero) {
             std::copy_n(row - rowLength, rowLength, row);
@@ -158,7 +190,7 @@ void foldNormalizations(const std::vector<NormalizationToFold>& normalizations, 
         wasZero = isZero;
         if (bias.empty()) continue;
         float& rowBias = bias[static_cast<std::size_t>(o)];
-        if (!isSame || !folder.hasSameFactors(o) || !haveSameBits(rowBias, oldBias)) {
+        if (!isSame || !haveSameBits(rowBias, oldBias)) {
             oldBias = rowBias;
             newBias = folder.foldBias(o, rowBias);
         }
