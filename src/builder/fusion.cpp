@@ -1,7 +1,7 @@
 // Decides which neighbours a convolution or a max pooling absorbs, and updates its parameters. The builder asks again
 // after each absorption, so one factory may absorb several neighbours.
 #include <algorithm>
-#include <cmath>
+#include <utility>
 
 #include "builder/shapes.h"
 #include "layers/BatchNormalizationLayerFactory.h"
@@ -12,26 +12,8 @@
 
 namespace {
 
-// Batch normalisation as y = factor * x + addend, per channel.
-struct ChannelFactors {
-    std::vector<double> factor;
-    std::vector<double> addend;
-};
-
 int channelCount(const BatchNormalizationLayerFactory& bn) {
-    return static_cast<int>(std::min({bn.mean.size(), bn.scale.size(), bn.bias.size(), bn.variance.size()}));
-}
-
-ChannelFactors channelFactors(const BatchNormalizationLayerFactory& bn) {
-    ChannelFactors factors;
-    for (std::size_t c = 0; c < static_cast<std::size_t>(channelCount(bn)); ++c) {
-        const float s = std::sqrt(bn.variance[c] + bn.epsilon);
-        const float shifted = bn.scale[c] * bn.mean[c];
-        factors.factor.push_back(static_cast<double>(bn.scale[c]) / static_cast<double>(s));
-        factors.addend.push_back(static_cast<double>(bn.bias[c]) -
-                                 static_cast<double>(shifted) / static_cast<double>(s));
-    }
-    return factors;
+    return std::min({bn.mean.size(), bn.scale.size(), bn.bias.size(), bn.variance.size()});
 }
 
 void addPadding(nolk::Padding& padding, const nolk::Padding& more) {
@@ -41,18 +23,17 @@ void addPadding(nolk::Padding& padding, const nolk::Padding& more) {
     padding.right += more.right;
 }
 
-// A copy, because weights.bias may point to fusedBias, which is about to be resized. With an empty output no bias is
-// used, and the counts may be too large for the memory.
-std::vector<float> oldBias(const nolk::Weights& weights, const nolk::TensorShape& output) {
-    if (!weights.bias || elementCount(output) == 0) return {};
-    return {weights.bias, weights.bias + biasCount(weights)};
-}
-
 bool isZero(const nolk::Padding& p) { return p.top == 0 && p.bottom == 0 && p.left == 0 && p.right == 0; }
 
 }  // namespace
 
 LayerFactory* ConvolutionLayerFactory::fuse() {
+    LayerFactory* const absorbed = absorbNeighbour();
+    if (!absorbed) foldAbsorbed();
+    return absorbed;
+}
+
+LayerFactory* ConvolutionLayerFactory::absorbNeighbour() {
     LayerFactory* prev = fusiblePrev();
     // The weights of a convolution with an empty output have not been checked.
     const bool canScale = areCountable(weights) && (weights.weight || weightCount(weights) == 0);
@@ -87,72 +68,28 @@ bool ConvolutionLayerFactory::canAbsorbPreBn(const BatchNormalizationLayerFactor
     return !weights.shared && output()->shape.c <= channelCount(bn);
 }
 
-// conv(factor * x + addend): multiplies each weight by the factor of its input channel, and adds the sum of
-// weight * addend to the bias.
 void ConvolutionLayerFactory::absorbPreBn(BatchNormalizationLayerFactory* bn) {
-    const ChannelFactors factors = channelFactors(*bn);
-    const std::vector<float> bias = oldBias(weights, output()->shape);
-    const int outChannels = weights.groups * weights.outChannels;
-    fusedBias.reserve(1);  // so that its address is not null
-    fusedBias.resize(elementCount(output()->shape) > 0 ? static_cast<std::size_t>(outChannels) : 0);
-    std::copy_n(bias.begin(), std::min(bias.size(), fusedBias.size()), fusedBias.begin());
-    // Without weights and outputs there may be more channels than can be counted in reasonable time.
-    const bool hasWork = weightCount(weights) > 0 || !fusedBias.empty();
-    const bool isSameForAll = weightCount(weights) == 0 && weights.groups == 1;
-    float* w = weights.weight;
-    double added = 0.0;
-    for (int o = 0; o < outChannels && hasWork; ++o) {
-        if (o == 0 || !isSameForAll) added = foldPreBn(factors.factor, factors.addend, o, w);
-        if (!fusedBias.empty()) fusedBias[static_cast<std::size_t>(o)] += static_cast<float>(added);
-    }
-    weights.bias = fusedBias.data();
+    toFold_.push_back({bn, true});
     update_pre_comsumer();
 }
 
-// Multiplies the weights of an output channel, and moves w behind them. Returns what its bias increases by.
-double ConvolutionLayerFactory::foldPreBn(const std::vector<double>& factors, const std::vector<double>& addends, int o,
-                                          float*& w) const {
-    const int kernelSize = weights.kernelH * weights.kernelW;
-    // A sum without values is 0, but 0 times an infinite addend is not. With groups it is the same for every i.
-    const int channels = kernelSize < 1 && weights.groups != 1 ? std::min(weights.inChannels, 1) : weights.inChannels;
-    double added = 0.0;
-    for (int i = 0; i < channels; ++i) {
-        // With groups, the output channel is used in place of the input channel. In a depthwise convolution both are
-        // the same. Other grouped convolutions keep this index because results of existing networks depend on it.
-        const auto channel = static_cast<std::size_t>(weights.groups == 1 ? i : o);
-        const auto factor = static_cast<float>(factors[channel]);
-        float sum = 0.0f;
-        for (int k = 0; k < kernelSize; ++k, ++w) {
-            sum += *w;
-            *w *= factor;
-        }
-        const float share = sum * static_cast<float>(addends[channel]);
-        added += static_cast<double>(share);
-    }
-    return added;
+void ConvolutionLayerFactory::absorbBn(BatchNormalizationLayerFactory* bn) {
+    toFold_.push_back({bn, false});
+    update_next_producer();
 }
 
-// factor * conv(x) + addend: multiplies weights and bias by the factor of their output channel, and adds its addend to
-// the bias.
-void ConvolutionLayerFactory::absorbBn(BatchNormalizationLayerFactory* bn) {
-    const ChannelFactors factors = channelFactors(*bn);
-    const int channels = channelCount(*bn);
-    const int rows = weights.shared ? weights.outChannels : weights.groups * weights.outChannels;
-    const int rowLength = weights.inChannels * weights.kernelH * weights.kernelW;
-    float* w = weights.weight;
-    for (int o = 0; o < rows; ++o) {
-        const auto factor = static_cast<float>(factors.factor[static_cast<std::size_t>(o)]);
-        for (int k = 0; k < rowLength; ++k, ++w) *w *= factor;
-    }
-
-    const std::vector<float> bias = oldBias(weights, output()->shape);
-    fusedBias.resize(static_cast<std::size_t>(channels));
-    for (std::size_t c = 0; c < fusedBias.size(); ++c) {
-        if (c < bias.size()) fusedBias[c] = static_cast<float>(static_cast<double>(bias[c]) * factors.factor[c]);
-        fusedBias[c] += static_cast<float>(factors.addend[c]);
-    }
+void ConvolutionLayerFactory::foldAbsorbed() {
+    if (toFold_.empty()) return;
+    // With an empty output no bias is used, and the counts may be too large for the memory.
+    const bool hasOutput = elementCount(output()->shape) > 0, hasBias = weights.bias != nullptr;
+    std::vector<float> bias;
+    bias.reserve(1);  // so that its address is not null
+    if (hasOutput && hasBias) bias.assign(weights.bias, weights.bias + biasCount(weights));
+    bias.resize(hasOutput ? static_cast<std::size_t>(weights.groups * weights.outChannels) : 0);
+    foldNormalizations(toFold_, weights, hasBias, bias);
+    fusedBias = std::move(bias);
     weights.bias = fusedBias.data();
-    update_next_producer();
+    toFold_.clear();
 }
 
 LayerFactory* PoolingLayerFactory::fuse() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "builder/LayerFactory.h"
+#include "layers/vectors.h"
 
 // What fusion needs of a batch normalisation: y = (x - mean) * scale / sqrt(variance + epsilon) + bias for every
 // channel. A neighbouring convolution may absorb it. The vectors are copies.
@@ -9,9 +10,9 @@ public:
     using LayerFactory::LayerFactory;
     bool inplaceOp() const override { return true; }
 
-    std::vector<float> scale;
-    std::vector<float> bias;
-    std::vector<float> mean;
-    std::vector<float> variance;
+    ChannelVector scale;
+    ChannelVector bias;
+    ChannelVector mean;
+    ChannelVector variance;
     float epsilon = 0.0f;
 };

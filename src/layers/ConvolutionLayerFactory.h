@@ -1,12 +1,14 @@
 #pragma once
 
 #include "builder/LayerFactory.h"
+#include "builder/foldNormalizations.h"
 
 class BatchNormalizationLayerFactory;
 class PaddingLayerFactory;
 
 // What fusion needs of a convolution. It may absorb a batch normalisation before or after it, and a zero padding before
-// it; builder/fusion.cpp has the rules. Absorbing a batch normalisation changes the caller's weight array.
+// it; builder/fusion.cpp has the rules. When fuse finds nothing more to absorb, it folds the absorbed batch
+// normalisations into the weights and the bias, which changes the caller's weight array.
 class ConvolutionLayerFactory : public LayerFactory {
 public:
     using LayerFactory::LayerFactory;
@@ -17,9 +19,12 @@ public:
 
     nolk::Padding padding;
     nolk::Weights weights;         // the caller owns its arrays until create, except fusedBias
-    std::vector<float> fusedBias;  // weights.bias points here after absorbing a batch normalisation
+    std::vector<float> fusedBias;  // weights.bias points here after folding a batch normalisation
 
 private:
     bool canAbsorbPreBn(const BatchNormalizationLayerFactory& bn) const;
-    double foldPreBn(const std::vector<double>& factors, const std::vector<double>& addends, int o, float*& w) const;
+    LayerFactory* absorbNeighbour();
+    void foldAbsorbed();
+
+    std::vector<NormalizationToFold> toFold_;  // absorbed and not folded yet
 };

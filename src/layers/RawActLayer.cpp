@@ -7,8 +7,8 @@
 #include "math/elements.h"
 #include "math/quotient.h"
 
-RawActLayer::RawActLayer(nolk::Tensor input, nolk::Tensor output, ActivateType type, std::vector<float> slopes,
-                         float p0, float p1, float p2, float p3)
+RawActLayer::RawActLayer(nolk::Tensor input, nolk::Tensor output, ActivateType type, ChannelVector slopes, float p0,
+                         float p1, float p2, float p3)
     : input_(input), output_(output), type_(type), p0_(p0), p1_(p1), p2_(p2), p3_(p3), slopes_(std::move(slopes)) {
     desc = "act";
 }

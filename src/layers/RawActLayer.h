@@ -9,14 +9,13 @@
 // NaN passes through all of them, and relu keeps -0.
 #pragma once
 
-#include <vector>
-
 #include "layers/Layer.h"
+#include "layers/vectors.h"
 
 class RawActLayer final : public Layer {
 public:
-    RawActLayer(nolk::Tensor input, nolk::Tensor output, ActivateType type, std::vector<float> slopes, float p0,
-                float p1, float p2, float p3);
+    RawActLayer(nolk::Tensor input, nolk::Tensor output, ActivateType type, ChannelVector slopes, float p0, float p1,
+                float p2, float p3);
 
     void run(AlignedMemory<float>& scratch) override;
     nolk::Tensor getInputTensor() const override { return input_; }
@@ -29,5 +28,5 @@ private:
     nolk::Tensor output_;
     ActivateType type_;
     float p0_, p1_, p2_, p3_;
-    std::vector<float> slopes_;
+    ChannelVector slopes_;
 };

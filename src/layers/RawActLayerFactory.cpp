@@ -1,12 +1,10 @@
 #include "layers/RawActLayerFactory.h"
 
 #include "layers/RawActLayer.h"
-#include "layers/vectors.h"
 
 RawActLayerFactory::RawActLayerFactory(nolk::TensorX* x, ActivateType type, float p0, float p1, float p2, float p3,
                                        const float* slopes, int count)
-    : ActLayerFactory({x}), type_(type), p0_(p0), p1_(p1), p2_(p2), p3_(p3) {
-    if (slopes && count > 0) slopes_.assign(slopes, slopes + count);
+    : ActLayerFactory({x}), type_(type), p0_(p0), p1_(p1), p2_(p2), p3_(p3), slopes_(slopes, count) {
     initOutput(input()->shape);
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "layers/ActLayerFactory.h"
+#include "layers/vectors.h"
 
 class RawActLayerFactory final : public ActLayerFactory {
 public:
@@ -16,10 +17,10 @@ public:
     float p1() const { return p1_; }
     float p2() const { return p2_; }
     float p3() const { return p3_; }
-    const std::vector<float>& slopes() const { return slopes_; }
+    const ChannelVector& slopes() const { return slopes_; }
 
 private:
     ActivateType type_;
     float p0_, p1_, p2_, p3_;
-    std::vector<float> slopes_;
+    ChannelVector slopes_;
 };

@@ -6,9 +6,8 @@
 #include "builder/shapes.h"
 #include "math/elements.h"
 
-RawBatchNormalizationLayer::RawBatchNormalizationLayer(nolk::Tensor input, nolk::Tensor output,
-                                                       std::vector<float> scale, std::vector<float> bias,
-                                                       std::vector<float> mean, std::vector<float> variance,
+RawBatchNormalizationLayer::RawBatchNormalizationLayer(nolk::Tensor input, nolk::Tensor output, ChannelVector scale,
+                                                       ChannelVector bias, ChannelVector mean, ChannelVector variance,
                                                        float epsilon)
     : scale_(std::move(scale)),
       bias_(std::move(bias)),

@@ -1,7 +1,6 @@
 #include "layers/RawBatchNormalizationLayerFactory.h"
 
 #include "layers/RawBatchNormalizationLayer.h"
-#include "layers/vectors.h"
 
 RawBatchNormalizationLayerFactory::RawBatchNormalizationLayerFactory(nolk::TensorX* x, const nolk::Vector& scaleVector,
                                                                      const nolk::Vector& biasVector,
@@ -9,10 +8,10 @@ RawBatchNormalizationLayerFactory::RawBatchNormalizationLayerFactory(nolk::Tenso
                                                                      const nolk::Vector& varianceVector,
                                                                      float epsilonToAdd)
     : BatchNormalizationLayerFactory({x}) {
-    scale = copied(scaleVector);
-    bias = copied(biasVector);
-    mean = copied(meanVector);
-    variance = copied(varianceVector);
+    scale = ChannelVector(scaleVector);
+    bias = ChannelVector(biasVector);
+    mean = ChannelVector(meanVector);
+    variance = ChannelVector(varianceVector);
     epsilon = epsilonToAdd;
     initOutput(input()->shape);
 }

@@ -8,8 +8,7 @@
 #include "math/elements.h"
 
 RawInstanceNormalizationLayer::RawInstanceNormalizationLayer(nolk::Tensor input, nolk::Tensor output,
-                                                             std::vector<float> scale, std::vector<float> bias,
-                                                             float epsilon)
+                                                             ChannelVector scale, ChannelVector bias, float epsilon)
     : input_(input), output_(output), scale_(std::move(scale)), bias_(std::move(bias)), epsilon_(epsilon) {
     desc = "instanceNorm";
 }

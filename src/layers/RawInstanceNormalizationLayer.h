@@ -4,14 +4,13 @@
 //   in, out  [n, c, h, w]; out may be in; without vectors scale is 1 and bias 0
 #pragma once
 
-#include <vector>
-
 #include "layers/Layer.h"
+#include "layers/vectors.h"
 
 class RawInstanceNormalizationLayer final : public Layer {
 public:
-    RawInstanceNormalizationLayer(nolk::Tensor input, nolk::Tensor output, std::vector<float> scale,
-                                  std::vector<float> bias, float epsilon);
+    RawInstanceNormalizationLayer(nolk::Tensor input, nolk::Tensor output, ChannelVector scale, ChannelVector bias,
+                                  float epsilon);
 
     void run(AlignedMemory<float>& scratch) override;
     nolk::Tensor getInputTensor() const override { return input_; }
@@ -22,7 +21,7 @@ private:
 
     nolk::Tensor input_;
     nolk::Tensor output_;
-    std::vector<float> scale_;  // empty, or one for every channel; likewise:
-    std::vector<float> bias_;
+    ChannelVector scale_;  // empty, or one for every channel; likewise:
+    ChannelVector bias_;
     float epsilon_;
 };

@@ -1,15 +1,10 @@
 #include "layers/RawInstanceNormalizationLayerFactory.h"
 
 #include "layers/RawInstanceNormalizationLayer.h"
-#include "layers/vectors.h"
 
 RawInstanceNormalizationLayerFactory::RawInstanceNormalizationLayerFactory(nolk::TensorX* x, const nolk::Vector& scale,
                                                                            const nolk::Vector& bias, float epsilon)
-    : InstanceNormalizationLayerFactory({x}),
-      isScaled_(true),
-      scale_(copied(scale)),
-      bias_(copied(bias)),
-      epsilon_(epsilon) {
+    : InstanceNormalizationLayerFactory({x}), isScaled_(true), scale_(scale), bias_(bias), epsilon_(epsilon) {
     initOutput(input()->shape);
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "layers/InstanceNormalizationLayerFactory.h"
+#include "layers/vectors.h"
 
 class RawInstanceNormalizationLayerFactory final : public InstanceNormalizationLayerFactory {
 public:
@@ -12,13 +13,13 @@ public:
 
     std::unique_ptr<Layer> create() override;
     void check() const override;
-    const std::vector<float>& scale() const { return scale_; }
-    const std::vector<float>& bias() const { return bias_; }
+    const ChannelVector& scale() const { return scale_; }
+    const ChannelVector& bias() const { return bias_; }
     float epsilon() const { return epsilon_; }
 
 private:
     bool isScaled_;
-    std::vector<float> scale_;
-    std::vector<float> bias_;
+    ChannelVector scale_;
+    ChannelVector bias_;
     float epsilon_;
 };

@@ -1,12 +1,38 @@
 #include "layers/vectors.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
 #include "builder/refuse.h"
 #include "builder/shapes.h"
 
-void checkChannels(const char* operation, const char* name, const std::vector<float>& vector,
+std::size_t countWithoutZerosAtEnd(const float* floats, std::size_t count) {
+    static constexpr float kZeros[1024] = {};
+    constexpr std::size_t kBlock = sizeof kZeros / sizeof kZeros[0];
+    while (count >= kBlock && std::memcmp(floats + count - kBlock, kZeros, sizeof kZeros) == 0) count -= kBlock;
+    while (count > 0 && floats[count - 1] == 0.0f && !std::signbit(floats[count - 1])) --count;
+    return count;
+}
+
+ChannelVector::ChannelVector(const float* data, int count) {
+    if (!data || count < 1) return;
+    size_ = count;
+    stored_.assign(data, data + countWithoutZerosAtEnd(data, static_cast<std::size_t>(count)));
+}
+
+std::vector<float> ChannelVector::first(int n) const {
+    const auto count = static_cast<std::size_t>(std::max(std::min(n, size_), 0));
+    std::vector<float> values(stored_.begin(),
+                              stored_.begin() + static_cast<std::ptrdiff_t>(std::min(count, stored_.size())));
+    values.resize(count);
+    return values;
+}
+
+void checkChannels(const char* operation, const char* name, const ChannelVector& vector,
                    const nolk::TensorShape& input) {
     // For an empty input the layer reads no parameters.
     if (!isRepresentable(input) || elementCount(input) == 0) return;
-    if (vector.size() < static_cast<std::size_t>(input.c))
-        refuse("%s: input has %d channels, %s has %d", operation, input.c, name, static_cast<int>(vector.size()));
+    if (vector.size() < input.c)
+        refuse("%s: input has %d channels, %s has %d", operation, input.c, name, vector.size());
 }

@@ -1,16 +1,21 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
+#include <random>
 #include <string>
 #include <utility>
 
+#include "builder/foldNormalizations.h"
 #include "builder/fuseAll.h"
 #include "layers/RawBatchNormalizationLayerFactory.h"
 #include "layers/RawConvolutionLayerFactory.h"
 #include "layers/RawPaddingLayerFactory.h"
 #include "layers/RawPoolingLayerFactory.h"
+#include "layers/weights.h"
 #include "support/expectReference.h"
+#include "support/values.h"
 
 namespace {
 
@@ -78,6 +83,83 @@ TEST(Fusion, FoldedWeightsAndBiasAreExact) {
             EXPECT_EQ(weights.weight[k], before.weight[k] * static_cast<float>(factor));
         const float folded = static_cast<float>(before.bias[o] * factor) + static_cast<float>(addend);
         EXPECT_EQ(conv.weights.bias[o], folded);
+    }
+}
+
+// One normalisation after the other: each rounds all weights and biases.
+void foldOne(const RawBatchNormalizationLayerFactory& bn, bool isBefore, const nolk::Weights& w, float* bias,
+             bool had) {
+    const int size = w.kernelH * w.kernelW;
+    for (int o = 0; o < w.groups * w.outChannels; ++o) {
+        const auto factorsOf = [&](int channel) {
+            const auto c = static_cast<std::size_t>(channel);
+            const float s = std::sqrt(bn.variance[c] + bn.epsilon), shifted = bn.scale[c] * bn.mean[c];
+            return std::pair(double{bn.scale[c]} / double{s}, double{bn.bias[c]} - double{shifted} / double{s});
+        };
+        double added = 0.0;
+        for (int i = 0; i < w.inChannels; ++i) {
+            const auto [factor, addend] = factorsOf(isBefore && w.groups == 1 ? i : o);
+            float* const kernel = w.weight + (o * w.inChannels + i) * size;
+            float sum = 0.0f;
+            for (int k = 0; k < size; ++k) {
+                sum += kernel[k];
+                kernel[k] *= static_cast<float>(factor);
+            }
+            added += double{sum * static_cast<float>(addend)};
+        }
+        if (isBefore) {
+            bias[o] += static_cast<float>(added);
+            continue;
+        }
+        const auto [factor, addend] = factorsOf(o);
+        bias[o] = had ? static_cast<float>(bias[o] * factor) : bias[o];
+        bias[o] += static_cast<float>(addend);
+    }
+}
+
+// Zeros take ways of their own, and so do values that differ between the channels.
+TEST(Fusion, FoldingAllNormalizationsAtOnceGivesTheBitsOfOneAfterTheOther) {
+    constexpr int kChannels = 12;
+    for (std::uint32_t seed = 0; seed < 3000; ++seed) {
+        SCOPED_TRACE(seed);
+        Values random(seed);
+        // Zeros, zeros from some place on, one value for all, or random ones.
+        const auto fill = [&](float* values, int count, float special) {
+            const int kind = random.integer(0, 4), kept = random.integer(0, count);
+            for (int i = 0; i < count; ++i) values[i] = kind == 0 ? special : kind == 1 || i >= kept ? 0.0f : values[i];
+        };
+        Arrays arrays(seed);
+        const int groups = random.integer(0, 1) ? 1 : random.integer(2, 4);
+        const int height = random.integer(0, 40) ? random.integer(0, 3) : 2500;
+        const nolk::Weights weights =
+            arrays.weights(groups, random.integer(0, 3), random.integer(0, 3), height, random.integer(0, 2), true);
+        const bool hasBias = random.integer(0, 2) > 0;
+        const auto count = static_cast<std::size_t>(biasCount(weights));
+        fill(weights.weight, weightCount(weights), -0.0f);
+        fill(weights.bias, biasCount(weights), hasBias ? -0.0f : 0.0f);
+        if (!hasBias) std::fill_n(weights.bias, count, 0.0f);
+
+        nolk::TensorX x({1, kChannels, 1, 1, 1}, false);
+        std::vector<std::unique_ptr<RawBatchNormalizationLayerFactory>> normalizations;
+        std::vector<NormalizationToFold> toFold;
+        for (int n = random.integer(0, 5); n > 0; --n) {
+            const nolk::Vector v[] = {arrays.vector(kChannels), arrays.vector(kChannels), arrays.vector(kChannels),
+                                      arrays.positive(kChannels)};
+            for (const nolk::Vector& vector : v) fill(vector.data, kChannels, random.integer(0, 3) ? 1.5f : -INFINITY);
+            normalizations.push_back(std::make_unique<RawBatchNormalizationLayerFactory>(
+                &x, v[0], v[1], v[2], v[3], random.integer(0, 7) ? 0.5f : 0.0f));
+            toFold.push_back({normalizations.back().get(), random.integer(0, 2) > 0});
+        }
+        std::vector<float> expected(weights.weight, weights.weight + weightCount(weights));
+        std::vector<float> expectedBias(weights.bias, weights.bias + count), bias = expectedBias;
+        nolk::Weights plain = weights;
+        plain.weight = expected.data();
+        for (std::size_t n = 0; n < toFold.size(); ++n)
+            foldOne(*normalizations[n], toFold[n].isBefore, plain, expectedBias.data(), hasBias || n > 0);
+        foldNormalizations(toFold, weights, hasBias, bias);
+        expectSameBits({weights.weight, weights.weight + weightCount(weights)}, expected);
+        expectSameBits(bias, expectedBias);
+        if (HasFailure()) return;
     }
 }
 

@@ -23,8 +23,8 @@ FastNode elementwise(FastNodeStep step) {
     return node;
 }
 
-bool areEqual(const std::vector<float>& slopes, int count) {
-    return std::all_of(slopes.begin(), slopes.begin() + count, [&](float slope) { return slope == slopes.front(); });
+bool areEqual(const std::vector<float>& slopes) {
+    return std::all_of(slopes.begin(), slopes.end(), [&](float slope) { return slope == slopes.front(); });
 }
 
 }  // namespace
@@ -59,10 +59,10 @@ FastNode activationNode(const RawActLayerFactory& f) {
             return elementwise(step);
         case ACT_PRELU:
             // In a batch above 1 different slopes do not follow the channels; the built-in layer has the rule.
-            if (elementCount(in) == 0 || (in.n != 1 && !areEqual(f.slopes(), in.c))) break;
+            if (elementCount(in) == 0 || (in.n != 1 && !areEqual(f.slopes().first(in.c)))) break;
             step.step = {FastStepKind::prelu, 0.0f, 0.0f};
             step.kind = FastOperandKind::constants;
-            step.first.assign(f.slopes().begin(), f.slopes().begin() + in.c);
+            step.first = f.slopes().first(in.c);
             return elementwise(step);
     }
     return nodeWith(builtIn<RawActLayer>(f, f.type(), f.slopes(), f.p0(), f.p1(), f.p2(), f.p3()));

@@ -65,7 +65,9 @@ FastNode reductionNode(const RawReductionLayerFactory& f) {
 }
 
 FastNode instanceNormalizationNode(const RawInstanceNormalizationLayerFactory& f) {
-    if (elementCount(f.input()->shape) > 0) return nodeWith(FastInstanceNorm{f.scale(), f.bias(), f.epsilon()});
+    const TensorShape& in = f.input()->shape;
+    if (elementCount(in) > 0)
+        return nodeWith(FastInstanceNorm{f.scale().first(in.c), f.bias().first(in.c), f.epsilon()});
     return nodeWith(builtIn<RawInstanceNormalizationLayer>(f, f.scale(), f.bias(), f.epsilon()));
 }
 
