@@ -336,6 +336,26 @@ TEST(MemoryBound, HoldsForTheFastBackEnd) {
 }
 #endif
 
+// A file announces a vector of 32,767 zeros in three bytes. Recorded and built, zeros take no memory.
+TEST(MemoryBound, HoldsForVectorsOfZeros) {
+    std::vector<float> zeros(32767);
+    const nolk::Vector all{32767, zeros.data()};
+    const auto build = [&](nolk::RunnerBuilder* made) {
+        const nolk::Owned<nolk::RunnerBuilder> builder(made);
+        X x = builder->input({1, 1, 1, 1, 3});
+        for (int i = 0; i < 1000; ++i) {
+            x = builder->instanceNormalization(builder->batchNormalize(x, all, all, all, all, 1.0f), all, all, 1.0f);
+            x = builder->prelu(x, zeros.data(), 32767);
+        }
+        const nolk::Owned<nolk::Runner> runner(builder->build(&x, 1));
+        EXPECT_NE(runner, nullptr);
+    };
+    EXPECT_LE(mostOf([&] { build(nolk_new_runner_builder(nullptr)); }), kConstant + 3000 * kLoadedRecord);
+#ifdef HAS_FAST_BACK_END
+    EXPECT_LE(mostOf([&] { build(new FastRunnerBuilder(nullptr)); }), kConstant + 3000 * kFastRecord);
+#endif
+}
+
 // Files that once took memory or time out of proportion, damaged ones among them.
 TEST(MemoryBound, HoldsForEveryFinding) {
     int files = 0;
