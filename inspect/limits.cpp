@@ -4,6 +4,7 @@
 
 #include "inspect/counts.h"
 #include "inspect/format.h"
+#include "model/operations.h"
 
 namespace {
 
@@ -28,6 +29,31 @@ std::int64_t liveFloats(const std::vector<LoggedOperation>& operations, const st
     return most;
 }
 
+// Products of weights with the batch normalisations that build may fold into them, before and behind each convolution.
+std::int64_t foldingSteps(const std::vector<LoggedOperation>& operations) {
+    constexpr int kConvolve = kCodeOf<&nolk::RunnerBuilder::convolve>, kPad = kCodeOf<&nolk::RunnerBuilder::pad>;
+    constexpr int kNormalize = kCodeOf<&nolk::RunnerBuilder::batchNormalize>;
+    // Of the chain that ends with each operation: its normalisations, and the weights of the convolution it began with.
+    std::vector<std::int64_t> normalizations(operations.size(), 0), weights(operations.size(), 0);
+    std::int64_t steps = 0;
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+        const LoggedOperation& operation = operations[i];
+        const int code = operation.operation ? operation.operation->code : -1;
+        const int input = operation.inputs.empty() ? -1 : operation.inputs.front();
+        if (code == kConvolve) weights[i] = operation.parameterCount;
+        if (input < 0 || (code != kConvolve && code != kPad && code != kNormalize)) continue;
+        const auto before = static_cast<std::size_t>(input);
+        if (code == kConvolve) {
+            steps = sumOf(steps, productOf({weights[i], normalizations[before]}));
+            continue;
+        }
+        normalizations[i] = normalizations[before] + (code == kNormalize ? 1 : 0);
+        weights[i] = weights[before];
+        if (code == kNormalize) steps = sumOf(steps, weights[i]);
+    }
+    return steps;
+}
+
 std::int64_t bytesOf(std::int64_t floats) { return productOf({floats, sizeof(float)}); }
 
 }  // namespace
@@ -43,6 +69,7 @@ nolk::ModelCost costOf(const std::vector<LoggedOperation>& operations, const std
         cost.multiplyAdds = sumOf(cost.multiplyAdds, operation.multiplyAdds);
         cost.steps = sumOf(cost.steps, operation.steps);
     }
+    cost.steps = sumOf(cost.steps, foldingSteps(operations));
     // Each output is copied to the caller.
     for (const int place : outputs)
         if (place >= 0) cost.steps = sumOf(cost.steps, elementsOf(operations[static_cast<std::size_t>(place)].output));
