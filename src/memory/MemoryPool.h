@@ -49,9 +49,9 @@ public:
     void setSpaceRangeValue(int start, int count, float value);
 
 #ifdef NOLK_SEPARATE_TENSORS
-    // A block of n floats outside the pool's range, owned by the pool. Fuzzers with sanitizers are built like this: they
-    // notice accesses beyond a block, but not those from one tensor into another. Blocks hold firstValue before a run
-    // writes to them; no result may depend on it.
+    // A block of n floats outside the pool's range, owned by the pool. Fuzzers with sanitizers are built like this:
+    // they notice accesses beyond a block, but not those from one tensor into another. Blocks hold firstValue before a
+    // run writes to them; no result may depend on it.
     float* ownBlock(int n) {
         const auto count = static_cast<std::size_t>(n > 0 ? n : 0);
         blocks_.push_back(zeroedFloats(count));
