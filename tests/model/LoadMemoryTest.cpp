@@ -93,7 +93,7 @@ TEST(LoadMemoryDeathTest, WeightsAreCopiedOnce) {
         SCOPED_TRACE(c.name);
         Bytes file = modelOf(c);
         const auto size = static_cast<double>(file.size());
-        const std::string path = testing::TempDir() + "nolk-load-memory-test.cm";
+        const std::string path = testing::TempDir() + "nolk-load-memory-" + std::to_string(getpid()) + ".cm";
         EXPECT_EXIT(exitWithGrowth(file, path, 1.2 * size), testing::ExitedWithCode(0), "loaded");
         std::ofstream(path, std::ios::binary)
             .write(reinterpret_cast<const char*>(file.data()), static_cast<std::streamsize>(file.size()));
