@@ -162,7 +162,11 @@ private:
     std::size_t nanBehind_ = SIZE_MAX;  // the first fold that makes one of zeros_ NaN
 };
 
-bool haveSameBits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+std::uint32_t bitsOf(float v) {
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &v, sizeof bits);
+    return bits;
+}
 
 }  // namespace
 
@@ -172,7 +176,8 @@ void foldNormalizations(const std::vector<NormalizationToFold>& normalizations, 
     if (weightCount(weights) == 0 && bias.empty()) return;
     RowFolder folder(normalizations, weights, hasBias);
     const int rows = weights.groups * weights.outChannels;
-    const auto rowLength = static_cast<std::size_t>(weights.inChannels * weights.kernelH * weights.kernelW);
+    const int weightsOfRow = weights.inChannels * weights.kernelH * weights.kernelW;
+    const auto rowLength = static_cast<std::size_t>(weightsOfRow);
     bool wasZero = false, staysZero = false;
     float oldBias = 0.0f, newBias = 0.0f;
     float* row = weights.weight;
@@ -190,7 +195,7 @@ void foldNormalizations(const std::vector<NormalizationToFold>& normalizations, 
         wasZero = isZero;
         if (bias.empty()) continue;
         float& rowBias = bias[static_cast<std::size_t>(o)];
-        if (!isSame || !haveSameBits(rowBias, oldBias)) {
+        if (!isSame || bitsOf(rowBias) != bitsOf(oldBias)) {
             oldBias = rowBias;
             newBias = folder.foldBias(o, rowBias);
         }
