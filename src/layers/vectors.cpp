@@ -8,9 +8,10 @@
 #include "builder/shapes.h"
 
 std::size_t countWithoutZerosAtEnd(const float* floats, std::size_t count) {
-    static constexpr float kZeros[1024] = {};
-    constexpr std::size_t kBlock = sizeof kZeros / sizeof kZeros[0];
-    while (count >= kBlock && std::memcmp(floats + count - kBlock, kZeros, sizeof kZeros) == 0) count -= kBlock;
+    static constexpr unsigned char kZeros[4096] = {};
+    constexpr std::size_t kBlock = sizeof kZeros / sizeof(float);
+    const auto areZeros = [](const void* bytes) { return std::memcmp(bytes, kZeros, sizeof kZeros) == 0; };
+    while (count >= kBlock && areZeros(floats + count - kBlock)) count -= kBlock;
     while (count > 0 && floats[count - 1] == 0.0f && !std::signbit(floats[count - 1])) --count;
     return count;
 }
