@@ -89,7 +89,7 @@ public:
             const auto addend = static_cast<float>(fold.at(o, 0).addend);
             added_[n] = fold.isByInput ? addedByZeros_[n] : 0.0;
             if (fold.isBefore && !fold.isByInput && kernels_ > 0) added_[n] += static_cast<double>(0.0f * addend);
-            if (fold.isBefore && hasWeights && (std::isnan(product) || n > nanBehind_)) added_[n] += std::nan("");
+            if (fold.isBefore && hasWeights && (std::isnan(product) || n > firstNan_)) added_[n] += std::nan("");
             if (!fold.isByInput) product *= factor;
         }
         if (!hasWeights) return;
@@ -127,7 +127,7 @@ private:
             for (int i = 0; i < kernels_; ++i) {
                 float& zero = zeros_[static_cast<std::size_t>(i)];
                 zero *= static_cast<float>(folds_[n].at(0, i).factor);
-                if (std::isnan(zero)) nanBehind_ = std::min(nanBehind_, n);
+                if (std::isnan(zero)) firstNan_ = std::min(firstNan_, n);
                 addedByZeros_[n] += static_cast<double>(0.0f * static_cast<float>(folds_[n].at(0, i).addend));
             }
         }
@@ -159,7 +159,7 @@ private:
 
     std::vector<float> zeros_;  // 0 times the factors of each input channel
     std::vector<double> addedByZeros_;
-    std::size_t nanBehind_ = SIZE_MAX;  // the first fold that makes one of zeros_ NaN
+    std::size_t firstNan_ = SIZE_MAX;  // the first fold that makes one of zeros_ NaN
 };
 
 std::uint32_t bitsOf(float v) {
