@@ -46,7 +46,7 @@ struct ModelLimits {
     static constexpr std::int64_t kNone = std::numeric_limits<std::int64_t>::max();
 
     std::int64_t memoryBytes = kNone;   // see ModelCost::memoryBytes
-    std::int64_t multiplyAdds = kNone;  // of one run, see ModelCost::steps
+    std::int64_t multiplyAdds = kNone;  // see ModelCost::steps
 };
 
 // What a network needs, computed from its records before anything is built. Counts stop at 2^63 - 1.
