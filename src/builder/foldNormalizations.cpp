@@ -135,8 +135,8 @@ private:
 
     void foldKernel(int o, int i, float* kernel, int size) {
         std::fill(sums_.begin(), sums_.end(), 0.0f);
-        for (int begin = 0; begin < size; begin += kBlock) {
-            const int count = std::min(size - begin, kBlock);
+        for (int begin = 0, count = 0; begin < size; begin += count) {  // no more, as size may be 2^31 - 1
+            count = std::min(size - begin, kBlock);
             for (std::size_t n = 0; n < folds_.size(); ++n) {
                 const auto factor = static_cast<float>(folds_[n].at(o, i).factor);
                 float* const w = kernel + begin;

@@ -1,5 +1,8 @@
-// A step of a network that the fast back end runs, and what it gets for a run. Layers keep no state, so that any number
-// of runs may use them at once; all that a run changes lies in its arena.
+// A step of a network that the fast back end runs, and what it gets for a run.
+//   for (const std::unique_ptr<FastLayer>& layer : layers) layer->run({arena, session, kernels});
+// Layers keep no state, so that any number of runs may use them at once; all that a run changes lies in its arena. They
+// divide their work among the threads of the session themselves; how it is divided changes no result. A run checks
+// nothing: shapes were checked when the network was built.
 #pragma once
 
 #include <nolk.h>

@@ -1,4 +1,7 @@
-// The builder of the fast back end, "NolkFast". It records and checks like the built-in one, and builds a FastRunner.
+// The builder of the fast back end, "NolkFast". It records and checks calls as the built-in builder does, from which it
+// derives, so both refuse the same networks; build() alone differs. It reads the recorded factories into a FastGraph,
+// lets the passes rewrite the graph, plans the memory and makes a FastRunner, which owns everything that it needs.
+// One thread uses a builder, like any other. FastGraph.h names the passes; docs/fast.md explains them.
 #pragma once
 
 #include <cstdint>

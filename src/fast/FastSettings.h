@@ -1,4 +1,6 @@
-// The settings of the fast back end: "num_threads=4, spin_us=0".
+// The settings of the fast back end, from the text that a host passes with the name of the implementation.
+//   FastSettings s = FastSettings::parse("num_threads=4, spin_us=0");
+// They change speed and memory, never results. docs/fast.md lists their ranges.
 #pragma once
 
 struct FastSettings {

@@ -1,4 +1,7 @@
-// Which windows of convolutions and deconvolutions can be read where they are, and the border that this takes.
+// Which windows of convolutions and deconvolutions can be read where they are, and the border that this takes. A border
+// is rows and columns of zeros around each plane of the input, in the arena, so that a kernel needs no case for windows
+// that reach outside. chooseLayouts asks for borders; makeLayers chooses the layers by the same functions, so that both
+// agree. All answers depend on shapes alone, not on the processor: the kind decides the order of the sums.
 #pragma once
 
 #include "fast/FastGraph.h"

@@ -1,6 +1,9 @@
 #include "fast/chooseLayouts.h"
 
+#include <climits>
 #include <map>
+#include <new>
+#include <unordered_set>
 #include <utility>
 
 #include "builder/shapes.h"
@@ -18,7 +21,7 @@ class Layouts {
 public:
     explicit Layouts(FastGraph& graph) : graph_(graph), uses_(graph.countUses()) {}
 
-    void run() {
+    std::vector<FastConstantCopy> run() {
         std::vector<FastNode> recorded = std::move(graph_.nodes);
         graph_.nodes.clear();
         for (FastNode& node : recorded) {
@@ -26,6 +29,7 @@ public:
             if (elementCount(graph_.at(node.output).shape) > 0 || std::holds_alternative<FastBuiltIn>(node.operation))
                 place(node);
         }
+        return std::move(constantCopies_);
     }
 
 private:
@@ -103,20 +107,17 @@ private:
         return id;
     }
 
+    // Zeros take no memory until they are written.
     int constantInBlocks(int value) {
         FastValue copy;
         copy.shape = graph_.at(value).shape;
         copy.layout = FastLayout::blocks;
-        const FastStrides from(copy.shape, FastLayout::plain, {});
-        const FastStrides to(copy.shape, FastLayout::blocks, {});
-        graph_.constants.push_back(zeroedFloats(static_cast<std::size_t>(to.sample * copy.shape.n)));
-        float* const data = graph_.constants.back().get();
-        for (int n = 0; n < copy.shape.n; ++n)
-            for (int c = 0; c < copy.shape.c; ++c)
-                for (std::ptrdiff_t i = 0; i < from.plane; ++i)
-                    data[n * to.sample + c / kFastBlock * to.plane + i * kFastBlock + c % kFastBlock] =
-                        graph_.at(value).constant[n * from.sample + c * from.plane + i];
-        copy.constant = data;
+        const FastStrides strides(copy.shape, FastLayout::blocks, {});
+        const std::int64_t floats = std::int64_t{strides.sample} * copy.shape.n;
+        if (floats > INT_MAX) throw std::bad_alloc();  // as planMemory does: offsets have 32 bits
+        graph_.constants.push_back(zeroedFloats(static_cast<std::size_t>(floats)));
+        copy.constant = graph_.constants.back().get();
+        constantCopies_.push_back({graph_.at(value).constant, copy.shape, graph_.constants.back().get()});
         uses_.push_back(1);
         return graph_.add(copy);
     }
@@ -145,21 +146,34 @@ private:
             graph_.nodes.push_back(std::move(node));
             return;
         }
-        if (!isAligned(node)) {
+        if (!isAligned(node) || copiesMany(node)) {
             graph_.nodes.push_back(std::move(node));
             return;
         }
         int channels = 0;
         for (int part : node.inputs) {
-            const FastValue& value = graph_.at(part);
-            const bool movable = !value.constant && value.root < 0 && value.host < 0;
-            if (!movable) part = copyOf(part, FastLayout::blocks);
+            if (!isMovable(part)) part = copyOf(part, FastLayout::blocks);
             FastValue& moved = graph_.at(part);
             moved.root = node.output;
             moved.firstChannel = channels;
             enlargeBorder(node.output, std::exchange(moved.border, {}));
             channels += moved.shape.c;
         }
+    }
+
+    bool isMovable(int value) const {
+        const FastValue& v = graph_.at(value);
+        return !v.constant && v.root < 0 && v.host < 0;
+    }
+
+    // A node for each copy would take much more memory than the record of a concatenation, which may name one tensor
+    // very often.
+    bool copiesMany(const FastNode& node) const {
+        constexpr int kMostCopies = 4;
+        int copies = 0;
+        std::unordered_set<int> moved;
+        for (const int part : node.inputs) copies += isMovable(part) && moved.insert(part).second ? 0 : 1;
+        return copies > kMostCopies;
     }
 
     // True if the result is a view of the input; else the node copies.
@@ -185,11 +199,25 @@ private:
     FastGraph& graph_;
     std::vector<int> uses_;
     std::map<int, int> copies_;  // of values in the other layout
+    std::vector<FastConstantCopy> constantCopies_;
 };
 
 }  // namespace
 
-void chooseLayouts(FastGraph& graph) {
-    Layouts(graph).run();
+std::vector<FastConstantCopy> chooseLayouts(FastGraph& graph) {
+    std::vector<FastConstantCopy> copies = Layouts(graph).run();
     reuseMemory(graph);
+    return copies;
+}
+
+void fillConstants(const std::vector<FastConstantCopy>& copies) {
+    for (const FastConstantCopy& copy : copies) {
+        const FastStrides from(copy.shape, FastLayout::plain, {});
+        const FastStrides to(copy.shape, FastLayout::blocks, {});
+        for (int n = 0; n < copy.shape.n; ++n)
+            for (int c = 0; c < copy.shape.c; ++c)
+                for (std::ptrdiff_t i = 0; i < from.plane; ++i)
+                    copy.blocks[n * to.sample + c / kFastBlock * to.plane + i * kFastBlock + c % kFastBlock] =
+                        copy.plain[n * from.sample + c * from.plane + i];
+    }
 }

@@ -119,7 +119,7 @@ void absorbSteps(FastGraph& graph) {
         const int ofInput = host(node.inputs.front());
         const int ofOperand = symmetric ? host(first.operand) : -1;
         const int chosen = std::max(ofInput, ofOperand);
-        operands[i] = symmetric ? 1 : 0;
+        operands[i] = first.operand >= 0 ? 1 : 0;
         if (chosen < 0) continue;
         const int together = operands[i] + operands[static_cast<std::size_t>(chosen)];
         if (together > kMostOperands) continue;
@@ -225,7 +225,8 @@ void foldScalings(FastGraph& graph) {
         const auto end = std::find_if_not(node.steps.begin(), node.steps.end(), isScaling);
         if (end != node.steps.begin()) {
             const Scaling scaling = combined(node.steps.begin(), end);
-            const auto inChannels = static_cast<std::size_t>(graph.at(node.inputs.front()).shape.c);
+            // An empty input of a full connection may have a negative number of channels.
+            const auto inChannels = static_cast<std::size_t>(std::max(graph.at(node.inputs.front()).shape.c, 0));
             if (auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
                 fold(*deconvolution, scaling, inChannels);
             else if (auto* connection = std::get_if<FastConnection>(&node.operation);

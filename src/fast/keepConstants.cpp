@@ -17,7 +17,8 @@ int differingSamples(const FastValue& value) {
 
 }  // namespace
 
-double keepConstants(FastGraph& graph, std::vector<FloatBuffer>& constants, FloatArrays& given) {
+double keepConstants(FastGraph& graph, std::vector<FloatBuffer>& constants, FloatArrays& given,
+                     std::vector<FloatBuffer>& unread) {
     std::map<const float*, double> read;   // floats of each constant that is read while the network runs
     std::map<const float*, int> packings;  // how many matMuls pack it
     const auto keep = [&](int value) {
@@ -48,7 +49,7 @@ double keepConstants(FastGraph& graph, std::vector<FloatBuffer>& constants, Floa
         } else if (packed == 1) {
             given.add(std::move(array));
         } else if (packed == 0) {
-            array.reset();
+            unread.push_back(std::move(array));
         }
     }
     return floats;

@@ -1,4 +1,9 @@
-// From the nodes of a graph to layers that run.
+// From the nodes of a graph to layers that run, in the order of execution. This is the last step of building, after all
+// passes:
+//   FastPlan plan = planMemory(graph, scratchFloatsOf(graph, threads));
+//   std::vector<std::unique_ptr<FastLayer>> layers = makeLayers(graph, plan, threads, given);
+// The layers refer to the arena by offsets and keep packed copies of their weights. Of graph and plan only the
+// constants of keepConstants are needed later. Weights are borrowed from the builder, but for the arrays in `given`.
 #pragma once
 
 #include <memory>

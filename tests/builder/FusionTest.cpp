@@ -61,30 +61,6 @@ TEST(Fusion, ChainsComputeWhatTheyDidApart) {
     }
 }
 
-// The arithmetic of folding, to the bit: factors in double, weights in single precision.
-TEST(Fusion, FoldedWeightsAndBiasAreExact) {
-    Arrays arrays(34), same(34);
-    nolk::TensorX x({1, 2, 3, 3, 3}, false);
-    const nolk::Weights weights = arrays.weights(1, 2, 2, 2, 1, true), before = same.weights(1, 2, 2, 2, 1, true);
-    const nolk::Vector scale = arrays.vector(2), bias = arrays.vector(2), mean = arrays.vector(2);
-    const nolk::Vector variance = arrays.positive(2);
-    RawConvolutionLayerFactory conv(&x, {}, {1, 1}, {1, 1}, weights, 1, 0);
-    RawBatchNormalizationLayerFactory behind(conv.output(), scale, bias, mean, variance, 0.01f);
-    nolk::TensorX* result = behind.output();
-    ASSERT_EQ(conv.fuse(), &behind);
-    EXPECT_EQ(conv.output(), result);
-    EXPECT_EQ(conv.fuse(), nullptr);
-    for (int o = 0; o < 2; ++o) {
-        const float s = std::sqrt(variance.data[o] + 0.01f), shifted = scale.data[o] * mean.data[o];
-        const double factor = static_cast<double>(scale.data[o]) / s;
-        const double addend = bias.data[o] - static_cast<double>(shifted) / s;
-        for (int k = o * 4; k < o * 4 + 4; ++k)
-            EXPECT_EQ(weights.weight[k], before.weight[k] * static_cast<float>(factor));
-        const float folded = static_cast<float>(before.bias[o] * factor) + static_cast<float>(addend);
-        EXPECT_EQ(conv.weights.bias[o], folded);
-    }
-}
-
 // One normalisation after the other: each rounds all weights and biases.
 void foldOne(const RawBatchNormalizationLayerFactory& bn, bool isBefore, const nolk::Weights& w, float* bias,
              bool had) {

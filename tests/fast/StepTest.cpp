@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "fast/kernels/FastKernels.h"
 #include "fast/plainArithmetic.h"
@@ -88,39 +89,22 @@ float call(const FastKernels& kernels, Kind kind, float x) {
     return y;
 }
 
+// Arguments and results by turns. The first float whose exponential is too large is 0x1.62e43p6.
 TEST(FastStep, LimitsOfExpSigmoidAndTanh) {
     const float smallest = std::numeric_limits<float>::denorm_min(), largest = std::numeric_limits<float>::max();
-    const struct {
-        Kind kind;
-        float x, y;
-    } cases[] = {
-        {Kind::exp, 0.0f, 1.0f},
-        {Kind::exp, -0.0f, 1.0f},
-        {Kind::exp, smallest, 1.0f},
-        {Kind::exp, 0x1.62e43p6f, kInfinity},  // the first float whose result is too large
-        {Kind::exp, largest, kInfinity},
-        {Kind::exp, kInfinity, kInfinity},
-        {Kind::exp, -103.97f, smallest},
-        {Kind::exp, -103.98f, 0.0f},
-        {Kind::exp, -largest, 0.0f},
-        {Kind::exp, -kInfinity, 0.0f},
-        {Kind::sigmoid, 0.0f, 0.5f},
-        {Kind::sigmoid, 100.0f, 1.0f},
-        {Kind::sigmoid, kInfinity, 1.0f},
-        {Kind::sigmoid, -100.0f, 0.0f},
-        {Kind::sigmoid, -kInfinity, 0.0f},
-        {Kind::tanh, 0.0f, 0.0f},
-        {Kind::tanh, -0.0f, -0.0f},
-        {Kind::tanh, smallest, smallest},
-        {Kind::tanh, -0x1p-40f, -0x1p-40f},
-        {Kind::tanh, 10.0f, 1.0f},
-        {Kind::tanh, -kInfinity, -1.0f},
-    };
+    const std::map<Kind, std::vector<float>> points = {
+        {Kind::exp,
+         {0.0f,      1.0f,      -0.0f,    1.0f,     smallest, 1.0f, 0x1.62e43p6f, kInfinity, largest,    kInfinity,
+          kInfinity, kInfinity, -103.97f, smallest, -103.98f, 0.0f, -largest,     0.0f,      -kInfinity, 0.0f}},
+        {Kind::sigmoid, {0.0f, 0.5f, 100.0f, 1.0f, kInfinity, 1.0f, -100.0f, 0.0f, -kInfinity, 0.0f}},
+        {Kind::tanh,
+         {0.0f, 0.0f, -0.0f, -0.0f, smallest, smallest, -0x1p-40f, -0x1p-40f, 10.0f, 1.0f, -kInfinity, -1.0f}}};
     for (const FastKernels* kernels : supportedFastKernels()) {
-        for (const auto& c : cases) {
-            SCOPED_TRACE(testing::Message() << kernels->name << ", case " << &c - cases);
-            expectSameBits({call(*kernels, c.kind, c.x)}, {c.y});
-        }
+        for (const auto& [kind, pairs] : points)
+            for (std::size_t i = 0; i < pairs.size(); i += 2) {
+                SCOPED_TRACE(testing::Message() << kernels->name << ", step " << static_cast<int>(kind) << ", " << i);
+                expectSameBits({call(*kernels, kind, pairs[i])}, {pairs[i + 1]});
+            }
         EXPECT_LT(call(*kernels, Kind::exp, 0x1.62e42ep6f), kInfinity);
         for (const Kind kind : {Kind::exp, Kind::sigmoid, Kind::tanh})
             EXPECT_TRUE(std::isnan(call(*kernels, kind, plain::kNan)));
@@ -159,13 +143,8 @@ TEST(FastStep, ErrorsOfExpSigmoidAndTanhStayWithinTheirBounds) {
     y.resize(x.size());
     for (const FastKernels* kernels : supportedFastKernels())
         for (const auto& f : functions) {
-            kernels->step({{f.kind, 0.0f, 0.0f},
-                           x.data(),
-                           y.data(),
-                           static_cast<int>(x.size()),
-                           FastOperand::elements,
-                           nullptr,
-                           nullptr});
+            const int count = static_cast<int>(x.size());
+            kernels->step({{f.kind, 0.0f, 0.0f}, x.data(), y.data(), count, FastOperand::elements, nullptr, nullptr});
             std::vector<float> expected;
             for (const float v : x) expected.push_back(f.plainCode(v));
             expectSameBits(y, expected);
@@ -174,6 +153,27 @@ TEST(FastStep, ErrorsOfExpSigmoidAndTanhStayWithinTheirBounds) {
                 if (x[i] >= f.low && x[i] <= f.high)
                     largest = std::max(largest, error(y[i], f.f(static_cast<double>(x[i]))));
             EXPECT_LE(largest, f.bound) << kernels->name << ", step " << static_cast<int>(f.kind);
+        }
+}
+
+std::size_t at(int place) { return static_cast<std::size_t>(place); }
+
+TEST(FastLstmCell, EqualsPlainCodeOnEveryInstructionSet) {
+    for (const FastKernels* kernels : supportedFastKernels())
+        for (int count = 1; count <= 37; ++count) {
+            SCOPED_TRACE(testing::Message() << kernels->name << ", " << count);
+            const int stride = count + 3;
+            std::vector<float> gates = Values(7).reals(at(3 * stride + count));
+            for (float& v : gates) v *= 8.0f;
+            std::vector<float> cell = Values(8).reals(at(count)), hidden(cell.size()), cells, expected;
+            for (int i = 0; i < count; ++i) {
+                const auto gate = [&](int number) { return gates[at(number * stride + i)]; };
+                cells.push_back(plain::sigmoid(gate(2)) * cell[at(i)] + plain::sigmoid(gate(0)) * plain::tanh(gate(3)));
+                expected.push_back(plain::sigmoid(gate(1)) * plain::tanh(cells.back()));
+            }
+            kernels->lstmCell({gates.data(), stride, cell.data(), hidden.data(), count});
+            expectSameBits(cell, cells);
+            expectSameBits(hidden, expected);
         }
 }
 

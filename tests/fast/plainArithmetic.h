@@ -54,11 +54,7 @@ float reduce16(const std::vector<float>& x, float start, Add add, Combine combin
 }
 
 inline float plus(float a, float b) { return a + b; }
-inline float sum16(const std::vector<float>& x) { return reduce16(x, -0.0f, plus, plus); }
-
 // NaN stands for no value yet.
-inline float largerOrNext(float best, float x) { return std::isnan(best) || x > best ? x : best; }
-inline float smallerOrNext(float best, float x) { return std::isnan(best) || x < best ? x : best; }
 inline float plusOrNext(float sum, float x) { return std::isnan(sum) ? x : x + sum; }
 
 template <typename Add>
@@ -69,15 +65,10 @@ float chain(const std::vector<float>& x, float start, Add add) {
 
 constexpr float kNan = std::numeric_limits<float>::quiet_NaN();
 
-inline float restartingSum(const std::vector<float>& x) {
-    const float sum = sum16(x);
-    return std::isnan(sum) ? chain(x, kNan, plusOrNext) : sum;
-}
-
 // y = x * k + t with mean and variance of x.
 inline std::vector<float> normalized(std::vector<float> x, float scale, float bias, float epsilon) {
     const auto size = static_cast<float>(x.size());
-    const float mean = sum16(x) / size;
+    const float mean = reduce16(x, -0.0f, plus, plus) / size;
     const float squares = reduce16(
         x, 0.0f, [mean](float sum, float v) { return std::fma(v - mean, v - mean, sum); }, plus);
     const float k = scale / std::sqrt(squares / size + epsilon);

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
 #include <memory>
 
 #include "math/chooseProduct.h"
@@ -32,33 +31,25 @@ const Kernel kKernels[] = {
 
 // Every length up to a few vectors, at every offset from an aligned address; what lies around stays as it is.
 TEST(VectorKernels, EqualOneOperationPerElementAtAnyAlignment) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    Values values(41);
     for (const Kernel& k : kKernels)
         for (int n = -1; n <= 21; ++n)
             for (std::size_t offset = 0; offset < 5; ++offset) {
-                std::vector<float> a = values.reals(40), b = values.reals(40);
-                a[offset + 2] = b[offset + 3] = nan;
-                a[offset + 5] = b[offset + 6] = b[offset + 5] = 0.0f;
-                b[offset + 7] = -0.0f;
-                std::vector<float> both = a, scaled = a;
-                const float s = b[offset + 1];
-                for (int i = 0; i < n; ++i) {
-                    both[offset + i] = k.one(a[offset + i], b[offset + i]);
-                    scaled[offset + i] = k.one(a[offset + i], s);
+                const std::vector<float> a = valuesWithSpecials(41, 40), b = valuesWithSpecials(42, 40);
+                std::vector<float> both = a, scaled = a, dst[5] = {a, a, a, a, a};
+                for (std::size_t i = offset; static_cast<int>(i - offset) < n; ++i) {
+                    both[i] = k.one(a[i], b[i]);
+                    scaled[i] = k.one(a[i], b[0]);
                 }
-                const float *const left = a.data() + offset, *const right = b.data() + offset;
-                const auto expectFrom = [&](const std::vector<float>& expected, auto kernel) {
-                    std::vector<float> dst = a;
-                    kernel(dst.data() + offset);
-                    expectSameBits(dst, expected);
-                };
-                expectFrom(both, [&](float* dst) { k.inPlace(n, dst, right); });
+                const auto at = [offset](auto& values) { return values.data() + offset; };
+                k.inPlace(n, at(dst[0]), at(b));
+                expectSameBits(dst[0], both);
                 if (!k.arrays) continue;
-                expectFrom(both, [&](float* dst) { k.arrays(n, dst, left, right); });
-                expectFrom(both, [&](float* dst) { k.arrays(n, dst, dst, right); });
-                expectFrom(scaled, [&](float* dst) { k.inPlaceScalar(n, dst, s); });
-                expectFrom(scaled, [&](float* dst) { k.scalar(n, dst, left, s); });
+                k.arrays(n, at(dst[1]), at(a), at(b));
+                k.arrays(n, at(dst[2]), at(dst[2]), at(b));
+                k.inPlaceScalar(n, at(dst[3]), b[0]);
+                k.scalar(n, at(dst[4]), at(a), b[0]);
+                for (const int i : {1, 2}) expectSameBits(dst[i], both);
+                for (const int i : {3, 4}) expectSameBits(dst[i], scaled);
             }
 }
 

@@ -12,19 +12,6 @@
 
 namespace {
 
-TEST(BinReader, ReadsLittleEndianValuesAtAnyAddress) {
-    const Bytes bytes = hex("ff  feff ffff  ff80  00000080  f(-1.5)");
-    BinReader in(bytes.data(), static_cast<int>(bytes.size()));
-    EXPECT_EQ(in.readByte(), 255);
-    EXPECT_EQ(in.readInt(), -2);
-    EXPECT_EQ(in.readShort(), -32513);
-    EXPECT_EQ(in.readInt(), INT32_MIN);
-    EXPECT_EQ(in.readFloat(), -1.5f);
-    EXPECT_FALSE(in.overflowed());
-    EXPECT_EQ(in.readByte(), 0);
-    EXPECT_TRUE(in.overflowed());
-}
-
 TEST(BinReader, OverflowGivesZeroesForGood) {
     for (const int size : {3, 0, -1, INT_MIN}) {
         const Bytes bytes = hex("010203");

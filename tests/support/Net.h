@@ -1,7 +1,7 @@
 // A network for a test: records it, builds it, runs it, releases it.
 //   Net net;  auto* x = net.input({1, 2, 3, 3, 3}, values);  auto out = net.run({net->relu(x)});  // out[0]: floats
 // values are copied; run may be called once per Net, runAgain as often as wanted after it. The back end is the one that
-// the program links (backEnd.h).
+// the program links (backEnd.h), or that of the builder that is given and then owned.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,7 +14,8 @@
 
 class Net {
 public:
-    explicit Net(const char* cfg = nullptr) : builder_(newBackEndBuilder(cfg)) {}
+    explicit Net(const char* cfg = nullptr) : Net(newBackEndBuilder(cfg)) {}
+    explicit Net(nolk::RunnerBuilder* builder) : builder_(builder) {}
     ~Net() {
         if (runner_) runner_->destroy();
         if (builder_) builder_->destroy();
@@ -59,11 +60,12 @@ public:
     }
 
     // The outputs' floats; an empty result when run returned false. What the layers do not write is kSentinel or
-    // garbage.
-    std::vector<std::vector<float>> runAgain() {
+    // garbage. With other values for the inputs, where they are given.
+    std::vector<std::vector<float>> runAgain(std::vector<std::vector<float>> values = {}) {
         std::vector<nolk::Tensor> in, out;
         std::vector<std::vector<float>> results;
-        for (Input& i : inputs_) in.push_back({i.shape, i.values.data()});
+        for (std::size_t i = 0; i < inputs_.size(); ++i)
+            in.push_back({inputs_[i].shape, (values.empty() ? inputs_[i].values : values[i]).data()});
         for (const nolk::TensorShape& s : outputShapes_)
             results.emplace_back(static_cast<std::size_t>(elementCount(s)) + 1, kSentinel);
         for (std::size_t i = 0; i < results.size(); ++i) out.push_back({outputShapes_[i], results[i].data()});

@@ -88,51 +88,22 @@ private:
         const Shape s = shapeOf(x);
         if (s.h > 30 || s.w > 60) return b_->resize(x, {s.n, s.c, 9, 11, 3}, nolk::ResizeMode::nearest, {});
         if (s.c > 150) return b_->convolve(x, {}, {1, 1}, {1, 1}, weights(1, 24, s.c, 1, 1));
-        switch (pick(0, 21)) {
-            case 0:
-            case 1:
-            case 2:
-                return convolution(x);
-            case 3:
-                return activation(normalization(convolution(x)));
-            case 4:
-                return grouped(x);
-            case 5:
-                return activation(depthwise(x));
-            case 6:
-                return deconvolution(x);
-            case 7:
-                return residual(x);
-            case 8:
-                return gated(x);
-            case 9:
-                return squeezeAndExcitation(x);
-            case 10:
-            case 11:
-                return concatenation(x);
-            case 12:
-                return activation(x);
-            case 13:
-                return normalization(normalization(x));
-            case 14:
-                return eltwise(x);
-            case 15:
-                return pooling(x);
-            case 16:
-                return resize(x);
-            case 17:
-                return reshape(x);
-            case 18:
-                return moved(x);
-            case 19:
-                return reduction(x);
-            case 20:
-                return normalization(activation(fullConnection(x)));
-            default:
-                return sequence(x);
-        }
+        using Make = X (RandomNetwork::*)(X);
+        using N = RandomNetwork;
+        const Make makes[] = {
+            &N::convolution,   &N::convolution,   &N::convolution, &N::block,         &N::grouped,
+            &N::depthwise,     &N::deconvolution, &N::residual,    &N::gated,         &N::squeezeAndExcitation,
+            &N::concatenation, &N::concatenation, &N::activation,  &N::normalization, &N::eltwise,
+            &N::pooling,       &N::resize,        &N::reshape,     &N::moved,         &N::reduction,
+            &N::connection,    &N::sequence};
+        const int kind = pick(0, 21);
+        X const y = (this->*makes[kind])(x);
+        if (kind == 5) return activation(y);
+        return kind == 13 ? normalization(y) : y;
     }
 
+    X block(X x) { return activation(normalization(convolution(x))); }
+    X connection(X x) { return normalization(activation(fullConnection(x))); }
     X convolution(X x) { return convolution(x, channels()); }
     X convolution(X x, int out) {
         const Shape s = shapeOf(x);
@@ -227,26 +198,17 @@ private:
 
     X activation(X x) {
         const Shape s = shapeOf(x);
-        switch (pick(0, 9)) {
-            case 0:
-                return b_->sigmoid(x);
-            case 1:
-                return b_->exp(b_->clip(x, -3.0f, 1.0f));
-            case 2:
-                return b_->clip(x, 0.0f, 6.0f);
-            case 3:
-                return b_->hardSigmoid(x, 0.3f, 0.4f);
-            case 4:
-                return b_->abs(x);
-            case 5:
-                return b_->leakyRelu(x, 0.1f);
-            case 6:
-                return b_->tanh(x);
-            case 7:  // in a batch, slopes do not follow the channels
-                return b_->prelu(x, std::vector<float>(static_cast<std::size_t>(s.c), 0.25f).data(), s.c);
-            default:
-                return b_->relu(x);
-        }
+        const int kind = pick(0, 9);
+        if (kind == 0) return b_->sigmoid(x);
+        if (kind == 1) return b_->exp(b_->clip(x, -3.0f, 1.0f));
+        if (kind == 2) return b_->clip(x, 0.0f, 6.0f);
+        if (kind == 3) return b_->hardSigmoid(x, 0.3f, 0.4f);
+        if (kind == 4) return b_->abs(x);
+        if (kind == 5) return b_->leakyRelu(x, 0.1f);
+        if (kind == 6) return b_->tanh(x);
+        if (kind > 7) return b_->relu(x);
+        // In a batch, slopes do not follow the channels.
+        return b_->prelu(x, std::vector<float>(static_cast<std::size_t>(s.c), 0.25f).data(), s.c);
     }
 
     X normalization(X x) {
@@ -257,35 +219,18 @@ private:
 
     X eltwise(X x) {
         const Shape s = shapeOf(x);
-        X other = nullptr;
-        switch (pick(0, 6)) {
-            case 0:
-                other = b_->reduce(x, {s.n, s.c, 1, 1, 3}, nolk::BasicOp::maximum);
-                break;
-            case 1:
-                other = b_->reduce(x, {s.n, 1, 1, 1, 3}, nolk::BasicOp::minimum);
-                break;
-            case 2:
-                other = b_->reduce(x, {s.n, 1, s.h, s.w, 3}, nolk::BasicOp::mean);
-                break;
-            case 3:
-                other = constant(s);
-                break;
-            default:
-                other = sameShape(x);
-        }
-        switch (pick(0, 4)) {
-            case 0:
-                return b_->add(x, other);
-            case 1:
-                return b_->sub(x, other);
-            case 2:
-                return b_->max(x, other);
-            case 3:
-                return b_->multiply(b_->clip(x, -2.0f, 2.0f), b_->tanh(other));
-            default:
-                return b_->divide(x, b_->exp(b_->tanh(other)));
-        }
+        const int from = pick(0, 6);
+        X const other = from == 0   ? b_->reduce(x, {s.n, s.c, 1, 1, 3}, nolk::BasicOp::maximum)
+                        : from == 1 ? b_->reduce(x, {s.n, 1, 1, 1, 3}, nolk::BasicOp::minimum)
+                        : from == 2 ? b_->reduce(x, {s.n, 1, s.h, s.w, 3}, nolk::BasicOp::mean)
+                        : from == 3 ? constant(s)
+                                    : sameShape(x);
+        const int kind = pick(0, 4);
+        if (kind == 0) return b_->add(x, other);
+        if (kind == 1) return b_->sub(x, other);
+        if (kind == 2) return b_->max(x, other);
+        if (kind == 3) return b_->multiply(b_->clip(x, -2.0f, 2.0f), b_->tanh(other));
+        return b_->divide(x, b_->exp(b_->tanh(other)));
     }
 
     X pooling(X x) {
@@ -319,34 +264,22 @@ private:
 
     X moved(X x) {
         const Shape s = shapeOf(x);
-        switch (pick(0, 3)) {
-            case 0:
-                return b_->transpose(x, {{0, 2, 3, 1}});
-            case 1:
-                return b_->slice(x, {1, s.c / 2, s.c, 1});
-            case 2: {  // what is left of one row is empty
-                X const y = b_->slice(x, {2, 0, s.h, 2});
-                return s.h > 1 ? y : x;
-            }
-            default:
-                return b_->pad(x, {pick(0, 2), 0, pick(0, 1), 1});
-        }
+        const int kind = pick(0, 3);
+        if (kind == 0) return b_->transpose(x, {{0, 2, 3, 1}});
+        if (kind == 1) return b_->slice(x, {1, s.c / 2, s.c, 1});
+        if (kind == 3) return b_->pad(x, {pick(0, 2), 0, pick(0, 1), 1});
+        X const y = b_->slice(x, {2, 0, s.h, 2});
+        return s.h > 1 ? y : x;  // what is left of one row is empty
     }
 
     X reduction(X x) {
         const Shape s = shapeOf(x);
-        switch (pick(0, 4)) {
-            case 0:
-                return b_->reduce(x, {s.n, 1, s.h, s.w, 3}, nolk::BasicOp::mean);
-            case 1:
-                return b_->reduce(x, {s.n, s.c, 1, s.w, 3}, nolk::BasicOp::maximum);
-            case 2:
-                return b_->reduce(x, {s.n, s.c, s.h, 1, 3}, nolk::BasicOp::mean);
-            case 3:
-                return b_->softmax(x, static_cast<nolk::Axis>(pick(1, 3)));
-            default:
-                return b_->instanceNormalization(x, 0.1f);
-        }
+        const int kind = pick(0, 4);
+        if (kind == 0) return b_->reduce(x, {s.n, 1, s.h, s.w, 3}, nolk::BasicOp::mean);
+        if (kind == 1) return b_->reduce(x, {s.n, s.c, 1, s.w, 3}, nolk::BasicOp::maximum);
+        if (kind == 2) return b_->reduce(x, {s.n, s.c, s.h, 1, 3}, nolk::BasicOp::mean);
+        if (kind == 3) return b_->softmax(x, static_cast<nolk::Axis>(pick(1, 3)));
+        return b_->instanceNormalization(x, 0.1f);
     }
 
     X fullConnection(X x) {

@@ -258,50 +258,39 @@ public:
         Floats ones(static_cast<std::size_t>(channels), 1.0f), zeros(ones.size());
         return instanceNormalization(x, {channels, ones.data()}, {channels, zeros.data()}, epsilon);
     }
-    X instanceNormalization(X input, nolk::Vector scale, nolk::Vector bias, float epsilon) override {
-        Plain y = of(input);
-        const Shape plane{1, 1, y.shape.h, y.shape.w, 3};
-        forEach({y.shape.n, y.shape.c, 1, 1, 3}, [&](int n, int c, int, int) {
-            const auto forEachValue = [&](auto f) {
-                forEach(plane, [&](int, int, int h, int w) { f(y.values[at(y.shape, n, c, h, w)]); });
-            };
+    X instanceNormalization(X x, nolk::Vector scale, nolk::Vector bias, float epsilon) override {
+        return lines(x, 2, 3, of(x).shape, [=](Floats plane, bool, int number) {
+            const int c = number % of(x).shape.c;
+            const auto size = static_cast<float>(plane.size());
             float mean = 0.0f, variance = 0.0f;
-            forEachValue([&](float v) { mean += v; });
-            mean /= static_cast<float>(count(plane));
-            forEachValue([&](float v) { variance = std::fma(v - mean, v - mean, variance); });
-            variance /= static_cast<float>(count(plane));
-            const float factor = scale.data[c] / std::sqrt(variance + epsilon);
+            for (const float v : plane) mean += v;
+            mean /= size;
+            for (const float v : plane) variance = std::fma(v - mean, v - mean, variance);
+            const float factor = scale.data[c] / std::sqrt(variance / size + epsilon);
             const float addend = std::fma(-mean, factor, bias.data[c]);
-            forEachValue([&](float& v) { v = std::fma(v, factor, addend); });
+            for (float& v : plane) v = std::fma(v, factor, addend);
+            return plane;
         });
-        return keep(y);
     }
 
-    X l2normalize(X input) override {
-        const Plain& x = of(input);
-        return make(x.shape, [&](int n, int c, int h, int w) {
+    X l2normalize(X x) override {
+        return lines(x, 1, 1, of(x).shape, [](Floats line, bool, int) {
             float sum = 0.0f;
-            for (int k = 0; k < x.shape.c; ++k) sum = std::fma(x.at(n, k, h, w), x.at(n, k, h, w), sum);
-            return x.at(n, c, h, w) / std::sqrt(sum);
+            for (const float v : line) sum = std::fma(v, v, sum);
+            for (float& v : line) v /= std::sqrt(sum);
+            return line;
         });
     }
 
-    X softmax(X input, nolk::Axis axis) override {
-        Plain y = of(input);
-        Shape starts = y.shape;  // of the lines
-        const int length = std::exchange(extentOf(starts, static_cast<int>(axis)), 1);
-        forEach(starts, [&](int n, int c, int h, int w) {
-            int i[] = {n, c, h, w};
-            const auto value = [&](int k) -> float& {
-                i[static_cast<int>(axis)] = k;
-                return y.values[at(y.shape, i[0], i[1], i[2], i[3])];
-            };
-            float largest = length > 0 ? value(0) : 0.0f, sum = 0.0f;
-            for (int k = 1; k < length; ++k) largest = value(k) > largest ? value(k) : largest;
-            for (int k = 0; k < length; ++k) sum += value(k) = std::exp(value(k) - largest);
-            for (int k = 0; k < length; ++k) value(k) /= sum;
+    X softmax(X x, nolk::Axis axis) override {
+        const int a = static_cast<int>(axis);
+        return lines(x, a, a, of(x).shape, [](Floats line, bool, int) {
+            float largest = line.empty() ? 0.0f : line[0], sum = 0.0f;
+            for (const float v : line) largest = larger(v, largest);
+            for (float& v : line) sum += v = std::exp(v - largest);
+            for (float& v : line) v /= sum;
+            return line;
         });
-        return keep(y);
     }
 
     // By accumulators that start as NaN, or plane by plane where only c is reduced.
@@ -347,7 +336,7 @@ public:
         });
     }
 
-private:
+protected:
     struct Plain {
         Shape shape;
         Floats values;
@@ -410,6 +399,24 @@ private:
         Floats values;
         forEach(shape, [&](int n, int c, int h, int w) { values.push_back(f(n, c, h, w)); });
         return input(shape, values);
+    }
+
+    // A tensor of the lines f(line, are its elements neighbours, its number); a line has the elements along these axes.
+    template <typename Function>
+    X lines(X input, int first, int last, const Shape& out, Function f) {
+        const Plain& x = of(input);
+        std::size_t outer = 1, length = 1, inner = 1;
+        for (int axis = 0; axis < 4; ++axis)
+            (axis < first ? outer : axis > last ? inner : length) *= static_cast<std::size_t>(extentOf(x.shape, axis));
+        Floats y(count(out));
+        for (std::size_t o = 0; o < outer; ++o)
+            for (std::size_t i = 0; i < inner; ++i) {
+                Floats line;
+                for (std::size_t k = 0; k < length; ++k) line.push_back(x.values[(o * length + k) * inner + i]);
+                line = f(line, inner == 1, static_cast<int>(o));
+                for (std::size_t k = 0; k < line.size(); ++k) y[(o * line.size() + k) * inner + i] = line[k];
+            }
+        return keep({out, std::move(y)});
     }
 
     template <typename Function>

@@ -35,12 +35,11 @@ inline std::vector<int> writtenShape(const std::vector<Shape>& shapes, const Rec
 
 // Ordinary values and special ones; with the inputs' storage free for the result, and with inputs that must keep their
 // values; twice in a row. By bits where tolerance is 0 and the back end has the same order of operations; with a
-// tolerance, with ordinary values alone.
+// tolerance, with ordinary values alone. On every instruction set.
 inline void expectReference(const std::vector<Shape>& shapes, const Record& record, float tolerance = 0.0f,
                             const char* cfg = nullptr) {
     const float allowed = std::max(tolerance, backEndTolerance());
-    for (int round = 0; round < (tolerance > 0.0f ? 2 : 4); ++round) {
-        const bool inputsStay = round % 2 == 1, special = round > 1;
+    const auto check = [&](bool inputsStay, bool special) {
         SCOPED_TRACE(testing::Message() << "inputs stay: " << inputsStay << ", special values: " << special);
         ReferenceBuilder reference;
         Net net(cfg);
@@ -72,7 +71,10 @@ inline void expectReference(const std::vector<Shape>& shapes, const Record& reco
                 allowed > 0.0f ? expectClose(results[i], wanted, allowed) : expectSameBits(results[i], wanted);
             }
         }
-    }
+    };
+    forEachInstructionSet([&] {
+        for (int round = 0; round < (tolerance > 0.0f ? 2 : 4); ++round) check(round % 2 == 1, round > 1);
+    });
 }
 
 // Builds and runs the network; what build said against it, or nothing.

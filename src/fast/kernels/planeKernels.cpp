@@ -56,7 +56,7 @@ void poolRow(const FastPool& c, const float* x, int rows, float* y) {
         }
         // Wraps where the built-in layer wraps.
         const int begin = p * c.stride.w - c.left;
-        const int left = larger(begin, 0), right = smaller(begin + c.kernel.w, c.xPixels);
+        const int left = larger(begin, 0), right = larger(smaller(begin + c.kernel.w, c.xPixels), left);
         poolPixels<Type, 1>(x + std::ptrdiff_t{left} * kFastBlock, c.xRow, rows, right - left, 0, y);
         ++p;
     }
@@ -67,7 +67,7 @@ void poolRows(const FastPool& c) {
     float* y = c.y;
     for (int i = 0; i < c.rows; ++i, y += c.yRow) {
         const int begin = (c.firstRow + i) * c.stride.h - c.top;
-        const int top = larger(begin, 0), bottom = smaller(begin + c.kernel.h, c.xRows);
+        const int top = larger(begin, 0), bottom = larger(smaller(begin + c.kernel.h, c.xRows), top);
         poolRow<Type>(c, c.x + top * c.xRow, bottom - top, y);
     }
 }

@@ -15,8 +15,7 @@ struct FastPool {
     int xRows = 0, xPixels = 0;
     float* y = nullptr;
     std::ptrdiff_t yRow = 0;
-    int firstRow = 0, rows = 0,
-        pixels = 0;  // computes `rows` output rows, from firstRow on; y is the first row's start
+    int firstRow = 0, rows = 0, pixels = 0;  // computes `rows` output rows; y is the start of row firstRow
     nolk::DimsHW kernel, stride;
     int top = 0, left = 0;
 };

@@ -285,8 +285,8 @@ void product(const FastProduct& call) {
     const std::int64_t unitInputs = static_cast<std::int64_t>(call.tapCount) * unit * (cutRows ? call.pixels : 1);
     const int most = unit * static_cast<int>(unitInputs < kMostInputs ? kMostInputs / unitInputs : 1);
     FastProduct strip = call;
-    for (int done = 0; done < all; done += most) {
-        const int size = all - done < most ? all - done : most;
+    for (int done = 0, size = 0; done < all; done += size) {
+        size = all - done < most ? all - done : most;
         (cutRows ? strip.rows : strip.pixels) = size;
         if (cutRows) strip.kernelRows.top = call.kernelRows.top + std::int64_t{done} * call.kernelRows.stride;
         strip.x = call.x + done * (cutRows ? call.xRow : call.xStep);

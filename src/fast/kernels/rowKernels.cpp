@@ -21,13 +21,15 @@ struct Part {
     Vector choose(Vector inside, Vector outside) const { return select(firstLanes(lanes), inside, outside); }
 };
 
-// Calls f(index, number of the vector in its block, Whole or Part) for every vector of a row.
+// Calls f(index, number of the vector in its block, Whole or Part) for every vector of a row. A row may have 2^31 - 1
+// elements, so no index may go beyond its end.
 template <typename Function>
 inline void forVectors(int count, Function f) {
-    int i = 0;
-    for (; i + kFastBlock <= count; i += kFastBlock)
+    const int whole = count - count % kFastBlock;
+    for (int i = 0; i < whole; i += kFastBlock)
         for (int part = 0; part < kParts; ++part) f(i + part * kLanes, part, Whole{});
-    for (int part = 0; i < count; i += kLanes, ++part) f(i, part, Part{count - i < kLanes ? count - i : kLanes});
+    for (int left = count - whole, part = 0; left > 0; left -= kLanes, ++part)
+        f(count - left, part, Part{left < kLanes ? left : kLanes});
 }
 
 // A number of vectors that the compiler knows.
@@ -41,9 +43,10 @@ struct Vectors {
 template <typename Function>
 inline void forStrips(int columns, Function f) {
     constexpr int kVectors = 4;
-    int i = 0;
-    for (; i + kVectors * kLanes <= columns; i += kVectors * kLanes) f(i, Whole{}, Vectors<kVectors>{});
-    for (; i < columns; i += kLanes) f(i, Part{columns - i < kLanes ? columns - i : kLanes}, Vectors<1>{});
+    const int whole = columns - columns % (kVectors * kLanes);
+    for (int i = 0; i < whole; i += kVectors * kLanes) f(i, Whole{}, Vectors<kVectors>{});
+    for (int left = columns - whole; left > 0; left -= kLanes)
+        f(columns - left, Part{left < kLanes ? left : kLanes}, Vectors<1>{});
 }
 
 // Reduces adjacent elements; the same result in all lanes.

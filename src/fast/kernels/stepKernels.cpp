@@ -24,16 +24,16 @@ Operand operandOf(const float* p, FastOperand mode) {
 // y = f(x, index of the vector's first element, number of the vector in its block, the function that loads operands).
 template <typename Function>
 inline void forVectors(const FastStepCall& call, Function f) {
-    int i = 0;
-    for (; i + kFastBlock <= call.count; i += kFastBlock)
+    const int whole = call.count - call.count % kFastBlock;
+    for (int i = 0; i < whole; i += kFastBlock)
         for (int part = 0; part < kParts; ++part) {
             const int at = i + part * kLanes;
             store(call.y + at, f(load(call.x + at), at, part, [](const float* p) { return load(p); }));
         }
-    for (int part = 0; i < call.count; i += kLanes, ++part) {
-        const int lanes = call.count - i < kLanes ? call.count - i : kLanes;
+    for (int left = call.count - whole, part = 0; left > 0; left -= kLanes, ++part) {
+        const int at = call.count - left, lanes = left < kLanes ? left : kLanes;
         const auto loadLanes = [lanes](const float* p) { return loadPart(p, lanes); };
-        storePart(call.y + i, f(loadLanes(call.x + i), i, part, loadLanes), lanes);
+        storePart(call.y + at, f(loadLanes(call.x + at), at, part, loadLanes), lanes);
     }
 }
 

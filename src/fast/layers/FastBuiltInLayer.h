@@ -1,4 +1,7 @@
-// Runs a built-in layer. Each arena has its own, bound to the tensors there.
+// Runs a built-in layer, for operations, shapes and settings that no layer of ours takes; its tensors are plain.
+// Built-in layers are bound to addresses, so each arena has its own, which FastRunner makes with the arena:
+//   arena.builtIn.push_back(layer.make(arena));
+// They use one thread and the arena's scratch memory, and round as the built-in implementation does.
 #pragma once
 
 #include <algorithm>

@@ -1,4 +1,5 @@
-// Puts channels of some tensors together: a concatenation whose parts do not begin with blocks, or a slice.
+// Puts channels of some tensors together: a concatenation or a slice where channels change their place in a block
+// of 16, or a concatenation of many copies. Otherwise chooseLayouts lets the tensors share memory, without a layer.
 //   in [n, c, h, w] each, out [n, c, h, w], all in blocks
 #pragma once
 

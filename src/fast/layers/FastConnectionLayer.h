@@ -1,6 +1,6 @@
 // A full connection: y = x * weight^T + bias, then the steps of the node.
-//   in [n, c, 1, 1] in blocks, or n * groups plain rows of c / groups elements, one after the other, whatever its
-//   extents weights [out, in], out [n, groups * out, 1, 1] plain
+//   in [n, c, 1, 1] in blocks; or plain, of any extents, read as n * groups rows of c / groups elements
+//   weights [out, in], out [n, groups * out, 1, 1] plain
 #pragma once
 
 #include "fast/layers/FastProductParts.h"

@@ -1,6 +1,7 @@
 #include "fast/layers/FastDeconvolutionLayer.h"
 
 #include <algorithm>
+#include <optional>
 
 FastDeconvolutionLayer::FastDeconvolutionLayer(const FastNode& node, const FastDeconvolution& op, const FastView& input,
                                                const FastView& output, const std::vector<FastView>& views,
@@ -19,9 +20,17 @@ FastDeconvolutionLayer::FastDeconvolutionLayer(const FastNode& node, const FastD
         packPhases(op);
 }
 
+// All phases without kernel indices have the same parts: the bias.
 void FastDeconvolutionLayer::packPhases(const FastDeconvolution& op) {
+    std::optional<std::size_t> bias;
     for (const Phase& rows : rows_)
-        for (const Phase& columns : columns_) parts_.push_back(pack(op, rows, columns));
+        for (const Phase& columns : columns_) {
+            const bool isBias = rows.kernel.empty() || columns.kernel.empty();
+            partsOfPhase_.push_back(isBias && bias ? *bias : parts_.size());
+            if (isBias && bias) continue;
+            if (isBias) bias = parts_.size();
+            parts_.push_back(pack(op, rows, columns));
+        }
 }
 
 // The lanes of one block hold [kernel row, kernel column, output channel].
@@ -94,9 +103,10 @@ std::vector<FastDeconvolutionLayer::Phase> FastDeconvolutionLayer::phasesOf(int 
         Phase phase;
         phase.first = first;
         phase.positions = divideUp(out - first, stride);
-        const int smallest = ((first + before) % stride + stride) % stride;
+        const std::int64_t nearest = std::int64_t{first} + before;
+        const int smallest = static_cast<int>((nearest % stride + stride) % stride);
         for (int k = smallest; k < kernel; k += stride) phase.kernel.push_back(k);
-        phase.source = (first + before - smallest) / stride;
+        phase.source = static_cast<int>((nearest - smallest) / stride);
         phases.push_back(std::move(phase));
     }
     return phases;
@@ -152,7 +162,7 @@ void FastDeconvolutionLayer::run(const FastRun& run) const {
         out.n * ranges * pieces, std::int64_t{pieceRows} * out.w * input_.shape.c * blocks * 4, [&](int task) {
             const int piece = task % pieces, range = task / pieces % ranges, sample = task / pieces / ranges;
             const int firstBlock = range * blocks, count = std::min(blocks, planes - firstBlock);
-            for (std::size_t phase = 0; phase < parts_.size(); ++phase)
+            for (std::size_t phase = 0; phase < partsOfPhase_.size(); ++phase)
                 compute(run, sample, phase, firstBlock, count, piece * pieceRows, (piece + 1) * pieceRows);
             const int begin = piece * pieceRows * stride_.h;
             const int end = std::min((piece + 1) * pieceRows * stride_.h, out.h);
@@ -170,7 +180,7 @@ void FastDeconvolutionLayer::compute(const FastRun& run, int sample, std::size_t
                                      int begin, int end) const {
     const Phase& rows = rows_[phase / columns_.size()];
     const Phase& columns = columns_[phase % columns_.size()];
-    const FastProductParts& parts = parts_[phase];
+    const FastProductParts& parts = parts_[partsOfPhase_[phase]];
     const FastProductPart& part = parts.parts.front();
     FastProduct call;
     call.rows = std::min(end, rows.positions) - begin;

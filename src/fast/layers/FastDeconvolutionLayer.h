@@ -43,7 +43,8 @@ private:
     FastView input_, output_;
     nolk::DimsHW stride_;
     std::vector<Phase> rows_, columns_;
-    std::vector<FastProductParts> parts_;  // of row phase i and column phase j at i * columns + j
+    std::vector<std::size_t> partsOfPhase_;  // index in parts_, of row phase i and column phase j at i * columns + j
+    std::vector<FastProductParts> parts_;
     FastEpilogue epilogue_;
     bool joinsPhases_;
     std::ptrdiff_t scratch_;

@@ -1,5 +1,6 @@
 // Layers that work on planes in blocks of channels: poolings, reductions of whole planes, instance normalisation,
-// resizing.
+// resizing. The threads divide the planes, or their rows; the kernels in kernels/planes.h compute 16 channels at a time
+// and say in which order sums are formed.
 #pragma once
 
 #include "fast/layers/FastPackedWeights.h"

@@ -1,5 +1,9 @@
-// The sums of products of a convolution, as parts that the product kernel can do: the taps of a group of channels, and
-// blocks of its outputs.
+// The sums of products of a convolution or full connection, as parts that the product kernel can do: the taps of a
+// group of channels, and blocks of its outputs.
+//   FastProductParts parts = FastProductParts::pack(weights, tapsOf(op, input));
+//   FastProduct call;  parts.set(call, parts.parts[0], 0, parts.parts[0].blocks);  run.kernels.product(call);
+// A group whose outputs are not whole blocks has parts of one block with fewer lanes. The packed weights are shared
+// with other runners in the process.
 #pragma once
 
 #include <cstdint>

@@ -13,7 +13,7 @@ template <typename F>
 void forOuter(const FastRun& run, const FastExtents& e, const F& f) {
     const std::int64_t floats = std::max<std::int64_t>(std::int64_t{e.extent} * e.inner, 1);
     const int count = static_cast<int>(std::clamp<std::int64_t>(kFloatsOfTask / floats, 1, e.outer));
-    run.team.forEach((e.outer + count - 1) / count, 2 * count * floats,
+    run.team.forEach(divideUp(e.outer, count), 2 * count * floats,
                      [&](int task) { f(task * count, std::min(count, e.outer - task * count)); });
 }
 
