@@ -55,8 +55,8 @@ struct ModelCost {
     std::int64_t weightBytes = 0;   // of weights and constants in memory
     std::int64_t scratchBytes = 0;  // of the operation that needs most
     std::int64_t multiplyAdds = 0;  // of one run, see ModelOperation
-    // multiplyAdds, one for each element that is read, written or copied otherwise, and one for each weight that
-    // loading multiplies, to fold a batch normalisation into it.
+    // multiplyAdds, one for each element that is read, written or copied otherwise, and one for each weight and each
+    // output channel that loading changes, to fold a batch normalisation into it.
     std::int64_t steps = 0;
 
     // tensorBytes + weightBytes + scratchBytes: the memory that the built-in implementation uses during a run, without

@@ -205,7 +205,7 @@ void ModelChecker::checkWithBuilder() {
         checkOperation(walk.record(), walk.model());
     }
     if (hasErrors()) return;
-    if (const std::string why = refusal(takeCost(), {limits_.memoryBytes}); !why.empty())
+    if (const std::string why = refusal(takeCost(), limits_, "to be built"); !why.empty())
         remark_ = "the network was not built: " + why;
     else
         build(walk.record(), *builder, walk.model());
@@ -216,7 +216,7 @@ nolk::ModelCost ModelChecker::takeCost() {
     std::vector<LoggedOperation> operations;
     for (Result& result : results_) operations.push_back(std::move(result.logged));
     results_ = {};
-    return costOf(operations, outputs_);
+    return buildingCostOf(costOf(operations, outputs_), operations);
 }
 
 void ModelChecker::checkOperation(const WalkedRecord& record, Model& model) {

@@ -56,6 +56,7 @@ ModelRecords::ModelRecords(const ModelFile& file, int batch) {
         outputs_.push_back(log.placeOf(output));
     }
     cost_ = costOf(log.operations(), outputs_);
+    buildingCost_ = buildingCostOf(cost_, log.operations());
     if (meaningless_.empty()) meaningless_ = brokenView(log.operations());
 }
 

@@ -21,6 +21,7 @@ public:
     const std::vector<nolk::ModelOperation>& operations() const { return operations_; }
     const std::vector<int>& outputs() const { return outputs_; }  // indices in operations
     const nolk::ModelCost& cost() const { return cost_; }
+    const nolk::ModelCost& buildingCost() const { return buildingCost_; }
 
     // The first operation whose result is undefined, or that ends the process, and why; empty when there is none.
     const std::string& meaningless() const { return meaningless_; }
@@ -30,6 +31,6 @@ private:
 
     std::vector<nolk::ModelOperation> operations_;
     std::vector<int> outputs_;
-    nolk::ModelCost cost_;
+    nolk::ModelCost cost_, buildingCost_;
     std::string meaningless_;
 };

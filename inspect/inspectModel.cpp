@@ -42,8 +42,9 @@ nolk::ModelTotals totalsOf(const std::vector<nolk::ModelOperation>& operations) 
 std::string whyNotBuilt(const ModelRecords& records, const nolk::InspectionOptions& options) {
     if (options.depth == nolk::InspectionDepth::records) return "not built: only the records were asked for";
     // Building could already end the process.
-    const std::string why =
-        records.meaningless().empty() ? refusal(records.cost(), {options.limits.memoryBytes}) : records.meaningless();
+    const std::string why = records.meaningless().empty()
+                                ? refusal(records.buildingCost(), options.limits, "to be built")
+                                : records.meaningless();
     return why.empty() ? "" : "not built: " + why;
 }
 

@@ -30,6 +30,7 @@ std::int64_t liveFloats(const std::vector<LoggedOperation>& operations, const st
 }
 
 // Products of weights with the batch normalisations that build may fold into them, before and behind each convolution.
+// Each output channel, which gets a bias, counts as one too.
 std::int64_t foldingSteps(const std::vector<LoggedOperation>& operations) {
     constexpr int kConvolve = kCodeOf<&nolk::RunnerBuilder::convolve>, kPad = kCodeOf<&nolk::RunnerBuilder::pad>;
     constexpr int kNormalize = kCodeOf<&nolk::RunnerBuilder::batchNormalize>;
@@ -40,7 +41,7 @@ std::int64_t foldingSteps(const std::vector<LoggedOperation>& operations) {
         const LoggedOperation& operation = operations[i];
         const int code = operation.operation ? operation.operation->code : -1;
         const int input = operation.inputs.empty() ? -1 : operation.inputs.front();
-        if (code == kConvolve) weights[i] = operation.parameterCount;
+        if (code == kConvolve) weights[i] = sumOf(operation.parameterCount, std::max(operation.output.c, 0));
         if (input < 0 || (code != kConvolve && code != kPad && code != kNormalize)) continue;
         const auto before = static_cast<std::size_t>(input);
         if (code == kConvolve) {
@@ -79,7 +80,12 @@ nolk::ModelCost costOf(const std::vector<LoggedOperation>& operations, const std
     return cost;
 }
 
-std::string refusal(const nolk::ModelCost& cost, const nolk::ModelLimits& limits) {
+nolk::ModelCost buildingCostOf(nolk::ModelCost cost, const std::vector<LoggedOperation>& operations) {
+    cost.steps = foldingSteps(operations);
+    return cost;
+}
+
+std::string refusal(const nolk::ModelCost& cost, const nolk::ModelLimits& limits, const char* purpose) {
     std::string text;
     if (cost.memoryBytes() > limits.memoryBytes)
         text = "it needs " + bytesText(cost.memoryBytes()) + " of memory (tensors " + grouped(cost.tensorBytes) +
@@ -87,6 +93,6 @@ std::string refusal(const nolk::ModelCost& cost, const nolk::ModelLimits& limits
                "), the limit is " + bytesText(limits.memoryBytes);
     if (cost.steps > limits.multiplyAdds)
         text += (text.empty() ? "it" : "; it") + std::string(" needs ") + grouped(cost.steps) +
-                " multiply-adds and other steps for a run, the limit is " + grouped(limits.multiplyAdds);
+                " multiply-adds and other steps " + purpose + ", the limit is " + grouped(limits.multiplyAdds);
     return text;
 }

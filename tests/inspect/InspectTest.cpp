@@ -96,6 +96,33 @@ TEST(InspectModel, BuildsNothingThatEndsTheProcess) {
     EXPECT_THROW(nolk::loadModel(nullptr, 5, 1), nolk::ModelError);
 }
 
+// A normalisation changes the bias of each output channel, even if there are no weights.
+TEST(InspectModel, CountsTheStepsOfFolding) {
+    const auto network = [](int normalizations, int inChannels) {
+        return fileOf([&](Writer& w) {
+            std::vector<float> values(10, 1.0f);
+            const nolk::Vector two{2, values.data()};
+            X* x = w.input({1, 2, 1, 1, 1});
+            for (int i = 0; i < normalizations; ++i) x = w.batchNormalize(x, two, two, two, two, 0.25f);
+            return std::vector<X*>{
+                w.convolve(x, {}, {1, 1}, {1, 1}, {1, 5, inChannels, 1, 1, false, values.data(), nullptr})};
+        });
+    };
+    for (const int inChannels : {0, 2}) {
+        const Bytes two = network(2, inChannels), three = network(3, inChannels);
+        const auto steps = [](const Bytes& file) { return nolk::inspectModel(file.data(), file.size()).cost.steps; };
+        const int folding = 5 * inChannels + 5;
+        EXPECT_EQ(steps(three) - steps(two), 2 + folding);
+        // Building needs no more than these, and is not begun if they are too many.
+        for (const bool isEnough : {false, true}) {
+            nolk::InspectionOptions options;
+            options.limits.multiplyAdds = 3 * folding - (isEnough ? 0 : 1);
+            EXPECT_EQ(nolk::inspectModel(three.data(), three.size(), options).isBuilt, isEnough);
+            EXPECT_EQ(nolk::checkModel(three.data(), three.size(), options.limits).remark.empty(), isEnough);
+        }
+    }
+}
+
 TEST(LoadModel, RunsTheNetwork) {
     const Bytes file = fileOf([](Writer& w) { return std::vector<X*>{w.abs(w.input({1, 2, 1, 1, 1}))}; });
     const nolk::Owned<nolk::Runner> runner = nolk::loadModel(file.data(), file.size(), 2, "NolkRaw:num_threads=2");
