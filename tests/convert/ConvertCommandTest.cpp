@@ -4,39 +4,17 @@
 #include <gtest/gtest.h>
 #include <nolk_model.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "convert/onnxText.h"
 
 namespace {
 
-namespace fs = std::filesystem;
-
-// A folder of its own, with what is written into it.
-class ConvertCommand : public ::testing::Test {
+class ConvertCommand : public InFolder {
 protected:
-    void SetUp() override { fs::create_directories(folder_); }
-    void TearDown() override { fs::remove_all(folder_); }
-
-    std::string path(const std::string& name) const { return (folder_ / name).string(); }
-
-    std::string write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(path(name), std::ios::binary) << bytes;
-        return path(name);
-    }
-
     std::string modelFile(const std::string& graph) const {
         return write("net.onnx", protoOfText(graph).SerializeAsString());
-    }
-
-    std::string read(const std::string& name) const {
-        std::ifstream file(path(name), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     // The exit status; what went to standard error stays in errors_.
@@ -52,11 +30,12 @@ protected:
         return status;
     }
 
-    std::size_t filesInFolder() const {
-        return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_), fs::directory_iterator()));
+    std::ptrdiff_t filesInFolder() const {
+        using Files = std::filesystem::directory_iterator;
+        return std::distance(Files(folder_), Files()) - 1;  // without the folder in it
     }
+    nlohmann::json report() const { return nlohmann::json::parse(read("report.json")); }
 
-    fs::path folder_ = fs::temp_directory_path() / ("nolk-convert-test-" + std::to_string(getpid()));
     std::string errors_;
 };
 
@@ -67,9 +46,8 @@ TEST_F(ConvertCommand, NamesInputsAndOutputsInTheFile) {
     const nolk::ModelInfo info = nolk::inspectModel(file.data(), file.size());
     EXPECT_EQ(info.inputNames, std::vector<std::string>{"image"});
     EXPECT_EQ(info.outputNames, std::vector<std::string>{"scores"});
-    const auto report = nlohmann::json::parse(read("report.json"));
-    EXPECT_EQ(report["converted"], true);
-    EXPECT_EQ(report["check"]["outputs"][0]["name"], "scores");
+    EXPECT_EQ(report()["converted"], true);
+    EXPECT_EQ(report()["check"]["outputs"][0]["name"], "scores");
 }
 
 TEST_F(ConvertCommand, NamesEveryNodeAndLeavesTheOutputAlone) {
@@ -82,7 +60,7 @@ TEST_F(ConvertCommand, NamesEveryNodeAndLeavesTheOutputAlone) {
         EXPECT_NE(errors_.find(type), std::string::npos) << type;
     EXPECT_EQ(errors_.find("(Relu)"), std::string::npos);
     EXPECT_EQ(read("net.cm"), "what was there");
-    EXPECT_EQ(filesInFolder(), 2U);
+    EXPECT_EQ(filesInFolder(), 2);
 }
 
 TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
@@ -119,7 +97,7 @@ TEST_F(ConvertCommand, TellsWrongUsageFromFailure) {
         EXPECT_EQ(run(c.arguments), c.status) << c.text;
         EXPECT_NE(errors_.find(c.text), std::string::npos) << errors_;
     }
-    EXPECT_EQ(filesInFolder(), 2U);
+    EXPECT_EQ(filesInFolder(), 2);
     EXPECT_EQ(run({in, out, "--shape", shape}), 0) << errors_;
 }
 
@@ -144,9 +122,8 @@ TEST_F(ConvertCommand, KeepsAFixedBatchThatTheCheckFindsJoined) {
         "(float[4,2,3] x) => (float[4,2,3] y) <int64[3] s = {-1,2,3}>"
         "{ t = Transpose<perm=[1,0,2]>(x) y = Reshape(t, s) }");
     ASSERT_EQ(run({in, path("net.cm"), "--report", path("report.json")}), 0) << errors_;
-    const auto report = nlohmann::json::parse(read("report.json"));
-    EXPECT_EQ(report["inputs"][0]["shape"], nlohmann::json({4, 2, 3}));
-    EXPECT_EQ(report["check"]["passed"], true);
+    EXPECT_EQ(report()["inputs"][0]["shape"], nlohmann::json({4, 2, 3}));
+    EXPECT_EQ(report()["check"]["passed"], true);
 }
 
 TEST_F(ConvertCommand, RefusesChecksThatTakeTooMuchMemory) {
@@ -155,7 +132,7 @@ TEST_F(ConvertCommand, RefusesChecksThatTakeTooMuchMemory) {
     EXPECT_NE(errors_.find("checking needs more than 768 MiB of memory: leave the check out by --no-check"),
               std::string::npos)
         << errors_;
-    EXPECT_FALSE(fs::exists(path("net.cm")));
+    EXPECT_FALSE(std::filesystem::exists(path("net.cm")));
     EXPECT_EQ(run({in, path("net.cm"), "--no-check"}), 0) << errors_;
 }
 
@@ -166,7 +143,7 @@ TEST_F(ConvertCommand, ChecksLossyFilesToo) {
                                                                      "{ y = Conv<pads=[1,1,1,1]>(x, w) }"))
                                                  .SerializeAsString());
     ASSERT_EQ(run({in, path("net.cm"), "--lossy", "--report", path("report.json")}), 0) << errors_;
-    const double difference = nlohmann::json::parse(read("report.json"))["check"]["outputs"][0]["relative"];
+    const double difference = report()["check"]["outputs"][0]["relative"];
     EXPECT_LT(difference, 0.1);
 }
 
@@ -174,9 +151,8 @@ TEST_F(ConvertCommand, ReportsAFileThatCannotBeRead) {
     const std::string good = modelFile("(float[N,2] x) => (float[N,2] y) { y = Relu(x) }"), bad = write("bad", "bad");
     const auto errorOf = [&](const std::vector<std::string>& arguments) -> std::string {
         EXPECT_EQ(run(arguments), 1);
-        const auto report = nlohmann::json::parse(read("report.json"));
-        EXPECT_EQ(report["converted"], false);
-        return report["error"];
+        EXPECT_EQ(report()["converted"], false);
+        return report()["error"];
     };
     EXPECT_EQ(errorOf({bad, path("net.cm"), "--report", path("report.json")}),
               bad + ": not an ONNX model, or cut short");
@@ -195,7 +171,7 @@ TEST_F(ConvertCommand, RemarksOnWhatIsLeftOut) {
     const auto remarksOf = [&](std::vector<std::string> options) -> nlohmann::json {
         options.insert(options.begin(), {in, path("net.cm"), "--report", path("report.json")});
         EXPECT_EQ(run(options), 0) << errors_;
-        return nlohmann::json::parse(read("report.json"))["remarks"];
+        return report()["remarks"];
     };
     const std::string unused = "no output depends on the values of input 'u': the file has no such input";
     EXPECT_EQ(remarksOf({}),

@@ -1,11 +1,8 @@
 // Files that the converter reads, and those that it must refuse.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <filesystem>
-#include <fstream>
 #include <functional>
 
 #include "convert/evaluate/evaluateGraph.h"
@@ -13,32 +10,22 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using convert::Dims;
 using onnx::TensorProto;
 using Floats = std::vector<float>;
 
-class ReadModel : public testing::Test {
+class ReadModel : public InFolder {
 protected:
-    ReadModel() : folder_(fs::temp_directory_path() / ("nolk_read_model_" + std::to_string(getpid()))) {
-        fs::create_directories(folder_ / "net");
-    }
-    ~ReadModel() override { fs::remove_all(folder_); }
-
-    fs::path write(const std::string& bytes, const char* name = "net/net.onnx") const {
-        std::ofstream(folder_ / name, std::ios::binary) << bytes;
-        return folder_ / name;
-    }
-    std::string refusalOf(const std::string& bytes) const {
+    convert::Model model(const std::string& bytes) const { return convert::readModel(write("net/net.onnx", bytes)); }
+    static std::string refusalOfFile(const std::string& path) {
         try {
-            convert::readModel(write(bytes));
+            convert::readModel(path);
         } catch (const convert::OnnxError& error) {
             return error.what();
         }
         return "is read";
     }
-
-    const fs::path folder_;
+    std::string refusalOf(const std::string& bytes) const { return refusalOfFile(write("net/net.onnx", bytes)); }
 };
 
 const char kGraph[] = "(float[N,2] x) => (float[N,2] y) <float[2] w = {1,2}> { y = Mul(x, w) }";
@@ -93,14 +80,11 @@ TEST(ArrayOf, ReadsEveryFormOfStorage) {
         else
             EXPECT_EQ(array.ints(), (Dims{1, 2}));
     }
-}
-
-TEST(ArrayOf, ReadsTheRareHalves) {
-    TensorProto tensor;
-    tensor.set_data_type(TensorProto::FLOAT16);
-    tensor.add_dims(4);
-    for (const int bits : {0x0001, 0x83ff, 0xfc00, 0x7bff}) tensor.add_int32_data(bits);
-    EXPECT_EQ(convert::arrayOf(tensor, {}).floats(), (Floats{0x1p-24F, -1023 * 0x1p-24F, -HUGE_VALF, 65504}));
+    TensorProto halves;
+    halves.set_data_type(TensorProto::FLOAT16);
+    halves.add_dims(4);
+    for (const int bits : {0x0001, 0x83ff, 0xfc00, 0x7bff}) halves.add_int32_data(bits);
+    EXPECT_EQ(convert::arrayOf(halves, {}).floats(), (Floats{0x1p-24F, -1023 * 0x1p-24F, -HUGE_VALF, 65504}));
 }
 
 TEST_F(ReadModel, SaysWhatBecomesFloat32) {
@@ -112,12 +96,12 @@ TEST_F(ReadModel, SaysWhatBecomesFloat32) {
     weights.clear_float_data();
     weights.add_int32_data(0x3c00);
     weights.add_int32_data(0x4000);
-    const convert::Model model = convert::readModel(write(proto.SerializeAsString()));
-    EXPECT_EQ(model.remarks,
+    const convert::Model read = model(proto.SerializeAsString());
+    EXPECT_EQ(read.remarks,
               (std::vector<std::string>{"1 tensor of float16 becomes float32", "1 tensor of float64 becomes float32"}));
-    EXPECT_EQ(model.initializers.at("w").floats(), (Floats{1, 2}));
-    EXPECT_EQ(inputsOf(model).at(0).dims, (Dims{-1, 2}));
-    EXPECT_EQ(inputsOf(model).at(0).parameters, (std::vector<std::string>{"N", ""}));
+    EXPECT_EQ(read.initializers.at("w").floats(), (Floats{1, 2}));
+    EXPECT_EQ(inputsOf(read).at(0).dims, (Dims{-1, 2}));
+    EXPECT_EQ(inputsOf(read).at(0).parameters, (std::vector<std::string>{"N", ""}));
 }
 
 // Stores w in a file beside the model.
@@ -136,48 +120,34 @@ onnx::ModelProto withExternalData(const std::string& location, const std::string
     return proto;
 }
 
-TEST_F(ReadModel, TakesWeightsFromAFileBesideIt) {
-    const float kBytes[] = {9, 1, 2};
-    write(std::string(reinterpret_cast<const char*>(kBytes), sizeof kBytes), "net/w.bin");
-    const fs::path path = write(withExternalData("w.bin", "4", "8").SerializeAsString());
-    EXPECT_EQ(convert::readModel(path).initializers.at("w").floats(), (Floats{1, 2}));
-}
-
-// Also below a branch; the data is not looked for in the current directory.
-TEST_F(ReadModel, TakesConstantsOfNodesFromAFileBesideIt) {
+// Weights and constants of nodes, also below a branch; the data is not looked for in the current directory.
+TEST_F(ReadModel, TakesFloatsFromAFileBesideIt) {
     const auto withConstant = [](const std::string& location) {
         const TensorProto stored = withExternalData(location, "4", "8").graph().initializer(0);
-        onnx::ModelProto proto = protoOfText("(float[N,2] x) => (float[N,2] y) { y = Mul(x, w) }");
-        onnx::NodeProto constant;
-        constant.set_op_type("Constant");
-        constant.add_output("w");
-        onnx::AttributeProto& value = *constant.add_attribute();
-        value.set_name("value");
-        value.set_type(onnx::AttributeProto::TENSOR);
-        *value.mutable_t() = stored;
-        onnx::NodeProto& branch = *proto.mutable_graph()->add_node();
-        branch.set_op_type("If");
-        onnx::AttributeProto& taken = *branch.add_attribute();
-        taken.set_name("then_branch");
-        taken.set_type(onnx::AttributeProto::GRAPH);
-        *taken.mutable_g()->add_node() = constant;
-        *proto.mutable_graph()->add_node() = constant;
+        onnx::ModelProto proto = protoOfText(
+            "(float[N,2] x) => (float[N,2] y)"
+            "{ y = Mul(x, w) z = If<then_branch = t () => () { w = Constant<value=float {0}>() }>(x)"
+            "  w = Constant<value=float {0}>() }");
+        auto& nodes = *proto.mutable_graph()->mutable_node();
+        *nodes[2].mutable_attribute(0)->mutable_t() = stored;
+        *nodes[1].mutable_attribute(0)->mutable_g()->mutable_node(0)->mutable_attribute(0)->mutable_t() = stored;
         return proto.SerializeAsString();
     };
     const float kBytes[] = {9, 1, 2};
-    write(std::string(reinterpret_cast<const char*>(kBytes), sizeof kBytes), "net/w.bin");
-    const convert::Model model = convert::readModel(write(withConstant("w.bin")));
-    const TensorProto& inner = model.graph().node(1).attribute(0).g().node(0).attribute(0).t();
-    EXPECT_EQ(model.initializers.at("w").floats(), (Floats{1, 2}));
+    write("net/w.bin", std::string(reinterpret_cast<const char*>(kBytes), sizeof kBytes));
+    const convert::Model weights = model(withExternalData("w.bin", "4", "8").SerializeAsString());
+    EXPECT_EQ(weights.initializers.at("w").floats(), (Floats{1, 2}));
+    const convert::Model constants = model(withConstant("w.bin"));
+    EXPECT_EQ(constants.initializers.at("w").floats(), (Floats{1, 2}));
+    const TensorProto& inner = constants.graph().node(1).attribute(0).g().node(0).attribute(0).t();
     EXPECT_EQ(convert::arrayOf(inner, {}).floats(), (Floats{1, 2}));
     EXPECT_EQ(refusalOf(withConstant("../w.bin")),
               "tensor 'w': external data '../w.bin' is not below the model's folder");
 }
 
 TEST_F(ReadModel, RefusesExternalDataThatLies) {
-    write(std::string(12, '\0'), "net/w.bin");
-    write(std::string(12, '\0'), "outside.bin");
-    fs::create_symlink("../outside.bin", folder_ / "net/link.bin");
+    for (const char* name : {"net/w.bin", "outside.bin"}) write(name, std::string(12, '\0'));
+    std::filesystem::create_symlink("../outside.bin", path("net/link.bin"));
     struct Row {
         const char *location, *offset, *length, *text;
     };
@@ -241,18 +211,10 @@ TEST_F(ReadModel, RefusesWhatItCannotUse) {
 }
 
 TEST_F(ReadModel, SaysWhyAFileIsNotOpened) {
-    const auto why = [](const fs::path& path) -> std::string {
-        try {
-            convert::readModel(path);
-        } catch (const convert::OnnxError& error) {
-            return error.what();
-        }
-        return "is read";
-    };
-    EXPECT_EQ(why(folder_ / "none.onnx"), "cannot be opened: No such file or directory");
-    EXPECT_EQ(why(folder_), "cannot be read: Is a directory");
-    ASSERT_EQ(mkfifo((folder_ / "pipe").c_str(), S_IRUSR | S_IWUSR), 0);
-    EXPECT_EQ(why(folder_ / "pipe"), "is no regular file");
+    EXPECT_EQ(refusalOfFile(path("none.onnx")), "cannot be opened: No such file or directory");
+    EXPECT_EQ(refusalOfFile(path("net")), "cannot be read: Is a directory");
+    ASSERT_EQ(mkfifo(path("pipe").c_str(), S_IRUSR | S_IWUSR), 0);
+    EXPECT_EQ(refusalOfFile(path("pipe")), "is no regular file");
 }
 
 }  // namespace

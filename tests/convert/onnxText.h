@@ -6,7 +6,11 @@
 
 #include <gtest/gtest.h>
 #include <onnx/defs/parser.h>
+#include <unistd.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -25,6 +29,26 @@ inline onnx::ModelProto protoOfText(const std::string& text, int opset = kUsualO
 inline convert::Model modelOfText(const std::string& text, int opset = kUsualOpset) {
     return convert::modelOf(protoOfText(text, opset), {});
 }
+
+// Tests with a folder of their own.
+class InFolder : public testing::Test {
+protected:
+    InFolder() { std::filesystem::create_directories(folder_ / "net"); }
+    ~InFolder() override { std::filesystem::remove_all(folder_); }
+
+    std::string path(const std::string& name) const { return (folder_ / name).string(); }
+    std::string write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(path(name), std::ios::binary) << bytes;
+        return path(name);
+    }
+    std::string read(const std::string& name) const {
+        std::ifstream file(path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    const std::filesystem::path folder_ =
+        std::filesystem::temp_directory_path() / ("nolk-convert-" + std::to_string(getpid()));
+};
 
 // 0, 1, 2, ... times a factor, from an offset.
 inline std::vector<float> ramp(std::size_t count, float factor = 1, float offset = 0) {

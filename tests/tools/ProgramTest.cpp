@@ -1,12 +1,16 @@
 // What all commands of the program have in common.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "support/Program.h"
 
 namespace {
 
 TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
     const std::string commands = "info, run, bench, check, diff or convert";
+    const std::string large = writeTemporary("large.cm", std::string("CM"));
+    std::filesystem::resize_file(large, 2147483648);  // a hole that takes no room
     expectRefused({}, {{{}, "no command; " + commands + "; see nolk --help", 2},
                        {{"inf", "x.cm"}, "inf: no such command; " + commands, 2},
                        {{"--frobnicate"}, "--frobnicate: no such option; see nolk --help", 2},
@@ -15,7 +19,8 @@ TEST(Program, ErrorsAreOneLineAndNameWhatIsWrong) {
                        {{"info", "no\nsuch\tfile"}, "no?such?file: no such file"},
                        {{"info", "/"}, "/: is a directory"},
                        {{"check", "/dev/zero"}, "/dev/zero: not a regular file"},
-                       {{"bench", "/dev/null"}, "/dev/null: not a regular file"}});
+                       {{"bench", "/dev/null"}, "/dev/null: not a regular file"},
+                       {{"info", large}, large + ": larger than 2 GiB, so it is no model file"}});
 }
 
 TEST(Program, NoCommandRunsAnOperationThatMeansNothing) {

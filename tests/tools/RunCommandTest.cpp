@@ -47,6 +47,10 @@ TEST(RunCommand, AnOutputWithoutValuesIsAnEmptyFile) {
     const std::string file = outputsOf({model, "--input", input}, 1)[0];
     EXPECT_NE(file.find("'shape': (1, 2, 0, 0)"), std::string::npos) << file;
     EXPECT_EQ(runProgram({"diff", model, writeTemporary("empty.npy", file), "--input", input}).status, 0);
+    const std::string fewer = modelFile("fewer.cm", [](nolk::RunnerBuilder& b) {
+        return Outputs{b.slice(b.input({1, 2, 1, 1, 1}), {1, 2, 0, 1})};
+    });
+    EXPECT_EQ(runProgram({"run", fewer, "--input", input}).out, "output 0 [1, -2], the largest values:\n  sample 0:\n");
 }
 
 TEST(RunCommand, PrintsTheLargestOfEachSampleAndTheRangeOfOtherTensors) {

@@ -68,6 +68,7 @@ struct MatMul {
 MatMul matMulOf(const Call& call) {
     MatMul mul{call.dims(0), call.dims(1), {}, {}};
     need(!mul.a.empty() && !mul.b.empty(), "expects matrices");
+    need(!call.has(2), "expects 2 inputs");
     const bool rowAlone = mul.a.size() == 1, columnAlone = mul.b.size() == 1;
     if (rowAlone) mul.a.insert(mul.a.begin(), 1);
     if (columnAlone) mul.b.push_back(1);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <climits>
 #include <stdexcept>
 #include <string_view>
 
@@ -45,6 +46,7 @@ nolk::Owned<nolk::Runner> newRunner(const std::vector<unsigned char>& bytes, int
 
 std::vector<unsigned char> readModel(const std::string& path) {
     InputFile file(path);
+    if (file.left() > INT_MAX) file.fail("larger than 2 GiB, so it is no model file");
     std::vector<unsigned char> bytes(static_cast<std::size_t>(file.left()));
     file.read(bytes.data(), file.left());
     const std::string_view begin(reinterpret_cast<const char*>(bytes.data()), std::min(bytes.size(), kOnnxBeginBytes));

@@ -41,7 +41,7 @@ std::string topText(const float* values, std::size_t count) {
 }
 
 std::string topOfSamples(const HostTensor& tensor) {
-    const auto count = static_cast<std::size_t>(tensor.shape.c);
+    const auto count = static_cast<std::size_t>(std::max(tensor.shape.c, 0));
     std::string text;
     for (int n = 0; n < tensor.shape.n; ++n)
         text += "  sample " + std::to_string(n) + ":" +
