@@ -37,7 +37,7 @@ inline bool sameExtents(const nolk::TensorShape& a, const nolk::TensorShape& b) 
 }
 
 // Not a + b - 1, which wraps for lengths next to 2^31.
-inline int divideUp(int a, int b) { return a > 0 ? (a - 1) / b + 1 : 0; }
+inline int divideUp(int a, int b) { return a / b + (a % b > 0 ? 1 : 0); }
 
 inline int blocksOf(int channels) { return divideUp(channels, kFastBlock); }
 
