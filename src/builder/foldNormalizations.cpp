@@ -44,8 +44,8 @@ public:
         return c < different_.size() ? different_[c] : others_;
     }
 
-    // From this output channel on, the factors are the same for all.
-    int sameFrom() const { return isByInput ? 0 : static_cast<int>(different_.size()); }
+    // From this channel on, the factors are the same for all.
+    int sameFrom() const { return static_cast<int>(different_.size()); }
 
     const bool isBefore;
     const bool isByInput;
@@ -64,7 +64,7 @@ public:
             folds_.emplace_back(n, weights);
             hasBefore_ = hasBefore_ || folds_.back().isBefore;
             isByInput_ = isByInput_ || folds_.back().isByInput;
-            sameFrom_ = std::max(sameFrom_, folds_.back().sameFrom());
+            if (!folds_.back().isByInput) sameFrom_ = std::max(sameFrom_, folds_.back().sameFrom());
         }
         kernels_ = weights.inChannels;
         kernelSize_ = weights.kernelH * weights.kernelW;
@@ -124,7 +124,9 @@ private:
         addedByZeros_.resize(folds_.size());
         for (std::size_t n = 0; n < folds_.size(); ++n) {
             if (!folds_[n].isByInput) continue;
-            for (int i = 0; i < kernels_; ++i) {
+            // Where no weight will be multiplied, channels that are the same add the same once and again: 0 or NaN.
+            const int kernels = kernelSize_ > 0 ? kernels_ : std::min(kernels_, folds_[n].sameFrom() + 1);
+            for (int i = 0; i < kernels; ++i) {
                 float& zero = zeros_[static_cast<std::size_t>(i)];
                 zero *= static_cast<float>(folds_[n].at(0, i).factor);
                 if (std::isnan(zero)) firstNan_ = std::min(firstNan_, n);
