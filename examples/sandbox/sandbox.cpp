@@ -155,7 +155,8 @@ bool probe() {
     const bool open = isKilled("open", [] { ::open("/dev/null", O_RDONLY); });
     const bool socket = isKilled("socket", [] { ::socket(AF_INET, SOCK_STREAM, 0); });
     const bool exec = isKilled("exec", [] { ::execl("/bin/true", "true", nullptr); });
-    return open && socket && exec && isRefused();
+    const bool signal = isKilled("signal", [] { ::kill(::getpid(), 0); });
+    return open && socket && exec && signal && isRefused();
 }
 
 }  // namespace
