@@ -6,7 +6,7 @@
 
 class MemoryLimit {
 public:
-    // build throws std::length_error for a network whose arenas, packed weights and constants take more bytes.
+    // build throws std::length_error for a network whose arenas, weights, vectors and constants take more bytes.
     virtual void limitMemory(std::int64_t bytes) = 0;
 
 protected:

@@ -17,6 +17,7 @@
 #include <variant>
 #include <vector>
 
+#include "fast/FastChannelValues.h"
 #include "fast/FastLayout.h"
 #include "fast/kernels/steps.h"
 #include "layers/Layer.h"
@@ -54,7 +55,7 @@ struct FastReduce {
 };
 
 struct FastInstanceNorm {
-    std::vector<float> scale, bias;  // a value for each channel; empty for 1 and 0
+    FastChannelValues scale, bias;
     float epsilon;
 };
 
@@ -83,6 +84,7 @@ struct FastLstm {
 struct FastBuiltIn {
     std::function<std::unique_ptr<Layer>(const std::vector<nolk::Tensor>& inputs, nolk::Tensor output)> make;
     std::int64_t outputFloats;  // that the layer may write
+    double keptFloats = 0.0;    // of weights and vectors, which the layers of all arenas share
 };
 
 struct FastConcat {};  // along the channels
@@ -124,7 +126,7 @@ struct FastNodeStep {
     FastStep step;
     FastOperandKind kind = FastOperandKind::none;
     int operand = -1;  // the value
-    std::vector<float> first, second;
+    FastChannelValues first, second;
 };
 
 struct FastNode {

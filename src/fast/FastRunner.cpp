@@ -23,9 +23,6 @@ std::int64_t nanoseconds() {
     return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-// Floats that a built-in layer may want while it runs: the tables of a resize.
-constexpr int kBuiltInScratch = 32 * 1024;
-
 // By a task that copies a plane or a block of planes.
 std::int64_t copiedFloats(const FastView& host) { return host.strides.plane * 4; }
 
@@ -124,7 +121,7 @@ std::unique_ptr<FastArena> FastRunner::newArena() const {
     for (const auto& layer : layers_)
         if (const auto* builtIn = dynamic_cast<const FastBuiltInLayer*>(layer.get()))
             arena->builtIn.push_back(builtIn->make(*arena));
-    if (!arena->builtIn.empty()) arena->scratch.growTo(kBuiltInScratch);
+    if (!arena->builtIn.empty()) arena->scratch.growTo(FastBuiltInLayer::kScratch);
     return arena;
 }
 

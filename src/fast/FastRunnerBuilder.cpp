@@ -12,13 +12,14 @@
 
 nolk::Runner* FastRunnerBuilder::build(nolk::TensorX** outputs, int count) {
     const std::vector<nolk::TensorX*> graphOutputs = prepare(outputs, count);
+    for (const auto& factory : factories()) factory->givenArrays = &givenArrays();
     FastGraph graph = readFastGraph(factories(), inputs(), graphOutputs);
     fuseSteps(graph);
     const std::vector<FastConstantCopy> copies = chooseLayouts(graph);
     std::vector<FloatBuffer> unread;
     const double constantFloats = keepConstants(graph, constants(), givenArrays(), unread);
     const FastPlan plan = planMemory(graph, scratchFloatsOf(graph, settings_.numThreads));
-    checkMemory(plan.floats, packedFloats(graph) + constantFloats);
+    checkMemory(plan.floats, keptFloats(graph, settings_.arenas) + constantFloats);
     fillConstants(copies);
     unread.clear();
     auto runner = std::make_unique<FastRunner>(std::move(graph), plan, settings_, givenArrays());

@@ -182,18 +182,20 @@ struct Scaling {
 bool isScaling(const FastNodeStep& step) { return step.step.kind == FastStepKind::scaleAdd; }
 
 // Several scalings as one, so that the weights are multiplied once. In double, so that each value is rounded once.
-Scaling combined(std::vector<FastNodeStep>::const_iterator step, std::vector<FastNodeStep>::const_iterator end) {
-    std::vector<double> factor(step->first.begin(), step->first.end());
-    std::vector<double> addend(step->second.begin(), step->second.end());
-    while (++step != end)
-        for (std::size_t c = 0; c < factor.size(); ++c) {
-            const double next = static_cast<double>(step->first[c]);
-            factor[c] *= next;
-            addend[c] = addend[c] * next + static_cast<double>(step->second[c]);
-        }
+Scaling combined(std::vector<FastNodeStep>::const_iterator begin, std::vector<FastNodeStep>::const_iterator end,
+                 int channels) {
     Scaling scaling;
-    for (const double value : factor) scaling.factor.push_back(static_cast<float>(value));
-    for (const double value : addend) scaling.addend.push_back(static_cast<float>(value));
+    for (int c = 0; c < channels; ++c) {
+        double factor = static_cast<double>(*begin->first.from(c)),
+               addend = static_cast<double>(*begin->second.from(c));
+        for (auto step = begin + 1; step != end; ++step) {
+            const double next = static_cast<double>(*step->first.from(c));
+            factor *= next;
+            addend = addend * next + static_cast<double>(*step->second.from(c));
+        }
+        scaling.factor.push_back(static_cast<float>(factor));
+        scaling.addend.push_back(static_cast<float>(addend));
+    }
     return scaling;
 }
 
@@ -224,14 +226,14 @@ void foldScalings(FastGraph& graph) {
     for (FastNode& node : graph.nodes) {
         const auto end = std::find_if_not(node.steps.begin(), node.steps.end(), isScaling);
         if (end != node.steps.begin()) {
-            const Scaling scaling = combined(node.steps.begin(), end);
+            const auto scaling = [&] { return combined(node.steps.begin(), end, graph.at(node.output).shape.c); };
             // An empty input of a full connection may have a negative number of channels.
             const auto inChannels = static_cast<std::size_t>(std::max(graph.at(node.inputs.front()).shape.c, 0));
             if (auto* deconvolution = std::get_if<FastDeconvolution>(&node.operation))
-                fold(*deconvolution, scaling, inChannels);
+                fold(*deconvolution, scaling(), inChannels);
             else if (auto* connection = std::get_if<FastConnection>(&node.operation);
                      connection && connection->weights.groups == 1 && connection->weights.weight)
-                fold(*connection, scaling, inChannels);
+                fold(*connection, scaling(), inChannels);
             else
                 continue;
             node.steps.erase(node.steps.begin(), end);

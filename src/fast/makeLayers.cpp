@@ -139,9 +139,9 @@ void release(const FastLstm& op, FloatArrays& given) {
     given.take(op.weights.recurrentWeights);
 }
 
-// Floats that a node's layer packs, and its lists of taps take. Doubles, because some products of extents are bounded
-// by nothing but memory.
-struct PackedFloats {
+// Floats that a node's layer packs or keeps, and its lists of taps take. Doubles, because some products of extents are
+// bounded by nothing but memory.
+struct KeptFloats {
     const nolk::TensorShape& in;
     const nolk::TensorShape& out;
 
@@ -169,6 +169,8 @@ struct PackedFloats {
     double operator()(const FastMatmul& op) const {
         return double(op.samples) * out.c * blocksOf(out.w) * kFastBlock * in.w;
     }
+    double operator()(const FastInstanceNorm& op) const { return double(op.scale.floats() + op.bias.floats()); }
+    double operator()(const FastBuiltIn& op) const { return op.keptFloats; }
     template <typename Operation>
     double operator()(const Operation&) const {
         return 0.0;
@@ -177,12 +179,15 @@ struct PackedFloats {
 
 }  // namespace
 
-double packedFloats(const FastGraph& graph) {
-    double floats = 0.0;
-    for (const FastNode& node : graph.nodes)
+double keptFloats(const FastGraph& graph, int arenas) {
+    double floats = 0.0, scratch = 0.0;
+    for (const FastNode& node : graph.nodes) {
         floats +=
-            std::visit(PackedFloats{graph.at(node.inputs.front()).shape, graph.at(node.output).shape}, node.operation);
-    return floats;
+            std::visit(KeptFloats{graph.at(node.inputs.front()).shape, graph.at(node.output).shape}, node.operation);
+        for (const FastNodeStep& step : node.steps) floats += double(step.first.floats() + step.second.floats());
+        if (std::holds_alternative<FastBuiltIn>(node.operation)) scratch = FastBuiltInLayer::kScratch;
+    }
+    return floats + scratch * arenas;
 }
 
 std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads) {

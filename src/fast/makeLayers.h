@@ -17,8 +17,9 @@
 // What each node's layer needs while it runs.
 std::vector<std::int64_t> scratchFloatsOf(const FastGraph& graph, int numThreads);
 
-// Floats that the layers' packed weights take.
-double packedFloats(const FastGraph& graph);
+// Floats that the layers keep: packed weights, constants of channels, and scratch memory of the built-in layers, which
+// each of the arenas has.
+double keptFloats(const FastGraph& graph, int arenas);
 
 // One layer for each node. Packs the weights; arrays in `given` are freed as soon as they are packed.
 std::vector<std::unique_ptr<FastLayer>> makeLayers(const FastGraph& graph, const FastPlan& plan, int numThreads,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 
 #include "builder/shapes.h"
 #include "layers/ownedFloats.h"
@@ -50,20 +51,30 @@ struct RawDeConvolutionLayer::Part {
 };
 
 RawDeConvolutionLayer::RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding,
-                                             nolk::DimsHW stride, const nolk::Weights& weights, FloatArrays* given)
+                                             nolk::DimsHW stride, std::shared_ptr<const Arrays> arrays)
     : input_(input),
       output_(output),
       columnStep_(std::max(stride.w, 1)),
-      rows_(axisOf(input.shape.h, output.shape.h, weights.kernelH, stride.h, padding.top, padding.bottom)),
-      columns_(axisOf(input.shape.w, output.shape.w, weights.kernelW, stride.w, padding.left, padding.right)) {
+      rows_(axisOf(input.shape.h, output.shape.h, arrays->kernelH, stride.h, padding.top, padding.bottom)),
+      columns_(axisOf(input.shape.w, output.shape.w, arrays->kernelW, stride.w, padding.left, padding.right)),
+      arrays_(std::move(arrays)) {
     desc = "deconv";
-    const nolk::TensorShape& in = input.shape;
-    const nolk::TensorShape& out = output.shape;
-    if (elementCount(out) == 0) return;
-    for (int o = 0; o < out.c && weights.bias && weights.groups > 0; ++o)
-        bias_.push_back(weights.bias[weights.shared ? o % weights.outChannels : o]);
+}
+
+std::shared_ptr<const RawDeConvolutionLayer::Arrays> RawDeConvolutionLayer::arraysOf(const nolk::TensorShape& in,
+                                                                                     const nolk::TensorShape& out,
+                                                                                     const nolk::Weights& weights,
+                                                                                     FloatArrays* given) {
+    auto arrays = std::make_shared<Arrays>(Arrays{weights.kernelH, weights.kernelW, nullptr, {}});
+    if (elementCount(out) == 0) return arrays;
+    if (weights.bias && weights.groups > 0) {
+        arrays->bias.resize(static_cast<std::size_t>(out.c));
+        for (int o = 0; o < out.c; ++o)
+            arrays->bias[static_cast<std::size_t>(o)] = weights.bias[weights.shared ? o % weights.outChannels : o];
+    }
     if (hasProducts(in, out, weights))
-        weight_ = ownedFloats(weights.weight, in.c * out.c * weights.kernelH * weights.kernelW, given);
+        arrays->weight = ownedFloats(weights.weight, in.c * out.c * weights.kernelH * weights.kernelW, given);
+    return arrays;
 }
 
 bool RawDeConvolutionLayer::hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out,
@@ -98,7 +109,7 @@ void RawDeConvolutionLayer::run(AlignedMemory<float>&) {
     const nolk::TensorShape& i = input_.shape;
     const nolk::TensorShape& o = output_.shape;
     if (elementCount(o) == 0) return;
-    if (!weight_) return fillWithBias();
+    if (!arrays_->weight) return fillWithBias();
     const std::ptrdiff_t inSample = static_cast<std::ptrdiff_t>(i.c) * i.h * i.w;
     const std::ptrdiff_t outSample = static_cast<std::ptrdiff_t>(o.c) * o.h * o.w;
     for (std::ptrdiff_t n = 0; n < o.n; ++n)
@@ -113,7 +124,7 @@ void RawDeConvolutionLayer::fillWithBias() const {
 }
 
 float RawDeConvolutionLayer::withBias(float sum, int channel) const {
-    return bias_.empty() ? sum : sum + bias_[static_cast<std::size_t>(channel)];
+    return arrays_->bias.empty() ? sum : sum + arrays_->bias[static_cast<std::size_t>(channel)];
 }
 
 // Computes one output row of every channel.
@@ -182,7 +193,7 @@ void RawDeConvolutionLayer::addUp(const float* in, float* out, const Part& part)
     for (int c = 0; c < output_.shape.c; ++c, out += plane) {
         float sums[kColumns];
         for (std::ptrdiff_t k = 0; k < kColumns && !part.isFirst; ++k) sums[k] = out[k * columnStep_];
-        sumUp<kVectors>(in, weight_.get() + c * kernel, part.products, part.count, part.isFirst, sums);
+        sumUp<kVectors>(in, arrays_->weight.get() + c * kernel, part.products, part.count, part.isFirst, sums);
         for (std::ptrdiff_t k = 0; k < kColumns; ++k)
             out[k * columnStep_] = part.isLast ? withBias(sums[k], c) : sums[k];
     }

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "layers/Layer.h"
@@ -21,8 +22,18 @@ public:
         std::ptrdiff_t weight;
     };
 
+    // What layers of the same operation share.
+    struct Arrays {
+        int kernelH, kernelW;
+        FloatBuffer weight;       // of the input's channels; null if there is nothing to multiply
+        std::vector<float> bias;  // one for every output channel, or none
+    };
+    // Takes the weights from `given` if it has them, else copies them. given may be null.
+    static std::shared_ptr<const Arrays> arraysOf(const nolk::TensorShape& in, const nolk::TensorShape& out,
+                                                  const nolk::Weights& weights, FloatArrays* given);
+
     RawDeConvolutionLayer(nolk::Tensor input, nolk::Tensor output, nolk::Padding padding, nolk::DimsHW stride,
-                          const nolk::Weights& weights, FloatArrays* given = nullptr);
+                          std::shared_ptr<const Arrays> arrays);
 
     // Whether there is anything to multiply. If not, the weights are never read.
     static bool hasProducts(const nolk::TensorShape& in, const nolk::TensorShape& out, const nolk::Weights& weights);
@@ -62,6 +73,5 @@ private:
     int columnStep_;  // distance of output columns that use the same kernel columns
     Axis rows_;
     Axis columns_;
-    FloatBuffer weight_;       // of the input's channels; null if there is nothing to multiply
-    std::vector<float> bias_;  // one for every output channel, or none
+    std::shared_ptr<const Arrays> arrays_;
 };

@@ -32,6 +32,7 @@ void RawDeConvolutionLayerFactory::check() const {
 }
 
 std::unique_ptr<Layer> RawDeConvolutionLayerFactory::create() {
-    return std::make_unique<RawDeConvolutionLayer>(input()->toTensor(), output()->toTensor(), padding_, stride_,
-                                                   weights_, givenArrays);
+    const nolk::Tensor in = input()->toTensor(), out = output()->toTensor();
+    return std::make_unique<RawDeConvolutionLayer>(
+        in, out, padding_, stride_, RawDeConvolutionLayer::arraysOf(in.shape, out.shape, weights_, givenArrays));
 }

@@ -19,14 +19,14 @@ std::size_t countWithoutZerosAtEnd(const float* floats, std::size_t count) {
 ChannelVector::ChannelVector(const float* data, int count) {
     if (!data || count < 1) return;
     size_ = count;
-    stored_.assign(data, data + countWithoutZerosAtEnd(data, static_cast<std::size_t>(count)));
+    const std::size_t stored = countWithoutZerosAtEnd(data, static_cast<std::size_t>(count));
+    if (stored > 0) stored_ = std::make_shared<const std::vector<float>>(data, data + stored);
 }
 
 std::vector<float> ChannelVector::first(int n) const {
     const auto count = static_cast<std::size_t>(std::max(std::min(n, size_), 0));
-    std::vector<float> values(stored_.begin(),
-                              stored_.begin() + static_cast<std::ptrdiff_t>(std::min(count, stored_.size())));
-    values.resize(count);
+    std::vector<float> values(count);
+    if (stored_) std::copy_n(stored_->begin(), std::min(count, stored_->size()), values.begin());
     return values;
 }
 

@@ -86,6 +86,17 @@ TEST(FastMemory, WhatIsLimitedIsWhatIsTaken) {
          [](Builder& b, X x, Arrays& a) {
              return b.matMul(x, constant(b, {1, 1, 300, 500, 3}, a));
          }},
+        {{1, 400, 2, 2, 3},  // with so many phases that the built-in layer does it
+         [](Builder& b, X x, Arrays& a) {
+             return b.deConvolve(x, {}, {9, 9}, kOne, a.weights(1, 400, 400, 1, 1, true));
+         }},
+        {{1, 20000, 1, 1, 1},
+         [](Builder& b, X x, Arrays& a) {
+             const nolk::Vector v = a.vector(20000);
+             return b.prelu(b.instanceNormalization(b.batchNormalize(x, v, v, v, v, 2.0f), v, v, 2.0f), v.data, 20000);
+         }},
+        {{2, 20000, 1, 1, 1},  // of a batch, by the built-in layer
+         [](Builder& b, X x, Arrays& a) { return b.prelu(x, a.reals(20000), 20000); }},
         {{2, 1, 200, 30, 3},  // a product with one sample for both, and a sum
          [](Builder& b, X x, Arrays& a) {
              X const y = b.matMul(x, constant(b, {2, 1, 30, 500, 3}, a));

@@ -269,6 +269,26 @@ TEST(FastSums, LinesHaveSixteenPartialSumsAndColumnsOne) {
         }
 }
 
+// A vector's zeros at the end are stored once. With powers of two, the order of factors does not matter.
+TEST(FastSums, ChannelsBeyondTheStoredOnesHaveTheLastValue) {
+    constexpr nolk::DimsHW kOne{1, 1};
+    for (const int stored : {0, 5, 16, 39, 40})
+        for (int form = 0; form < 4; ++form)  // single elements, planes, behind a convolution, in the weights
+            for (int op = 0; op < 3; ++op) {
+                SCOPED_TRACE(testing::Message() << stored << " stored, form " << form << ", operation " << op);
+                expectChains({{1, 40, form == 0 ? 1 : 2, form == 0 ? 1 : 3, 3}}, [&](Recording& r) {
+                    const nolk::Vector v = r.vector(40), zeros{40, std::fill_n(r.reals(40), 40, 0.0f) - 40};
+                    for (int c = 0; c < 40; ++c) v.data[c] = c < stored ? std::ldexp(1.0f, c % 4) : 0.0f;
+                    X x = r.x[0];
+                    if (form == 2) x = r->convolve(x, {}, kOne, kOne, r.weights(1, 40, 40, 1, 1, true));
+                    if (form == 3) x = r->deConvolve(x, {}, kOne, kOne, r.weights(1, 40, 40, 1, 1, true));
+                    if (op == 0) return r->prelu(x, v.data, 40);
+                    if (op == 1) return r->instanceNormalization(x, v, v, 1.0f);
+                    return r->batchNormalize(x, v, zeros, zeros, zeros, 1.0f);
+                });
+            }
+}
+
 // Behind a convolution, the channels lie in blocks.
 TEST(FastSums, PlanesHaveSixteenPartialSums) {
     using nolk::BasicOp;

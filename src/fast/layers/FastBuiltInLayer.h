@@ -12,6 +12,9 @@
 
 class FastBuiltInLayer final : public FastLayer {
 public:
+    // Floats that the layers of an arena may want while they run: the tables of a resize.
+    static constexpr int kScratch = 32 * 1024;
+
     // index: of the layer in FastArena::builtIn.
     FastBuiltInLayer(FastBuiltIn op, std::vector<FastView> inputs, const FastView& output, std::size_t index)
         : op_(std::move(op)), inputs_(std::move(inputs)), output_(output), index_(index) {}

@@ -60,5 +60,5 @@ void FastConnectionLayer::run(const FastRun& run) const {
         run.kernels.product(call);
     });
     if (!steps_.empty())
-        for (int n = 0; n < output_.shape.n; ++n) steps_.applyChannels(run, n, 0, output_.shape.c);
+        for (int n = 0; n < output_.shape.n; ++n) steps_.applyChannels(run, n);
 }

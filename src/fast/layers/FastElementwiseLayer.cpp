@@ -3,7 +3,7 @@
 void FastElementwiseLayer::run(const FastRun& run) const {
     const nolk::TensorShape& s = output_.shape;
     if (output_.layout == FastLayout::plain && s.h == 1 && s.w == 1) {
-        for (int n = 0; n < s.n; ++n) steps_.applyChannels(run, n, 0, s.c, &input_);
+        for (int n = 0; n < s.n; ++n) steps_.applyChannels(run, n, &input_);
         return;
     }
     const int planes = output_.strides.planes;

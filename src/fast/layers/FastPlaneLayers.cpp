@@ -45,23 +45,6 @@ void FastPlaneReductionLayer::run(const FastRun& run) const {
     });
 }
 
-FastInstanceNormalizationLayer::FastInstanceNormalizationLayer(const FastNode& node, const FastInstanceNorm& op,
-                                                               const FastView& input, const FastView& output,
-                                                               const std::vector<FastView>& views)
-    : input_(input),
-      output_(output),
-      scale_(op.scale),
-      bias_(op.bias),
-      epsilon_(op.epsilon),
-      steps_(node.steps, views, output) {
-    const auto lanes = static_cast<std::size_t>(blocksOf(output.shape.c)) * kFastBlock;
-    if (!scale_.empty()) scale_.resize(std::max(lanes, scale_.size()), 1.0f);
-    if (!bias_.empty()) bias_.resize(std::max(lanes, bias_.size()), 0.0f);
-}
-
-const float FastInstanceNormalizationLayer::kOnes[] = {1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1};
-const float FastInstanceNormalizationLayer::kZeros[] = {};
-
 void FastInstanceNormalizationLayer::run(const FastRun& run) const {
     const nolk::TensorShape& s = output_.shape;
     const int planes = output_.strides.planes;
@@ -73,9 +56,9 @@ void FastInstanceNormalizationLayer::run(const FastRun& run) const {
             call.y = output_.plane(run, n, plane);
             call.outer = 1;
             call.extent = s.h * s.w;
-            call.scale = scaleOf(plane);
-            call.bias = biasOf(plane);
-            call.epsilon = epsilon_;
+            call.scale = op_.scale.from(plane);
+            call.bias = op_.bias.from(plane);
+            call.epsilon = op_.epsilon;
             run.kernels.normalizeRows(call);
         } else {
             FastPlaneNormalization call;
@@ -85,9 +68,9 @@ void FastInstanceNormalizationLayer::run(const FastRun& run) const {
             call.yRow = output_.strides.row;
             call.rows = s.h;
             call.pixels = s.w;
-            call.scale = scaleOf(plane * kFastBlock);
-            call.bias = biasOf(plane * kFastBlock);
-            call.epsilon = epsilon_;
+            call.scale = op_.scale.from(std::ptrdiff_t{plane} * kFastBlock);
+            call.bias = op_.bias.from(std::ptrdiff_t{plane} * kFastBlock);
+            call.epsilon = op_.epsilon;
             run.kernels.normalizePlane(call);
         }
         steps_.applyRows(run, n, plane, 0, s.h);

@@ -41,19 +41,14 @@ private:
 class FastInstanceNormalizationLayer final : public FastLayer {
 public:
     FastInstanceNormalizationLayer(const FastNode& node, const FastInstanceNorm& op, const FastView& input,
-                                   const FastView& output, const std::vector<FastView>& views);
+                                   const FastView& output, const std::vector<FastView>& views)
+        : input_(input), output_(output), op_(op), steps_(node.steps, views, output) {}
 
     void run(const FastRun& run) const override;
 
 private:
-    // All channels read one block of 16 if the operation has no values of its own.
-    const float* scaleOf(int channel) const { return scale_.empty() ? kOnes : scale_.data() + channel; }
-    const float* biasOf(int channel) const { return bias_.empty() ? kZeros : bias_.data() + channel; }
-
-    static const float kOnes[kFastBlock], kZeros[kFastBlock];
     FastView input_, output_;
-    std::vector<float> scale_, bias_;  // whole blocks, or empty
-    float epsilon_;
+    FastInstanceNorm op_;
     FastSteps steps_;
 };
 

@@ -8,18 +8,12 @@ namespace {
 // A piece of a row that stays in the nearest cache while several steps go over it.
 constexpr int kPieceFloats = 4096;
 
-std::vector<float> wholeBlocks(std::vector<float> values) {
-    if (!values.empty())
-        values.resize(static_cast<std::size_t>(blocksOf(static_cast<int>(values.size()))) * kFastBlock);
-    return values;
-}
-
 }  // namespace
 
 FastSteps::FastSteps(const std::vector<FastNodeStep>& steps, const std::vector<FastView>& views, const FastView& output)
     : output_(output) {
     for (const FastNodeStep& s : steps) {
-        Step step{s.step, s.kind, {}, wholeBlocks(s.first), wholeBlocks(s.second)};
+        Step step{s.step, s.kind, {}, s.first, s.second};
         if (s.operand >= 0) step.operand = views[static_cast<std::size_t>(s.operand)];
         steps_.push_back(std::move(step));
     }
@@ -53,8 +47,8 @@ void FastSteps::set(FastStepCall& call, const Step& step, const FastRun& run, in
             return;
         case FastOperandKind::constants:
             call.mode = blocks ? FastOperand::block : FastOperand::scalar;
-            call.operand = step.first.data() + channel;
-            call.secondOperand = step.second.empty() ? nullptr : step.second.data() + channel;
+            call.operand = step.first.from(channel);
+            call.secondOperand = step.second.floats() > 0 ? step.second.from(channel) : nullptr;
     }
 }
 
@@ -83,16 +77,24 @@ void FastSteps::applyRows(const FastRun& run, int sample, int plane, int firstRo
     for (int row = firstRow; row < firstRow + rows; ++row) apply(run, sample, plane, row, 0, pixels, x);
 }
 
-void FastSteps::applyChannels(const FastRun& run, int sample, int firstChannel, int channels, const FastView* x) const {
+void FastSteps::applyChannels(const FastRun& run, int sample, const FastView* x) const {
     FastStepCall call;
-    call.count = channels;
-    call.y = output_.plane(run, sample, firstChannel);
-    call.x = x ? x->plane(run, sample, firstChannel) : call.y;
+    float* const y = output_.plane(run, sample, 0);
+    call.x = x ? x->plane(run, sample, 0) : y;
     for (const Step& step : steps_) {
-        set(call, step, run, sample, firstChannel, 0, 0);
-        if (step.kind != FastOperandKind::sample) call.mode = FastOperand::elements;
-        run.kernels.step(call);
-        call.x = call.y;
+        const auto applyTo = [&](int begin, int end, FastOperand mode) {
+            set(call, step, run, sample, begin, 0, 0);
+            if (step.kind != FastOperandKind::sample) call.mode = mode;
+            call.y = y + begin;
+            call.count = end - begin;
+            run.kernels.step(call);
+            call.x += call.count;
+        };
+        const int channels = output_.shape.c;
+        const int own = step.kind == FastOperandKind::constants ? std::min(step.first.own(), channels) : channels;
+        if (own > 0) applyTo(0, own, FastOperand::elements);
+        if (own < channels) applyTo(own, channels, FastOperand::block);
+        call.x = y;
     }
 }
 

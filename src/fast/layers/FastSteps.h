@@ -27,16 +27,15 @@ public:
     void applyRows(const FastRun& run, int sample, int plane, int firstRow, int rows,
                    const FastView* x = nullptr) const;
 
-    // The same for neighbouring channels of a plain output whose planes are single elements.
-    void applyChannels(const FastRun& run, int sample, int firstChannel, int channels,
-                       const FastView* x = nullptr) const;
+    // The same for all channels of a plain output whose planes are single elements.
+    void applyChannels(const FastRun& run, int sample, const FastView* x = nullptr) const;
 
 private:
     struct Step {
         FastStep step;
         FastOperandKind kind;
         FastView operand;
-        std::vector<float> first, second;  // constants, whole blocks
+        FastChannelValues first, second;
     };
 
     void set(FastStepCall& call, const Step& step, const FastRun& run, int sample, int plane, int row, int pixel) const;

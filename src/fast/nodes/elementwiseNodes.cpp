@@ -23,8 +23,9 @@ FastNode elementwise(FastNodeStep step) {
     return node;
 }
 
-bool areEqual(const std::vector<float>& slopes) {
-    return std::all_of(slopes.begin(), slopes.end(), [&](float slope) { return slope == slopes.front(); });
+bool areEqual(const ChannelVector& vector, int channels) {
+    const std::vector<float> values = vector.first(std::min(vector.storedSize(), channels - 1) + 1);
+    return std::all_of(values.begin(), values.end(), [&](float value) { return value == values.front(); });
 }
 
 }  // namespace
@@ -59,10 +60,10 @@ FastNode activationNode(const RawActLayerFactory& f) {
             return elementwise(step);
         case ACT_PRELU:
             // In a batch above 1 different slopes do not follow the channels; the built-in layer has the rule.
-            if (elementCount(in) == 0 || (in.n != 1 && !areEqual(f.slopes().first(in.c)))) break;
+            if (elementCount(in) == 0 || (in.n != 1 && !areEqual(f.slopes(), in.c))) break;
             step.step = {FastStepKind::prelu, 0.0f, 0.0f};
             step.kind = FastOperandKind::constants;
-            step.first = f.slopes().first(in.c);
+            step.first = {f.slopes(), in.c};
             return elementwise(step);
     }
     return nodeWith(builtIn<RawActLayer>(f, f.type(), f.slopes(), f.p0(), f.p1(), f.p2(), f.p3()));
@@ -95,12 +96,17 @@ FastNode batchNormalizationNode(const RawBatchNormalizationLayerFactory& f) {
     FastNodeStep step;
     step.step.kind = FastStepKind::scaleAdd;
     step.kind = FastOperandKind::constants;
-    for (std::size_t c = 0; c < static_cast<std::size_t>(in.c); ++c) {
+    // All channels behind the last stored value have the same.
+    const int stored =
+        std::max({f.scale.storedSize(), f.bias.storedSize(), f.mean.storedSize(), f.variance.storedSize()});
+    std::vector<float> factors, addends;
+    for (std::size_t c = 0; c <= static_cast<std::size_t>(std::min(stored, in.c - 1)); ++c) {
         const double factor = static_cast<double>(f.scale[c]) /
                               std::sqrt(static_cast<double>(f.variance[c]) + static_cast<double>(f.epsilon));
-        step.first.push_back(static_cast<float>(factor));
-        step.second.push_back(
-            static_cast<float>(static_cast<double>(f.bias[c]) - static_cast<double>(f.mean[c]) * factor));
+        factors.push_back(static_cast<float>(factor));
+        addends.push_back(static_cast<float>(static_cast<double>(f.bias[c]) - static_cast<double>(f.mean[c]) * factor));
     }
+    step.first = {factors, in.c};
+    step.second = {addends, in.c};
     return elementwise(step);
 }

@@ -66,8 +66,11 @@ FastNode reductionNode(const RawReductionLayerFactory& f) {
 
 FastNode instanceNormalizationNode(const RawInstanceNormalizationLayerFactory& f) {
     const TensorShape& in = f.input()->shape;
+    const auto valuesOf = [&in](const ChannelVector& vector, float ifNone) {
+        return vector.empty() ? FastChannelValues({ifNone}, in.c) : FastChannelValues(vector, in.c);
+    };
     if (elementCount(in) > 0)
-        return nodeWith(FastInstanceNorm{f.scale().first(in.c), f.bias().first(in.c), f.epsilon()});
+        return nodeWith(FastInstanceNorm{valuesOf(f.scale(), 1.0f), valuesOf(f.bias(), 0.0f), f.epsilon()});
     return nodeWith(builtIn<RawInstanceNormalizationLayer>(f, f.scale(), f.bias(), f.epsilon()));
 }
 

@@ -10,7 +10,6 @@
 #include "layers/RawLstmLayerFactory.h"
 #include "layers/RawMatmulLayer.h"
 #include "layers/RawMatmulLayerFactory.h"
-#include "layers/weights.h"
 
 using nolk::TensorShape;
 
@@ -34,21 +33,11 @@ FastNode deconvolutionNode(const RawDeConvolutionLayerFactory& f) {
     const bool regular = elementCount(in) > 0 && reads && w.groups == 1 && fewPhases && allProducts &&
                          isReasonable(borderOf(op, in, out), in);
     if (regular) return nodeWith(std::move(op));
-    // The layer may be created long after the caller has freed the arrays, so it gets copies of them.
-    auto weight = std::make_shared<std::vector<float>>();
-    auto bias = std::make_shared<std::vector<float>>();
-    if (reads) weight->assign(w.weight, w.weight + std::ptrdiff_t{in.c} * out.c * w.kernelH * w.kernelW);
-    if (w.bias && w.groups > 0 && elementCount(out) > 0) bias->assign(w.bias, w.bias + biasCount(w));
-    const auto padding = f.padding();
-    const auto stride = f.stride();
-    return nodeWith(FastBuiltIn{
-        [=](const std::vector<nolk::Tensor>& tensors, nolk::Tensor output) -> std::unique_ptr<Layer> {
-            nolk::Weights own = w;
-            own.weight = weight->empty() ? nullptr : weight->data();
-            own.bias = bias->empty() ? nullptr : bias->data();
-            return std::make_unique<RawDeConvolutionLayer>(tensors[0], output, padding, stride, own, nullptr);
-        },
-        elementCount(out)});
+    const auto arrays = RawDeConvolutionLayer::arraysOf(in, out, w, f.givenArrays);
+    FastBuiltIn layer = builtIn<RawDeConvolutionLayer>(f, f.padding(), f.stride(), arrays);
+    layer.keptFloats = static_cast<double>(arrays->bias.size());
+    if (arrays->weight) layer.keptFloats += static_cast<double>(w.inChannels) * w.outChannels * w.kernelH * w.kernelW;
+    return nodeWith(std::move(layer));
 }
 
 FastNode connectionNode(const RawFullConnectionLayerFactory& f) {
