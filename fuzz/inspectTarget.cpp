@@ -114,7 +114,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
         if (!kIsFuzzer || !looks) {
             const bool isGood = check(file);
-            // A check builds the network but does not run it, so it looks at the limit of memory only.
+            // A check builds the network but does not run it, so it looks at the limit of memory and, of the steps,
+            // only at those that folding takes.
             if (!load(file, 1) && isGood)
                 expect(!outlineOf(file.data(), file.size(), 1).isHarmless, "a file without errors can be loaded");
         }

@@ -2,8 +2,11 @@
 // Every value has one producer: a node, the host (inputs) or nobody (constants). A node's steps are element-wise
 // operations that are applied to its result before it is stored.
 //   FastGraph graph = readFastGraph(factories, inputs, outputs);
-//   fuseSteps(graph);  chooseLayouts(graph);  keepConstants(graph, constants, given);
+//   fuseSteps(graph);
+//   const auto copies = chooseLayouts(graph);
+//   keepConstants(graph, constants, given, unread);
 //   FastPlan plan = planMemory(graph, scratchFloatsOf(graph, threads));
+//   fillConstants(copies);
 // Weight arrays are borrowed from the builder until the layers have packed them.
 #pragma once
 

@@ -92,7 +92,7 @@ void doGemmMt(const float* a, const float* b, float* c, int m, int k, int n, int
         float* bandOfC = c + static_cast<std::ptrdiff_t>(offset) * n;
         workers.start([=] { doGemm(bandOfA, b, bandOfC, share, k, n); });
         offset += share;
-    } while (m > offset + share);
+    } while (m - offset > share);
     doGemm(a + static_cast<std::ptrdiff_t>(offset) * k, b, c + static_cast<std::ptrdiff_t>(offset) * n, m - offset, k,
            n);
 }

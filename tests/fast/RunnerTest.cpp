@@ -7,6 +7,7 @@
 
 #include "fast/FastSettings.h"
 #include "fast/FastTeam.h"
+#include "fast/layers/FastConvolutionLayer.h"
 #include "fast/layers/FastPackedWeights.h"
 
 namespace {
@@ -89,6 +90,30 @@ TEST(FastPackedWeights, EqualArraysAreShared) {
     one.reset();
     EXPECT_TRUE(gone.expired());
     EXPECT_EQ(packed(1.0f)->data()[32], 1.0f);
+}
+
+// With kernels that only count, so that the plane needs no memory.
+TEST(FastConvolutionLayer, DividesAPlaneOfNearly2To31Pixels) {
+    constexpr std::int64_t kPixels = 2147483632;
+    static std::int64_t products = 0, steps = 0;
+    FastKernels counting{};
+    counting.product = [](const FastProduct& call) { products += call.pixels; };
+    counting.step = [](const FastStepCall& call) { steps += call.count; };
+    FastView view;
+    view.shape = {1, 1, 1, kPixels, 3};
+    view.strides = FastStrides(view.shape, FastLayout::plain, {});
+    float weight = 1.0f;
+    FastNode node;
+    node.steps.resize(2);
+    node.steps.front().step.kind = node.steps.back().step.kind = FastStepKind::tanh;
+    const FastConvolution op{{}, {1, 1}, {1, 1}, {1, 1, 1, 1, 1, false, &weight}};
+    FastArena arena;
+    arena.floats.growTo(1);
+    FastTeam team(1, 0);
+    FastTeam::Session session(team);
+    FastConvolutionLayer(node, op, view, view, {}, 0).run({arena, session, counting});
+    EXPECT_EQ(products, kPixels);
+    EXPECT_EQ(steps, 2 * kPixels);
 }
 
 }  // namespace

@@ -150,6 +150,9 @@ inline Vector smallerOr(Vector a, Vector b) {
 #endif
 }
 
-inline int quotientUp(int a, int b) { return (a + b - 1) / b; }
+// Of counts. Unsigned, because their sum may exceed an int.
+inline int quotientUp(int a, int b) {
+    return static_cast<int>((static_cast<unsigned>(a) + static_cast<unsigned>(b) - 1) / static_cast<unsigned>(b));
+}
 
 }  // namespace NOLK_FAST_LEVEL

@@ -135,9 +135,9 @@ void FastConvolutionLayer::runSamples(const FastRun& run, int firstSample, int s
     run.team.forEach(
         samples * pieces * ranges, taps * places * blocks * kFastBlock / 4,
         [&, pieceLength = pieceLength, blocks = blocks](int task) {
-            const int range = task % ranges, piece = task / ranges % pieces;
-            compute(run, {firstSample + task / ranges / pieces, range * blocks, std::min((range + 1) * blocks, planes),
-                          piece * pieceLength, std::min((piece + 1) * pieceLength, length)});
+            const int firstBlock = task % ranges * blocks, begin = task / ranges % pieces * pieceLength;
+            compute(run, {firstSample + task / ranges / pieces, firstBlock, std::min(firstBlock + blocks, planes),
+                          begin, begin + std::min(pieceLength, length - begin)});
         });
 }
 

@@ -105,7 +105,7 @@ std::vector<FastDeconvolutionLayer::Phase> FastDeconvolutionLayer::phasesOf(int 
         phase.positions = divideUp(out - first, stride);
         const std::int64_t nearest = std::int64_t{first} + before;
         const int smallest = static_cast<int>((nearest % stride + stride) % stride);
-        for (int k = smallest; k < kernel; k += stride) phase.kernel.push_back(k);
+        for (std::int64_t k = smallest; k < kernel; k += stride) phase.kernel.push_back(static_cast<int>(k));
         phase.source = static_cast<int>((nearest - smallest) / stride);
         phases.push_back(std::move(phase));
     }
@@ -162,11 +162,12 @@ void FastDeconvolutionLayer::run(const FastRun& run) const {
         out.n * ranges * pieces, std::int64_t{pieceRows} * out.w * input_.shape.c * blocks * 4, [&](int task) {
             const int piece = task % pieces, range = task / pieces % ranges, sample = task / pieces / ranges;
             const int firstBlock = range * blocks, count = std::min(blocks, planes - firstBlock);
+            const int first = piece * pieceRows, end = first + std::min(pieceRows, sourceRows - first);
             for (std::size_t phase = 0; phase < partsOfPhase_.size(); ++phase)
-                compute(run, sample, phase, firstBlock, count, piece * pieceRows, (piece + 1) * pieceRows);
-            const int begin = piece * pieceRows * stride_.h;
-            const int end = std::min((piece + 1) * pieceRows * stride_.h, out.h);
-            for (int block = firstBlock; block < firstBlock + count; ++block) finish(run, sample, block, begin, end);
+                compute(run, sample, phase, firstBlock, count, first, end);
+            const auto lastRow = static_cast<int>(std::min<std::int64_t>(std::int64_t{end} * stride_.h, out.h));
+            for (int block = firstBlock; block < firstBlock + count; ++block)
+                finish(run, sample, block, first * stride_.h, lastRow);
         });
 }
 

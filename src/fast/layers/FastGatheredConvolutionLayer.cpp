@@ -60,7 +60,8 @@ void FastGatheredConvolutionLayer::run(const FastRun& run) const {
     run.team.forEach(threads_, std::int64_t{out.n} * out.h * out.w * windows / tile_, [&](int thread) {
         float* const own = run.arena.floats.data() + scratch_ + thread * windows;
         for (int n = 0; n < out.n; ++n)
-            for (int row = thread; row < out.h; row += threads_) {
+            for (std::int64_t next = thread; next < out.h; next += threads_) {
+                const auto row = static_cast<int>(next);
                 for (int g = 0; g < groups_; ++g) compute(run, n, g, row, own);
                 for (int plane = 0; plane < output_.strides.planes; ++plane) {
                     epilogue_.rest.applyRows(run, n, plane, row, 1);
@@ -76,13 +77,14 @@ void FastGatheredConvolutionLayer::compute(const FastRun& run, int sample, int g
     const auto isBefore = [](const FastProductPart& part, int channel) { return part.firstOutput() < channel; };
     const auto firstPart = std::lower_bound(parts_.parts.begin(), parts_.parts.end(), begin, isBefore);
     const auto lastPart = std::lower_bound(firstPart, parts_.parts.end(), begin + outChannels, isBefore);
-    for (int first = 0; first < output_.shape.w; first += tile_) {
+    for (int first = 0, pixels = 0; first < output_.shape.w; first += pixels) {
+        pixels = std::min(tile_, output_.shape.w - first);
         FastProduct call;
         call.x = windows;
         call.xStep = length;
         call.rows = 1;
-        call.pixels = std::min(tile_, output_.shape.w - first);
-        for (int i = 0; i < call.pixels && length > 0; ++i)
+        call.pixels = pixels;
+        for (int i = 0; i < pixels && length > 0; ++i)
             gather(input_.base(run) + sample * input_.strides.sample, group, row, first + i, windows + i * length);
         call.yStep = output_.strides.pixel;
         call.yBlock = output_.strides.plane;

@@ -73,7 +73,10 @@ void FastLstmLayer::run(const FastRun& run) const {
     for (int chain = 0; chain < n * passes; ++chain)
         std::fill_n(scratch + chain * floats + std::ptrdiff_t{chunk_} * gateFloats_, 2 * blocksOf(hidden_) * kFastBlock,
                     0.0f);
-    for (int first = 0; first < steps_; first += chunk_) runChunk(run, first, std::min(chunk_, steps_ - first));
+    for (int first = 0, count = 0; first < steps_; first += count) {
+        count = std::min(chunk_, steps_ - first);
+        runChunk(run, first, count);
+    }
     // Of more than one channel, only as many rows are computed as the first has.
     const std::ptrdiff_t computed = std::ptrdiff_t{n} * steps_ * row;
     std::fill_n(output_.base(run) + computed, computed * (output_.shape.c - 1), 0.0f);

@@ -81,8 +81,8 @@ void FastMatmulLayer::run(const FastRun& run) const {
         // Each thread has packed columns of its own, and every threads_-th task.
         run.team.forEach(threads_, products / (std::int64_t{4} * threads_), [&](int thread) {
             float* const packed = scratch + (std::ptrdiff_t{thread} * kBlocksOfTask * kFastBlock + 1) * k;
-            for (int task = thread; task < planes * ranges; task += threads_) {
-                const Part columns = part(task, packed);
+            for (std::int64_t task = thread; task < planes * ranges; task += threads_) {
+                const Part columns = part(static_cast<int>(task), packed);
                 const float* const b = b_.base(run) + columns.plane * b_.strides.plane;
                 for (int block = 0; block < columns.blocks; ++block)
                     packBlock(b, k, out.w, columns.firstColumn + block * kFastBlock,

@@ -1,6 +1,6 @@
-// Layers that work on planes in blocks of channels: poolings, reductions of whole planes, instance normalisation,
-// resizing. The threads divide the planes, or their rows; the kernels in kernels/planes.h compute 16 channels at a time
-// and say in which order sums are formed.
+// Layers that work on planes: poolings, reductions of whole planes, instance normalisation, resizing. The threads
+// divide the planes. The kernels in kernels/planes.h compute 16 channels at a time and say in which order sums are
+// formed; an instance normalisation of plain planes uses those in kernels/rows.h.
 #pragma once
 
 #include "fast/layers/FastPackedWeights.h"

@@ -1,6 +1,6 @@
 // Layers that work on plain tensors along some axes: softmax, reductions, L2 normalisation. They see a tensor as
-// [outer, extent, inner] and compute outer * inner results independently, which the threads divide. The kernels in
-// kernels/rows.h do the arithmetic and say in which order sums are formed.
+// [outer, extent, inner] and compute outer * inner results independently; the threads divide the outer dimension. The
+// kernels in kernels/rows.h do the arithmetic and say in which order sums are formed.
 #pragma once
 
 #include "fast/FastGraph.h"

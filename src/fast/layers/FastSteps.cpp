@@ -56,9 +56,10 @@ void FastSteps::apply(const FastRun& run, int sample, int plane, int row, int pi
                       const FastView* x) const {
     const auto pixelFloats = static_cast<int>(output_.strides.pixel);
     const int most = steps_.size() > 1 ? kPieceFloats / pixelFloats : pixels;
-    for (int end = pixel + pixels; pixel < end; pixel += most) {
+    for (int end = pixel + pixels, count = 0; pixel < end; pixel += count) {
+        count = std::min(most, end - pixel);
         FastStepCall call;
-        call.count = std::min(most, end - pixel) * pixelFloats;
+        call.count = count * pixelFloats;
         call.y = output_.plane(run, sample, plane) + row * output_.strides.row + pixel * output_.strides.pixel;
         call.x = x ? x->plane(run, sample, plane) + row * x->strides.row + pixel * x->strides.pixel : call.y;
         for (const Step& step : steps_) {
