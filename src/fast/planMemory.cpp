@@ -1,24 +1,10 @@
 #include "fast/planMemory.h"
 
 #include <algorithm>
-#include <climits>
-#include <new>
-#include <numeric>
+
+#include "fast/placeRanges.h"
 
 namespace {
-
-// A range of memory and the nodes during which it is needed.
-struct Range {
-    std::int64_t size = 0;
-    int first = INT_MAX, last = -1;
-    std::int64_t offset = 0;
-
-    void extend(int node) {
-        first = std::min(first, node);
-        last = std::max(last, node);
-    }
-    bool meets(const Range& other) const { return first <= other.last && other.first <= last; }
-};
 
 std::int64_t rounded(std::int64_t floats) { return (floats + kFastBlock - 1) / kFastBlock * kFastBlock; }
 
@@ -57,46 +43,7 @@ std::vector<Home> homesOf(const FastGraph& graph) {
     return homes;
 }
 
-// The tallest pile of ranges that are needed at the same time.
-std::int64_t largestSum(const std::vector<Range>& ranges, int nodes) {
-    std::vector<std::int64_t> change(static_cast<std::size_t>(nodes) + 3, 0);
-    for (const Range& range : ranges) {
-        if (range.last < range.first) continue;
-        change[static_cast<std::size_t>(range.first) + 1] += range.size;
-        change[static_cast<std::size_t>(range.last) + 2] -= range.size;
-    }
-    std::int64_t sum = 0, largest = 0;
-    for (const std::int64_t c : change) largest = std::max(largest, sum += c);
-    return largest;
-}
-
-// Returns the size of the arena.
-std::int64_t place(std::vector<Range>& ranges) {
-    std::vector<std::size_t> order(ranges.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return ranges[a].size > ranges[b].size; });
-    std::int64_t end = 0;
-    std::vector<const Range*> placed;  // by offset
-    for (const std::size_t i : order) {
-        Range& range = ranges[i];
-        if (range.size == 0 || range.last < range.first) continue;
-        std::int64_t offset = 0;
-        for (const Range* other : placed) {
-            if (!other->meets(range)) continue;
-            if (other->offset - offset >= range.size) break;
-            offset = std::max(offset, other->offset + other->size);
-        }
-        range.offset = offset;
-        end = std::max(end, offset + range.size);
-        placed.insert(std::upper_bound(placed.begin(), placed.end(), &range,
-                                       [](const Range* a, const Range* b) { return a->offset < b->offset; }),
-                      &range);
-    }
-    return end;
-}
-
-FastView viewOf(const FastGraph& graph, const FastValue& v, const Home& home, const std::vector<Range>& ranges) {
+FastView viewOf(const FastGraph& graph, const FastValue& v, const Home& home, const std::vector<FastRange>& ranges) {
     FastView view;
     view.shape = v.shape;
     view.layout = v.layout;
@@ -115,9 +62,9 @@ FastView viewOf(const FastGraph& graph, const FastValue& v, const Home& home, co
 
 FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scratchFloats) {
     const int nodes = static_cast<int>(graph.nodes.size());
-    std::vector<Range> ranges(graph.values.size() + graph.nodes.size());
+    std::vector<FastRange> ranges(graph.values.size() + graph.nodes.size());
     const std::vector<Home> homes = homesOf(graph);
-    const auto rangeOf = [&](int value) -> Range& {
+    const auto rangeOf = [&](int value) -> FastRange& {
         return ranges[static_cast<std::size_t>(homes[static_cast<std::size_t>(value)].root)];
     };
     for (std::size_t v = 0; v < graph.values.size(); ++v) {
@@ -130,7 +77,7 @@ FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scr
         const FastNode& node = graph.nodes[static_cast<std::size_t>(i)];
         rangeOf(node.output).extend(i);
         forEachSource(node, [&](int source) { rangeOf(source).extend(i); });
-        Range& scratch = ranges[graph.values.size() + static_cast<std::size_t>(i)];
+        FastRange& scratch = ranges[graph.values.size() + static_cast<std::size_t>(i)];
         scratch.size = rounded(scratchFloats[static_cast<std::size_t>(i)]);
         scratch.extend(i);
     }
@@ -138,19 +85,18 @@ FastPlan planMemory(const FastGraph& graph, const std::vector<std::int64_t>& scr
 
     FastPlan plan;
 #ifdef NOLK_SEPARATE_TENSORS
-    for (Range& range : ranges) {
+    for (FastRange& range : ranges) {
         range.extend(-1);
         range.extend(nodes);
         if (range.size > 0) range.size += kFastGap;
     }
 #endif
-    plan.lowerBound = largestSum(ranges, nodes);
-    plan.floats = place(ranges);
+    plan.lowerBound = peakOf(ranges, nodes).floats;
+    plan.floats = placeRanges(ranges, nodes);
 #ifdef NOLK_SEPARATE_TENSORS
-    for (const Range& range : ranges)
+    for (const FastRange& range : ranges)
         if (range.size > 0) plan.gaps.push_back(range.offset + range.size - kFastGap);
 #endif
-    if (plan.floats > INT_MAX) throw std::bad_alloc();
     for (std::size_t v = 0; v < graph.values.size(); ++v)
         plan.views.push_back(viewOf(graph, graph.values[v], homes[v], ranges));
     for (std::size_t i = 0; i < graph.nodes.size(); ++i) plan.scratch.push_back(ranges[graph.values.size() + i].offset);
