@@ -45,7 +45,7 @@ public:
 struct ModelLimits {
     static constexpr std::int64_t kNone = std::numeric_limits<std::int64_t>::max();
 
-    std::int64_t memoryBytes = kNone;   // see ModelCost::memoryBytes
+    std::int64_t memoryBytes = kNone;  // see ModelCost::memoryBytes
     // See ModelCost::steps. A network that is built only to be looked at needs no more than the steps of loading.
     std::int64_t multiplyAdds = kNone;
 };
