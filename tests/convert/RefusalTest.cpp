@@ -103,11 +103,13 @@ TEST(Refusal, SaysWhyAndWhatToDo) {
           {"LSTM: sequence_lens below the number of steps", "give sequences of one length"},
           {"LSTM: the activation Tanh", "use the usual activations"},
           {"LSTM: the output Y_c is used", "use Y or Y_h"}}},
-        {R"((float[N,3,5,5] x) => (float[N,4,3,3] y, float[N,4,3,3] z, float[N,3,4,5] t, float[N,3,2,2] u)
+        {R"((float[N,3,5,5] x) => (float[N,4,3,3] y, float[N,4,3,3] z, float[N,3,4,5] t, float[N,3,2,2] u, float[N,3,6,5] s)
             <float[4,5,3,3] w = {0}, float[4,3,3,3] v = {0}>
             { y = Conv(x, w) z = Conv<auto_pad="FOO">(x, v) t = MaxPool<kernel_shape=[1,1], pads=[-1,0,0,0]>(x)
-              u = AveragePool<kernel_shape=[2,2], strides=[2,2], dilations=[2,2]>(x) })",
-         {{"AveragePool: dilations", "replace by a Conv with a constant kernel"},
+              u = AveragePool<kernel_shape=[2,2], strides=[2,2], dilations=[2,2]>(x)
+              s = AveragePool<kernel_shape=[1,1], pads=[0,0,2,0], ceil_mode=1>(x) })",
+         {{"AveragePool: ceil_mode leaves out a window of padding alone", "use pads that are smaller than the kernel"},
+          {"AveragePool: dilations", "replace by a Conv with a constant kernel"},
           {"Conv: auto_pad 'FOO' is not known", kInvalid},
           {"Conv: weights of shape [4, 5, 3, 3] for an input of [1, 3, 5, 5]", kShapes},
           {"MaxPool: pads -1 is not possible", "cut the input by a Slice in front instead"}}},

@@ -74,10 +74,12 @@ Windows windowsOf(const NodeLowering& n, const std::vector<std::int64_t>& kernel
 }
 
 nolk::Padding beyond(const NodeLowering& n, const Windows& w) {
-    const auto more = [](std::int64_t in, std::int64_t out, int before, int behind, int kernel, int stride,
-                         int dilation) {
-        return asInt(
-            std::max<std::int64_t>((out - 1) * stride + (kernel - 1) * dilation + 1 - in - before - behind, 0));
+    const auto more = [&n](std::int64_t in, std::int64_t out, int before, int behind, int kernel, int stride,
+                           int dilation) {
+        const std::int64_t count = (out - 1) * stride + (kernel - 1) * dilation + 1 - in - before - behind;
+        if (count <= -stride)  // nolk has that window
+            n.refuse("ceil_mode leaves out a window of padding alone", "use pads that are smaller than the kernel");
+        return asInt(std::max<std::int64_t>(count, 0));
     };
     const Dims& in = n.dims(0);
     const Dims& out = n.outDims();

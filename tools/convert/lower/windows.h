@@ -20,7 +20,8 @@ int planes(NodeLowering& n, std::size_t input, bool joinsBatch);
 // kernel: the spatial extents of the weights, or of kernel_shape.
 Windows windowsOf(const NodeLowering& n, const std::vector<std::int64_t>& kernel);
 
-// Rows and columns that windows reach beyond the padded input, in ceil_mode.
+// Rows and columns that windows reach beyond the padded input, in ceil_mode. Refuses padding behind which a window is
+// left out.
 nolk::Padding beyond(const NodeLowering& n, const Windows& windows);
 
 }  // namespace convert
