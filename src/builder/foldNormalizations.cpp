@@ -124,7 +124,7 @@ private:
         addedByZeros_.resize(folds_.size());
         for (std::size_t n = 0; n < folds_.size(); ++n) {
             if (!folds_[n].isByInput) continue;
-            // Where no weight will be multiplied, channels that are the same add the same once and again: 0 or NaN.
+            // Without weights, one of the channels with equal factors is enough: each of them adds 0 or NaN.
             const int kernels = kernelSize_ > 0 ? kernels_ : std::min(kernels_, folds_[n].sameFrom() + 1);
             for (int i = 0; i < kernels; ++i) {
                 float& zero = zeros_[static_cast<std::size_t>(i)];
